@@ -1,0 +1,95 @@
+// The rack's journal: what happened on the bus and in the machine, in the order of its recording.
+//
+// A ring in the rack's state. The controller's side appends; any number of readers in other processes follow it. A
+// reader that falls behind by more than the ring holds is told how many records it lost.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "cards/card.h"
+
+namespace rack {
+
+enum class JournalKind : std::uint8_t {
+  None = 0,
+  Read,            // slot, port, value: the byte that the controller got
+  ReadFailed,      // slot, port: the read call itself failed
+  Write,           // slot, port, value
+  InputEdge,       // slot, channel, value 0 or 1: what the card shows from this time on
+  OutputChange,    // slot, channel, value 0 or 1
+  RelayChange,     // slot, channel, value 0 or 1
+  Key,             // value: scan code that the keypad sent; port 1: sent again by a held key
+  KeyTaken,        // value: scan code that the controller has read and cleared
+  FunctionKeys,    // value: function-key bits held down from this time on
+  MotorMove,       // slot, channel, value 1: a move has started, 0: it has ended
+  MotorCount,      // slot, channel, value: encoder count
+  CylinderState,   // slot, channel, value: status byte in bits 0 to 7, position in bits 8 to 15
+  CounterValue,    // channel: the counter's row, value: its count
+  FaultBegins,     // slot, channel, port: FaultKind, value: row of the fault
+  FaultEnds,       // slot, channel, port: FaultKind, value: row of the fault
+  Device,          // value 1: the controller has opened the device, 0: closed it
+  ProgramLine,     // task, file, line: the controller has read this line
+  ProgramEnd,      // task, file, line: a read found the end of the file
+  ProgramOpened,   // task, file
+  ProgramMissing,  // task, file: could not be opened
+  Sync,            // the controller flushed the file systems
+  Restart          // the controller asked for a restart
+};
+
+// Who did it, where the card interface is silent about it.
+constexpr std::uint8_t kMainThread = 0xFE;
+constexpr std::uint8_t kUnknownTask = 0xFF;
+
+// One record. Task: 0 keypad, 1 to 8 PLC task, 9 network, kMainThread or kUnknownTask. File: number of the program file
+// in the state's list, counted from 1, 0 for none. Line counts from 1.
+struct JournalRecord {
+  Nanos Time;
+  JournalKind Kind;
+  std::uint8_t Task;
+  std::uint8_t Slot;
+  std::uint8_t Port;  // or channel
+  std::int32_t Value;
+  std::uint32_t Line;
+  std::uint32_t File;
+};
+static_assert(sizeof(JournalRecord) == 24);
+
+constexpr std::uint32_t kJournalCapacity = 1U << 18;
+constexpr std::uint32_t kRecordWords = sizeof(JournalRecord) / sizeof(std::uint32_t);
+
+// A record as it lies in the ring: its number plus one, 0 while it is being written, then its contents word by word.
+struct JournalCell {
+  std::atomic<std::uint32_t> Stamp;
+  std::atomic<std::uint32_t> Words[kRecordWords];
+  std::uint32_t Reserved;
+};
+static_assert(sizeof(JournalCell) == 32);
+static_assert(std::atomic<std::uint32_t>::is_always_lock_free);
+
+struct JournalRing {
+  std::atomic<std::uint32_t> Next;  // number of the record to be written next; wraps at 32 bits
+  std::uint32_t Reserved;
+  JournalCell Cells[kJournalCapacity];
+};
+
+// Appends a record. One writer at a time.
+void Append(JournalRing& ring, const JournalRecord& record);
+
+class JournalReader {
+ public:
+  enum class Result { Record, Nothing };
+
+  // Starts behind the newest record, or with the oldest one that the ring still holds.
+  enum class Start { Newest, Oldest };
+  JournalReader(const JournalRing& ring, Start start);
+
+  // The next record. `lost` is increased by the records that were overwritten before they could be read.
+  Result Next(JournalRecord& record, std::uint64_t& lost);
+
+ private:
+  const JournalRing& Ring;
+  std::uint32_t Position;
+};
+
+}  // namespace rack

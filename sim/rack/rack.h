@@ -1,0 +1,55 @@
+// The simulated rack: slot select and cards as the bus reaches them, with the machine that hangs on the cards.
+//
+// Works on a state in memory and is told the time at each call; it has no clock, no thread and no lock of its own:
+// callers take turns. Between two calls nothing moves; a call first works out what has happened since the last one,
+// each event at its own time.
+#pragma once
+
+#include <cstdint>
+
+#include "rack/state.h"
+
+namespace rack {
+
+// Who makes a bus access: task number (see JournalRecord) and the program line that it executes, if known.
+struct Origin {
+  std::uint8_t Task = kUnknownTask;
+  std::uint32_t File = 0;
+  std::uint32_t Line = 0;
+};
+
+class Rack final : private EventSink {
+ public:
+  // The rack in a controller's process: takes requests and writes the journal.
+  explicit Rack(RackState& state);
+  // A rack on a copy of the live part, for a display that wants to know how things stand at this moment.
+  Rack(const RackImage& image, RackLive& live);
+
+  // One read of a port: 0 to 255, -1 when the bus fails. Port 0 is the selected card's own register 0.
+  int ReadPort(std::uint8_t port, Nanos now, const Origin& origin = {});
+  // One write. Port 0 selects a slot; what a missing card is told is lost.
+  void WritePort(std::uint8_t port, std::uint8_t value, Nanos now, const Origin& origin = {});
+
+  // Applies the requests that have arrived and works the machine out up to now. Time never runs backwards: an earlier
+  // now counts as the time reached.
+  void AdvanceTo(Nanos now);
+
+  // Appends a record to the journal, at the time reached.
+  void Note(JournalKind kind, std::uint8_t slot, std::uint8_t port, std::int32_t value, const Origin& origin = {});
+
+ private:
+  struct Outputs {
+    std::uint32_t Bits;  // outputs 0 to 15, relays from bit 16
+  };
+
+  // implementation below is filled in rack.cpp
+  const RackImage& Image;
+  RackLive& Live;
+  RequestRing* Requests;
+  JournalRing* Journal;
+};
+
+// Level of an output (0 to 15) or relay (16 to 23) of the card in a slot; false where there is none.
+bool OutputLevel(const RackImage& image, const RackLive& live, int slot, int channel);
+
+}  // namespace rack

@@ -1,0 +1,89 @@
+// Requests to the rack: how another program turns a signal, presses a key or raises a fault.
+//
+// A ring in the rack's state. Only the tool's side writes requests and moves Sent; only the controller's side applies
+// them, at its next bus access and in order, writes the results and moves Done. Several tools take turns by a lock on
+// the state file.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "cards/card.h"
+
+namespace rack {
+
+enum class RequestKind : std::uint32_t {
+  None = 0,
+  SetInput,      // Slot, Channel, Value 0 or 1: the input shows this level until it is released
+  ReleaseInput,  // Slot, Channel: the machine drives the input again
+  PressKey,      // Value: scan code; Duration: how long it is held
+  PressFunctionKeys,  // Value: function-key bits; Duration: how long they are held
+  BeginFault,         // Fault, Slot, Channel, Value by the kind of the fault; Duration: 0 until it is cleared
+  EndFault,           // Fault, Slot, Channel: as they were given
+  EndAllFaults
+};
+
+enum class FaultKind : std::uint8_t {
+  None = 0,
+  CardPulled,     // Slot: reads give 0xFF, writes are lost
+  InputStuck,     // Slot, Channel, Value 0 or 1
+  CylinderAlarm,  // Slot, Channel; Value: alarms that come back after a reset
+  MotorBlocked,   // Slot, Channel: pulses come, the motor stands still
+  MotorLosesSteps,  // Slot, Channel; Value: every so many steps one is lost
+  CardSilent,       // Slot: the card does not acknowledge commands
+  BusReadsFail      // the read call of the device fails
+};
+constexpr int kFaultKinds = 8;
+
+enum class RequestResult : std::uint32_t {
+  Pending = 0,
+  Done,
+  NoSuchCard,     // no card in this slot, or one without such channels
+  NoSuchChannel,
+  NoFunctionKeys,  // the CPU card has no function-key register
+  TooManyFaults,
+  NoSuchFault,
+  BadValue
+};
+
+struct Request {
+  RequestKind Kind;
+  FaultKind Fault;
+  std::uint8_t Slot;
+  std::uint8_t Channel;
+  std::uint8_t Reserved;
+  std::int32_t Value;
+  std::uint32_t Reserved2;
+  Nanos Duration;
+};
+static_assert(sizeof(Request) == 24);
+
+constexpr std::uint32_t kRequestCapacity = 64;
+constexpr std::uint32_t kRequestWords = sizeof(Request) / sizeof(std::uint32_t);
+
+struct RequestCell {
+  std::atomic<std::uint32_t> Result;  // RequestResult
+  std::atomic<std::uint32_t> Words[kRequestWords];
+};
+static_assert(sizeof(RequestCell) == 28);
+
+struct RequestRing {
+  std::atomic<std::uint32_t> Sent;  // requests ever sent; wraps at 32 bits
+  std::atomic<std::uint32_t> Done;  // requests ever applied
+  RequestCell Cells[kRequestCapacity];
+};
+
+// Puts a request into the ring and yields its number. False when the ring is full: nobody has applied requests for a
+// while. REQUIRES: the caller is the only sender at this moment (StateFile::SenderLock).
+bool Send(RequestRing& ring, const Request& request, std::uint32_t& number);
+
+// What became of a request; Pending until the controller's side has applied it. A request that more than
+// kRequestCapacity others have followed counts as Done.
+RequestResult ResultOf(const RequestRing& ring, std::uint32_t number);
+
+// The controller's side: the oldest request not yet applied. False when there is none.
+bool NextRequest(const RequestRing& ring, Request& request, std::uint32_t& number);
+// The controller's side: the request of NextRequest is done with.
+void Finish(RequestRing& ring, RequestResult result);
+
+}  // namespace rack
