@@ -1,0 +1,98 @@
+// Cylinder card: 3 positioning cylinders with 16 positions each.
+// "ch": acts on the channel last written to port 5; with another number than 0 to 2 there, writes are lost
+// and the status reads 0xFF.
+//
+//   Port  Read                                                Write
+//   3     version                                             -
+//   4     type, 0x82                                          -
+//   5     ch  bit 0 set while the card holds a command that   channel select, 0 to 2
+//         it has not let go yet, others 0
+//   6     ch  status                                          ch  command
+//   7     -                                                   delay: kept, no effect
+//   8     -                                                   -
+//
+// Command   0x10 reset, 0x20 setup, 0x30 + n move to position n; other bytes are not taken.
+// Status    bit 7 alarm
+//           bit 6 moving
+//           bit 5 not in position (travelling, or stopped between two positions)
+//           bit 4 in position
+//           bit 3 a reset runs
+//           bit 0 a command has been taken and is not finished
+// In position: 0x10. Travelling or setting up: 0x61. Resetting: 0x29. Stopped on the way: 0x20. Alarm: 0x80.
+//
+// Bit 0 of the status sets 1 us after the command, bit 0 of port 5 clears 2 us after it. A command replaces
+// the one that runs; during an alarm or a reset only a reset has an effect, the others are taken and let go.
+// Any other port and "-" read 0xFF; writes marked "-" and to other ports are lost.
+#pragma once
+
+#include <optional>
+
+#include "cards/card.h"
+
+namespace rack {
+
+constexpr int kCylinderChannels = 3;
+constexpr std::uint8_t kAlarmForEver = 0xFF;
+
+struct CylinderChannelState {
+  Nanos CommandAt;  // when the command last written came
+  Nanos Start;      // when the phase began
+  Nanos End;        // when it ends
+  // Thousandths of a position.
+  std::int32_t From;
+  std::int32_t To;
+  std::uint8_t Phase;
+  std::uint8_t Alarm;          // 1: in alarm
+  std::uint8_t AlarmsToCome;   // how many resets end in alarm again; kAlarmForEver: all
+  std::uint8_t NoAcknowledge;  // fault, 1: commands are held and neither taken nor let go
+  std::uint8_t HasCommand;     // 1: a command was written since power-on
+  std::uint8_t Reserved[3];
+};
+static_assert(kSharable<CylinderChannelState> && sizeof(CylinderChannelState) == 40);
+
+struct CylinderCardState {
+  std::uint8_t Version;
+  std::uint8_t Type;
+  std::uint8_t Selected;
+  std::uint8_t Delay;
+  std::uint8_t Reserved[4];
+  Nanos TravelTime;  // for one position
+  Nanos SetupTime;
+  Nanos ResetTime;
+  CylinderChannelState Channels[kCylinderChannels];
+};
+static_assert(kSharable<CylinderCardState> && sizeof(CylinderCardState) == 152);
+
+class CylinderCard {
+ public:
+  explicit CylinderCard(CylinderCardState& state) : State(state) {}
+  // All cylinders stand at position 0; 100 ms per position, setup 500 ms, reset 50 ms.
+  void PowerOn();
+  std::uint8_t Read(std::uint8_t port, Nanos now);
+  void Write(std::uint8_t port, std::uint8_t value, Nanos now);
+
+  std::uint8_t Status(int channel, Nanos now) const;
+  // The position, 0 to 15, at which the cylinder stands; -1 while it moves, stands between two, or is not
+  // there.
+  int StandsAt(int channel, Nanos now) const;
+  // Where it is, in thousandths of a position.
+  std::int32_t PlaceAt(int channel, Nanos now) const;
+  bool InAlarm(int channel, Nanos now) const;
+  // When the running command ends; nothing when none runs at that time.
+  std::optional<Nanos> NextEvent(int channel, Nanos now) const;
+
+  // The cylinder stops where it is. The reset clears the alarm unless it is to come back that many times.
+  void RaiseAlarm(int channel, std::uint8_t alarmsToCome, Nanos now);
+  // The alarm stays until it is reset, and then does not come back.
+  void EndAlarmCause(int channel, Nanos now);
+  void SetNoAcknowledge(int channel, bool fault, Nanos now);
+
+ private:
+  void Command(int channel, std::uint8_t value, Nanos now);
+  void Begin(int channel, std::uint8_t phase, std::int32_t to, Nanos duration, Nanos now);
+  void Settle(int channel, Nanos now);
+
+  CylinderCardState& State;
+};
+
+}  // namespace rack

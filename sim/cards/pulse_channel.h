@@ -1,0 +1,100 @@
+// One pulse generator with its motor and encoder counter, as the stepper and the servo card have several.
+//
+// Control byte
+//   bit 7     direction: clear counts up, set counts down
+//   bit 6     level of the stop input that stops the move: set on, clear off
+//   bit 5     force: the external stop does not matter for this move
+//   bit 3     count stop: the move ends with the pulse after which |count| is the stop count or more
+//   bit 2     external stop: the move ends when the stop input has the level of bit 6, and does not start
+//   while it has bits 1,0  which of the stop inputs 0 to 3 is looked at
+//
+// The step and stop registers hold twice the number; bit 0 is not looked at. A move takes its registers at
+// the start: what is written while it runs counts for the next start. A start during a move ends that move
+// and begins the new one. Pulse k of a move comes k / rate after its start. A rate of 0 makes no pulse: such
+// a move is busy for ever.
+#pragma once
+
+#include <optional>
+
+#include "cards/card.h"
+
+namespace rack {
+
+struct PulseChannelState {
+  // Where things stood after SettledPulses pulses of the move that started last.
+  std::int64_t Position;  // of the mechanics, in steps; no clear touches it
+  std::int64_t Encoder;   // counts
+  std::int64_t SettledPulses;
+  // The move that started last, its registers as they were at the start.
+  Nanos MoveStart;
+  std::int64_t MoveSteps;
+  std::int64_t MoveRate;  // pulses per second
+  std::int64_t MoveStop;  // stop count
+  // Registers.
+  std::uint32_t Steps;      // twice the number of steps
+  std::uint32_t StopCount;  // twice the stop count
+  std::uint32_t EncoderLatch;
+  // Fault: every LoseEvery-th pulse moves nothing; 0: none is lost.
+  std::uint32_t LoseEvery;
+  std::uint32_t Moves;  // started since power-on
+  std::uint16_t StartSteps;
+  std::uint16_t Compensation;
+  std::uint8_t Control;
+  std::uint8_t Frequency;
+  std::uint8_t MoveControl;
+  std::uint8_t Running;  // 1 from the start until the end of the move has been settled; see Busy
+  std::uint8_t Held;     // 1 while the generator's clear register is not 0: no move starts
+  std::uint8_t Blocked;  // fault, 1: pulses come, nothing moves
+  std::uint8_t StopInputs;
+  std::uint8_t Reserved;
+};
+static_assert(kSharable<PulseChannelState> && sizeof(PulseChannelState) == 88);
+
+class PulseChannel {
+ public:
+  explicit PulseChannel(PulseChannelState& state) : State(state) {}
+  void PowerOn();
+
+  // Byte 0 (lowest) to 3 of the step and stop registers, byte 0 or 1 of the two short ones.
+  void WriteSteps(int byte, std::uint8_t value);
+  void WriteStopCount(int byte, std::uint8_t value);
+  void WriteStartSteps(int byte, std::uint8_t value);
+  void WriteCompensation(int byte, std::uint8_t value);
+
+  void Start(std::uint32_t pulsesPerUnit, Nanos now);
+  // Not 0: ends the move where it is and lets none start. 0: releases.
+  void ClearGenerator(std::uint8_t value, Nanos now);
+  // Not 0: sets the encoder counter to 0.
+  void ClearEncoder(std::uint8_t value, Nanos now);
+  // Offset binary, 0x80000000 is count 0. Byte 0 latches the counter; bytes 1 to 3 come from the latch, so
+  // that a count read lowest byte first is one that stood at one moment.
+  std::uint8_t ReadEncoder(int byte, Nanos now);
+
+  bool Busy(Nanos now) const;
+  std::int64_t PositionAt(Nanos now) const;
+  std::int64_t EncoderAt(Nanos now) const;
+  // When the move started last ends or has ended, if nothing interferes; nothing: no move, or one that never
+  // ends.
+  std::optional<Nanos> MoveEnd() const;
+  // When the running move brings the position to the given one; nothing: it does not, or has passed it.
+  std::optional<Nanos> ReachTime(std::int64_t position) const;
+
+  void SetStopInput(int input, bool level, Nanos now);
+  void SetBlocked(bool blocked, Nanos now);
+  void SetLoseEvery(std::uint32_t every, Nanos now);
+
+ private:
+  std::optional<std::int64_t> LastPulse() const;
+  std::int64_t PulsesAt(Nanos now) const;
+  Nanos PulseTime(std::int64_t pulse) const;
+  std::int64_t MovedAfter(std::int64_t pulse) const;
+  std::optional<std::int64_t> PulseThatMoves(std::int64_t steps) const;
+  int Direction() const;
+  bool StopActive(std::uint8_t control) const;
+  void Settle(Nanos now);
+  void EndMove(Nanos now);
+
+  PulseChannelState& State;
+};
+
+}  // namespace rack
