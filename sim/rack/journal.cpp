@@ -9,7 +9,8 @@ void Append(JournalRing& ring, const JournalRecord& record) {
   std::memcpy(words, &record, sizeof words);
   const std::uint32_t number = ring.Next.load(std::memory_order_relaxed);
   JournalCell& cell = ring.Cells[number % kJournalCapacity];
-  // A stamp of 0 goes out before any word does: a reader that sees a new word under an old stamp finds the stamp gone.
+  // A stamp of 0 goes out before any word does: a reader that sees a new word under an old stamp finds the
+  // stamp gone.
   cell.Stamp.store(0, std::memory_order_relaxed);
   for (std::uint32_t i = 0; i < kRecordWords; ++i) cell.Words[i].store(words[i], std::memory_order_release);
   cell.Stamp.store(number + 1, std::memory_order_release);

@@ -1,7 +1,7 @@
 // The rack's journal: what happened on the bus and in the machine, in the order of its recording.
 //
-// A ring in the rack's state. The controller's side appends; any number of readers in other processes follow it. A
-// reader that falls behind by more than the ring holds is told how many records it lost.
+// A ring in the rack's state. The controller's side appends; any number of readers in other processes follow
+// it. A reader that falls behind by more than the ring holds is told how many records it lost.
 #pragma once
 
 #include <atomic>
@@ -41,8 +41,8 @@ enum class JournalKind : std::uint8_t {
 constexpr std::uint8_t kMainThread = 0xFE;
 constexpr std::uint8_t kUnknownTask = 0xFF;
 
-// One record. Task: 0 keypad, 1 to 8 PLC task, 9 network, kMainThread or kUnknownTask. File: number of the program file
-// in the state's list, counted from 1, 0 for none. Line counts from 1.
+// One record. Task: 0 keypad, 1 to 8 PLC task, 9 network, kMainThread or kUnknownTask. File: number of the
+// program file in the state's list, counted from 1, 0 for none. Line counts from 1.
 struct JournalRecord {
   Nanos Time;
   JournalKind Kind;
@@ -58,7 +58,8 @@ static_assert(sizeof(JournalRecord) == 24);
 constexpr std::uint32_t kJournalCapacity = 1U << 18;
 constexpr std::uint32_t kRecordWords = sizeof(JournalRecord) / sizeof(std::uint32_t);
 
-// A record as it lies in the ring: its number plus one, 0 while it is being written, then its contents word by word.
+// A record as it lies in the ring: its number plus one, 0 while it is being written, then its contents word
+// by word.
 struct JournalCell {
   std::atomic<std::uint32_t> Stamp;
   std::atomic<std::uint32_t> Words[kRecordWords];

@@ -1,8 +1,9 @@
-// The simulated rack: slot select and cards as the bus reaches them, with the machine that hangs on the cards.
+// The simulated rack: slot select and cards as the bus reaches them, with the machine that hangs on the
+// cards.
 //
-// Works on a state in memory and is told the time at each call; it has no clock, no thread and no lock of its own:
-// callers take turns. Between two calls nothing moves; a call first works out what has happened since the last one,
-// each event at its own time.
+// Works on a state in memory and is told the time at each call; it has no clock, no thread and no lock of its
+// own: callers take turns. Between two calls nothing moves; a call first works out what has happened since
+// the last one, each event at its own time.
 #pragma once
 
 #include <cstdint>
@@ -30,26 +31,51 @@ class Rack final : private EventSink {
   // One write. Port 0 selects a slot; what a missing card is told is lost.
   void WritePort(std::uint8_t port, std::uint8_t value, Nanos now, const Origin& origin = {});
 
-  // Applies the requests that have arrived and works the machine out up to now. Time never runs backwards: an earlier
-  // now counts as the time reached.
+  // Applies the requests that have arrived and works the machine out up to now. Time never runs backwards: an
+  // earlier now counts as the time reached.
   void AdvanceTo(Nanos now);
 
   // Appends a record to the journal, at the time reached.
-  void Note(JournalKind kind, std::uint8_t slot, std::uint8_t port, std::int32_t value, const Origin& origin = {});
+  void Note(JournalKind kind, std::uint8_t slot, std::uint8_t port, std::int32_t value,
+            const Origin& origin = {});
+
+  // Switches the power on, at time 0: cards and links as they stand in the state, these inputs switched on.
+  void PowerOn(const std::uint16_t (&inputsOn)[kMaxEntries]);
 
  private:
-  struct Outputs {
-    std::uint32_t Bits;  // outputs 0 to 15, relays from bit 16
-  };
+  void InputEdge(SignalRef input, bool level, Nanos at) override;
+  void Counted(int link, std::uint32_t count, Nanos at) override;
 
-  // implementation below is filled in rack.cpp
+  void MakeView();
+  void Reach(Nanos at);
+  Nanos NextOwnEvent() const;
+  void HandleOwnEvents();
+  void PressKey(std::uint32_t code, bool repeated);
+  void KeyTaken();
+  void ShowInput(int slot, int channel);
+  void ShowInputs(int slot, std::uint16_t before);
+  void TakeRequests();
+  RequestResult Apply(const Request& request, std::uint32_t number);
+  RequestResult SetInput(const Request& request);
+  RequestResult BeginFault(const Request& request);
+  RequestResult EndFault(const Request& request);
+  void Impose(const FaultRecord& fault, bool begins);
+  void End(int row);
+  bool Faulty(FaultKind kind, int slot) const;
+  void NoteOutputs(int slot, std::uint32_t before, const Origin& origin);
+  void NoteMotion(int slot, bool always);
+
   const RackImage& Image;
   RackLive& Live;
-  RequestRing* Requests;
-  JournalRing* Journal;
+  RequestRing* Requests = nullptr;
+  JournalRing* Journal = nullptr;
+  MachineView View{};
+  Plant Machine;
+  // What the journal was told last, so that it is told again only of what has changed.
+  std::int32_t NotedCount[kSlots][kStepperChannels]{};
+  Nanos NotedAt[kSlots][kStepperChannels]{};
+  bool NotedBusy[kSlots][kStepperChannels]{};
+  std::int32_t NotedCylinder[kSlots][kCylinderChannels]{};
 };
-
-// Level of an output (0 to 15) or relay (16 to 23) of the card in a slot; false where there is none.
-bool OutputLevel(const RackImage& image, const RackLive& live, int slot, int channel);
 
 }  // namespace rack

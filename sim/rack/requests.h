@@ -1,8 +1,8 @@
 // Requests to the rack: how another program turns a signal, presses a key or raises a fault.
 //
-// A ring in the rack's state. Only the tool's side writes requests and moves Sent; only the controller's side applies
-// them, at its next bus access and in order, writes the results and moves Done. Several tools take turns by a lock on
-// the state file.
+// A ring in the rack's state. Only the tool's side writes requests and moves Sent; only the controller's side
+// applies them, at its next bus access and in order, writes the results and moves Done. Several tools take
+// turns by a lock on the state file.
 #pragma once
 
 #include <atomic>
@@ -14,9 +14,9 @@ namespace rack {
 
 enum class RequestKind : std::uint32_t {
   None = 0,
-  SetInput,      // Slot, Channel, Value 0 or 1: the input shows this level until it is released
-  ReleaseInput,  // Slot, Channel: the machine drives the input again
-  PressKey,      // Value: scan code; Duration: how long it is held
+  SetInput,           // Slot, Channel, Value 0 or 1: the input shows this level until it is released
+  ReleaseInput,       // Slot, Channel: the machine drives the input again
+  PressKey,           // Value: scan code; Duration: how long it is held
   PressFunctionKeys,  // Value: function-key bits; Duration: how long they are held
   BeginFault,         // Fault, Slot, Channel, Value by the kind of the fault; Duration: 0 until it is cleared
   EndFault,           // Fault, Slot, Channel: as they were given
@@ -25,10 +25,10 @@ enum class RequestKind : std::uint32_t {
 
 enum class FaultKind : std::uint8_t {
   None = 0,
-  CardPulled,     // Slot: reads give 0xFF, writes are lost
-  InputStuck,     // Slot, Channel, Value 0 or 1
-  CylinderAlarm,  // Slot, Channel; Value: alarms that come back after a reset
-  MotorBlocked,   // Slot, Channel: pulses come, the motor stands still
+  CardPulled,       // Slot: reads give 0xFF, writes are lost
+  InputStuck,       // Slot, Channel, Value 0 or 1
+  CylinderAlarm,    // Slot, Channel; Value: alarms that come back after a reset
+  MotorBlocked,     // Slot, Channel: pulses come, the motor stands still
   MotorLosesSteps,  // Slot, Channel; Value: every so many steps one is lost
   CardSilent,       // Slot: the card does not acknowledge commands
   BusReadsFail      // the read call of the device fails
@@ -38,7 +38,7 @@ constexpr int kFaultKinds = 8;
 enum class RequestResult : std::uint32_t {
   Pending = 0,
   Done,
-  NoSuchCard,     // no card in this slot, or one without such channels
+  NoSuchCard,  // no card in this slot, or one without such channels
   NoSuchChannel,
   NoFunctionKeys,  // the CPU card has no function-key register
   TooManyFaults,
@@ -73,8 +73,8 @@ struct RequestRing {
   RequestCell Cells[kRequestCapacity];
 };
 
-// Puts a request into the ring and yields its number. False when the ring is full: nobody has applied requests for a
-// while. REQUIRES: the caller is the only sender at this moment (StateFile::SenderLock).
+// Puts a request into the ring and yields its number. False when the ring is full: nobody has applied
+// requests for a while. REQUIRES: the caller is the only sender at this moment (StateFile::SenderLock).
 bool Send(RequestRing& ring, const Request& request, std::uint32_t& number);
 
 // What became of a request; Pending until the controller's side has applied it. A request that more than

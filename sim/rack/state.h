@@ -13,20 +13,14 @@
 #include <memory>
 #include <string>
 
-#include "cards/card.h"
-#include "cards/cpu_card.h"
-#include "cards/cylinder_card.h"
-#include "cards/io_card.h"
-#include "cards/servo_card.h"
-#include "cards/stepper_card.h"
+#include "cards/any_card.h"
 #include "plant/plant.h"
 #include "rack/journal.h"
 #include "rack/requests.h"
 
 namespace rack {
 
-constexpr int kSlots = 13;    // slot 0 is the CPU card, 1 to 12 the plug-in slots
-constexpr int kEntries = 12;  // rows of the controller's card table
+constexpr int kSlots = 13;  // slot 0 is the CPU card, 1 to 12 the plug-in slots
 constexpr int kMaxFaults = 32;
 constexpr int kMaxSignals = 512;
 constexpr int kSignalNameSize = 40;  // terminating zero included
@@ -35,9 +29,8 @@ constexpr int kMaxProgramFiles = 128;
 constexpr int kPathSize = 208;
 constexpr int kLineSize = 1024;
 
-enum class CardKind : std::uint32_t { None = 0, Cpu, Io, Stepper, Cylinder, Servo };
-
-// The kind's word in the rack file and on displays: "cpu", "io", "stepper", "cylinder", "servo"; "empty" for None.
+// The kind's word in the rack file and on displays: "cpu", "io", "stepper", "cylinder", "servo"; "empty" for
+// None.
 const char* KindName(CardKind kind);
 
 // Which of the two device names exists.
@@ -52,27 +45,19 @@ struct SignalName {
 };
 static_assert(sizeof(SignalName) == 44);
 
-// What the rack file says, and the options of the run.
+// What the rack file says of the rack as a whole, and the options of the run.
 struct RackImage {
   DeviceName Device;
   std::uint32_t RestartFails;  // 1: the restart call returns an error instead of ending the process
-  CardKind Kinds[kSlots];      // by slot
   std::uint32_t EntryCount;    // rows of the card table after the controller's scan
-  std::uint8_t EntrySlot[kEntries];
+  std::uint8_t EntrySlot[kMaxEntries];
   SignalName Signals[kMaxSignals];
-  PlantTables Plant;
+  char LinkNames[kMaxLinks][kSignalNameSize];  // what the rack file calls the plant's links; empty: nothing
 };
+static_assert(sizeof(RackImage) == 24 + 44 * kMaxSignals + 40 * kMaxLinks);
 
-union CardState {
-  CpuCardState Cpu;
-  IoCardState Io;
-  StepperCardState Stepper;
-  CylinderCardState Cylinder;
-  ServoCardState Servo;
-};
-
-// Inputs 0 to 15 of a card, one bit each. The card shows the natural level, over it what was set by hand, over both
-// what a fault holds.
+// Inputs 0 to 15 of a card, one bit each. The card shows the natural level, over it what was set by hand,
+// over both what a fault holds.
 struct InputLevels {
   std::uint16_t Natural;
   std::uint16_t SetMask;
@@ -113,15 +98,16 @@ struct KeyState {
 };
 static_assert(sizeof(KeyState) == 48);
 
-// What the controller's own file calls tell about a task. File numbers count from 1 in RackLive::ProgramFiles.
+// What the controller's own file calls tell about a task. File numbers count from 1 in
+// RackLive::ProgramFiles.
 struct TaskRecord {
-  std::uint32_t MainFile;    // open main program, 0: none
-  std::uint32_t BlockFile;   // open block file, 0: none
-  std::uint32_t File;        // file of the line read last, 0: none yet
-  std::uint32_t Line;        // its line, counted from 1
-  std::uint32_t EndReads;    // reads at the end of a file since that line: it is executed again at each
-  std::uint32_t FailedOpens;  // program files that could not be opened, since power-on
-  std::uint32_t Searches;     // label searches since power-on
+  std::uint32_t MainFile;      // open main program, 0: none
+  std::uint32_t BlockFile;     // open block file, 0: none
+  std::uint32_t File;          // file of the line read last, 0: none yet
+  std::uint32_t Line;          // its line, counted from 1
+  std::uint32_t EndReads;      // reads at the end of a file since that line: it is executed again at each
+  std::uint32_t FailedOpens;   // program files that could not be opened, since power-on
+  std::uint32_t Searches;      // label searches since power-on
   std::uint32_t SearchFailed;  // 1: the last label search found nothing
   Nanos LineSince;             // when the line was read
   Nanos LastEndRead;
@@ -137,8 +123,8 @@ static_assert(sizeof(TaskRecord) == 72 + kLineSize + kPathSize);
 static_assert(offsetof(TaskRecord, LineSince) == 32);
 
 struct ControllerRecord {
-  std::int32_t Process;     // process number of the controller that attached last
-  std::uint32_t Attaches;   // controllers that opened (or tried to open) the device since power-on
+  std::int32_t Process;    // process number of the controller that attached last
+  std::uint32_t Attaches;  // controllers that opened (or tried to open) the device since power-on
   std::uint32_t DeviceOpen;
   std::uint32_t Syncs;
   std::uint32_t Restarts;
@@ -157,7 +143,7 @@ struct RackLive {
   InputLevels Inputs[kSlots];
   std::uint32_t Reserved;
   FaultRecord Faults[kMaxFaults];
-  CardState Cards[kSlots];
+  CardState Cards[kSlots];  // by slot
   PlantState Plant;
   TaskRecord Tasks[kTaskRecords];
   char ProgramFiles[kMaxProgramFiles][kPathSize];
@@ -189,7 +175,8 @@ static_assert(std::is_standard_layout_v<RackState>);
 struct RackSetup {
   RackImage Image;
   CardState Cards[kSlots];
-  std::uint16_t Inputs[kSlots];  // levels at power-on
+  PlantState Plant;                     // its links
+  std::uint16_t InputsOn[kMaxEntries];  // inputs that are switched on at power-on, by entry
 };
 
 // An empty rack: device "em_isa", a CPU card with one task, nothing in the slots.
@@ -197,31 +184,27 @@ void MakeEmptySetup(RackSetup& setup);
 // A card with its power-on registers in a slot (0 to 12; slot 0 takes only the CPU card).
 void InsertCard(RackSetup& setup, int slot, CardKind kind);
 // Numbers the card table's rows as the controller's scan will: the CPU card, then the slots in rising order.
-void AssignEntries(RackImage& image);
+void AssignEntries(RackSetup& setup);
 
 // Slot of a row of the card table, -1 when the row is not used.
 int SlotOfEntry(const RackImage& image, int entry);
 // Row of the card in a slot, -1 when it has none.
 int EntryOfSlot(const RackImage& image, int slot);
 
-// How many channels a card of this kind has.
-struct ChannelCounts {
-  int Inputs;
-  int Outputs;  // the I/O card's relays included, from channel 16
-  int Motors;
-  int Cylinders;
-};
-ChannelCounts CountsOf(CardKind kind);
-
 // The row of a signal's name, null when the channel has none.
 const SignalName* NameOf(const RackImage& image, bool output, int entry, int channel);
 // The signal of that name (upper and lower case differ), null when there is none.
 const SignalName* FindSignal(const RackImage& image, const char* name);
 
+// Exit status of a controller that ended by an intercepted restart.
+constexpr int kRestartStatus = 85;
+// Environment variable that tells the preloaded library its state file.
+constexpr const char* kStateVariable = "VELMO_RACK_STATE";
+
 // CLOCK_MONOTONIC in nanoseconds.
 Nanos MonotonicNow();
 
-// A mapping of a state file. Errors come as text in `error`, which is null-terminated at every result.
+// A mapping of a state file. What fails says why in `error`.
 class StateFile {
  public:
   StateFile() = default;
@@ -232,7 +215,7 @@ class StateFile {
   // Power-on: creates or replaces the file, with the given rack at its time 0.
   bool Create(const std::string& path, const RackSetup& setup, std::string& error);
   bool Open(const std::string& path, std::string& error);
-  // True as well when another process has replaced the file since: the machine was powered on again.
+  // Whether the file has been replaced since: the machine was powered on again.
   bool Replaced() const;
   void Close();
 
@@ -258,11 +241,11 @@ class StateFile {
   std::string Path;
 };
 
-// Puts the power-on state of a rack into (zeroed) memory.
+// Puts the power-on state of a rack into zeroed memory.
 void PowerOn(RackState& state, const RackSetup& setup, Nanos monotonic);
 
-// A copy of what the controller's side keeps changing. False when no steady moment was found within about 100 ms
-// (the controller ended in the middle of a change): the copy may then be torn.
+// A copy of what the controller's side keeps changing. False when no steady moment was found within about 100
+// ms (the controller ended in the middle of a change): the copy may then be torn.
 bool CopyLive(const RackLive& live, RackLive& copy);
 
 // Marks a change of RackLive for readers. The controller's side only, one thread at a time.
