@@ -1,0 +1,63 @@
+// Digital inputs and outputs, as the CPU card and the I/O card have them.
+#pragma once
+
+#include "kova_man.h"
+#include "numbers.h"
+
+// Bit of a channel in its register byte; a negative channel has none.
+inline unsigned char ChannelBit(int ChIdx) {
+  return ChIdx < 0 ? static_cast<unsigned char>(0) : static_cast<unsigned char>(1 << (ChIdx % 8));
+}
+
+// The parameter of IF, "level&name if equal&name otherwise".
+struct IfFields {
+  int Level;
+  char szFun1[MAXNAME];  // if the input has the level
+  char szFun0[MAXNAME];  // otherwise
+};
+
+// false: text null, a field missing, or a name that does not fit.
+bool ReadIfFields(const char* text, IfFields* fields);
+// Copies the block name into out (MAXNAME bytes). 0: the name is "NUL" in any letter case, no block. Else 1.
+int PassBlockName(const char* name, char* out);
+
+// OUT, LD and IF of a card, whose OutPort(ChIdx) and InPort(ChIdx) say which register a channel stands in.
+// Output registers read back the byte last written; the driver keeps no copy.
+template <class Card>
+class DigitalCard : public CardBody<Card> {
+ public:
+  // Level of an input; LOW for a negative channel.
+  HILOW DigIn(int ChIdx) {
+    const unsigned char Byte = this->InB(this->Self().InPort(ChIdx));
+    return (Byte & ChannelBit(ChIdx)) != 0 ? HI : LOW;
+  }
+
+  // pArgc: 1 switches on, any other number off. A negative channel writes its byte back unchanged.
+  int Cmd_OUT(int ChIdx, void* pArgc) override {
+    if (pArgc == nullptr) return 0;
+    const int HiLow = ToNumber<int>(static_cast<const char*>(pArgc));
+    const unsigned short port = this->Self().OutPort(ChIdx);
+    const unsigned char SwBit = ChannelBit(ChIdx);
+
+    const ScopedLock hold(this->CardLock);
+    const unsigned char OutReg = this->InB(port);
+    this->OutB(port, static_cast<unsigned char>(HiLow == 1 ? OutReg | SwBit : OutReg & ~SwBit));
+    return 1;
+  }
+
+  // pArgc: the wanted level; any but 0 and 1 is never met.
+  int Cmd_LD(int ChIdx, void* pArgc) override {
+    if (pArgc == nullptr) return 0;
+    return DigIn(ChIdx) == ToNumber<int>(static_cast<const char*>(pArgc)) ? 1 : 0;
+  }
+
+  // 0 for a channel outside 0 to 15, missing fields, a name of MAXNAME characters or more, or the name NUL;
+  // -1 without an output buffer; tested in this order.
+  int Cmd_IF(int ChIdx, void* pArgc, char* pOutParameter) override {
+    IfFields fields;
+    if (ChIdx < 0 || ChIdx > 15) return 0;
+    if (!ReadIfFields(static_cast<const char*>(pArgc), &fields)) return 0;
+    if (pOutParameter == nullptr) return -1;
+    return PassBlockName(DigIn(ChIdx) == fields.Level ? fields.szFun1 : fields.szFun0, pOutParameter);
+  }
+};
