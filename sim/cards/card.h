@@ -36,4 +36,16 @@ template <class T>
 constexpr bool kSharable = std::is_trivially_copyable_v<T>&& std::is_standard_layout_v<T>&&
     std::has_unique_object_representations_v<T>;
 
+// Byte number index, 0 the lowest, of a register that is wider than the bus.
+template <class T>
+constexpr std::uint8_t ByteOf(T value, int index) {
+  return static_cast<std::uint8_t>(value >> (8 * index));
+}
+
+template <class T>
+constexpr void SetByte(T& value, int index, std::uint8_t byte) {
+  const int shift = 8 * index;
+  value = static_cast<T>((value & ~(T{0xFF} << shift)) | (T{byte} << shift));
+}
+
 }  // namespace rack

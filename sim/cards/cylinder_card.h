@@ -20,6 +20,7 @@
 //           bit 0 a command has been taken and is not finished
 // In position: 0x10. Travelling or setting up: 0x61. Resetting: 0x29. Stopped on the way: 0x20. Alarm: 0x80.
 //
+// An alarm or a reset stops the cylinder where it is; the alarm hides bits 6 to 3.
 // Bit 0 of the status sets 1 us after the command, bit 0 of port 5 clears 2 us after it. A command replaces
 // the one that runs; during an alarm or a reset only a reset has an effect, the others are taken and let go.
 // Any other port and "-" read 0xFF; writes marked "-" and to other ports are lost.
@@ -45,7 +46,7 @@ struct CylinderChannelState {
   std::uint8_t Alarm;          // 1: in alarm
   std::uint8_t AlarmsToCome;   // how many resets end in alarm again; kAlarmForEver: all
   std::uint8_t NoAcknowledge;  // fault, 1: commands are held and neither taken nor let go
-  std::uint8_t HasCommand;     // 1: a command was written since power-on
+  std::uint8_t Handshake;      // what became of the command last written
   std::uint8_t Reserved[3];
 };
 static_assert(kSharable<CylinderChannelState> && sizeof(CylinderChannelState) == 40);
@@ -88,9 +89,9 @@ class CylinderCard {
   void SetNoAcknowledge(int channel, bool fault, Nanos now);
 
  private:
-  void Command(int channel, std::uint8_t value, Nanos now);
-  void Begin(int channel, std::uint8_t phase, std::int32_t to, Nanos duration, Nanos now);
-  void Settle(int channel, Nanos now);
+  bool HoldsCommand(int channel, Nanos now) const;
+  CylinderChannelState& Settle(int channel, Nanos now);
+  void Command(std::uint8_t value, Nanos now);
 
   CylinderCardState& State;
 };

@@ -20,6 +20,11 @@
 
 namespace rack {
 
+// The rate of a card: pulses per second and unit of frequency code. The limit keeps a move's arithmetic
+// within 64 bits.
+constexpr std::uint32_t kDefaultPulsesPerUnit = 100;
+constexpr std::uint32_t kMaxPulsesPerUnit = 1000000;
+
 struct PulseChannelState {
   // Where things stood after SettledPulses pulses of the move that started last.
   std::int64_t Position;  // of the mechanics, in steps; no clear touches it
@@ -84,7 +89,8 @@ class PulseChannel {
   void SetLoseEvery(std::uint32_t every, Nanos now);
 
  private:
-  std::optional<std::int64_t> LastPulse() const;
+  bool Counts() const { return State.Running != 0 && State.MoveRate > 0; }
+  std::int64_t LastPulse() const;
   std::int64_t PulsesAt(Nanos now) const;
   Nanos PulseTime(std::int64_t pulse) const;
   std::int64_t MovedAfter(std::int64_t pulse) const;
@@ -92,7 +98,6 @@ class PulseChannel {
   int Direction() const;
   bool StopActive(std::uint8_t control) const;
   void Settle(Nanos now);
-  void EndMove(Nanos now);
 
   PulseChannelState& State;
 };

@@ -45,6 +45,8 @@ class ServoCard {
   void SetStopInput(int input, bool level, Nanos now);
 
  private:
+  std::uint8_t Busy(Nanos now) const;
+
   ServoCardState& State;
 };
 

@@ -24,9 +24,6 @@
 namespace rack {
 
 constexpr int kStepperChannels = 8;
-constexpr std::uint32_t kDefaultPulsesPerUnit = 100;
-// Of the rate setting: keeps a move's arithmetic within 64 bits.
-constexpr std::uint32_t kMaxPulsesPerUnit = 1000000;
 
 struct StepperCardState {
   std::uint8_t Version;

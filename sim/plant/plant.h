@@ -119,13 +119,17 @@ class Plant {
   bool InputLevel(SignalRef input) const;
 
  private:
+  CardState* Card(int entry) const;
   bool SignalLevel(SignalRef signal) const;
   bool Holds(const PlantLink& link, Nanos at) const;
+  bool IsTrue(const PlantLink& link, Nanos at) const;
   Nanos NextChange(const PlantLink& link) const;
-  bool Update(int index, Nanos at);
+  void TakeOver(int index);
   void UpdateAll(Nanos at);
+  bool Update(int index, Nanos at);
+  void React(int index, Nanos at);
+  void Schedule(int index, bool level, Nanos at);
   void Apply(int index, bool level, Nanos at);
-  void Schedule(PlantLinkState& state, bool level, Nanos at) const;
   void RefreshInput(SignalRef input, Nanos at);
 
   PlantState& State;
