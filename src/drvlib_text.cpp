@@ -1,0 +1,134 @@
+// Console, comparison and numeric routines: no hardware behind them, so tools can link them.
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include "drvlib.h"
+#include "locks.h"
+#include "public.h"
+
+pthread_mutex_t DispLock;
+
+namespace {
+
+// Longer than any line: a program line or a datagram with what is said about it.
+constexpr size_t CONSOLESIZE = 4096;
+
+class ConsoleLine {
+ public:
+  void Add(const char* format, ...) __attribute__((format(printf, 2, 3))) {
+    va_list arguments;
+    va_start(arguments, format);
+    AddList(format, arguments);
+    va_end(arguments);
+  }
+
+  void AddList(const char* format, va_list arguments) {
+    const int count = std::vsnprintf(Text + Length, sizeof Text - Length, format, arguments);
+    if (count > 0) Length += static_cast<size_t>(count);
+    if (Length >= sizeof Text) Length = sizeof Text - 1;
+  }
+
+  // One system call, so that the line leaves at once whatever standard output is. A console that is gone or
+  // full must not stop the machine: errors are ignored.
+  void Print() const {
+    size_t done = 0;
+    while (done < Length) {
+      const ssize_t count = write(STDOUT_FILENO, Text + done, Length - done);
+      if (count < 0 && errno == EINTR) continue;
+      if (count <= 0) return;
+      done += static_cast<size_t>(count);
+    }
+  }
+
+ private:
+  char Text[CONSOLESIZE];
+  size_t Length = 0;
+};
+
+int UpperCase(char character) {
+  const int byte = static_cast<unsigned char>(character);
+  return byte >= 'a' && byte <= 'z' ? byte - 'a' + 'A' : byte;
+}
+
+unsigned long Median(unsigned long first, unsigned long second, unsigned long third) {
+  const unsigned long larger = first > second ? first : second;
+  const unsigned long smaller = first > second ? second : first;
+  if (third >= larger) return larger;
+  return third >= smaller ? third : smaller;
+}
+
+}  // namespace
+
+int Wprintf(int TaskNo, const char* format, ...) {
+  const ScopedLock lock(DispLock);
+  ConsoleLine line;
+  if (TaskNo == TASK_KEY) {
+    line.Add("PLCKey: ");
+  } else if (TaskNo == TASK_NET) {
+    line.Add("PLCNet: ");
+  } else {
+    line.Add("PLC%d: ", TaskNo);
+  }
+  va_list arguments;
+  va_start(arguments, format);
+  line.AddList(format, arguments);
+  va_end(arguments);
+  line.Print();
+  return -1;
+}
+
+void Console(const char* format, ...) {
+  ConsoleLine line;
+  va_list arguments;
+  va_start(arguments, format);
+  line.AddList(format, arguments);
+  va_end(arguments);
+  line.Print();
+}
+
+int stricmp(const char* str1, const char* str2) {
+  if (str1 == nullptr) return str2 == nullptr ? 0 : -1;
+  if (str2 == nullptr) return 1;
+  const size_t length1 = std::strlen(str1);
+  const size_t length2 = std::strlen(str2);
+  const size_t common = length1 < length2 ? length1 : length2;
+  for (size_t i = 0; i < common; ++i) {
+    const int difference = UpperCase(str1[i]) - UpperCase(str2[i]);
+    if (difference != 0) return difference;
+  }
+  return static_cast<int>(length1) - static_cast<int>(length2);
+}
+
+int MidValueFilter(unsigned long* DatBuf, long DatLen) {
+  const long last = DatLen - 1;
+  if (DatLen < 3) return static_cast<int>(last);
+  unsigned long before = DatBuf[0];
+  for (long i = 1; i < last; ++i) {
+    const unsigned long sample = DatBuf[i];
+    DatBuf[i] = Median(before, sample, DatBuf[i + 1]);
+    before = sample;
+  }
+  DatBuf[0] = DatBuf[1];
+  DatBuf[last] = DatBuf[last - 1];
+  return static_cast<int>(last);
+}
+
+int Sort(float* DatBuf, long DatLen) {
+  for (long i = 0; i < DatLen - 1; ++i) {
+    for (long j = i + 1; j < DatLen; ++j) {
+      if (!(DatBuf[i] > DatBuf[j])) continue;
+      const float larger = DatBuf[i];
+      DatBuf[i] = DatBuf[j];
+      DatBuf[j] = larger;
+    }
+  }
+  return static_cast<int>(DatLen);
+}
+
+void FastDelay(int Delay) {
+  for (volatile int count = 0; count < Delay;) count = count + 1;
+}

@@ -1,0 +1,397 @@
+#include "plctask.h"
+
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "drvlib.h"
+#include "kova_man.h"
+#include "locks.h"
+#include "readini.h"
+#include "synx.h"
+#include "waits.h"
+
+std::atomic<HKEY> GlobeHKey[MAXKEYTASK];
+pthread_mutex_t FileLock;
+
+namespace {
+
+constexpr const char* RESETPROGRAM = "RESET.PLC";
+constexpr const char* FLOWPROGRAM = "FLOW.PLC";
+
+constexpr int COMMANDPAUSE_MS = 10;     // between two commands, until G_ST changes it
+constexpr int NOCOMMANDPAUSE_US = 100;  // after a line that holds no command
+constexpr int ENDPAUSE_MS = 1000;
+constexpr int KEYPAUSE_MS = 50;  // before and after a poll of the keypad
+// A task that has nothing to read can only be woken by a key, which stays in the mailbox for about 100 ms:
+// pausing for less costs no key and next to no processor time.
+constexpr int IDLEPAUSE_MS = 30;
+
+// A program file. Whatever touches the open file list or the file's place takes FileLock; a search does not.
+class ProgramFile {
+ public:
+  ProgramFile() = default;
+  ~ProgramFile() { Close(); }
+  ProgramFile(const ProgramFile&) = delete;
+  ProgramFile& operator=(const ProgramFile&) = delete;
+
+  bool Open(const char* path) {
+    Close();
+    const ScopedLock lock(FileLock);
+    File = std::fopen(path, "rt");
+    if (File != nullptr && IsDirectory()) CloseFile();
+    return File != nullptr;
+  }
+
+  void Close() {
+    if (File == nullptr) return;
+    const ScopedLock lock(FileLock);
+    CloseFile();
+  }
+
+  // False at the end of the file or after a failed read: the line is then as it was.
+  bool ReadLine(char (&line)[MAXLINE]) {
+    char text[MAXLINE];
+    const ScopedLock lock(FileLock);
+    if (std::fgets(text, sizeof text, File) == nullptr) return false;
+    std::strcpy(line, text);
+    return true;
+  }
+
+  void Rewind() {
+    if (File != nullptr) std::rewind(File);
+  }
+
+  bool IsOpen() const { return File != nullptr; }
+  FILE* Get() const { return File; }
+
+ private:
+  // A directory can be opened like a file, but holds no lines.
+  bool IsDirectory() const {
+    struct stat status;
+    return fstat(fileno(File), &status) == 0 && S_ISDIR(status.st_mode);
+  }
+
+  void CloseFile() {
+    std::fclose(File);
+    File = nullptr;
+  }
+
+  FILE* File = nullptr;
+};
+
+// The state of one PLC task; only its own thread touches it.
+struct PLCTASK {
+  explicit PLCTASK(int taskNo) : TaskNo(taskNo) {}
+
+  int TaskNo;
+  HKEY HKey = HKEY_NUL;               // key of this pass; HKEY_NUL once consumed
+  int IsStep = 0;                     // 1: step mode
+  int IsStepIn = 0;                   // 1: step latch, HKEY_Enter does not leave step mode
+  int IsWait = 0;                     // 1: the line's condition is not met, the next pass executes it again
+  int G_Delay = COMMANDPAUSE_MS;      // ms, after an executed command
+  int FunBlock = 0;                   // 1: lines come from the block, not from the main program
+  ProgramFile Fptr;                   // main program
+  ProgramFile Fptrs;                  // block
+  ProgramFile* ComFilePtr = nullptr;  // file of the last line read, null when that has been closed since
+  char szMainFile[MAXNAME] = "";      // name of the main program, empty after EXIT
+  char szLoadFile[MAXNAME] = "";      // its path
+  char szPath[MAXNAME] = "";          // name of the block
+  char szLoadFunFile[MAXNAME] = "";   // its path
+  char szDispFile[MAXNAME] = "";      // name shown in the log line
+  char Buf[MAXLINE] = "";             // current line
+  char szParam1[MAXPARAM] = "";       // line logged last
+  char Charactor[100] = "";           // end of the log line
+  SYNXIDX CmdIdx = SYN_NUL;           // command of the line parsed last, with its parts
+  int SlotIdx = 0;
+  int ChIdx = 0;
+  char szParam[MAXPARAM] = "";
+  char szComment[MAXPARAM] = "";
+  int SRes = 0;  // result of the last card operation
+};
+
+// Copies a name, cut where it does not fit.
+void CopyName(char (&name)[MAXNAME], const char* text) {
+  std::snprintf(name, sizeof name, "%s", text);
+}
+
+// Path of one of the task's files; false when it does not fit.
+bool MakePath(const PLCTASK& task, char (&path)[MAXNAME], const char* name) {
+  const int length = std::snprintf(path, sizeof path, "plc%d/%s", task.TaskNo, name);
+  return length > 0 && length < static_cast<int>(sizeof path);
+}
+
+// GO searches the file of the last line: a closed one must not be searched.
+void CloseProgram(PLCTASK& task, ProgramFile& file) {
+  file.Close();
+  if (task.ComFilePtr == &file) task.ComFilePtr = nullptr;
+}
+
+bool OpenMain(PLCTASK& task, const char* name) {
+  CloseProgram(task, task.Fptr);
+  CopyName(task.szMainFile, name);
+  return MakePath(task, task.szLoadFile, name) && task.Fptr.Open(task.szLoadFile);
+}
+
+void ReportLostMain(const PLCTASK& task) {
+  Wprintf(task.TaskNo, "Load PLC%d Run: [%s] Failed!\n", task.TaskNo, task.szLoadFile);
+}
+
+// Actions of the commands. The result says whether the pause between commands follows.
+enum class PAUSEAFTER { None, Command };
+
+// The block named by szParam. No message when it cannot be opened.
+PAUSEAFTER CallBlock(PLCTASK& task) {
+  CopyName(task.szPath, task.szParam);
+  CloseProgram(task, task.Fptrs);
+  if (!MakePath(task, task.szLoadFunFile, task.szParam)) return PAUSEAFTER::Command;
+  if (!task.Fptrs.Open(task.szLoadFunFile)) return PAUSEAFTER::Command;
+  task.FunBlock = 1;
+  return PAUSEAFTER::None;
+}
+
+PAUSEAFTER RunNothing(PLCTASK&) {
+  return PAUSEAFTER::Command;
+}
+
+PAUSEAFTER RunLD(PLCTASK& task) {
+  Wprintf(task.TaskNo, "SYN_LD: SlotIdx:%d  ChIdx:%d %s\n", task.SlotIdx, task.ChIdx, task.szParam);
+  task.SRes = Task_LD(task.SlotIdx, task.ChIdx, task.szParam);
+  return PAUSEAFTER::Command;
+}
+
+PAUSEAFTER RunOUT(PLCTASK& task) {
+  task.SRes = Task_OUT(task.SlotIdx, task.ChIdx, task.szParam);
+  if (task.SRes < 1) {
+    Wprintf(task.TaskNo, "Task_OUT Fail[%d]:SlotIDx:%d, ChIdx:%d %s\n", task.SRes, task.SlotIdx, task.ChIdx,
+            task.szParam);
+  }
+  return PAUSEAFTER::Command;
+}
+
+PAUSEAFTER RunFL(PLCTASK& task) {
+  return CallBlock(task);
+}
+
+PAUSEAFTER RunDG(PLCTASK& task) {
+  Wprintf(task.TaskNo, "SYN_DG: SlotIdx:%d ChIdx:%d %s\n", task.SlotIdx, task.ChIdx, task.szParam);
+  Task_DG(task.SlotIdx, task.ChIdx, task.szParam);
+  return PAUSEAFTER::Command;
+}
+
+PAUSEAFTER RunEND(PLCTASK& task) {
+  Wprintf(task.TaskNo, "SYN_END:%d \n", task.FunBlock);
+  PauseMillis(ENDPAUSE_MS);
+  if (task.FunBlock == 1) {
+    CloseProgram(task, task.Fptrs);
+    task.FunBlock = 0;
+  } else {
+    task.Fptr.Rewind();
+  }
+  return PAUSEAFTER::None;
+}
+
+PAUSEAFTER RunMOT(PLCTASK& task) {
+  Wprintf(task.TaskNo, "SYN_MOT: SlotIdx:%d  ChIdx:%d %s\n", task.SlotIdx, task.ChIdx, task.szParam);
+  task.SRes = Task_MOT(task.SlotIdx, task.ChIdx, task.szParam);
+  Wprintf(task.TaskNo, "Task_MOT %s[%d]:SlotIDx:%d, ChIdx:%d %s\n", task.SRes > 0 ? "OK" : "Fail", task.SRes,
+          task.SlotIdx, task.ChIdx, task.szParam);
+  return PAUSEAFTER::Command;
+}
+
+PAUSEAFTER RunLDG(PLCTASK& task) {
+  task.SRes = Task_LDG(task.SlotIdx, task.ChIdx, nullptr);
+  return PAUSEAFTER::Command;
+}
+
+PAUSEAFTER RunDLY(PLCTASK& task) {
+  PauseMillis(task.SlotIdx);
+  return PAUSEAFTER::Command;
+}
+
+PAUSEAFTER RunGO(PLCTASK& task) {
+  if (task.ComFilePtr != nullptr) GoFileLine(task.ComFilePtr->Get(), task.SlotIdx);
+  return PAUSEAFTER::Command;
+}
+
+PAUSEAFTER RunEXIT(PLCTASK& task) {
+  task.szMainFile[0] = '\0';
+  CloseProgram(task, task.Fptr);
+  return PAUSEAFTER::Command;
+}
+
+PAUSEAFTER RunLMOT(PLCTASK& task) {
+  task.SRes = Task_LMOT(task.SlotIdx, task.ChIdx, nullptr);
+  return PAUSEAFTER::Command;
+}
+
+PAUSEAFTER RunIF(PLCTASK& task) {
+  Wprintf(task.TaskNo, "SYN_IF: SlotIdx:%d ChIdx:%d %s\n", task.SlotIdx, task.ChIdx, task.szParam);
+  CopyName(task.szPath, task.szParam);
+  // The card gets the whole condition: the name's place may be too short for it.
+  char condition[MAXPARAM];
+  std::strcpy(condition, task.szParam);
+  task.SRes = Task_IF(task.SlotIdx, task.ChIdx, condition, task.szParam);
+  return task.SRes > 0 ? CallBlock(task) : PAUSEAFTER::Command;
+}
+
+PAUSEAFTER RunG_ST(PLCTASK& task) {
+  Wprintf(task.TaskNo, "SYN_G_ST: G_Delay:%dms %s\n", task.SlotIdx, task.szParam);
+  // A negative pause is a slip of the finger and must not mean full speed.
+  if (task.SlotIdx >= 0) task.G_Delay = task.SlotIdx;
+  return PAUSEAFTER::Command;
+}
+
+PAUSEAFTER RunROW(PLCTASK& task) {
+  Wprintf(task.TaskNo, "SYN_ROW: SlotIdx:%d ChIdx:%d %s\n", task.SlotIdx, task.ChIdx, task.szParam);
+  task.SRes = Task_ROW(task.SlotIdx, task.ChIdx, task.szParam);
+  return PAUSEAFTER::Command;
+}
+
+PAUSEAFTER RunROCLR(PLCTASK& task) {
+  Wprintf(task.TaskNo, "SYN_ROCLR: SlotIdx:%d ChIdx:%d %s\n", task.SlotIdx, task.ChIdx, task.szParam);
+  task.SRes = Task_ROCLR(task.SlotIdx, task.ChIdx, nullptr);
+  return PAUSEAFTER::Command;
+}
+
+using RunCommand = PAUSEAFTER (*)(PLCTASK& task);
+
+#define SYNX_ACTION(index, enumerator, keyword, form, gate, repeat, action) &Run##action,
+constexpr RunCommand ACTIONS[] = {SYNX_COMMANDS(SYNX_ACTION)};
+#undef SYNX_ACTION
+static_assert(sizeof ACTIONS / sizeof ACTIONS[0] == SYNMAX, "one action per command");
+
+// What a key leaves of the pass.
+enum class PASS { GoesOn, Ends };
+
+PASS ResetByKey(PLCTASK& task) {
+  task.IsStep = 0;
+  task.IsStepIn = 0;
+  task.IsWait = 0;
+  task.FunBlock = 0;
+  if (OpenMain(task, RESETPROGRAM)) return PASS::GoesOn;
+  ReportLostMain(task);
+  return PASS::Ends;
+}
+
+PASS RunByKey(PLCTASK& task) {
+  Wprintf(task.TaskNo, "HKEY_Enter: Task Run[%s]\n", task.szMainFile);
+  if (task.IsStepIn == 1) return PASS::GoesOn;
+  task.IsStep = 0;
+  if (stricmp(task.szMainFile, FLOWPROGRAM) == 0) return PASS::GoesOn;
+  if (!OpenMain(task, FLOWPROGRAM)) {
+    ReportLostMain(task);
+    PauseMicros(1);
+    return PASS::Ends;
+  }
+  Wprintf(task.TaskNo, "PLC%d Run: [%s]\n", task.TaskNo, task.szLoadFile);
+  return PASS::GoesOn;
+}
+
+// Keys of the keypad are consumed, also those without an effect; function keys go on to the step gate.
+PASS HandleKey(PLCTASK& task) {
+  const HKEY key = task.HKey;
+  if (key < HKEY_1 || key > HKEY_Enter) return PASS::GoesOn;
+  task.HKey = HKEY_NUL;
+  switch (key) {
+    case HKEY_6:
+      Console("HKEY_6: Task Run\n");
+      return PASS::GoesOn;
+    case HKEY_Num:
+      task.szMainFile[0] = '\0';
+      PauseMicros(1);
+      return PASS::GoesOn;
+    case HKEY_Dec:
+      return ResetByKey(task);
+    case HKEY_Plus:
+      task.IsStep = 1;
+      task.IsStepIn = 1;
+      return PASS::GoesOn;
+    case HKEY_Enter:
+      return RunByKey(task);
+    default:
+      return PASS::GoesOn;
+  }
+}
+
+// False when there is no file to read from. At the end of the file the line read last stays and is executed
+// again.
+bool ReadLine(PLCTASK& task) {
+  ProgramFile& source = task.FunBlock == 1 ? task.Fptrs : task.Fptr;
+  if (!source.IsOpen()) return false;
+  if (source.ReadLine(task.Buf)) task.ComFilePtr = &source;
+  return true;
+}
+
+void ParseLine(PLCTASK& task) {
+  task.szParam[0] = '\0';
+  ReadIni.Trim(task.Buf);
+  task.CmdIdx = SynxClass.Explain(task.Buf, &task.SlotIdx, &task.ChIdx, task.szParam, task.szComment);
+}
+
+void LogLine(PLCTASK& task) {
+  CopyName(task.szDispFile, task.FunBlock == 1 ? task.szPath : task.szMainFile);
+  const bool isRepeat = stricmp(task.Buf, task.szParam1) == 0;
+  std::strcpy(task.Charactor, isRepeat ? "\r" : "\n");
+  Wprintf(task.TaskNo, "CmdIdx: %s SlotIdx[%d] ChIdx[%d][%s] [%s] [%s]               %s",
+          SYNXCMD[task.CmdIdx], task.SlotIdx, task.ChIdx, task.szParam, task.szComment, task.szDispFile,
+          task.Charactor);
+  std::strcpy(task.szParam1, task.Buf);  // a line with a command is short enough
+}
+
+PAUSEAFTER ExecuteLine(PLCTASK& task) {
+  const PAUSEAFTER pause = ACTIONS[task.CmdIdx](task);
+  if (SYNXTRAITS[task.CmdIdx].Repeat == REPEAT::UntilMet) task.IsWait = task.SRes < 1 ? 1 : 0;
+  return pause;
+}
+
+// False when nothing was read and nothing is to be executed: only a key can change that.
+bool IsReadyForLine(PLCTASK& task) {
+  task.HKey = GlobeHKey[task.TaskNo];
+  if (HandleKey(task) == PASS::Ends) return false;
+  if (FilterStep(task.HKey, task.IsStep, &task.CmdIdx) != 0) return false;
+  return task.IsWait == 1 || ReadLine(task);
+}
+
+void RunPass(PLCTASK& task) {
+  if (!IsReadyForLine(task)) {
+    PauseMillis(IDLEPAUSE_MS);
+    return;
+  }
+  ParseLine(task);
+  if (task.CmdIdx == SYN_NUL) {
+    PauseMicros(NOCOMMANDPAUSE_US);
+    return;
+  }
+  LogLine(task);
+  if (ExecuteLine(task) == PAUSEAFTER::Command) PauseMillis(task.G_Delay);
+}
+
+void PostKey(HKEY key) {
+  GlobeHKey[MAXPLCTASK] = key;
+  for (int i = MAXPLCTASK; i > 0; --i) GlobeHKey[i - 1] = GlobeHKey[i].load();
+}
+
+}  // namespace
+
+void TaskPLC(int TaskNo) {
+  PLCTASK task(TaskNo);
+  if (!OpenMain(task, RESETPROGRAM)) {
+    Wprintf(TaskNo, "%s lost Task quit!\n", task.szMainFile);
+    return;
+  }
+  Wprintf(TaskNo, "Task_PLC%d Running\n", TaskNo);
+  for (;;) RunPass(task);
+}
+
+void TaskKey(int TaskNo) {
+  Console("GlobeHKey Task Load\n");
+  for (;;) {
+    PauseMillis(KEYPAUSE_MS);
+    PostKey(kOVA_CardMan[0]->ReadHKey());
+    const HKEY LocalHKey = GlobeHKey[0];
+    if (LocalHKey != HKEY_NUL) Wprintf(TaskNo, "KeyPad=%x\n", static_cast<unsigned>(LocalHKey));
+    PauseMillis(KEYPAUSE_MS);
+  }
+}

@@ -1,0 +1,188 @@
+#include "synx.h"
+
+#include <cstring>
+
+#include "drvlib.h"
+#include "numbers.h"
+
+SYNX SynxClass;
+pthread_mutex_t SynxLock;
+
+#define SYNX_KEYWORD(index, enumerator, keyword, form, gate, repeat, action) keyword,
+const char SYNXCMD[SYNMAX][SYNXCMDSIZE] = {SYNX_COMMANDS(SYNX_KEYWORD)};
+#undef SYNX_KEYWORD
+
+#define SYNX_TRAITS(index, enumerator, keyword, form, gate, repeat, action) \
+  {PARSEFORM::form, STEPGATE::gate, REPEAT::repeat},
+const COMMANDTRAITS SYNXTRAITS[SYNMAX] = {SYNX_COMMANDS(SYNX_TRAITS)};
+#undef SYNX_TRAITS
+
+namespace {
+
+#define SYNX_INDEX(index, enumerator, keyword, form, gate, repeat, action) index,
+constexpr int INDICES[] = {SYNX_COMMANDS(SYNX_INDEX)};
+#undef SYNX_INDEX
+
+constexpr bool RowsInIndexOrder() {
+  for (int i = 0; i < SYNMAX; ++i) {
+    if (INDICES[i] != i) return false;
+  }
+  return true;
+}
+static_assert(sizeof INDICES == SYNMAX * sizeof(int) && RowsInIndexOrder(),
+              "one row per command, in index order");
+
+constexpr std::string_view BLANKS = " \n\r\t";
+
+std::string_view Trimmed(std::string_view text) {
+  const size_t start = text.find_first_not_of(BLANKS);
+  if (start == text.npos) return text.substr(text.size());
+  return text.substr(start, text.find_last_not_of(BLANKS) + 1 - start);
+}
+
+// The text cut at every separator: piece number idx, if there is one. Empty pieces count, a last empty one
+// too.
+bool Piece(std::string_view text, int idx, char separator, std::string_view* piece) {
+  for (; idx > 0; --idx) {
+    const size_t cut = text.find(separator);
+    if (cut == text.npos) return false;
+    text.remove_prefix(cut + 1);
+  }
+  *piece = text.substr(0, text.find(separator));
+  return true;
+}
+
+bool FindKeyword(std::string_view keyword, SYNXIDX* index) {
+  if (keyword.size() >= static_cast<size_t>(SYNXCMDSIZE)) return false;
+  char text[SYNXCMDSIZE] = "";
+  keyword.copy(text, keyword.size());
+  for (int i = 0; i < SYNMAX; ++i) {
+    if (stricmp(text, SYNXCMD[i]) != 0) continue;
+    *index = static_cast<SYNXIDX>(i);
+    return true;
+  }
+  return false;
+}
+
+// One line on its way through the grammar.
+class LineReader {
+ public:
+  LineReader(const char* line, EXPLAINEDLINE* result) : Line(line), Result(*result) {}
+
+  void Read(bool needsParam) {
+    Result.Fault = ReadLine(needsParam);
+    Result.CmdIdx = Result.Fault == LINEFAULT::None ? Result.Keyword : SYN_NUL;
+  }
+
+ private:
+  LINEFAULT ReadLine(bool needsParam) {
+    if (std::strlen(Line) > static_cast<size_t>(MAXLINELENGTH)) {
+      return Fault(LINEFAULT::TooLong, Line + MAXLINELENGTH);
+    }
+    std::string_view comment;
+    if (Piece(Line, 1, ';', &comment)) Result.Comment = Trimmed(comment);
+    std::string_view code;
+    Piece(Line, 0, ';', &code);
+    if (Trimmed(code).empty()) return Fault(LINEFAULT::Empty, Line);
+
+    std::string_view keyword;
+    Piece(code, 0, ':', &keyword);
+    keyword = Trimmed(keyword);
+    Result.KeywordColumn = Column(keyword.data());
+    if (!FindKeyword(keyword, &Result.Keyword)) return Fault(LINEFAULT::UnknownKeyword, keyword.data());
+    const LINEFAULT fault = ReadArguments(code, keyword, needsParam);
+    if (fault != LINEFAULT::None || Result.Keyword != SYN_NUL) return fault;
+    return Fault(LINEFAULT::KeywordNul, keyword.data());
+  }
+
+  LINEFAULT ReadArguments(std::string_view code, std::string_view keyword, bool needsParam) {
+    const PARSEFORM form = SYNXTRAITS[Result.Keyword].Form;
+    if (form == PARSEFORM::KeywordOnly) return LINEFAULT::None;
+    if (!Piece(code, 1, ':', &Arguments)) {
+      return Fault(LINEFAULT::MissingColon, keyword.data() + keyword.size());
+    }
+    switch (form) {
+      case PARSEFORM::OneWord:
+        ReadParam(0);
+        return ReadNumber(0, &Result.SlotIdx);
+      case PARSEFORM::OneNumber:
+        return ReadNumber(0, &Result.SlotIdx);
+      case PARSEFORM::Channel:
+        return ReadChannelForm();
+      default:
+        return ReadThreeFields(needsParam);
+    }
+  }
+
+  LINEFAULT ReadChannelForm() {
+    std::string_view third;
+    if (Piece(Arguments, 2, ',', &third)) return ReadThreeFields(true);
+    ReadNumber(0, &Result.ChIdx);
+    const LINEFAULT fault = ReadParam(1);
+    if (fault == LINEFAULT::None) Result.SlotIdx.Given = true;
+    return fault;
+  }
+
+  LINEFAULT ReadThreeFields(bool needsParam) {
+    ReadNumber(0, &Result.SlotIdx);
+    const LINEFAULT fault = ReadNumber(1, &Result.ChIdx);
+    if (fault != LINEFAULT::None || !needsParam) return fault;
+    return ReadParam(2);
+  }
+
+  LINEFAULT ReadNumber(int idx, LINENUMBER* number) {
+    std::string_view piece;
+    if (!Piece(Arguments, idx, ',', &piece)) return TooFewFields();
+    number->Given = true;
+    // A number ends at the separator behind its piece, or at the end of the line.
+    number->Value = ToNumber<int>(piece.data());
+    number->Column = Column(Trimmed(piece).data());
+    return LINEFAULT::None;
+  }
+
+  LINEFAULT ReadParam(int idx) {
+    std::string_view piece;
+    if (!Piece(Arguments, idx, ',', &piece)) return TooFewFields();
+    Result.HasParam = true;
+    Result.Param = Trimmed(piece);
+    Result.ParamColumn = Column(Result.Param.data());
+    return LINEFAULT::None;
+  }
+
+  LINEFAULT TooFewFields() {
+    return Fault(LINEFAULT::TooFewFields, Arguments.data() + Arguments.find_last_not_of(BLANKS) + 1);
+  }
+
+  LINEFAULT Fault(LINEFAULT fault, const char* place) {
+    Result.FaultColumn = Column(place);
+    return fault;
+  }
+
+  int Column(const char* place) const { return static_cast<int>(place - Line); }
+
+  const char* Line;
+  EXPLAINEDLINE& Result;
+  std::string_view Arguments;
+};
+
+void CopyText(char* buffer, std::string_view text) {
+  text.copy(buffer, MAXPARAM - 1);
+  buffer[text.size()] = '\0';
+}
+
+}  // namespace
+
+void ExplainLine(const char* line, EXPLAINEDLINE* result, bool needsParam) {
+  *result = EXPLAINEDLINE();
+  LineReader(line, result).Read(needsParam);
+}
+
+SYNXIDX SYNX::Explain(const char* CmdName, int* SlotIdx, int* ChIdx, char* Param, char* CommentStr) {
+  EXPLAINEDLINE line;
+  ExplainLine(CmdName, &line, Param != nullptr);
+  *ChIdx = line.ChIdx.Given ? line.ChIdx.Value : -1;
+  if (line.SlotIdx.Given) *SlotIdx = line.SlotIdx.Value;
+  if (line.HasParam && Param != nullptr) CopyText(Param, line.Param);
+  CopyText(CommentStr, line.Comment);
+  return line.CmdIdx;
+}

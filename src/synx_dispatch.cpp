@@ -1,0 +1,94 @@
+// What stands between a parsed line and its execution: the card of the entry, the label, the step gate.
+#include <cstring>
+
+#include "drvlib.h"
+#include "kova_man.h"
+#include "locks.h"
+#include "numbers.h"
+#include "readini.h"
+#include "synx.h"
+#include "waits.h"
+
+namespace {
+
+constexpr int NOCARD = -1;
+constexpr int HOLD = 1;
+constexpr int GOON = 0;
+
+CkOVA_MANAGER* CardOfEntry(int slotIdx) {
+  return slotIdx >= 0 && slotIdx < CardInfo.CardNum ? kOVA_CardMan[slotIdx] : nullptr;
+}
+
+using CardCommand = int (CkOVA_MANAGER::*)(int, void*);
+
+int GiveToCard(CardCommand command, int slotIdx, int chIdx, void* parameter) {
+  CkOVA_MANAGER* card = CardOfEntry(slotIdx);
+  return card == nullptr ? NOCARD : (card->*command)(chIdx, parameter);
+}
+
+bool IsLabel(const char* line, int number) {
+  char piece[MAXLINE];
+  ReadIni.GetField2(line, piece, 0, ':');
+  ReadIni.Trim(piece);
+  if (stricmp(piece, SYNXCMD[SYN_LINE]) != 0) return false;
+  if (ReadIni.GetField2(line, piece, 1, ':') == 0) return false;
+  ReadIni.Trim(piece);
+  return ToNumber<int>(piece) == number;
+}
+
+}  // namespace
+
+int Task_LD(int SlotIdx, int ChIdx, void* pArgc) {
+  return GiveToCard(&CkOVA_MANAGER::Cmd_LD, SlotIdx, ChIdx, pArgc);
+}
+
+int Task_OUT(int SlotIdx, int ChIdx, void* pArgc) {
+  return GiveToCard(&CkOVA_MANAGER::Cmd_OUT, SlotIdx, ChIdx, pArgc);
+}
+
+int Task_MOT(int SlotIdx, int ChIdx, void* pArgc) {
+  return GiveToCard(&CkOVA_MANAGER::Cmd_MOT, SlotIdx, ChIdx, pArgc);
+}
+
+int Task_LMOT(int SlotIdx, int ChIdx, void* pArgc) {
+  return GiveToCard(&CkOVA_MANAGER::Cmd_LMOT, SlotIdx, ChIdx, pArgc);
+}
+
+int Task_DG(int SlotIdx, int ChIdx, void* pArgc) {
+  return GiveToCard(&CkOVA_MANAGER::Cmd_DG, SlotIdx, ChIdx, pArgc);
+}
+
+int Task_LDG(int SlotIdx, int ChIdx, void* pArgc) {
+  return GiveToCard(&CkOVA_MANAGER::Cmd_LDG, SlotIdx, ChIdx, pArgc);
+}
+
+int Task_ROW(int SlotIdx, int ChIdx, void* pArgc) {
+  return GiveToCard(&CkOVA_MANAGER::Cmd_ROW, SlotIdx, ChIdx, pArgc);
+}
+
+int Task_ROCLR(int SlotIdx, int ChIdx, void* pArgc) {
+  return GiveToCard(&CkOVA_MANAGER::Cmd_ROCLR, SlotIdx, ChIdx, pArgc);
+}
+
+int Task_IF(int SlotIdx, int ChIdx, void* pArgc, char* pOutParameter) {
+  CkOVA_MANAGER* card = CardOfEntry(SlotIdx);
+  return card == nullptr ? NOCARD : card->Cmd_IF(ChIdx, pArgc, pOutParameter);
+}
+
+int GoFileLine(FILE* Fptr, int LineIdx) {
+  if (Fptr == nullptr) return 0;
+  std::rewind(Fptr);
+  char line[MAXLINE];
+  while (std::fgets(line, sizeof line, Fptr) != nullptr) {
+    if (IsLabel(line, LineIdx)) return 1;
+  }
+  return 0;
+}
+
+int FilterStep(HKEY InKey, int IsStep, SYNXIDX* CmdIdx) {
+  const ScopedLock lock(SynxLock);
+  if (IsStep == 0 || SYNXTRAITS[*CmdIdx].Gate == STEPGATE::Open) return GOON;
+  if (InKey == HKEY_RUN || InKey == HKEY_STEP || InKey == HKEY_ZERO) return GOON;
+  if (InKey < HKEY_1 || InKey > HKEY_0) PauseMicros(1);
+  return HOLD;
+}
