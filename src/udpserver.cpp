@@ -1,0 +1,90 @@
+#include "udpserver.h"
+
+#include <arpa/inet.h>
+#include <sys/socket.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+
+#include "drvlib.h"
+#include "locks.h"
+#include "readini.h"
+#include "waits.h"
+
+UDP UDPServer;
+pthread_mutex_t UdpLock;
+
+namespace {
+
+constexpr int DEFAULTPORT = 2017;
+constexpr int FAILUREPAUSE_US = 100;
+
+}  // namespace
+
+UDP::UDP()
+    : RemoteIPAddr(),
+      UDP_Sockfd(-1),
+      server(),
+      client(),
+      client_len(sizeof(sockaddr_in)),
+      nTaskNo(0),
+      RemotePort(0),
+      LocalPort(DEFAULTPORT) {}
+
+int UDP::Init(int TaskNo) {
+  if (ReadIni.GetField("Velmo.conf", "[UDP]", "Port", 0, LocalPort) != 0) LocalPort = DEFAULTPORT;
+  const int result = Network_Init(LocalPort);
+  nTaskNo = TaskNo;
+  return result;
+}
+
+int UDP::Network_Init(int Local_Port) {
+  server = sockaddr_in();
+  server.sin_family = AF_INET;
+  server.sin_addr.s_addr = htonl(INADDR_ANY);
+  server.sin_port = htons(static_cast<uint16_t>(Local_Port));
+  UDP_Sockfd = socket(AF_INET, SOCK_DGRAM, 0);
+  if (UDP_Sockfd < 0) {
+    std::perror("create socket failed");
+    return -1;
+  }
+  if (bind(UDP_Sockfd, reinterpret_cast<const sockaddr*>(&server), sizeof server) != 0) {
+    std::perror("bind error");
+    return -2;
+  }
+  return 1;
+}
+
+int UDP::Send(const char* Data) {
+  if (Data == nullptr) return -1;
+  Wprintf(nTaskNo, "Sendto IP:%s Port:%d\n", RemoteIPAddr, RemotePort);
+  ssize_t count;
+  {
+    const ScopedLock lock(UdpLock);
+    count = sendto(UDP_Sockfd, Data, std::strlen(Data), 0, reinterpret_cast<const sockaddr*>(&client),
+                   sizeof client);
+  }
+  if (count >= 0) return static_cast<int>(count);
+  Wprintf(nTaskNo, "Sendto error %s Port %d\n", RemoteIPAddr, RemotePort);
+  PauseMicros(FAILUREPAUSE_US);
+  return 0;
+}
+
+int UDP::Recv(char* Data) {
+  ssize_t count;
+  {
+    const ScopedLock lock(UdpLock);
+    socklen_t length = static_cast<socklen_t>(client_len);
+    count = recvfrom(UDP_Sockfd, Data, MAX_MSG_SIZE, 0, reinterpret_cast<sockaddr*>(&client), &length);
+  }
+  if (count < 0) {
+    Wprintf(nTaskNo, "Recvfrom error\n");
+    PauseMicros(FAILUREPAUSE_US);
+    return 0;
+  }
+  inet_ntop(AF_INET, &client.sin_addr, RemoteIPAddr, sizeof RemoteIPAddr);
+  RemotePort = ntohs(client.sin_port);
+  Wprintf(nTaskNo, "Client IP is %s, Port is %d\n", RemoteIPAddr, RemotePort);
+  return static_cast<int>(count);
+}
