@@ -8,12 +8,27 @@
 #include <cstdarg>
 #include <cstdio>
 #include <ctime>
+#include <mutex>
 
 #include "drvlib.h"
 
 namespace {
+
 constexpr int kFirstHandle = 1000;
-const char* const kDevices[] = {"/dev/em_isa", "/dev/em335x_isa"};
+
+// The bus is used before main and by several threads; the two clocks never run backwards.
+struct Driver {
+  std::recursive_mutex Lock;
+  ScriptedBus Bus;
+  std::string StartText;
+  long Ticks = 0;
+  long SecondsAhead = 0;
+};
+
+Driver& TheDriver() {
+  static Driver driver;
+  return driver;
+}
 
 template <class Function>
 Function* Next(const char* name) {
@@ -23,41 +38,54 @@ Function* Next(const char* name) {
 bool IsDriver(int fd) {
   return fd == kFirstHandle || fd == kFirstHandle + 1;
 }
+
+// Records an access; one of a wrong length shows as such.
+void Note(int port, char direction, const char* value, bool rightLength) {
+  Driver& driver = TheDriver();
+  driver.Bus.Entries.push_back(std::to_string(port) + direction + value + (rightLength ? "" : "(length)"));
+  driver.Ticks += driver.Bus.TicksPerAccess;
+  driver.SecondsAhead += driver.Bus.SecondsPerAccess;
+}
+
+int NextAnswer(ScriptedBus& bus, int port) {
+  if (bus.OnRead) {
+    if (const auto value = bus.OnRead(bus.Selected, port)) return *value;
+  }
+  const auto answers = bus.Answers.find({bus.Selected, port});
+  if (answers == bus.Answers.end()) return 0xFF;
+  const int value = answers->second.front();
+  if (answers->second.size() > 1) answers->second.erase(answers->second.begin());
+  return value;
+}
+
+ssize_t ReadPort(unsigned char* exchange, size_t length) {
+  ScriptedBus& bus = TheDriver().Bus;
+  if (bus.Yield) sched_yield();
+  const std::lock_guard hold(TheDriver().Lock);
+  const int port = exchange[0];
+  char value[8] = "failed";
+  if (!bus.FailReads) {
+    exchange[0] = static_cast<unsigned char>(NextAnswer(bus, port));
+    std::snprintf(value, sizeof value, "%02x", exchange[0]);
+  }
+  Note(port, '>', value, length == 1);
+  return bus.FailReads ? -1 : 1;
+}
+
+ssize_t WritePort(const unsigned char* exchange, size_t length) {
+  ScriptedBus& bus = TheDriver().Bus;
+  if (bus.Yield) sched_yield();
+  const std::lock_guard hold(TheDriver().Lock);
+  const int port = exchange[1];
+  if (port == 0) bus.Selected = exchange[0];
+  bus.Written[{bus.Selected, port}] = exchange[0];
+  char value[8];
+  std::snprintf(value, sizeof value, "%x", exchange[0]);
+  Note(port, '<', value, length == 2);
+  return 2;
+}
+
 }  // namespace
-
-ScriptedBus& ScriptedBus::Get() {
-  static ScriptedBus bus;
-  return bus;
-}
-
-void ScriptedBus::Reset() {
-  if (!Started) StartText = Text;
-  Started = true;
-  DeviceThere = {true, true};
-  FailReads = false;
-  Yield = false;
-  TicksPerAccess = 1;
-  SecondsPerAccess = 0;
-  OnRead = nullptr;
-  Selected = 0;
-  Answers.clear();
-  Latches.clear();
-  LastWritten.clear();
-  Entries.clear();
-  Text.clear();
-}
-
-void ScriptedBus::Answer(int slot, int port, std::vector<int> values) {
-  Answers[{slot, port}] = std::move(values);
-}
-void ScriptedBus::ReadBack(int slot, int port, int value) {
-  Latches[{slot, port}] = value;
-}
-
-int ScriptedBus::Written(int slot, int port) {
-  const std::lock_guard hold(Lock);
-  return LastWritten[{slot, port}];
-}
 
 std::string ScriptedBus::Log() {
   std::string log;
@@ -72,96 +100,23 @@ std::string ScriptedBus::Log(int slot) {
   std::string log;
   bool selected = false;
   for (const std::string& entry : Entries) {
-    if (!selected && entry == select) {
-      selected = true;
-      continue;
+    const bool selects = !selected && entry == select;
+    if (!selects) {
+      log += (log.empty() ? "" : " ") + std::string(selected || entry[0] == '~' ? "" : "UNSELECTED ") + entry;
     }
-    if (!selected && entry[0] != '~') log += " UNSELECTED";
-    log += (log.empty() ? "" : " ") + entry;
-    selected = false;
+    selected = selects;
   }
   Entries.clear();
   return log;
 }
 
-std::string ScriptedBus::Console() {
-  return std::exchange(Text, "");
+const std::string& ConsoleAtStart() {
+  return TheDriver().StartText;
 }
 
-void ScriptedBus::Note(const std::string& entry) {
-  Entries.push_back(entry);
-  TickCount += TicksPerAccess;
-  SecondCount += SecondsPerAccess;
-}
-
-int ScriptedBus::Open(const std::string& path) {
-  for (size_t i = 0; i < 2; i++) {
-    if (path == kDevices[i]) return DeviceThere[i] ? kFirstHandle + static_cast<int>(i) : -1;
-  }
-  return -2;
-}
-
-long ScriptedBus::Read(unsigned char* exchange, size_t length) {
-  if (Yield) sched_yield();
-  const std::lock_guard hold(Lock);
-  const int port = exchange[0];
-  const std::pair<int, int> key(Selected, port);
-  int value = 0xFF;
-  if (auto dynamic = OnRead ? OnRead(Selected, port) : std::nullopt) {
-    value = *dynamic;
-  } else if (auto latch = Latches.find(key); latch != Latches.end()) {
-    value = latch->second;
-  } else if (auto answers = Answers.find(key); answers != Answers.end()) {
-    value = answers->second.front();
-    if (answers->second.size() > 1) answers->second.erase(answers->second.begin());
-  }
-  char entry[32];
-  std::snprintf(entry, sizeof entry, length == 1 ? "%d>%02x" : "%d>%02x(wrong length)", port,
-                FailReads ? -1 : value);
-  if (FailReads) std::snprintf(entry, sizeof entry, "%d>failed", port);
-  Note(entry);
-  if (FailReads) return -1;
-  exchange[0] = static_cast<unsigned char>(value);
-  return 1;
-}
-
-long ScriptedBus::Write(const unsigned char* exchange, size_t length) {
-  if (Yield) sched_yield();
-  const std::lock_guard hold(Lock);
-  const int value = exchange[0];
-  const int port = exchange[1];
-  if (port == 0) Selected = value;
-  const std::pair<int, int> key(Selected, port);
-  LastWritten[key] = value;
-  if (auto latch = Latches.find(key); latch != Latches.end()) latch->second = value;
-  char entry[32];
-  std::snprintf(entry, sizeof entry, length == 2 ? "%d<%x" : "%d<%x(wrong length)", port, value);
-  Note(entry);
-  return 2;
-}
-
-void ScriptedBus::Print(const char* text, size_t length) {
-  const std::lock_guard hold(Lock);
-  Text.append(text, length);
-}
-
-void ScriptedBus::Pause(long long micros) {
-  const std::lock_guard hold(Lock);
-  Entries.push_back("~" + std::to_string(micros));
-}
-
-long ScriptedBus::Ticks() {
-  const std::lock_guard hold(Lock);
-  return TickCount;
-}
-
-long ScriptedBus::SecondsAhead() {
-  const std::lock_guard hold(Lock);
-  return SecondCount;
-}
-
-CardTest::CardTest() : bus(ScriptedBus::Get()) {
-  bus.Reset();
+CardTest::CardTest() : bus(TheDriver().Bus) {
+  static const std::string startText = TheDriver().StartText = bus.Text;
+  bus = ScriptedBus();
   pthread_mutex_init(&HardLock, nullptr);
   pthread_mutex_init(&DispLock, nullptr);
 }
@@ -170,8 +125,12 @@ CardTest::CardTest() : bus(ScriptedBus::Get()) {
 extern "C" {
 
 int open(const char* path, int flags, ...) {
-  const int scripted = ScriptedBus::Get().Open(path);
-  if (scripted != -2) return scripted;
+  const std::string name = path;
+  for (int i = 0; i < 2; i++) {
+    if (name == (i == 0 ? "/dev/em_isa" : "/dev/em335x_isa")) {
+      return TheDriver().Bus.DeviceThere[static_cast<size_t>(i)] ? kFirstHandle + i : -1;
+    }
+  }
   va_list arguments;
   va_start(arguments, flags);
   const unsigned int mode = va_arg(arguments, unsigned int);
@@ -180,34 +139,37 @@ int open(const char* path, int flags, ...) {
 }
 
 ssize_t read(int fd, void* buffer, size_t length) {
-  if (IsDriver(fd)) return ScriptedBus::Get().Read(static_cast<unsigned char*>(buffer), length);
+  if (IsDriver(fd)) return ReadPort(static_cast<unsigned char*>(buffer), length);
   return Next<ssize_t(int, void*, size_t)>("read")(fd, buffer, length);
 }
 
 ssize_t write(int fd, const void* buffer, size_t length) {
-  if (IsDriver(fd)) return ScriptedBus::Get().Write(static_cast<const unsigned char*>(buffer), length);
+  if (IsDriver(fd)) return WritePort(static_cast<const unsigned char*>(buffer), length);
   if (fd != 1) return Next<ssize_t(int, const void*, size_t)>("write")(fd, buffer, length);
-  ScriptedBus::Get().Print(static_cast<const char*>(buffer), length);
+  const std::lock_guard hold(TheDriver().Lock);
+  TheDriver().Bus.Text.append(static_cast<const char*>(buffer), length);
   return static_cast<ssize_t>(length);
 }
 
 int close(int fd) {
-  if (fd < 0 || IsDriver(fd)) return 0;
-  return Next<int(int)>("close")(fd);
+  return fd < 0 || IsDriver(fd) ? 0 : Next<int(int)>("close")(fd);
 }
 
 int nanosleep(const timespec* time, timespec*) {
-  ScriptedBus::Get().Pause(static_cast<long long>(time->tv_sec) * 1000000 + time->tv_nsec / 1000);
+  const std::lock_guard hold(TheDriver().Lock);
+  TheDriver().Bus.Entries.push_back("~" + std::to_string(time->tv_sec * 1000000 + time->tv_nsec / 1000));
   return 0;
 }
 
 clock_t clock() noexcept {
-  return ScriptedBus::Get().Ticks();
+  const std::lock_guard hold(TheDriver().Lock);
+  return TheDriver().Ticks;
 }
 
 int clock_gettime(clockid_t clockId, timespec* time) noexcept {
   const int result = Next<int(clockid_t, timespec*)>("clock_gettime")(clockId, time);
-  if (result == 0 && clockId == CLOCK_MONOTONIC) time->tv_sec += ScriptedBus::Get().SecondsAhead();
+  const std::lock_guard hold(TheDriver().Lock);
+  if (clockId == CLOCK_MONOTONIC) time->tv_sec += TheDriver().SecondsAhead;
   return result;
 }
 }

@@ -6,66 +6,39 @@
 
 #include <functional>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
-// The driver's device: 1000 for the first name, 1001 for the second.
-class ScriptedBus {
- public:
-  static ScriptedBus& Get();
+using SlotPort = std::pair<int, int>;
 
-  // Both devices there, every register 0xFF, log and console empty.
-  void Reset();
-
-  // Successive answers of a register; the last one repeats.
-  void Answer(int slot, int port, std::vector<int> values);
-  // The register reads back what was written to it, from the given byte on.
-  void ReadBack(int slot, int port, int value);
-  int Written(int slot, int port);
-
-  // "port<written" and "port>read" in hexadecimal (ports decimal), "~micros" for a pause, since the last
+struct ScriptedBus {
+  // Successive answers of a register, the last one repeats; without any 0xFF.
+  void Answer(int slot, int port, std::vector<int> values) { Answers[{slot, port}] = std::move(values); }
+  // "port<written" and "port>read" (ports decimal, bytes hexadecimal), "~micros" for a pause, since the last
   // call.
   std::string Log();
   // The same without the slot selections, each of which must have gone ahead of its access.
   std::string Log(int slot);
   // What was written to standard output since the last call.
-  std::string Console();
-  std::string ConsoleAtStart() const { return StartText; }
+  std::string Console() { return std::exchange(Text, ""); }
 
-  std::vector<bool> DeviceThere = {true, true};
+  std::vector<bool> DeviceThere = {true, true};  // handle 1000 for the first name, 1001 for the second
   bool FailReads = false;
   bool Yield = false;        // give other threads the turn within each access
   int TicksPerAccess = 1;    // of clock()
   int SecondsPerAccess = 0;  // of real time
   std::function<std::optional<int>(int slot, int port)> OnRead;  // asked first
-
-  // The intercepted calls.
-  int Open(const std::string& path);
-  long Read(unsigned char* exchange, size_t length);
-  long Write(const unsigned char* exchange, size_t length);
-  void Print(const char* text, size_t length);
-  void Pause(long long micros);
-  long Ticks();
-  long SecondsAhead();
-
- private:
-  void Note(const std::string& entry);
-
-  std::recursive_mutex Lock;
-  int Selected = 0;
-  std::map<std::pair<int, int>, std::vector<int>> Answers;
-  std::map<std::pair<int, int>, int> Latches;
-  std::map<std::pair<int, int>, int> LastWritten;
+  std::map<SlotPort, std::vector<int>> Answers;
+  std::map<SlotPort, int> Written;
   std::vector<std::string> Entries;
   std::string Text;
-  std::string StartText;
-  bool Started = false;
-  long TickCount = 0;
-  long SecondCount = 0;
+  int Selected = 0;
 };
+
+// What the console showed before the first test.
+const std::string& ConsoleAtStart();
 
 // A test with a fresh bus and fresh locks.
 class CardTest : public testing::Test {

@@ -20,7 +20,7 @@ class BoardTest : public CardTest {
 
   // Cards live for ever; the tests keep them reachable.
   int Scan(CARDINFO* info) {
-    static std::vector<CkOVA_MANAGER*> alive;
+    static auto& alive = *new std::vector<CkOVA_MANAGER*>;
     const int result = Hardware.ScanCard(info);
     alive.insert(alive.end(), std::begin(kOVA_CardMan), std::end(kOVA_CardMan));
     return result;
@@ -37,7 +37,7 @@ std::string CpuReads(int tasks) {
 }
 
 TEST_F(BoardTest, TheDriverIsOpenedBeforeMainAndTheSecondNameStandsIn) {
-  EXPECT_EQ(bus.ConsoleAtStart(), "Load ISA Driver successfully![1000][1]\n");
+  EXPECT_EQ(ConsoleAtStart(), "Load ISA Driver successfully![1000][1]\n");
 
   bus.DeviceThere = {false, true};
   EXPECT_EQ(Hardware.OpenHard(), 1);

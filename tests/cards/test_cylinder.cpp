@@ -196,7 +196,7 @@ TEST_F(CylinderTest, TheAlarmListAndWhatIsDoneWithIt) {
 TEST_F(CylinderTest, TwoThreadsReadTheStatusOfTheirOwnChannel) {
   bus.Yield = true;
   bus.OnRead = [&](int, int port) -> std::optional<int> {
-    if (port == 6) return 0x40 + bus.Written(4, 5);
+    if (port == 6) return 0x40 + bus.Written[{4, 5}];
     return std::nullopt;
   };
   const auto crossed = [&](unsigned char ChIdx) {

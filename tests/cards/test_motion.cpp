@@ -94,13 +94,13 @@ TEST_F(MotionTest, FieldsAreCutToTheirWidthAndFlagsSpill) {
   EXPECT_THAT(Mot(servo, 0, "4294967295&1&1&0&0&0&0&0&0&0&-1x&9"),
               testing::HasSubstr("15<ff 14<ff 13<ff 12<fe 29<ff 28<ff 27<ff 26<fe"));
   bus.Console();
-  Mot(stepper, 0, "4294967295&300&1&0&0&0&0&70000&65535");
+  Mot(stepper, 0, "4294967295&300&1&0&0&0&0&70000&65537");
   EXPECT_EQ(bus.Console(),
             "STMTR: MOT ChIdx:0, Step:-1, Dir:1, Force:0, EnExtSTop:0, StopSensorDir:0, StepFreq:44, "
             "StartStep:4464, "
-            "CompensateStep:65535, EnCntStop:0, StepStop:0\n");
+            "CompensateStep:1, EnCntStop:0, StepStop:0\n");
   EXPECT_EQ(stepper.StepStarNumReg, 8928);
-  EXPECT_EQ(stepper.StepNumCompensateReg, 65534);
+  EXPECT_EQ(stepper.StepNumCompensateReg, 2);
 }
 
 TEST_F(MotionTest, ARefusedParameterPrintsAndWritesNothing) {
@@ -228,7 +228,7 @@ TEST_F(MotionTest, TwoThreadsNeverCrossTheirChannels) {
   bus.Yield = true;
   bus.OnRead = [&](int slot, int port) -> std::optional<int> {
     if (port == 23) return 0x80;
-    return port == 24 ? 1 : bus.Written(slot, slot == 6 ? 7 : 5);
+    return port == 24 ? 1 : bus.Written[{slot, slot == 6 ? 7 : 5}];
   };
   const auto crossed = [&](int ChIdx) {
     std::string move = "1&" + std::to_string(ChIdx) + "&0";
