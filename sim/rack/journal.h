@@ -25,9 +25,9 @@ enum class JournalKind : std::uint8_t {
   MotorMove,       // slot, channel, value 1: a move has started, 0: it has ended
   MotorCount,      // slot, channel, value: encoder count
   CylinderState,   // slot, channel, value: status byte in bits 0 to 7, position in bits 8 to 15
-  CounterValue,    // channel: the counter's row, value: its count
-  FaultBegins,     // slot, channel, port: FaultKind, value: row of the fault
-  FaultEnds,       // slot, channel, port: FaultKind, value: row of the fault
+  CounterValue,    // channel: number of the plant's link, value: its count
+  FaultBegins,     // slot, channel, value: FaultKind
+  FaultEnds,       // slot, channel, value: FaultKind
   Device,          // value 1: the controller has opened the device, 0: closed it
   ProgramLine,     // task, file, line: the controller has read this line
   ProgramEnd,      // task, file, line: a read found the end of the file

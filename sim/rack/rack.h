@@ -19,6 +19,9 @@ struct Origin {
   std::uint32_t Line = 0;
 };
 
+// A motor card has at most this many channels, a cylinder card fewer.
+constexpr int kMaxMovers = kStepperChannels;
+
 class Rack final : private EventSink {
  public:
   // The rack in a controller's process: takes requests and writes the journal.
@@ -31,7 +34,7 @@ class Rack final : private EventSink {
   // One write. Port 0 selects a slot; what a missing card is told is lost.
   void WritePort(std::uint8_t port, std::uint8_t value, Nanos now, const Origin& origin = {});
 
-  // Applies the requests that have arrived and works the machine out up to now. Time never runs backwards: an
+  // Works the machine out up to now and applies the requests that have arrived. Time never runs backwards: an
   // earlier now counts as the time reached.
   void AdvanceTo(Nanos now);
 
@@ -43,27 +46,44 @@ class Rack final : private EventSink {
   void PowerOn(const std::uint16_t (&inputsOn)[kMaxEntries]);
 
  private:
+  // What the journal was told last of a motor or cylinder, so that it is told again only of what has changed.
+  struct Mover {
+    Nanos SampledAt;
+    std::int32_t Shown;  // encoder count, or cylinder state as in the journal
+    bool Busy;
+  };
+
   void InputEdge(SignalRef input, bool level, Nanos at) override;
   void Counted(int link, std::uint32_t count, Nanos at) override;
 
-  void MakeView();
-  void Reach(Nanos at);
-  Nanos NextOwnEvent() const;
-  void HandleOwnEvents();
+  void Begin();
+  void Reach(Nanos now);
+  void SettlePlant(Nanos at);
+  Nanos NextOwnEvent();
+  Nanos NextOfMovers(int slot);
+  void HandleKeys();
+  void EndFaults();
+  void NoteMovers(int slot, bool sample);
+  void NoteMotor(int slot, int channel, bool sample);
+  void NoteCylinder(int slot, int channel);
+
   void PressKey(std::uint32_t code, bool repeated);
-  void KeyTaken();
-  void ShowInput(int slot, int channel);
   void ShowInputs(int slot, std::uint16_t before);
+  std::uint32_t OutputBits(int slot) const;
+  void NoteOutputs(int slot, std::uint32_t before, const Origin& origin);
+
   void TakeRequests();
   RequestResult Apply(const Request& request, std::uint32_t number);
   RequestResult SetInput(const Request& request);
+  RequestResult Press(const Request& request, std::uint32_t number);
+  RequestResult PressFunctionKeys(const Request& request, std::uint32_t number);
   RequestResult BeginFault(const Request& request);
   RequestResult EndFault(const Request& request);
+  RequestResult CheckFault(const Request& request) const;
   void Impose(const FaultRecord& fault, bool begins);
-  void End(int row);
+  void End(FaultRecord& fault);
+  void ApplyStuck(int slot);
   bool Faulty(FaultKind kind, int slot) const;
-  void NoteOutputs(int slot, std::uint32_t before, const Origin& origin);
-  void NoteMotion(int slot, bool always);
 
   const RackImage& Image;
   RackLive& Live;
@@ -71,11 +91,7 @@ class Rack final : private EventSink {
   JournalRing* Journal = nullptr;
   MachineView View{};
   Plant Machine;
-  // What the journal was told last, so that it is told again only of what has changed.
-  std::int32_t NotedCount[kSlots][kStepperChannels]{};
-  Nanos NotedAt[kSlots][kStepperChannels]{};
-  bool NotedBusy[kSlots][kStepperChannels]{};
-  std::int32_t NotedCylinder[kSlots][kCylinderChannels]{};
+  Mover Movers[kSlots][kMaxMovers]{};
 };
 
 }  // namespace rack

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <type_traits>
 
 #include "cards/any_card.h"
 #include "plant/plant.h"
@@ -246,7 +247,7 @@ void PowerOn(RackState& state, const RackSetup& setup, Nanos monotonic);
 
 // A copy of what the controller's side keeps changing. False when no steady moment was found within about 100
 // ms (the controller ended in the middle of a change): the copy may then be torn.
-bool CopyLive(const RackLive& live, RackLive& copy);
+bool CopyLive(RackLive& live, RackLive& copy);
 
 // Marks a change of RackLive for readers. The controller's side only, one thread at a time.
 class LiveChange {
