@@ -1,0 +1,320 @@
+// The C library's calls that are answered in the controller's place.
+//
+// Only the two device names, program files, files of the board outside the machine's directory, sync and
+// restart are looked at; every other call is passed on. A restart or sync never reaches the system, whatever
+// the environment says.
+#if defined(_FILE_OFFSET_BITS) && _FILE_OFFSET_BITS == 64
+#error "with large-file names on, open would be compiled under the name open64: both are defined here"
+#endif
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/reboot.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include "preload/bus_target.h"
+#include "preload/session.h"
+
+namespace rack {
+namespace {
+
+constexpr const char* kDevices[] = {"/dev/em_isa", "/dev/em335x_isa"};
+constexpr int kMaxHandles = 8;
+constexpr std::size_t kLongPath = 4096;
+
+std::atomic<BusTarget*> PlacedBus{nullptr};
+std::atomic<std::uint32_t> Syncs{0};
+std::atomic<std::uint32_t> Restarts{0};
+std::atomic<std::uint32_t> RestartCommand{0};
+// Handles of the device, as descriptor plus 1; 0: not used.
+std::atomic<int> Handles[kMaxHandles];
+
+template <class Function>
+Function* Next(const char* name) {
+  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+BusTarget* Bus() {
+  BusTarget* placed = PlacedBus.load(std::memory_order_acquire);
+  return placed != nullptr ? placed : Session::Get();
+}
+
+Session* OwnSession() {
+  return PlacedBus.load(std::memory_order_acquire) != nullptr ? nullptr : Session::Get();
+}
+
+// 1 or 2 as in DeviceName, 0 for any other path.
+std::uint32_t DeviceNumber(const char* path) {
+  for (std::uint32_t i = 0; i < 2; ++i) {
+    if (path != nullptr && std::strcmp(path, kDevices[i]) == 0) return i + 1;
+  }
+  return 0;
+}
+
+bool IsHandle(int descriptor) {
+  for (const std::atomic<int>& handle : Handles) {
+    if (handle.load(std::memory_order_acquire) == descriptor + 1) return descriptor >= 0;
+  }
+  return false;
+}
+
+bool ReplaceHandle(int from, int to) {
+  for (std::atomic<int>& handle : Handles) {
+    int expected = from;
+    if (handle.compare_exchange_strong(expected, to)) return true;
+  }
+  return false;
+}
+
+int PassOpen(const char* path, int flags, unsigned mode) {
+  static auto* const next = Next<int(const char*, int, ...)>("open");
+  return next(path, flags, mode);
+}
+
+int OpenDevice(std::uint32_t number) {
+  BusTarget* bus = Bus();
+  const bool exists = bus != nullptr && static_cast<std::uint32_t>(bus->Device()) == number;
+  if (Session* session = OwnSession()) session->DeviceTried(exists);
+  if (!exists) {
+    errno = ENOENT;
+    return -1;
+  }
+  // A descriptor of its own, so that no other file gets the same number.
+  const int descriptor = PassOpen("/dev/null", O_RDWR | O_CLOEXEC, 0);
+  if (descriptor < 0) return -1;
+  if (ReplaceHandle(0, descriptor + 1)) return descriptor;
+  close(descriptor);
+  errno = EMFILE;
+  return -1;
+}
+
+int Open(const char* name, const char* path, int flags, unsigned mode) {
+  if (const std::uint32_t device = DeviceNumber(path)) return OpenDevice(device);
+  auto* const next = Next<int(const char*, int, ...)>(name);
+  return next(path, flags, mode);
+}
+
+int OpenAt(const char* name, int directory, const char* path, int flags, unsigned mode) {
+  if (const std::uint32_t device = DeviceNumber(path)) return OpenDevice(device);
+  auto* const next = Next<int(int, const char*, int, ...)>(name);
+  return next(directory, path, flags, mode);
+}
+
+ssize_t ReadDevice(void* buffer, std::size_t count) {
+  BusTarget* bus = Bus();
+  if (bus == nullptr || count == 0) return 0;
+  auto* const byte = static_cast<std::uint8_t*>(buffer);
+  const int value = bus->Read(byte[0]);
+  if (value < 0) {
+    errno = EIO;
+    return -1;
+  }
+  byte[0] = static_cast<std::uint8_t>(value);
+  return 1;
+}
+
+ssize_t WriteDevice(const void* buffer, std::size_t count) {
+  BusTarget* bus = Bus();
+  if (bus == nullptr || count < 2) {
+    errno = EINVAL;
+    return -1;
+  }
+  const auto* const bytes = static_cast<const std::uint8_t*>(buffer);
+  bus->Write(bytes[1], bytes[0]);
+  return static_cast<ssize_t>(count);
+}
+
+FILE* OpenStream(const char* name, const char* path, const char* mode) {
+  auto* const next = Next<FILE*(const char*, const char*)>(name);
+  Session* session = OwnSession();
+  if (session == nullptr || path == nullptr) return next(path, mode);
+  char kept[kLongPath];
+  if (!session->Redirect(path, kept, sizeof kept)) {
+    errno = ENAMETOOLONG;
+    return nullptr;
+  }
+  FILE* stream = next(kept, mode);
+  const int reason = errno;
+  session->FileOpened(path, stream);
+  errno = reason;
+  return stream;
+}
+
+int Restart(int command) {
+  RestartCommand = static_cast<std::uint32_t>(command);
+  ++Restarts;
+  Session* session = OwnSession();
+  if (session != nullptr && !session->RestartFails()) _exit(kRestartStatus);
+  errno = EPERM;
+  return -1;
+}
+
+void Sync() {
+  ++Syncs;
+  if (Session* session = OwnSession()) session->Synced();
+}
+
+// The mode of an open call is there only when the flags say so.
+bool TakesMode(int flags) {
+  return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+}
+
+}  // namespace
+
+void UseBus(BusTarget* bus) {
+  PlacedBus.store(bus, std::memory_order_release);
+}
+
+InterceptedCalls CallsSoFar() {
+  return {Syncs, Restarts, RestartCommand};
+}
+
+}  // namespace rack
+
+#define RACK_MODE_ARGUMENT(flags)  \
+  unsigned mode = 0;               \
+  if (rack::TakesMode(flags)) {    \
+    va_list rest;                  \
+    va_start(rest, flags);         \
+    mode = va_arg(rest, unsigned); \
+    va_end(rest);                  \
+  }
+
+extern "C" {
+
+int open(const char* path, int flags, ...) {
+  RACK_MODE_ARGUMENT(flags)
+  return rack::Open("open", path, flags, mode);
+}
+
+int open64(const char* path, int flags, ...) {
+  RACK_MODE_ARGUMENT(flags)
+  return rack::Open("open64", path, flags, mode);
+}
+
+int openat(int directory, const char* path, int flags, ...) {
+  RACK_MODE_ARGUMENT(flags)
+  return rack::OpenAt("openat", directory, path, flags, mode);
+}
+
+int openat64(int directory, const char* path, int flags, ...) {
+  RACK_MODE_ARGUMENT(flags)
+  return rack::OpenAt("openat64", directory, path, flags, mode);
+}
+
+// Names that fortified builds call.
+int __open_2(const char* path, int flags) {
+  return rack::Open("__open_2", path, flags, 0);
+}
+int __open64_2(const char* path, int flags) {
+  return rack::Open("__open64_2", path, flags, 0);
+}
+
+int __openat_2(int directory, const char* path, int flags) {
+  return rack::OpenAt("__openat_2", directory, path, flags, 0);
+}
+
+int __openat64_2(int directory, const char* path, int flags) {
+  return rack::OpenAt("__openat64_2", directory, path, flags, 0);
+}
+
+ssize_t read(int descriptor, void* buffer, size_t count) {
+  static auto* const next = rack::Next<ssize_t(int, void*, size_t)>("read");
+  return rack::IsHandle(descriptor) ? rack::ReadDevice(buffer, count) : next(descriptor, buffer, count);
+}
+
+ssize_t __read_chk(int descriptor, void* buffer, size_t count, size_t size) {
+  static auto* const next = rack::Next<ssize_t(int, void*, size_t, size_t)>("__read_chk");
+  if (!rack::IsHandle(descriptor) || count > size) return next(descriptor, buffer, count, size);
+  return rack::ReadDevice(buffer, count);
+}
+
+ssize_t write(int descriptor, const void* buffer, size_t count) {
+  static auto* const next = rack::Next<ssize_t(int, const void*, size_t)>("write");
+  return rack::IsHandle(descriptor) ? rack::WriteDevice(buffer, count) : next(descriptor, buffer, count);
+}
+
+int close(int descriptor) {
+  static auto* const next = rack::Next<int(int)>("close");
+  if (descriptor >= 0 && rack::ReplaceHandle(descriptor + 1, 0)) {
+    if (rack::Session* session = rack::OwnSession()) session->DeviceClosed();
+  }
+  return next(descriptor);
+}
+
+FILE* fopen(const char* path, const char* mode) {
+  return rack::OpenStream("fopen", path, mode);
+}
+FILE* fopen64(const char* path, const char* mode) {
+  return rack::OpenStream("fopen64", path, mode);
+}
+
+int fclose(FILE* stream) {
+  static auto* const next = rack::Next<int(FILE*)>("fclose");
+  if (rack::Session* session = rack::OwnSession()) session->FileClosed(stream);
+  return next(stream);
+}
+
+void rewind(FILE* stream) {
+  static auto* const next = rack::Next<void(FILE*)>("rewind");
+  next(stream);
+  if (rack::Session* session = rack::OwnSession()) session->FileRewound(stream);
+}
+
+char* fgets(char* buffer, int size, FILE* stream) {
+  static auto* const next = rack::Next<char*(char*, int, FILE*)>("fgets");
+  char* line = next(buffer, size, stream);
+  if (rack::Session* session = rack::OwnSession()) session->LineRead(stream, buffer, line);
+  return line;
+}
+
+char* __fgets_chk(char* buffer, size_t room, int size, FILE* stream) {
+  static auto* const next = rack::Next<char*(char*, size_t, int, FILE*)>("__fgets_chk");
+  char* line = next(buffer, room, size, stream);
+  if (rack::Session* session = rack::OwnSession()) session->LineRead(stream, buffer, line);
+  return line;
+}
+
+int chmod(const char* path, mode_t mode) noexcept {
+  static auto* const next = rack::Next<int(const char*, mode_t)>("chmod");
+  char kept[rack::kLongPath];
+  rack::Session* session = rack::OwnSession();
+  if (session == nullptr || path == nullptr) return next(path, mode);
+  if (session->Redirect(path, kept, sizeof kept)) return next(kept, mode);
+  errno = ENAMETOOLONG;
+  return -1;
+}
+
+int reboot(int command) noexcept {
+  return rack::Restart(command);
+}
+
+void sync() noexcept {
+  rack::Sync();
+}
+
+long syscall(long number, ...) noexcept {
+  static auto* const next = rack::Next<long(long, ...)>("syscall");
+  va_list rest;
+  va_start(rest, number);
+  long arguments[6];
+  for (long& argument : arguments) argument = va_arg(rest, long);
+  va_end(rest);
+  // The restart call has two magic numbers in front of the command.
+  if (number == SYS_reboot) return rack::Restart(static_cast<int>(arguments[2]));
+  if (number == SYS_sync) {
+    rack::Sync();
+    return 0;
+  }
+  return next(number, arguments[0], arguments[1], arguments[2], arguments[3], arguments[4], arguments[5]);
+}
+
+}  // extern "C"

@@ -1,0 +1,72 @@
+// The process's link to the rack: the mapped state, and what the controller's own file calls tell about its
+// tasks.
+//
+// Any thread may call any operation; one lock guards it all. Time comes from CurrentClock.
+#pragma once
+
+#include <cstdio>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "preload/bus_target.h"
+#include "rack/rack.h"
+
+namespace rack {
+
+class Session final : public BusTarget {
+ public:
+  // The session of this process; null without a state file in the environment. Made at the first call, which
+  // may come before any constructor of the library has run.
+  static Session* Get();
+
+  DeviceName Device() override { return State.State()->Image.Device; }
+  int Read(std::uint8_t port) override;
+  void Write(std::uint8_t port, std::uint8_t value) override;
+
+  // The controller tries a device name; it has got it or not.
+  void DeviceTried(bool opened);
+  void DeviceClosed();
+
+  // Program files, by their path "plcN/...". Other files are none of the session's business.
+  void FileOpened(const char* path, FILE* stream);
+  void FileClosed(FILE* stream);
+  void FileRewound(FILE* stream);
+  // fgets has filled the buffer, or found the end of the file (line null).
+  void LineRead(FILE* stream, const char* buffer, const char* line);
+
+  void Synced();
+  // Whether the restart call is to fail; otherwise the caller ends the process.
+  bool RestartFails();
+
+  // Where a file of the board outside the machine's directory is kept; the path itself for every other file.
+  // False: the name does not fit into `kept`.
+  bool Redirect(const char* path, char* kept, std::size_t size) const;
+
+ private:
+  struct OpenProgram {
+    FILE* Stream;
+    std::uint8_t Task;
+    std::uint32_t File;
+    std::uint32_t Line;
+    bool InLine;     // the last read ended in the middle of a line
+    bool Searching;  // a label search is reading
+  };
+
+  Session(const char* path, std::string& error);
+  Nanos Now() const;
+  Origin Caller() const;
+  OpenProgram* Find(const FILE* stream);
+  std::uint32_t FileNumber(const char* path);
+  void NoteLine(OpenProgram& program, const char* text);
+  void NoteEnd(OpenProgram& program);
+  void NoteAccess(std::uint8_t port);
+
+  std::mutex Guard;
+  StateFile State;
+  std::unique_ptr<Rack> Machine;
+  std::string Home;  // folder of the run, without a slash at its end
+  OpenProgram Programs[64]{};
+};
+
+}  // namespace rack
