@@ -83,7 +83,8 @@ class HARDWARE {
   void OutExt(unsigned char Bit, HILOW HiLow);
   void OutRelay(unsigned char Bit, HILOW HiLow);  // no effect
 
-  // Line motor: Distence in units of 2.5 steps, a negative one counts as 0; SpeedLevel 1 to 3, others none.
+  // Line motor: runs Distence * 2 / 5 + 290 steps, a negative distance counting as 0; SpeedLevel 1 to 3,
+  // others none.
   void OutLineMotorPlusNoSW(long Distence, unsigned char Dir, unsigned char SpeedLevel);
   // As above, and waits until the motor has stopped, at most 60 s ("Line motor timeout" on the console).
   void OutLineMotorPlus(long Distence, unsigned char Dir, unsigned char SpeedLevel);

@@ -1,13 +1,10 @@
 #include "motfiles.h"
 
-#include <pthread.h>
-
 #include <cstring>
 
 #include "files.h"
 #include "locks.h"
-
-extern pthread_mutex_t FileLock;
+#include "plctask.h"
 
 namespace {
 

@@ -11,6 +11,7 @@
 #include <mutex>
 
 #include "drvlib.h"
+#include "plctask.h"
 
 namespace {
 
@@ -119,6 +120,7 @@ CardTest::CardTest() : bus(TheDriver().Bus) {
   bus = ScriptedBus();
   pthread_mutex_init(&HardLock, nullptr);
   pthread_mutex_init(&DispLock, nullptr);
+  pthread_mutex_init(&FileLock, nullptr);
 }
 
 // The system calls of the controller, which the test program answers in the C library's place.

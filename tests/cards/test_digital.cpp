@@ -27,7 +27,7 @@ int If(CkOVA_MANAGER& card, int ChIdx, std::string text, char* out) {
 // Identity, through the interface.
 std::string Identity(CkOVA_MANAGER& card) {
   char name[13] = "############";
-  const std::string result = card.GetHardTypeName(name);
+  std::string result = card.GetHardTypeName(name);
   EXPECT_EQ(result, name);
   EXPECT_EQ(result, card.GetHardTypeName(nullptr));
   EXPECT_TRUE(result.size() == 11 || name[result.size() + 1] == '#') << "more than the name was copied";
@@ -75,35 +75,30 @@ TEST_F(CardTest, IdentityDefaultsAndFarewellOfEveryCard) {
     EXPECT_EQ(bus.Log(), "");
 
     CkOVA_CPU cpu;
-    cpu.SetSlotID(7);
-    EXPECT_EQ(Identity(cpu), "kOVA_CPU");
-    EXPECT_EQ(bus.Log(), "0<0 0>ff 0<0 1>ff");
-    EXPECT_EQ(Defaults(cpu, " OUT LD IF "), "111101");
-
     CkOVA_IOS ios;
-    EXPECT_EQ(Identity(ios), "kOVA_IOS");
-    EXPECT_EQ(bus.Log(), "0<1 3>ff 0<1 4>ff");
-    ios.SetSlotID(12);
-    ios.InitHardware();
-    EXPECT_EQ(ios.GetHardType(), 0xFF);
-    EXPECT_EQ(bus.Log(), "0<c 4>ff");
-    EXPECT_EQ(Defaults(ios, " OUT LD IF "), "111101");
-
     CkOVA_CYMSTR cymstr;
-    EXPECT_EQ(Identity(cymstr), "kOVA_CYMSTR");
-    EXPECT_EQ(bus.Log(), "0<1 3>ff 0<1 4>ff");
-    cymstr.InitHardware();
-    EXPECT_EQ(Defaults(cymstr, " DG LDG "), "1111011");
-
     CkOVA_STMTR stmtr;
-    EXPECT_EQ(Identity(stmtr), "kOVA_STMTR");
-    EXPECT_EQ(bus.Log(), "0<1 3>ff 0<1 4>ff");
-    EXPECT_EQ(Defaults(stmtr, " OUT LD MOT LMOT ROW ROCLR "), "111");
-
     CkOVA_ASDA asda;
-    EXPECT_EQ(Identity(asda), "kOVA_ASDA");
-    EXPECT_EQ(bus.Log(), "0<1 0<1 0<1 3>ff 0<1 4>ff");
-    EXPECT_EQ(Defaults(asda, " OUT LD MOT LMOT ROW ROCLR "), "111");
+    const struct {
+      CkOVA_MANAGER& card;
+      const char *name, *log, *own, *defaults;
+    } cases[] = {
+        {cpu, "kOVA_CPU", "0<0 0>ff 0<0 1>ff", " OUT LD IF ", "111101"},
+        {ios, "kOVA_IOS", "0<1 3>ff 0<1 4>ff", " OUT LD IF ", "111101"},
+        {cymstr, "kOVA_CYMSTR", "0<1 3>ff 0<1 4>ff", " DG LDG ", "1111011"},
+        {stmtr, "kOVA_STMTR", "0<1 3>ff 0<1 4>ff", " OUT LD MOT LMOT ROW ROCLR ", "111"},
+        {asda, "kOVA_ASDA", "0<1 0<1 0<1 3>ff 0<1 4>ff", " OUT LD MOT LMOT ROW ROCLR ", "111"},
+    };
+    for (const auto& row : cases) {
+      EXPECT_EQ(Identity(row.card), row.name);
+      EXPECT_EQ(bus.Log(), row.log);
+      EXPECT_EQ(Defaults(row.card, row.own), row.defaults);
+      row.card.SetSlotID(12);
+      EXPECT_EQ(row.card.GetHardType(), 0xFF);
+      EXPECT_EQ(bus.Log(), &row.card == &cpu ? "0<0 1>ff" : "0<c 4>ff");
+    }
+    ios.InitHardware();
+    cymstr.InitHardware();
     EXPECT_EQ(ios.ReadHKey(), HKEY_NUL);
     EXPECT_EQ(bus.Log(), "");
     EXPECT_EQ(bus.Console(), "");
