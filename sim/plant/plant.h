@@ -106,7 +106,8 @@ class Plant {
   Plant(PlantState& state, const MachineView& machine, EventSink& sink)
       : State(state), Machine(machine), Sink(sink) {}
 
-  // Starts with the links that stand in the state. Inputs that are on at once are reported at time 0.
+  // Starts with the links that stand in the state, after the cards have been powered on. Inputs that are on
+  // at once are reported at time 0.
   void PowerOn();
   // Lets everything happen that happens until then, each thing at its own time. To be called before and after
   // every change from outside (a write to a card, a fault, an alarm), with the time of the change. One call

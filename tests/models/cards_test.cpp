@@ -242,9 +242,14 @@ TEST_P(MotorCards, CountStopEndsTheMoveWithThePulseThatReachesIt) {
   Move(0, 1000, 1, 0x88, 30);
   Now = 9000 * kMs;
   EXPECT_EQ(Position(0), -31);
+  Move(0, 1, 1, 0x80);
+  Now = 9100 * kMs;
+  Move(0, 1000, 1, 0x08, 30);
+  Now = 9500 * kMs;
+  EXPECT_EQ(Position(0), -31);
   // Without its bit the stop count does not matter.
   Move(0, 100, 1, 0x80, 30);
-  Now = 10000 * kMs;
+  Now = 11000 * kMs;
   EXPECT_EQ(Position(0), -131);
 }
 
@@ -324,7 +329,7 @@ TEST(StepperCard, BusyBitTellsOfTheSelectedChannelAndStopInputsAreOnePerChannel)
   SetMotorStop(stepper.Card, 8, true, 0);
   stepper.Writes({{7, 2}, {8, 0x47}, {9, 1}, {12, 20}, {24, 1}});
   EXPECT_EQ(stepper.Read(24), 1);
-  stepper.Writes({{7, 3}, {8, 0x44}, {9, 1}, {12, 20}, {24, 1}});
+  stepper.Writes({{7, 3}, {8, 0x47}, {9, 1}, {12, 20}, {24, 1}});
   EXPECT_EQ(stepper.Read(24), 0);
   stepper.Write(7, 2);
   EXPECT_EQ(stepper.Read(24), 1);

@@ -199,6 +199,23 @@ TEST_F(PlantTest, PartArrivesAfterTheMoveIsTakenAwayByTheOutputAndIsCounted) {
   EXPECT_EQ(State.States[1].Count, 2U);
 }
 
+TEST_F(PlantTest, ArrivalUnderWayKeepsItsTimeAndOnlyTheEdgeOfTheRemovalCounts) {
+  PlantLink& part = FromSignal(Effect::Arrive, Out(1, 0), In(1, 7));
+  part.OnDelay = 100 * kMs;
+  part.Removal = Out(1, 1);
+  Machine.PowerOn();
+  Write(1, 5, 0x01, 0);
+  Write(1, 5, 0x00, 20 * kMs);
+  Write(1, 5, 0x01, 50 * kMs);
+  Write(1, 5, 0x03, 200 * kMs);
+  // The removal stays on while the next one comes, and takes it only when it goes on again.
+  Write(1, 5, 0x02, 300 * kMs);
+  Write(1, 5, 0x03, 400 * kMs);
+  Write(1, 5, 0x01, 600 * kMs);
+  Write(1, 5, 0x03, 700 * kMs);
+  EXPECT_THAT(Take(), ElementsAre("1.7 on @100", "1.7 off @200", "1.7 on @500", "1.7 off @700"));
+}
+
 TEST_F(PlantTest, LinksActThroughEachOtherWhateverTheirOrder) {
   FromSignal(Effect::Count, In(1, 2));
   FromSignal(Effect::Follow, In(1, 1), In(1, 2));
