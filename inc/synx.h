@@ -67,7 +67,7 @@ enum class REPEAT { Once, UntilMet };
 
 // Command index.
 enum SYNXIDX {
-#define SYNX_ENUMERATOR(index, enumerator, keyword, form, gate, repeat, action) enumerator = index,
+#define SYNX_ENUMERATOR(index, enumerator, keyword, form, gate, repeat, action) enumerator = (index),
   SYNX_COMMANDS(SYNX_ENUMERATOR)
 #undef SYNX_ENUMERATOR
 };

@@ -17,7 +17,7 @@ class Client {
  public:
   Client() : Socket(socket(AF_INET, SOCK_DGRAM, 0)) {
     sockaddr_in any = Address(0);
-    bind(Socket, reinterpret_cast<sockaddr*>(&any), sizeof any);
+    EXPECT_EQ(bind(Socket, reinterpret_cast<sockaddr*>(&any), sizeof any), 0);
     const timeval limit = {20, 0};
     setsockopt(Socket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
   }
