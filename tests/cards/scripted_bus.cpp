@@ -158,6 +158,7 @@ int close(int fd) {
 }
 
 int nanosleep(const timespec* time, timespec*) {
+  if (TheDriver().Bus.OnPause) TheDriver().Bus.OnPause();
   const std::lock_guard hold(TheDriver().Lock);
   TheDriver().Bus.Entries.push_back("~" + std::to_string(time->tv_sec * 1000000 + time->tv_nsec / 1000));
   return 0;

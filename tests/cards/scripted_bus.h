@@ -11,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include "support/scratch.h"
+
 using SlotPort = std::pair<int, int>;
 
 struct ScriptedBus {
@@ -30,6 +32,7 @@ struct ScriptedBus {
   int TicksPerAccess = 1;    // of clock()
   int SecondsPerAccess = 0;  // of real time
   std::function<std::optional<int>(int slot, int port)> OnRead;  // asked first
+  std::function<void()> OnPause;
   std::map<SlotPort, std::vector<int>> Answers;
   std::map<SlotPort, int> Written;
   std::vector<std::string> Entries;
@@ -40,8 +43,8 @@ struct ScriptedBus {
 // What the console showed before the first test.
 const std::string& ConsoleAtStart();
 
-// A test with a fresh bus and fresh locks.
-class CardTest : public testing::Test {
+// A test with a fresh bus, fresh locks and a working directory of its own.
+class CardTest : public ScratchTest {
  protected:
   CardTest();
   ScriptedBus& bus;

@@ -1,6 +1,4 @@
 // Bus access, card scan and board outputs.
-#include <fstream>
-
 #include "drvlib.h"
 #include "kova_cpu.h"
 #include "kova_man.h"
@@ -132,11 +130,11 @@ TEST_F(BoardTest, TheFunctionPortIsTakenFromTheConfigurationOrRefused) {
       {"[UDP]\nFunctionPort=9\n", 0, ""},
   };
   for (const auto& row : cases) {
-    std::ofstream("Velmo.conf") << row.text;
+    Write("Velmo.conf", row.text);
     EXPECT_EQ(ConfiguredFunctionPort(), row.port) << row.text;
     EXPECT_EQ(bus.Console(), row.console);
   }
-  std::ofstream("Velmo.conf") << "[KEYPAD]\nFunctionPort=20\n";
+  Write("Velmo.conf", "[KEYPAD]\nFunctionPort=20\n");
   CARDINFO info = {};
   Scan(&info);
   bus.Log();

@@ -1,11 +1,11 @@
 // The stepper card, the servo card and the motor files.
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <sstream>
 #include <thread>
 
 #include "kova_asda.h"
+#include "kova_cpu.h"
+#include "kova_cymstr.h"
 #include "kova_stmtr.h"
 #include "scripted_bus.h"
 
@@ -205,6 +205,29 @@ TEST_F(MotionTest, ClearAndBusySelectNoChannel) {
   }
 }
 
+// A command of another thread must get through while this one pauses; under the card's lock it never comes
+// back.
+TEST_F(MotionTest, NoCardHoldsItsLockOverAPause) {
+  CkOVA_CPU cpu;
+  CkOVA_CYMSTR cylinder;
+  std::string on = "1";
+  int pauses = 0;
+  bus.OnPause = [&] {
+    pauses++;
+    servo.ClearCount(0);
+    cylinder.InportDG(0);
+    cpu.Cmd_OUT(0, on.data());
+  };
+  bus.Answer(9, 24, {0x00, 0x01});
+  Mot(servo, 0, "1&1&1");
+  EXPECT_EQ(pauses, 1);
+  bus.Answer(1, 6, {0x20});
+  cylinder.IsPosDG(0);
+  EXPECT_EQ(pauses, 3);
+  cpu.ReadHKey();
+  EXPECT_EQ(pauses, 4);
+}
+
 TEST_F(MotionTest, SingleStepsAndCommandsWithoutEffect) {
   stepper.SetMotorParamter(9, 1, 0, 1, 0, 1);
   EXPECT_EQ(bus.Log(6), "7<9 8<a8");
@@ -260,7 +283,6 @@ TEST_F(MotionTest, TwoThreadsNeverCrossTheirChannels) {
 }
 
 TEST_F(MotionTest, TheStatusTableIsSavedWholeAndLoadedWholeOrNotAtAll) {
-  std::filesystem::remove("SMPOS.DAT");
   STEPPOS table;
   table.LoadStepMotorStatus();
   EXPECT_EQ(table.GetStepMotorStatus(7), -1);
@@ -270,9 +292,7 @@ TEST_F(MotionTest, TheStatusTableIsSavedWholeAndLoadedWholeOrNotAtAll) {
   EXPECT_FALSE(std::filesystem::exists("SMPOS.DAT"));
 
   table.SaveStepMotorStatus(2, 5);
-  std::ifstream file("SMPOS.DAT", std::ios::binary);
-  const std::string image((std::istreambuf_iterator<char>(file)), {});
-  EXPECT_EQ(image, std::string(8, '\xFF') + std::string("\5\0\0\0", 4) + std::string(20, '\xFF'));
+  EXPECT_EQ(Read("SMPOS.DAT"), std::string(8, '\xFF') + std::string("\5\0\0\0", 4) + std::string(20, '\xFF'));
 
   STEPPOS other;
   other.LoadStepMotorStatus();
@@ -286,13 +306,13 @@ TEST_F(MotionTest, TheStatusTableIsSavedWholeAndLoadedWholeOrNotAtAll) {
   std::filesystem::create_directory("SMPOS.DAT");  // cannot be opened for writing
   other.SaveStepMotorStatus(2, 9);
   EXPECT_EQ(other.GetStepMotorStatus(2), 6);
-  std::filesystem::remove("SMPOS.DAT");
 }
 
 TEST_F(MotionTest, ThePositionTableTakesWhatTheFileHas) {
   const auto write = [](int numbers) {
-    std::ofstream file("MOZ.POS", std::ios::binary);
-    for (int i = 0; i < numbers; i++) file.write("\1\2\0", 4);
+    std::string image;
+    for (int i = 0; i < numbers; i++) image += std::string("\1\2\0\0", 4);
+    Write("MOZ.POS", image);
   };
   MOZPOS table;
   EXPECT_EQ(table.POS[9][31], 0);
