@@ -287,7 +287,7 @@ int chmod(const char* path, mode_t mode) noexcept {
   static auto* const next = rack::Next<int(const char*, mode_t)>("chmod");
   char kept[rack::kLongPath];
   rack::Session* session = rack::OwnSession();
-  if (session == nullptr || path == nullptr) return next(path, mode);
+  if (session == nullptr) return next(path, mode);
   if (session->Redirect(path, kept, sizeof kept)) return next(kept, mode);
   errno = ENAMETOOLONG;
   return -1;
