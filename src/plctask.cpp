@@ -113,7 +113,9 @@ struct PLCTASK {
 
 // Copies a name, cut where it does not fit.
 void CopyName(char (&name)[MAXNAME], const char* text) {
-  std::snprintf(name, sizeof name, "%s", text);
+  const size_t length = strnlen(text, sizeof name - 1);
+  std::memcpy(name, text, length);
+  name[length] = '\0';
 }
 
 // Path of one of the task's files; false when it does not fit.

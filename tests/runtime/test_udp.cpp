@@ -123,11 +123,12 @@ TEST_F(Endpoint, FailingCallsAreReportedAndTheNextOneWorks) {
   EXPECT_EQ(console.Text(),
             "PLCNet: Recvfrom error\nPLCNet: Sendto IP: Port:0\nPLCNet: Sendto error  Port 0\n");
 
+  const int port = FreePort();
   rlimit files;
   ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &files), 0);
   const rlimit none = {0, files.rlim_max};
   setrlimit(RLIMIT_NOFILE, &none);
-  const int withoutSocket = Server.Network_Init(FreePort());
+  const int withoutSocket = Server.Network_Init(port);
   setrlimit(RLIMIT_NOFILE, &files);
   EXPECT_EQ(withoutSocket, -1);
   EXPECT_EQ(errors.Text(), "create socket failed: Too many open files\n");
@@ -136,7 +137,6 @@ TEST_F(Endpoint, FailingCallsAreReportedAndTheNextOneWorks) {
   EXPECT_EQ(errors.Text(), "bind error: Address already in use\n");
   close(Server.UDP_Sockfd);
 
-  const int port = FreePort();
   ASSERT_EQ(Server.Network_Init(port), 1);
   First.Send(port, "again");
   EXPECT_EQ(Server.Recv(message), 5);
