@@ -4,7 +4,8 @@
 #include <cstdint>
 #include <string>
 
-#include "tool/snapshot.h"
+#include "cards/card.h"
+#include "plant/plant.h"
 
 namespace rack::tool {
 

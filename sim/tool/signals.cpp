@@ -6,16 +6,7 @@ namespace rack::tool {
 
 namespace {
 
-int InputChannels(const CardView& card) {
-  return card.kind == CardKind::Cpu || card.kind == CardKind::Io ? 16 : 0;
-}
-
-int OutputChannels(const CardView& card) {
-  if (card.kind == CardKind::Cpu) return 16;
-  return card.kind == CardKind::Io ? 24 : 0;
-}
-
-const char* KindName(SignalKind kind) {
+const char* SignalWord(SignalKind kind) {
   return kind == SignalKind::Input ? "input" : "output";
 }
 
@@ -26,16 +17,16 @@ SignalChoice Refuse(std::string error) {
 }
 
 // "0 cpu, 2 io": the cards that have such channels.
-std::string CardsWith(const Snapshot& snapshot, int (*channels)(const CardView&)) {
+std::string CardsWith(const Snapshot& snapshot, int (*channels)(CardKind)) {
   std::vector<std::string> cards;
   for (std::size_t entry = 0; entry < snapshot.cards.size(); ++entry) {
     const CardView& card = snapshot.cards[entry];
-    if (channels(card) > 0) cards.push_back(std::to_string(entry) + " " + CardName(card.kind));
+    if (channels(card.kind) > 0) cards.push_back(std::to_string(entry) + " " + KindName(card.kind));
   }
   return cards.empty() ? "none" : Join(cards, ", ");
 }
 
-SignalChoice ChooseAddress(const Snapshot& snapshot, int (*channels)(const CardView&), std::string_view what,
+SignalChoice ChooseAddress(const Snapshot& snapshot, int (*channels)(CardKind), std::string_view what,
                            std::string_view text, int entry, int channel) {
   const std::string shown(text);
   if (entry < 0 || static_cast<std::size_t>(entry) >= snapshot.cards.size()) {
@@ -43,14 +34,14 @@ SignalChoice ChooseAddress(const Snapshot& snapshot, int (*channels)(const CardV
                   std::to_string(static_cast<int>(snapshot.cards.size()) - 1) + ")");
   }
   const CardView& card = snapshot.cards[static_cast<std::size_t>(entry)];
-  const int count = channels(card);
+  const int count = channels(card.kind);
   if (count == 0) {
-    return Refuse(shown + ": entry " + std::to_string(entry) + " is a " + CardName(card.kind) +
+    return Refuse(shown + ": entry " + std::to_string(entry) + " is a " + KindName(card.kind) +
                   " card without " + std::string(what) +
                   "s; cards with them: " + CardsWith(snapshot, channels));
   }
   if (channel < 0 || channel >= count) {
-    return Refuse(shown + ": a " + CardName(card.kind) + " card has the " + std::string(what) + "s 0 to " +
+    return Refuse(shown + ": a " + KindName(card.kind) + " card has the " + std::string(what) + "s 0 to " +
                   std::to_string(count - 1));
   }
   SignalChoice choice;
@@ -96,19 +87,19 @@ SignalChoice ChooseSignal(const Snapshot& snapshot, SignalKind kind, std::string
   }
   if (const std::optional<Address> address = ParseAddress(text)) {
     const auto channels = kind == SignalKind::Input ? InputChannels : OutputChannels;
-    choice = ChooseAddress(snapshot, channels, KindName(kind), text, address->entry, address->channel);
+    choice = ChooseAddress(snapshot, channels, SignalWord(kind), text, address->entry, address->channel);
     choice.kind = kind;
     return choice;
   }
   const std::vector<std::string> names = NamesOf(snapshot, kind);
-  const std::string what = KindName(kind);
+  const std::string what = SignalWord(kind);
   std::string error = "no " + what + " is called \"" + std::string(text) + "\"" + Suggestion(text, names);
   error += names.empty() ? "; the rack file names none, give entry.channel such as 0.5"
                          : " (" + what + "s: " + Join(names, ", ") + ", or entry.channel such as 0.5)";
   return Refuse(error);
 }
 
-SignalChoice ChooseChannel(const Snapshot& snapshot, int (*channels)(const CardView&), std::string_view what,
+SignalChoice ChooseChannel(const Snapshot& snapshot, int (*channels)(CardKind), std::string_view what,
                            std::string_view text) {
   const std::optional<Address> address = ParseAddress(text);
   if (!address) {
@@ -124,7 +115,7 @@ SignalChoice ChooseCard(const Snapshot& snapshot, std::string_view text) {
   int matches = 0;
   const std::optional<int> number = WholeNumber(text);
   for (std::size_t entry = 0; entry < snapshot.cards.size(); ++entry) {
-    const char* name = CardName(snapshot.cards[entry].kind);
+    const char* name = KindName(snapshot.cards[entry].kind);
     cards.push_back(std::to_string(entry) + " " + name);
     const bool meant = number ? *number == static_cast<int>(entry) : Lower(text) == name;
     if (!meant) continue;

@@ -22,7 +22,7 @@ SignalChoice ChooseSignal(const Snapshot& snapshot, SignalKind kind, std::string
 
 // A motor or cylinder channel, "entry.channel"; those have no names. `channels` counts a card's channels of
 // that sort, `what` is how messages call one.
-SignalChoice ChooseChannel(const Snapshot& snapshot, int (*channels)(const CardView&), std::string_view what,
+SignalChoice ChooseChannel(const Snapshot& snapshot, int (*channels)(CardKind), std::string_view what,
                            std::string_view text);
 
 // The entry a card is meant by: its entry index, or its kind when the rack has one card of that kind.

@@ -1,18 +1,13 @@
-// The machine at one moment, as plain values: what `show`, `watch` and the explanations work from.
+// The machine at one moment, as plain values: what the displays and the explanations work from.
 #pragma once
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
+#include "rack/state.h"
+
 namespace rack::tool {
-
-enum class CardKind { None, Cpu, Io, Stepper, Cylinder, Servo };
-
-// How a card kind is called in the tool's texts.
-const char* CardName(CardKind kind);
-
-enum class SignalKind { Input, Output };
 
 // A signal that the rack file names. Channels from 16 on of an I/O card's outputs are its relays.
 struct NamedSignal {
@@ -24,32 +19,29 @@ struct NamedSignal {
 
 struct MotorView {
   bool busy = false;
-  bool blocked = false;    // a fault holds the motor
-  long long steps = 0;     // programmed steps of the last move
-  long long position = 0;  // where the motor stands, in steps
-  long long count = 0;     // encoder counter
-  int frequencyCode = 0;   // 0: the move never progresses
+  bool blocked = false;           // a fault holds the motor
+  std::int64_t position = 0;      // where the motor stands, in steps
+  std::int64_t count = 0;         // encoder counter
+  std::int64_t endsInNanos = -1;  // until the end of the running move; negative when it never ends
 };
 
 struct CylinderView {
-  int position = 0;  // where it stands, or where it came from while it travels
-  int target = 0;
-  bool moving = false;
-  bool alarm = false;
+  int thousandths = 0;  // where it is, in thousandths of a position
+  int target = 0;       // position of the command given last
+  std::uint8_t status = 0;
 };
 
 struct CardView {
   CardKind kind = CardKind::None;
   int slot = 0;
-  bool pulled = false;    // every read answers 0xFF
-  bool busFails = false;  // the driver's reads fail: every read answers 0xFF to the controller
-  int selectedChannel = 0;
-  std::uint32_t inputs = 0;  // as the controller reads them
-  std::uint32_t forced = 0;  // inputs that a person or a fault holds
-  std::uint32_t outputs = 0;
-  std::uint32_t relays = 0;
-  std::uint8_t keyCode = 0;  // latched code of the CPU card
+  bool pulled = false;        // every read answers 0xFF
+  int selectedChannel = 0;    // of the motor and cylinder cards
+  std::uint16_t inputs = 0;   // as the card shows them
+  std::uint16_t forced = 0;   // inputs that a person or a fault holds
+  std::uint32_t outputs = 0;  // relays from bit 16
+  std::uint8_t keyCode = 0;   // latched code of the CPU card
   std::uint8_t functionKeys = 0;
+  bool hasFunctionKeys = false;
   std::vector<MotorView> motors;
   std::vector<CylinderView> cylinders;
 };
@@ -57,29 +49,35 @@ struct CardView {
 // What a PLC task's reads of its program files show.
 struct TaskView {
   int task = 0;
-  bool ended = false;      // its reset program was missing at the start
-  bool inBlock = false;    // lines come from a called block
-  bool sourceOpen = true;  // the file it reads from is open
   bool stepMode = false;
-  std::string mainFile;  // empty after EXIT
-  std::string file;      // of the line below
-  int line = 0;          // 1 for the first line, 0 before any
-  std::string text;
-  long long standsNanos = 0;    // since that line was read
-  unsigned endOfFileReads = 0;  // reads that found the end of the file since that line
-  bool labelMissing = false;    // the label search of the last GO reached the end of the file
-  std::string failedOpen;       // path of the last program file that could not be opened, while that matters
+  std::string mainFile;          // open main program, empty: none
+  std::string blockFile;         // open block, empty: none
+  std::string file;              // of the line below, empty before any
+  int line = 0;                  // 1 for the first line
+  std::string text;              // trimmed
+  std::int64_t standsNanos = 0;  // since that line was read
+  unsigned endReads = 0;         // reads that found the end of the file since that line
+  bool labelMissing = false;     // the label search made for that line found nothing
+  std::string missingFile;       // a program file that could not be opened since that line
+};
+
+struct CounterView {
+  std::string name;
+  unsigned count = 0;
+  unsigned goal = 0;  // 0: none
 };
 
 struct Snapshot {
   bool running = false;
-  int pid = 0;
-  long long nowNanos = 0;  // since power-on
+  bool busFails = false;  // the driver's reads fail
+  int process = 0;
+  std::int64_t nowNanos = 0;  // since power-on
   unsigned restarts = 0;
   unsigned syncs = 0;
   std::vector<CardView> cards;  // by entry of the card table
   std::vector<TaskView> tasks;
   std::vector<NamedSignal> signals;
+  std::vector<CounterView> counters;
   std::vector<std::string> faults;  // each as a sentence
 };
 
@@ -87,6 +85,12 @@ struct Snapshot {
 std::string SignalText(const Snapshot& snapshot, SignalKind kind, int entry, int channel);
 
 // The name of a signal, or its address when it has none.
-std::string SignalName(const Snapshot& snapshot, SignalKind kind, int entry, int channel);
+std::string SignalLabel(const Snapshot& snapshot, SignalKind kind, int entry, int channel);
+
+// How many channels of each sort a card of this kind has; outputs include the relays.
+int InputChannels(CardKind kind);
+int OutputChannels(CardKind kind);
+int MotorChannels(CardKind kind);
+int CylinderChannels(CardKind kind);
 
 }  // namespace rack::tool

@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -45,7 +46,14 @@ bool DropRestartRight() {
 
 std::vector<std::string> Environment(const Launch& launch) {
   std::vector<std::string> environment;
-  for (char** entry = environ; *entry != nullptr; ++entry) environment.emplace_back(*entry);
+  for (char** entry = environ; *entry != nullptr; ++entry) {
+    const std::string_view inherited = *entry;
+    const std::string_view name = inherited.substr(0, inherited.find('=') + 1);
+    const auto replaces = [&](const std::string& own) { return own.compare(0, name.size(), name) == 0; };
+    if (std::none_of(launch.environment.begin(), launch.environment.end(), replaces)) {
+      environment.emplace_back(inherited);
+    }
+  }
   environment.insert(environment.end(), launch.environment.begin(), launch.environment.end());
   return environment;
 }

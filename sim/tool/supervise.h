@@ -14,7 +14,7 @@ struct Launch {
   std::vector<std::string> arguments;    // without the program's name
   std::string directory;                 // the machine's directory, the controller's working directory
   std::string library;                   // preloaded
-  std::vector<std::string> environment;  // "NAME=value", in addition to this process's own
+  std::vector<std::string> environment;  // "NAME=value", over this process's own
 };
 
 // The end of a run of the controller: its exit status, or 128 and the signal's number.

@@ -1,0 +1,74 @@
+// The subcommands. Each returns the exit status: 0 done, 1 failed, 2 wrong use.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace rack::tool {
+
+constexpr int kDone = 0;
+constexpr int kFailed = 1;
+constexpr int kWrongUse = 2;
+
+struct RunOptions {
+  std::string directory;
+  std::string rackFile;    // empty: rack.toml in the directory
+  std::string controller;  // empty: Velmo beside this program
+  std::string tasks;       // the controller's argument, empty: none
+  bool restartFails = false;
+  bool once = false;  // an intercepted restart ends the run
+};
+int Run(const RunOptions& options);
+
+struct KeyOptions {
+  std::string machine;
+  std::vector<std::string> names;
+  int holdMillis = 0;  // 0: the usual time
+};
+int PressKeys(const KeyOptions& options);
+
+struct InputOptions {
+  std::string machine;
+  std::string signal;
+  std::string level;  // on, off, release
+};
+int SetInput(const InputOptions& options);
+
+struct ShowOptions {
+  std::string machine;
+  bool json = false;
+};
+int Show(const ShowOptions& options);
+int Watch(const ShowOptions& options);
+
+struct FaultOptions {
+  std::string machine;
+  std::vector<std::string> words;
+  std::string duration;  // empty: until it is cleared
+};
+int Fault(const FaultOptions& options);
+
+struct TraceOptions {
+  std::string machine;
+  bool csv = false;
+  bool fromStart = false;  // begin with the oldest record that is still held
+  bool once = false;       // end when all is printed that happened so far
+  std::string duration;    // empty: until the run ends
+};
+int Trace(const TraceOptions& options);
+
+struct VcdOptions {
+  std::string machine;
+  std::string file;
+  bool fromStart = false;
+  bool once = false;
+  std::string duration;
+};
+int RecordVcd(const VcdOptions& options);
+
+int MakeMachine(const std::string& directory);
+
+// Prints "velmo-rack: TEXT" on standard error and returns the status.
+int Complain(int status, const std::string& text);
+
+}  // namespace rack::tool
