@@ -56,7 +56,7 @@ int FindItem(FILE* file, const char* item, int position, char* value) {
     char* key = strtok_r(line, "=", &rest);
     if (key == nullptr) continue;
     ReadIni.GetZero(key);
-    if (stricmp(key, item) != 0 || position < 0) continue;
+    if (stricmp(key, item) != 0) continue;
     return TakeValue(rest, position, value) ? FOUND : NOTFOUND;
   }
   return NOTFOUND;

@@ -51,8 +51,9 @@ TEST_F(Files, CopyKeepsTheModeOfItsDestination) {
 TEST_F(Files, OnlyARegularFileInTheTopDirectoryIsFound) {
   char top[] = ".";
   char name[] = "reboot.txt";
-  fs::create_directories("plc1/reboot.txt");
-  Write("plc1/other", "");
+  fs::create_directory("reboot.txt");
+  EXPECT_EQ(FindFile(top, name), 0);
+  fs::remove("reboot.txt");
   fs::create_directories("plc2");
   Write("plc2/reboot.txt", "");
   Write("Reboot.txt", "");
