@@ -104,6 +104,7 @@ struct LINENUMBER {
   bool Given = false;
   int Value = 0;
   int Column = -1;
+  std::string_view Text;  // trimmed, with what stands behind the digits
 };
 
 // A line taken apart. The texts are trimmed and point into the line.
@@ -124,6 +125,10 @@ struct EXPLAINEDLINE {
 // The parser's core, for the controller and for tools alike: takes a line apart and says why it yields
 // nothing. NeedsParam false: a line of the form ThreeFields may end behind its channel.
 void ExplainLine(const char* line, EXPLAINEDLINE* result, bool needsParam = true);
+
+// Whether a line, as read from its file, is a label, and its number: what GO searches for. Length and comment
+// of the line do not count.
+bool IsLabel(const char* line, int* number);
 
 // The parser as the PLC tasks use it. Has no state: all tasks share one object without a lock.
 class SYNX {

@@ -136,7 +136,8 @@ class LineReader {
     number->Given = true;
     // A number ends at the separator behind its piece, or at the end of the line.
     number->Value = ToNumber<int>(piece.data());
-    number->Column = Column(Trimmed(piece).data());
+    number->Text = Trimmed(piece);
+    number->Column = Column(number->Text.data());
     return LINEFAULT::None;
   }
 
@@ -175,6 +176,16 @@ void CopyText(char* buffer, std::string_view text) {
 void ExplainLine(const char* line, EXPLAINEDLINE* result, bool needsParam) {
   *result = EXPLAINEDLINE();
   LineReader(line, result).Read(needsParam);
+}
+
+bool IsLabel(const char* line, int* number) {
+  std::string_view piece;
+  Piece(line, 0, ':', &piece);
+  SYNXIDX keyword = SYN_NUL;
+  if (!FindKeyword(Trimmed(piece), &keyword) || keyword != SYN_LINE) return false;
+  if (!Piece(line, 1, ':', &piece)) return false;
+  *number = ToNumber<int>(piece.data());
+  return true;
 }
 
 SYNXIDX SYNX::Explain(const char* CmdName, int* SlotIdx, int* ChIdx, char* Param, char* CommentStr) {

@@ -1,11 +1,7 @@
 // What stands between a parsed line and its execution: the card of the entry, the label, the step gate.
-#include <cstring>
-
 #include "drvlib.h"
 #include "kova_man.h"
 #include "locks.h"
-#include "numbers.h"
-#include "readini.h"
 #include "synx.h"
 #include "waits.h"
 
@@ -24,16 +20,6 @@ using CardCommand = int (CkOVA_MANAGER::*)(int, void*);
 int GiveToCard(CardCommand command, int slotIdx, int chIdx, void* parameter) {
   CkOVA_MANAGER* card = CardOfEntry(slotIdx);
   return card == nullptr ? NOCARD : (card->*command)(chIdx, parameter);
-}
-
-bool IsLabel(const char* line, int number) {
-  char piece[MAXLINE];
-  ReadIni.GetField2(line, piece, 0, ':');
-  ReadIni.Trim(piece);
-  if (stricmp(piece, SYNXCMD[SYN_LINE]) != 0) return false;
-  if (ReadIni.GetField2(line, piece, 1, ':') == 0) return false;
-  ReadIni.Trim(piece);
-  return ToNumber<int>(piece) == number;
 }
 
 }  // namespace
@@ -80,7 +66,8 @@ int GoFileLine(FILE* Fptr, int LineIdx) {
   std::rewind(Fptr);
   char line[MAXLINE];
   while (std::fgets(line, sizeof line, Fptr) != nullptr) {
-    if (IsLabel(line, LineIdx)) return 1;
+    int number = 0;
+    if (IsLabel(line, &number) && number == LineIdx) return 1;
   }
   return 0;
 }
