@@ -272,14 +272,16 @@ void rewind(FILE* stream) {
 char* fgets(char* buffer, int size, FILE* stream) {
   static auto* const next = rack::Next<char*(char*, int, FILE*)>("fgets");
   char* line = next(buffer, size, stream);
-  if (rack::Session* session = rack::OwnSession()) session->LineRead(stream, buffer, line);
+  if (rack::Session* session = rack::OwnSession())
+    session->LineRead(stream, __builtin_return_address(0), line);
   return line;
 }
 
 char* __fgets_chk(char* buffer, size_t room, int size, FILE* stream) {
   static auto* const next = rack::Next<char*(char*, size_t, int, FILE*)>("__fgets_chk");
   char* line = next(buffer, room, size, stream);
-  if (rack::Session* session = rack::OwnSession()) session->LineRead(stream, buffer, line);
+  if (rack::Session* session = rack::OwnSession())
+    session->LineRead(stream, __builtin_return_address(0), line);
   return line;
 }
 

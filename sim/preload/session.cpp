@@ -15,10 +15,10 @@ constexpr char kOutside[] = "/home/root/";
 constexpr std::uint8_t kKeypadTask = 0;
 constexpr std::uint8_t kKeypadPort = 2;  // of the CPU card: only the keypad's thread reads it
 
-// The task of this thread, and the buffer that its runner reads program lines into: a label search reads into
-// another one.
+// The task of this thread, and the place in the code where its runner reads program lines: a label search
+// reads at another one.
 thread_local std::uint8_t ThisTask = kUnknownTask;
-thread_local const char* RunnerBuffer = nullptr;
+thread_local const void* RunnerReads = nullptr;
 
 // Task number of a program's path, 0 when it is none.
 std::uint8_t TaskOfPath(const char* path) {
@@ -192,26 +192,26 @@ void Session::FileRewound(FILE* stream) {
   program->InLine = false;
 }
 
-void Session::LineRead(FILE* stream, const char* buffer, const char* line) {
+void Session::LineRead(FILE* stream, const void* caller, const char* line) {
   const std::lock_guard<std::mutex> lock(Guard);
   OpenProgram* program = Find(stream);
   if (program == nullptr) return;
-  if (RunnerBuffer == nullptr) RunnerBuffer = buffer;
+  if (RunnerReads == nullptr) RunnerReads = caller;
   Machine->AdvanceTo(Now());
   const LiveChange change(State.State()->Live);
   if (line != nullptr) {
-    NoteLine(*program, line);
+    NoteLine(*program, caller, line);
   } else {
     NoteEnd(*program);
   }
 }
 
-void Session::NoteLine(OpenProgram& program, const char* text) {
+void Session::NoteLine(OpenProgram& program, const void* caller, const char* text) {
   RackLive& live = State.State()->Live;
   TaskRecord& task = live.Tasks[program.Task];
   if (!program.InLine) ++program.Line;
   program.InLine = std::strchr(text, '\n') == nullptr;
-  if (text != RunnerBuffer) {
+  if (caller != RunnerReads) {
     if (!program.Searching) ++task.Searches;
     program.Searching = true;
     task.SearchFailed = 0;

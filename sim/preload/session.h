@@ -32,8 +32,8 @@ class Session final : public BusTarget {
   void FileOpened(const char* path, FILE* stream);
   void FileClosed(FILE* stream);
   void FileRewound(FILE* stream);
-  // fgets has filled the buffer, or found the end of the file (line null).
-  void LineRead(FILE* stream, const char* buffer, const char* line);
+  // fgets, called from this place in the code, has read a line, or found the end of the file (line null).
+  void LineRead(FILE* stream, const void* caller, const char* line);
 
   void Synced();
   // Whether the restart call is to fail; otherwise the caller ends the process.
@@ -58,7 +58,7 @@ class Session final : public BusTarget {
   Origin Caller() const;
   OpenProgram* Find(const FILE* stream);
   std::uint32_t FileNumber(const char* path);
-  void NoteLine(OpenProgram& program, const char* text);
+  void NoteLine(OpenProgram& program, const void* caller, const char* text);
   void NoteEnd(OpenProgram& program);
   void NoteAccess(std::uint8_t port);
 
