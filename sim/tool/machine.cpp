@@ -145,7 +145,7 @@ void ViewCounters(const RackImage& image, const PlantState& plant, Snapshot& sna
     if (plant.Links[i].Then != Effect::Count) continue;
     const std::string name =
         image.LinkNames[i][0] != '\0' ? image.LinkNames[i] : "counter " + std::to_string(i);
-    snapshot.counters.push_back({name, plant.States[i].Count, plant.Links[i].Goal});
+    snapshot.counters.push_back({static_cast<int>(i), name, plant.States[i].Count, plant.Links[i].Goal});
   }
 }
 

@@ -1,5 +1,6 @@
 #include "tool/signals.h"
 
+#include "rackfile/rackfile.h"
 #include "tool/words.h"
 
 namespace rack::tool {
@@ -56,13 +57,10 @@ struct Address {
   int channel;
 };
 
-std::optional<Address> ParseAddress(std::string_view text) {
-  const std::size_t dot = text.find('.');
-  if (dot == std::string_view::npos) return std::nullopt;
-  const std::optional<int> entry = WholeNumber(text.substr(0, dot));
-  const std::optional<int> channel = WholeNumber(text.substr(dot + 1));
-  if (!entry || !channel) return std::nullopt;
-  return Address{*entry, *channel};
+std::optional<Address> AddressOf(std::string_view text) {
+  Address address{};
+  if (!ParseAddress(std::string(text), address.entry, address.channel)) return std::nullopt;
+  return address;
 }
 
 std::vector<std::string> NamesOf(const Snapshot& snapshot, SignalKind kind) {
@@ -85,7 +83,7 @@ SignalChoice ChooseSignal(const Snapshot& snapshot, SignalKind kind, std::string
     choice.channel = signal.channel;
     return choice;
   }
-  if (const std::optional<Address> address = ParseAddress(text)) {
+  if (const std::optional<Address> address = AddressOf(text)) {
     const auto channels = kind == SignalKind::Input ? InputChannels : OutputChannels;
     choice = ChooseAddress(snapshot, channels, SignalWord(kind), text, address->entry, address->channel);
     choice.kind = kind;
@@ -101,7 +99,7 @@ SignalChoice ChooseSignal(const Snapshot& snapshot, SignalKind kind, std::string
 
 SignalChoice ChooseChannel(const Snapshot& snapshot, int (*channels)(CardKind), std::string_view what,
                            std::string_view text) {
-  const std::optional<Address> address = ParseAddress(text);
+  const std::optional<Address> address = AddressOf(text);
   if (!address) {
     return Refuse("\"" + std::string(text) + "\" is no " + std::string(what) +
                   ": give entry.channel such as 2.1; cards with them: " + CardsWith(snapshot, channels));

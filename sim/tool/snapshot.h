@@ -62,6 +62,7 @@ struct TaskView {
 };
 
 struct CounterView {
+  int link = 0;  // row of the plant's list
   std::string name;
   unsigned count = 0;
   unsigned goal = 0;  // 0: none

@@ -77,8 +77,10 @@ std::string ChannelEvent(const Snapshot& snapshot, const JournalRecord& record, 
 }
 
 std::string CounterName(const Snapshot& snapshot, const JournalRecord& record) {
-  return record.Port < snapshot.counters.size() ? snapshot.counters[record.Port].name
-                                                : std::to_string(record.Port);
+  for (const CounterView& counter : snapshot.counters) {
+    if (counter.link == record.Port) return counter.name;
+  }
+  return std::to_string(record.Port);
 }
 
 std::string EventText(const Snapshot& snapshot, const JournalRecord& record) {

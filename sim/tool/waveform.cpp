@@ -29,9 +29,8 @@ Waveform::Waveform(std::ostream& out, const Snapshot& snapshot) : writer_(out) {
   faults_ = static_cast<std::int64_t>(snapshot.faults.size());
   for (std::size_t entry = 0; entry < snapshot.cards.size(); ++entry)
     AddCard(snapshot, static_cast<int>(entry));
-  for (std::size_t i = 0; i < snapshot.counters.size(); ++i) {
-    AddWire({JournalKind::CounterValue, 0, static_cast<int>(i)}, "counters", snapshot.counters[i].name, 32,
-            snapshot.counters[i].count);
+  for (const CounterView& counter : snapshot.counters) {
+    AddWire({JournalKind::CounterValue, 0, counter.link}, "counters", counter.name, 32, counter.count);
   }
   for (int task = 1; task <= kPlcTasks; ++task) {
     AddWire({JournalKind::ProgramLine, task, 0}, "programs", "plc" + std::to_string(task) + "_line", 32, 0);

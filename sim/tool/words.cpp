@@ -1,31 +1,16 @@
 #include "tool/words.h"
 
-#include <algorithm>
 #include <cctype>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 
+#include "rackfile/rackfile.h"
+
 namespace rack::tool {
 
 namespace {
-
-// Number of single-letter edits between two words.
-std::size_t EditDistance(std::string_view a, std::string_view b) {
-  std::vector<std::size_t> row(b.size() + 1);
-  for (std::size_t j = 0; j <= b.size(); ++j) row[j] = j;
-  for (std::size_t i = 1; i <= a.size(); ++i) {
-    std::size_t diagonal = row[0];
-    row[0] = i;
-    for (std::size_t j = 1; j <= b.size(); ++j) {
-      const std::size_t replaced = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
-      diagonal = row[j];
-      row[j] = std::min({row[j] + 1, row[j - 1] + 1, replaced});
-    }
-  }
-  return row[b.size()];
-}
 
 struct Unit {
   std::string_view name;
@@ -42,21 +27,8 @@ std::string Lower(std::string_view text) {
   return lower;
 }
 
-std::string NearestWord(std::string_view word, const std::vector<std::string>& candidates) {
-  const std::string wanted = Lower(word);
-  std::size_t best = std::max<std::size_t>(1, wanted.size() / 3) + 1;
-  std::string nearest;
-  for (const std::string& candidate : candidates) {
-    const std::size_t distance = EditDistance(wanted, Lower(candidate));
-    if (distance >= best) continue;
-    best = distance;
-    nearest = candidate;
-  }
-  return nearest;
-}
-
 std::string Suggestion(std::string_view word, const std::vector<std::string>& candidates) {
-  const std::string nearest = NearestWord(word, candidates);
+  const std::string nearest = Nearest(std::string(word), candidates);
   return nearest.empty() ? "" : "; did you mean " + nearest + "?";
 }
 

@@ -10,9 +10,6 @@ namespace rack::tool {
 
 std::string Lower(std::string_view text);
 
-// The candidate that a mistyped word most likely meant; empty when none is near.
-std::string NearestWord(std::string_view word, const std::vector<std::string>& candidates);
-
 // "; did you mean X?" for a mistyped word, or nothing when no candidate is near.
 std::string Suggestion(std::string_view word, const std::vector<std::string>& candidates);
 
