@@ -1,0 +1,85 @@
+// A rack from the text of a rack file, in memory, with the calls that tests make on it.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "rack/rack.h"
+#include "rackfile/rackfile.h"
+
+class TestRack {
+ public:
+  explicit TestRack(const std::string& text) {
+    auto setup = std::make_unique<rack::RackSetup>();
+    std::vector<std::string> errors;
+    if (!rack::ReadRackText(text, "rack.toml", *setup, errors)) ADD_FAILURE() << errors.front();
+    rack::PowerOn(*State, *setup, 0);
+    Bus = std::make_unique<rack::Rack>(*State);
+  }
+
+  int Read(std::uint8_t slot, std::uint8_t port, rack::Nanos now) {
+    Bus->WritePort(0, slot, now);
+    return Bus->ReadPort(port, now);
+  }
+  void Write(std::uint8_t slot, std::uint8_t port, std::uint8_t value, rack::Nanos now) {
+    Bus->WritePort(0, slot, now);
+    Bus->WritePort(port, value, now);
+  }
+  // Sends a request, lets it be applied, and says what became of it.
+  rack::RequestResult Ask(const rack::Request& request, rack::Nanos now) {
+    std::uint32_t number = 0;
+    if (!rack::Send(State->Requests, request, number)) return rack::RequestResult::Pending;
+    Bus->AdvanceTo(now);
+    return rack::ResultOf(State->Requests, number);
+  }
+  // The journal's records but reads and writes, "ms kind slot.channel=value" with the kind as its number.
+  std::string Events() {
+    rack::JournalReader reader(State->Journal, rack::JournalReader::Start::Oldest);
+    rack::JournalRecord record{};
+    std::uint64_t lost = 0;
+    std::string text;
+    while (reader.Next(record, lost) == rack::JournalReader::Result::Record) {
+      if (record.Kind == rack::JournalKind::Read || record.Kind == rack::JournalKind::Write) continue;
+      text += std::to_string(record.Time / 1000000) + " " + Kind(record.Kind) + " " +
+              std::to_string(record.Slot) + "." + std::to_string(record.Port) + "=" +
+              std::to_string(record.Value) + "\n";
+    }
+    return text;
+  }
+
+  std::unique_ptr<rack::RackState> State = std::make_unique<rack::RackState>();
+  std::unique_ptr<rack::Rack> Bus;
+
+ private:
+  static const char* Kind(rack::JournalKind kind) {
+    switch (kind) {
+      case rack::JournalKind::ReadFailed:
+        return "failed";
+      case rack::JournalKind::InputEdge:
+        return "input";
+      case rack::JournalKind::OutputChange:
+        return "output";
+      case rack::JournalKind::RelayChange:
+        return "relay";
+      case rack::JournalKind::Key:
+        return "key";
+      case rack::JournalKind::KeyTaken:
+        return "taken";
+      case rack::JournalKind::FunctionKeys:
+        return "function";
+      case rack::JournalKind::MotorMove:
+        return "move";
+      case rack::JournalKind::MotorCount:
+        return "count";
+      case rack::JournalKind::FaultBegins:
+        return "fault";
+      case rack::JournalKind::FaultEnds:
+        return "cured";
+      default:
+        return "other";
+    }
+  }
+};

@@ -1,0 +1,181 @@
+#include "rack_fixture.h"
+
+using rack::FaultKind;
+using rack::Request;
+using rack::RequestKind;
+using rack::RequestResult;
+
+namespace {
+
+constexpr rack::Nanos kMs = 1000000;
+
+constexpr char kCell[] = R"(
+[rack]
+task_count = 3
+function_port = 20
+on_at_start = ["guard"]
+[slots]
+3 = "io"
+7 = { card = "stepper", pulses_per_unit = 10 }
+9 = "cylinder"
+[inputs]
+guard = "0.1"
+clamped = "1.9"
+[outputs]
+clamp = "1.16"
+[[valve]]
+output = "clamp"
+sensor = "clamped"
+on_delay = "30 ms"
+)";
+
+Request Fault(FaultKind kind, std::uint8_t slot, std::uint8_t channel, int value, rack::Nanos duration) {
+  return {RequestKind::BeginFault, kind, slot, channel, 0, value, 0, duration};
+}
+
+Request Input(RequestKind kind, std::uint8_t slot, std::uint8_t channel, int level) {
+  return {kind, FaultKind::None, slot, channel, 0, level, 0, 0};
+}
+
+TEST(RackTest, SlotSelectReachesOneCardAndEmptySlotsReadOpenBus) {
+  TestRack cell(kCell);
+  EXPECT_EQ(cell.Read(0, 1, 0), 0xA3);
+  EXPECT_EQ(cell.Read(0, 8, 0), 3);
+  EXPECT_EQ(cell.Read(0, 3, 0), 0x02);  // the guard is closed
+  EXPECT_EQ(cell.Read(3, 4, 0), 0x83);
+  EXPECT_EQ(cell.Read(7, 4, 0), 0x81);
+  EXPECT_EQ(cell.Read(9, 4, 0), 0x82);
+  EXPECT_EQ(cell.Read(4, 4, 0), 0xFF);
+  EXPECT_EQ(cell.Read(13, 4, 0), 0xFF);
+  cell.Write(200, 5, 1, 0);
+  cell.Write(3, 5, 0x81, 0);
+  EXPECT_EQ(cell.Read(3, 5, 0), 0x81);
+  EXPECT_EQ(cell.Read(0, 5, 0), 0x00);
+}
+
+TEST(RackTest, EdgesStandAtTheirOwnTimeHoweverLateTheNextAccess) {
+  TestRack cell(kCell);
+  cell.Write(3, 7, 0x01, 5 * kMs);
+  EXPECT_EQ(cell.Read(3, 9, 34 * kMs), 0x00);
+  EXPECT_EQ(cell.Read(3, 9, 900 * kMs), 0x02);
+  EXPECT_EQ(cell.Read(3, 9, 20 * kMs), 0x02);  // time does not run backwards
+  EXPECT_EQ(cell.Events(), "0 input 0.1=1\n5 relay 3.16=1\n35 input 3.9=1\n");
+}
+
+TEST(RackTest, JournalFollowsAMotorToTheEndOfItsMove) {
+  TestRack cell(kCell);
+  cell.Write(7, 7, 2, 0);
+  cell.Write(7, 9, 10, 0);   // 100 pulses per second
+  cell.Write(7, 12, 10, 0);  // 5 steps
+  cell.Write(7, 24, 1, 0);
+  EXPECT_EQ(cell.Read(7, 24, 200 * kMs), 0);
+  EXPECT_EQ(cell.Events(),
+            "0 input 0.1=1\n0 move 7.2=1\n20 count 7.2=2\n40 count 7.2=4\n50 count 7.2=5\n50 move 7.2=0\n");
+}
+
+TEST(RackTest, InputsSetByHandHoldAgainstTheMachineUntilReleased) {
+  TestRack cell(kCell);
+  EXPECT_EQ(cell.Ask(Input(RequestKind::SetInput, 0, 1, 0), kMs), RequestResult::Done);
+  EXPECT_EQ(cell.Read(0, 3, kMs), 0x00);
+  EXPECT_EQ(cell.Ask(Input(RequestKind::SetInput, 3, 9, 0), kMs), RequestResult::Done);
+  cell.Write(3, 7, 0x01, 2 * kMs);
+  EXPECT_EQ(cell.Read(3, 9, 100 * kMs), 0x00);
+  EXPECT_EQ(cell.Ask(Input(RequestKind::ReleaseInput, 3, 9, 0), 101 * kMs), RequestResult::Done);
+  EXPECT_EQ(cell.Read(3, 9, 101 * kMs), 0x02);
+  EXPECT_EQ(cell.Ask(Input(RequestKind::SetInput, 7, 0, 1), 101 * kMs), RequestResult::NoSuchCard);
+  EXPECT_EQ(cell.Ask(Input(RequestKind::SetInput, 3, 16, 1), 101 * kMs), RequestResult::NoSuchChannel);
+  EXPECT_EQ(cell.Ask(Input(RequestKind::SetInput, 99, 0, 1), 101 * kMs), RequestResult::NoSuchCard);
+}
+
+TEST(RackTest, HeldKeyRepeatsAndIsTakenByTheClear) {
+  TestRack cell(kCell);
+  const Request press{RequestKind::PressKey, FaultKind::None, 0, 0, 0, 0x5A, 0, 650 * kMs};
+  EXPECT_EQ(cell.Ask(press, 10 * kMs), RequestResult::Done);
+  EXPECT_EQ(cell.State->Live.Keys.TakenCount, 0U);
+  EXPECT_EQ(cell.Read(0, 2, 50 * kMs), 0x5A);
+  cell.Write(0, 1, 0, 60 * kMs);
+  EXPECT_EQ(cell.State->Live.Keys.TakenCount, 1U);
+  EXPECT_EQ(cell.State->Live.Keys.TakenRequest, cell.State->Live.Keys.PressRequest);
+  EXPECT_EQ(cell.Read(0, 2, 500 * kMs), 0x00);
+  EXPECT_EQ(cell.Read(0, 2, 2000 * kMs), 0x5A);
+  EXPECT_EQ(cell.Events(), "0 input 0.1=1\n10 key 0.0=90\n60 taken 0.1=90\n510 key 0.1=90\n610 key 0.1=90\n");
+}
+
+TEST(RackTest, FunctionKeysStandInTheirRegisterWhileTheyAreHeld) {
+  TestRack cell(kCell);
+  const Request press{RequestKind::PressFunctionKeys, FaultKind::None, 0, 0, 0, 8, 0, 100 * kMs};
+  EXPECT_EQ(cell.Ask(press, 0), RequestResult::Done);
+  EXPECT_EQ(cell.Read(0, 20, 99 * kMs), 0x08);
+  EXPECT_EQ(cell.Read(0, 20, 100 * kMs), 0x00);
+  EXPECT_EQ(cell.Events(), "0 input 0.1=1\n0 function 0.0=8\n100 function 0.0=0\n");
+  TestRack plain("");
+  EXPECT_EQ(plain.Ask(press, 0), RequestResult::NoFunctionKeys);
+}
+
+TEST(RackTest, FaultsOfTheBusEndAtTheirOwnTime) {
+  TestRack cell(kCell);
+  cell.Write(3, 5, 0xF0, 0);
+  EXPECT_EQ(cell.Ask(Fault(FaultKind::CardPulled, 3, 0, 0, 50 * kMs), 0), RequestResult::Done);
+  EXPECT_EQ(cell.Read(3, 5, 10 * kMs), 0xFF);
+  cell.Write(3, 5, 0x0F, 20 * kMs);
+  EXPECT_EQ(cell.Read(3, 5, 50 * kMs), 0xF0);
+  EXPECT_EQ(cell.Ask(Fault(FaultKind::BusReadsFail, 0, 0, 0, 0), 60 * kMs), RequestResult::Done);
+  EXPECT_EQ(cell.Read(0, 1, 60 * kMs), -1);
+  EXPECT_EQ(cell.Ask({RequestKind::EndAllFaults, FaultKind::None, 0, 0, 0, 0, 0, 0}, 70 * kMs),
+            RequestResult::Done);
+  EXPECT_EQ(cell.Read(0, 1, 70 * kMs), 0xA3);
+  EXPECT_EQ(cell.Events().substr(cell.Events().find("0 fault")),
+            "0 fault 3.0=1\n50 cured 3.0=1\n60 fault 0.0=7\n60 failed 0.1=0\n70 cured 0.0=7\n");
+}
+
+TEST(RackTest, FaultsOfTheMachineReachInputsMotorsAndCylinders) {
+  TestRack cell(kCell);
+  EXPECT_EQ(cell.Ask(Fault(FaultKind::InputStuck, 0, 5, 1, 0), 0), RequestResult::Done);
+  EXPECT_EQ(cell.Ask(Input(RequestKind::SetInput, 0, 5, 0), 0), RequestResult::Done);
+  EXPECT_EQ(cell.Read(0, 3, 0), 0x22);
+  EXPECT_EQ(cell.Ask(Fault(FaultKind::CylinderAlarm, 9, 1, 0, 0), 0), RequestResult::Done);
+  cell.Write(9, 5, 1, 0);
+  EXPECT_EQ(cell.Read(9, 6, kMs), 0x80);
+  EXPECT_EQ(cell.Ask(Fault(FaultKind::CardSilent, 9, 0, 0, 0), kMs), RequestResult::Done);
+  cell.Write(9, 6, 0x10, kMs);
+  EXPECT_EQ(cell.Read(9, 5, 900 * kMs), 0x01);
+  EXPECT_EQ(cell.Ask(Fault(FaultKind::MotorBlocked, 7, 0, 0, 0), 900 * kMs), RequestResult::Done);
+  cell.Write(7, 7, 0, 900 * kMs);
+  cell.Write(7, 9, 10, 900 * kMs);
+  cell.Write(7, 12, 10, 900 * kMs);
+  cell.Write(7, 24, 1, 900 * kMs);
+  EXPECT_EQ(cell.Read(7, 24, 910 * kMs), 0x01);
+  EXPECT_EQ(cell.Read(7, 20, 2000 * kMs), 0x00);
+  EXPECT_EQ(cell.Read(7, 24, 2000 * kMs), 0x00);
+}
+
+TEST(RackTest, FaultsThatCannotBeAreRefused) {
+  TestRack cell(kCell);
+  EXPECT_EQ(cell.Ask(Fault(FaultKind::CardPulled, 4, 0, 0, 0), 0), RequestResult::NoSuchCard);
+  EXPECT_EQ(cell.Ask(Fault(FaultKind::CylinderAlarm, 3, 0, 0, 0), 0), RequestResult::NoSuchCard);
+  EXPECT_EQ(cell.Ask(Fault(FaultKind::CylinderAlarm, 9, 3, 0, 0), 0), RequestResult::NoSuchChannel);
+  EXPECT_EQ(cell.Ask(Fault(FaultKind::MotorLosesSteps, 7, 0, 0, 0), 0), RequestResult::BadValue);
+  EXPECT_EQ(cell.Ask(Fault(FaultKind::InputStuck, 0, 0, 1, -1), 0), RequestResult::BadValue);
+  EXPECT_EQ(cell.Ask({RequestKind::EndFault, FaultKind::CardPulled, 3, 0, 0, 0, 0, 0}, 0),
+            RequestResult::NoSuchFault);
+  for (std::uint8_t i = 0; i < 32; ++i) {
+    EXPECT_EQ(cell.Ask(Fault(FaultKind::InputStuck, i < 16 ? 0 : 3, i % 16, 1, 0), 0), RequestResult::Done);
+  }
+  EXPECT_EQ(cell.Ask(Fault(FaultKind::CardPulled, 3, 0, 0, 0), 0), RequestResult::TooManyFaults);
+  // The same fault again takes the place of the one that is there.
+  EXPECT_EQ(cell.Ask(Fault(FaultKind::InputStuck, 3, 15, 0, 0), 0), RequestResult::Done);
+}
+
+TEST(RackTest, DisplayWorksOnACopyAndLeavesTheRackAlone) {
+  TestRack cell(kCell);
+  cell.Write(3, 7, 0x01, 5 * kMs);
+  const auto copy = std::make_unique<rack::RackLive>();
+  ASSERT_TRUE(rack::CopyLive(cell.State->Live, *copy));
+  rack::Rack view(cell.State->Image, *copy);
+  view.AdvanceTo(40 * kMs);
+  EXPECT_EQ(copy->Cards[3].Io.Inputs, 0x0200);
+  EXPECT_EQ(cell.State->Live.Cards[3].Io.Inputs, 0);
+  EXPECT_EQ(cell.Events(), "0 input 0.1=1\n5 relay 3.16=1\n");
+}
+
+}  // namespace

@@ -1,0 +1,117 @@
+#include "rack_fixture.h"
+
+namespace {
+
+std::string ErrorsOf(const std::string& text) {
+  const auto setup = std::make_unique<rack::RackSetup>();
+  std::vector<std::string> errors;
+  const bool right = rack::ReadRackText(text, "rack.toml", *setup, errors);
+  EXPECT_EQ(right, errors.empty());
+  std::string all;
+  for (const std::string& error : errors) all += error + "\n";
+  return all;
+}
+
+TEST(RackFileTest, EntriesFollowTheSlotsAndEverythingLandsInTheSetup) {
+  const auto setup = std::make_unique<rack::RackSetup>();
+  std::vector<std::string> errors;
+  ASSERT_TRUE(rack::ReadRackText(R"(
+[rack]
+device = "em335x_isa"
+task_count = 8
+settings = 7
+[slots]
+12 = { card = "servo", pulses_per_unit = 250 }
+2 = { card = "cylinder", travel_time = "1.5 s", setup_time = "20 ms", reset_time = "0 ms" }
+[inputs]
+home = "0.15"
+[[axis]]
+motor = "2.3"
+home = "home"
+low = "0.1"
+low_at = -500
+[[cylinder]]
+cylinder = "1.2"
+switches = { 15 = "0.4" }
+alarm = "0.5"
+[[counter]]
+name = "parts"
+goal = 4
+when_motor = "2.0"
+from = 100
+inverted = true
+)",
+                                 "rack.toml", *setup, errors));
+  EXPECT_EQ(setup->Image.Device, rack::DeviceName::Em335xIsa);
+  EXPECT_EQ(setup->Image.EntryCount, 3U);
+  EXPECT_EQ(setup->Image.EntrySlot[1], 2);
+  EXPECT_EQ(setup->Image.EntrySlot[2], 12);
+  EXPECT_EQ(setup->Cards[0].Cpu.TaskCount, 8);
+  EXPECT_EQ(setup->Cards[0].Cpu.Settings, 7);
+  EXPECT_EQ(setup->Cards[12].Servo.PulsesPerUnit, 250U);
+  EXPECT_EQ(setup->Cards[2].Cylinder.TravelTime, 1500000000);
+  EXPECT_EQ(setup->Cards[2].Cylinder.SetupTime, 20000000);
+  EXPECT_EQ(setup->Cards[2].Cylinder.ResetTime, 0);
+  ASSERT_EQ(setup->Plant.LinkCount, 5U);
+  const auto& links = setup->Plant.Links;
+  EXPECT_EQ(links[0].Entry, 2);
+  EXPECT_EQ(links[0].Channel, 3);
+  EXPECT_EQ(links[0].Target.Channel, 15);
+  EXPECT_EQ(links[1].To, -500);
+  EXPECT_EQ(links[2].When, rack::Condition::CylinderAlarm);
+  EXPECT_EQ(links[3].When, rack::Condition::CylinderStands);
+  EXPECT_EQ(links[3].From, 15);
+  EXPECT_EQ(links[4].Goal, 4U);
+  EXPECT_EQ(links[4].From, 100);
+  EXPECT_EQ(links[4].Inverted, 1);
+  EXPECT_STREQ(setup->Image.LinkNames[4], "parts");
+  EXPECT_STREQ(rack::FindSignal(setup->Image, "home")->Name, "home");
+  EXPECT_EQ(rack::FindSignal(setup->Image, "Home"), nullptr);
+}
+
+TEST(RackFileTest, EveryFindingNamesItsPlace) {
+  EXPECT_EQ(ErrorsOf("[rack]\ntask_cuont = 2\n[slot]\n3 = \"io\"\n"),
+            "rack.toml:3:1: unknown word \"slot\"; did you mean \"slots\"?\n"
+            "rack.toml:2:14: unknown word \"task_cuont\"; did you mean \"task_count\"?\n");
+  EXPECT_EQ(ErrorsOf("[rack]\ntask_count = 256\nfunction_port = 8\ndevice = \"isa\"\n"),
+            "rack.toml:2:14: \"task_count\" wants a whole number from 0 to 255\n"
+            "rack.toml:3:17: the ports below 9 are taken: \"function_port\" wants 9 to 255, or 0 for none\n"
+            "rack.toml:4:10: unknown device \"isa\"; known: em_isa, em335x_isa, none\n");
+  EXPECT_EQ(ErrorsOf("[slots]\n13 = \"io\"\n"), "rack.toml:2:6: no slot \"13\": plug-in slots are 1 to 12\n");
+  EXPECT_EQ(ErrorsOf("[slots]\n3 = \"steper\"\n"),
+            "rack.toml:2:5: unknown card \"steper\"; did you mean \"stepper\"?\n");
+  EXPECT_EQ(ErrorsOf("[slots]\n3 = { card = \"cylinder\", travel_time = 5 }\n"),
+            "rack.toml:2:40: \"travel_time\" wants a time such as \"300 ms\" or \"1.5 s\"\n");
+}
+
+TEST(RackFileTest, SignalsMustExistOnTheCardsThatAreThere) {
+  EXPECT_EQ(ErrorsOf("[inputs]\na = \"1.0\"\n"),
+            "rack.toml:2:5: no entry 1: this rack has the entries 0 to 0\n");
+  EXPECT_EQ(ErrorsOf("[inputs]\na = \"0.16\"\n"),
+            "rack.toml:2:5: the cpu card in entry 0 has inputs 0 to 15\n");
+  EXPECT_EQ(ErrorsOf("[slots]\n1 = \"servo\"\n[outputs]\na = \"1.0\"\n"),
+            "rack.toml:4:5: the servo card in entry 1 has no outputs\n");
+  EXPECT_EQ(ErrorsOf("[inputs]\na = \"five\"\n"), "rack.toml:2:5: no input is called \"five\"\n");
+  EXPECT_EQ(ErrorsOf("[inputs]\na = \"0.1\"\n[outputs]\na = \"0.1\"\n"),
+            "rack.toml:4:5: the name \"a\" is given twice\n");
+  EXPECT_EQ(ErrorsOf("[inputs]\nclamped = \"0.1\"\n[[valve]]\noutput = \"0.1\"\nsensor = \"clampd\"\n"),
+            "rack.toml:5:10: no input is called \"clampd\"; did you mean \"clamped\"?\n");
+  EXPECT_EQ(ErrorsOf("[[stop]]\nmotor = \"0.0\"\nwhen_input = \"0.1\"\n"),
+            "rack.toml:2:9: the cpu card in entry 0 has no motors\n");
+}
+
+TEST(RackFileTest, HalfADescriptionIsRefused) {
+  EXPECT_EQ(
+      ErrorsOf("[[arrival]]\ninput = \"0.0\"\n"),
+      "rack.toml:1:1: exactly one of when_input, when_output, when_motor, when_cylinder and when_alarm is "
+      "wanted here\n");
+  EXPECT_EQ(ErrorsOf("[[valve]]\noutput = \"0.0\"\n"), "rack.toml:1:1: \"sensor\" is missing here\n");
+  EXPECT_EQ(ErrorsOf("[valve]\noutput = \"0.0\"\n"), "rack.toml:1:1: \"valve\" is written as [[valve]]\n");
+  EXPECT_EQ(ErrorsOf("inputs = 3\n"), "rack.toml:1:10: \"inputs\" is written as [inputs]\n");
+}
+
+TEST(RackFileTest, BadTomlIsOneErrorWithItsPlace) {
+  EXPECT_EQ(ErrorsOf("[rack]\ntask_count 3\n"), "");
+}
+
+}  // namespace

@@ -1,0 +1,114 @@
+#include <unistd.h>
+
+#include <thread>
+
+#include "rack_fixture.h"
+
+using rack::JournalReader;
+using rack::JournalRecord;
+
+namespace {
+
+JournalRecord Numbered(std::int32_t value) {
+  return {value, rack::JournalKind::Write, 1, 2, 3, value, 4, 5};
+}
+
+TEST(JournalTest, ReaderIsToldWhatItMissed) {
+  const auto ring = std::make_unique<rack::JournalRing>();
+  JournalReader slow(*ring, JournalReader::Start::Oldest);
+  constexpr std::int32_t count = 262144 + 1000;
+  for (std::int32_t i = 0; i < count; ++i) Append(*ring, Numbered(i));
+  JournalRecord record{};
+  std::uint64_t lost = 0;
+  ASSERT_EQ(slow.Next(record, lost), JournalReader::Result::Record);
+  EXPECT_EQ(lost, 1000U);
+  EXPECT_EQ(record.Value, 1000);
+  JournalReader late(*ring, JournalReader::Start::Oldest);
+  lost = 0;
+  ASSERT_EQ(late.Next(record, lost), JournalReader::Result::Record);
+  EXPECT_EQ(lost, 0U);
+  EXPECT_EQ(record.Value, 1000);
+  JournalReader next(*ring, JournalReader::Start::Newest);
+  EXPECT_EQ(next.Next(record, lost), JournalReader::Result::Nothing);
+}
+
+TEST(JournalTest, RecordsComeWholeWhileTheyAreWritten) {
+  const auto ring = std::make_unique<rack::JournalRing>();
+  constexpr std::int32_t count = 600000;
+  std::thread writer([&] {
+    for (std::int32_t i = 0; i < count; ++i) Append(*ring, Numbered(i));
+  });
+  JournalReader reader(*ring, JournalReader::Start::Oldest);
+  std::uint64_t lost = 0;
+  std::uint64_t seen = 0;
+  JournalRecord record{};
+  std::int32_t last = -1;
+  while (last != count - 1) {
+    if (reader.Next(record, lost) == JournalReader::Result::Nothing) {
+      std::this_thread::yield();
+      continue;
+    }
+    ++seen;
+    ASSERT_EQ(record.Time, record.Value);
+    ASSERT_GT(record.Value, last);
+    last = record.Value;
+  }
+  writer.join();
+  EXPECT_EQ(seen + lost, 600000U);
+}
+
+TEST(RequestTest, FullRingRefusesAndResultsComeByNumber) {
+  const auto ring = std::make_unique<rack::RequestRing>();
+  rack::Request request{rack::RequestKind::SetInput, rack::FaultKind::None, 3, 4, 0, 1, 0, 9};
+  std::uint32_t number = 0;
+  for (std::uint32_t i = 0; i < 64; ++i) {
+    ASSERT_TRUE(Send(*ring, request, number));
+    EXPECT_EQ(number, i);
+  }
+  EXPECT_FALSE(Send(*ring, request, number));
+  EXPECT_EQ(ResultOf(*ring, 0), rack::RequestResult::Pending);
+  rack::Request taken{};
+  ASSERT_TRUE(NextRequest(*ring, taken, number));
+  EXPECT_EQ(number, 0U);
+  EXPECT_EQ(taken.Channel, 4);
+  EXPECT_EQ(taken.Duration, 9);
+  Finish(*ring, rack::RequestResult::NoSuchCard);
+  EXPECT_EQ(ResultOf(*ring, 0), rack::RequestResult::NoSuchCard);
+  EXPECT_EQ(ResultOf(*ring, 1), rack::RequestResult::Pending);
+  EXPECT_TRUE(Send(*ring, request, number));
+  EXPECT_EQ(ResultOf(*ring, 0), rack::RequestResult::Done);  // its place has been used again
+}
+
+TEST(StateFileTest, OutlivesItsProcessAndRefusesOtherFiles) {
+  const std::string path = testing::TempDir() + "rack-state-" + std::to_string(getpid());
+  const auto setup = std::make_unique<rack::RackSetup>();
+  rack::MakeEmptySetup(*setup);
+  std::string error;
+  rack::StateFile made;
+  ASSERT_TRUE(made.Create(path, *setup, error)) << error;
+  rack::Rack(*made.State()).WritePort(5, 0x42, 0);
+  rack::StateFile seen;
+  ASSERT_TRUE(seen.Open(path, error)) << error;
+  EXPECT_EQ(rack::Rack(*seen.State()).ReadPort(5, 0), 0x42);
+  EXPECT_FALSE(seen.Replaced());
+  ASSERT_TRUE(made.Create(path, *setup, error)) << error;
+  EXPECT_TRUE(seen.Replaced());
+  made.State()->Version = 99;
+  EXPECT_FALSE(seen.Open(path, error));
+  EXPECT_EQ(error, path + ": not the state of a rack, or of another version of this program");
+  EXPECT_FALSE(seen.Open(path + ".none", error));
+  EXPECT_EQ(error, path + ".none: No such file or directory");
+  unlink(path.c_str());
+}
+
+TEST(StateFileTest, LayoutIsTheSameForEveryProcess) {
+  EXPECT_EQ(sizeof(rack::RackImage), 25112U);
+  EXPECT_EQ(offsetof(rack::RackState, Live), 25136U);
+  EXPECT_EQ(offsetof(rack::RackLive, Cards), 1032U);
+  EXPECT_EQ(offsetof(rack::RackLive, Plant), 10392U);
+  EXPECT_EQ(offsetof(rack::RackLive, Tasks), 15064U);
+  EXPECT_EQ(offsetof(rack::RackLive, ProgramFiles), 28104U);
+  EXPECT_EQ(sizeof(rack::JournalRing), 8388616U);
+}
+
+}  // namespace
