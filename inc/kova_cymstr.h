@@ -46,9 +46,9 @@ class CkOVA_CYMSTR : public CardBody<CkOVA_CYMSTR> {
   int GoBackDG(unsigned char ChIdx);
   void OutDG(unsigned char ChIdx, unsigned char Pos);
 
-  // Poll without a pause, without a lock between reads, for at most 60 s. false: no end until then.
-  bool WaitSetupEnd(unsigned char ChIdx);
-  bool WaitResetEnd(unsigned char ChIdx);
+  // Poll without a pause, without a lock between reads, for at most 60 s.
+  void WaitSetupEnd(unsigned char ChIdx);
+  void WaitResetEnd(unsigned char ChIdx);
 
   int IsAlarmDG(unsigned char ChIdx);
   // 1: in position. 0: not in three reads. -1: in alarm.
@@ -86,7 +86,10 @@ class CkOVA_CYMSTR : public CardBody<CkOVA_CYMSTR> {
 
  private:
   unsigned char SelectedRead(unsigned char ChIdx, unsigned int addr);
-  int RunToEnd(unsigned char ChIdx, unsigned char command, bool (CkOVA_CYMSTR::*waitEnd)(unsigned char),
+  // The two waits; false: no end in time.
+  bool SetupEnds(unsigned char ChIdx);
+  bool ResetEnds(unsigned char ChIdx);
+  int RunToEnd(unsigned char ChIdx, unsigned char command, bool (CkOVA_CYMSTR::*ends)(unsigned char),
                const char* of);
   int ListedChannels(int (&channels)[MAXDGNUM]);
 };

@@ -106,19 +106,19 @@ void CkOVA_CYMSTR::SetDGDelay(unsigned char Delay) {
 // written.
 int CkOVA_CYMSTR::SetupDG(unsigned char ChIdx) {
   if (!HasChannel(ChIdx)) return -1;
-  return RunToEnd(ChIdx, kSetup, &CkOVA_CYMSTR::WaitSetupEnd, "setup");
+  return RunToEnd(ChIdx, kSetup, &CkOVA_CYMSTR::SetupEnds, "setup");
 }
 
 int CkOVA_CYMSTR::ResetDG(unsigned char ChIdx) {
   AddValidDGCh(ChIdx);
-  return RunToEnd(ChIdx, kReset, &CkOVA_CYMSTR::WaitResetEnd, "reset");
+  return RunToEnd(ChIdx, kReset, &CkOVA_CYMSTR::ResetEnds, "reset");
 }
 
 int CkOVA_CYMSTR::RunToEnd(unsigned char ChIdx, unsigned char command,
-                           bool (CkOVA_CYMSTR::*waitEnd)(unsigned char), const char* of) {
+                           bool (CkOVA_CYMSTR::*ends)(unsigned char), const char* of) {
   SetDGDelay(kDelayWhileRunning);
   OutportDG(ChIdx, command);
-  const bool ended = (this->*waitEnd)(ChIdx);
+  const bool ended = (this->*ends)(ChIdx);
   if (!ended) Console("CYMSTR: DG%d no end of %s\n", ChIdx, of);
   SetDGDelay(DGDELAYTMR);
   return ended ? 1 : -1;
@@ -137,14 +137,22 @@ void CkOVA_CYMSTR::OutDG(unsigned char ChIdx, unsigned char Pos) {
   if (Pos <= kLastPos) OutportDG(ChIdx, static_cast<unsigned char>(Pos | kMoveTo));
 }
 
-bool CkOVA_CYMSTR::WaitSetupEnd(unsigned char ChIdx) {
+void CkOVA_CYMSTR::WaitSetupEnd(unsigned char ChIdx) {
+  SetupEnds(ChIdx);
+}
+
+void CkOVA_CYMSTR::WaitResetEnd(unsigned char ChIdx) {
+  ResetEnds(ChIdx);
+}
+
+bool CkOVA_CYMSTR::SetupEnds(unsigned char ChIdx) {
   return PollUntil(RealSeconds(kEndSeconds), NO_PAUSE, [&] {
     const unsigned char Byte = InportDG(ChIdx);
     return (Byte & kAlarm) != 0 || PosReached(Byte);
   });
 }
 
-bool CkOVA_CYMSTR::WaitResetEnd(unsigned char ChIdx) {
+bool CkOVA_CYMSTR::ResetEnds(unsigned char ChIdx) {
   return PollUntil(RealSeconds(kEndSeconds), NO_PAUSE, [&] {
     const unsigned char Byte = InportDG(ChIdx);
     return (Byte & (kPosLow | kAlarm)) != 0 || (Byte & kResetting) == 0;
