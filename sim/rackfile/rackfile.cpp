@@ -5,8 +5,10 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <sstream>
 #include <toml.hpp>
+#include <utility>
 
 namespace rack {
 namespace {
@@ -32,7 +34,15 @@ class Reader {
   void Read(const Value& root);
 
  private:
+  struct Finding {
+    std::size_t Line;
+    std::size_t Column;
+    std::string Message;
+  };
+
+  void ReadAll(const Value& root);
   void Fail(const Value& value, const std::string& message);
+  void Report();
   void CheckWords(const Table& table, const std::vector<std::string>& scopes);
   const Value* Need(const Value& owner, const char* word);
 
@@ -65,6 +75,7 @@ class Reader {
   std::string Name;
   RackSetup& Setup;
   std::vector<std::string>& Errors;
+  std::vector<Finding> Findings;
   int Signals = 0;
 };
 
@@ -76,8 +87,18 @@ const Value* Get(const Value& owner, const char* word) {
 
 void Reader::Fail(const Value& value, const std::string& message) {
   const toml::source_location place = value.location();
-  Errors.push_back(Name + ":" + std::to_string(place.line()) + ":" + std::to_string(place.column()) + ": " +
-                   message);
+  Findings.push_back({place.line(), place.column(), message});
+}
+
+// Tables are read in no particular order; people read from top to bottom.
+void Reader::Report() {
+  std::stable_sort(Findings.begin(), Findings.end(), [](const Finding& a, const Finding& b) {
+    return std::pair(a.Line, a.Column) < std::pair(b.Line, b.Column);
+  });
+  for (const Finding& finding : Findings) {
+    Errors.push_back(Name + ":" + std::to_string(finding.Line) + ":" + std::to_string(finding.Column) + ": " +
+                     finding.Message);
+  }
 }
 
 void Reader::CheckWords(const Table& table, const std::vector<std::string>& scopes) {
@@ -425,7 +446,8 @@ void Reader::ReadCylinder(const Value& cylinder) {
     return;
   }
   link.When = Condition::CylinderStands;
-  for (const auto& [word, input] : switches->as_table()) {
+  const std::map<std::string, Value> ordered(switches->as_table().begin(), switches->as_table().end());
+  for (const auto& [word, input] : ordered) {
     const bool digits =
         !word.empty() && word.size() <= 2 && word.find_first_not_of("0123456789") == std::string::npos;
     link.From = digits ? std::stoi(word) : -1;
@@ -484,6 +506,11 @@ void Reader::ReadCounter(const Value& counter) {
 }
 
 void Reader::Read(const Value& root) {
+  ReadAll(root);
+  Report();
+}
+
+void Reader::ReadAll(const Value& root) {
   CheckWords(root.as_table(), {""});
   const auto table = [&](const char* word) -> const Value* {
     const Value* value = Get(root, word);
@@ -517,14 +544,13 @@ void Reader::Read(const Value& root) {
   }
 }
 
-// "file:line:column: message" of what the TOML reader found; its text has the message in its first line.
+// What the TOML reader found; its text has the message in its first line.
 std::string SyntaxError(const std::string& name, const toml::exception& error) {
   std::string message = error.what();
   message = message.substr(0, message.find('\n'));
-  for (const char* noise : {"[error] ", "toml::", "parse_"}) {
-    const std::size_t at = message.find(noise);
-    if (at == 0) message.erase(0, std::strlen(noise));
-  }
+  // The reader's own function name stands in front.
+  const std::size_t colon = message.find(": ");
+  if (colon != std::string::npos) message.erase(0, colon + 2);
   return name + ":" + std::to_string(error.location().line()) + ":" +
          std::to_string(error.location().column()) + ": " + message;
 }

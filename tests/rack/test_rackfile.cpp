@@ -71,8 +71,8 @@ inverted = true
 
 TEST(RackFileTest, EveryFindingNamesItsPlace) {
   EXPECT_EQ(ErrorsOf("[rack]\ntask_cuont = 2\n[slot]\n3 = \"io\"\n"),
-            "rack.toml:3:1: unknown word \"slot\"; did you mean \"slots\"?\n"
-            "rack.toml:2:14: unknown word \"task_cuont\"; did you mean \"task_count\"?\n");
+            "rack.toml:2:14: unknown word \"task_cuont\"; did you mean \"task_count\"?\n"
+            "rack.toml:3:1: unknown word \"slot\"; did you mean \"slots\"?\n");
   EXPECT_EQ(ErrorsOf("[rack]\ntask_count = 256\nfunction_port = 8\ndevice = \"isa\"\n"),
             "rack.toml:2:14: \"task_count\" wants a whole number from 0 to 255\n"
             "rack.toml:3:17: the ports below 9 are taken: \"function_port\" wants 9 to 255, or 0 for none\n"
@@ -111,7 +111,7 @@ TEST(RackFileTest, HalfADescriptionIsRefused) {
 }
 
 TEST(RackFileTest, BadTomlIsOneErrorWithItsPlace) {
-  EXPECT_EQ(ErrorsOf("[rack]\ntask_count 3\n"), "");
+  EXPECT_EQ(ErrorsOf("[rack]\ntask_count 3\n"), "rack.toml:2:1: missing key-value separator `=`\n");
 }
 
 }  // namespace
