@@ -17,7 +17,7 @@ constexpr int kFunctionMillis = 250;
 constexpr Nanos kTakenLimit = 10 * kSecond;
 
 bool Taken(const KeyState& keys, std::uint32_t number) {
-  return keys.TakenCount != 0 && keys.PressRequest == number && keys.TakenRequest == number;
+  return keys.PressCount != 0 && keys.PressRequest == number && keys.TakenRequest == number;
 }
 
 bool Held(const KeyState& keys) {

@@ -44,9 +44,9 @@ off_delay = "250 ms"
 )";
 
 constexpr const char* kConfiguration = R"([UDP]
-Port:2017
+Port=2017
 [KEYPAD]
-FunctionPort:9
+FunctionPort=9
 )";
 
 constexpr const char* kReset = R"(; Runs at the start and after the minus key: brings the machine to rest.

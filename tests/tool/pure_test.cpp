@@ -1,0 +1,174 @@
+// The parts of the tool that need no machine: names, addresses, waveform text, register names.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "tool/faults.h"
+#include "tool/key_names.h"
+#include "tool/machine.h"
+#include "tool/register_names.h"
+#include "tool/signals.h"
+#include "tool/trace_text.h"
+#include "tool/vcd_writer.h"
+#include "tool/words.h"
+
+namespace rack::tool {
+namespace {
+
+Snapshot SmallRack() {
+  Snapshot machine;
+  machine.running = true;
+  machine.cards.resize(3);
+  machine.cards[0].kind = CardKind::Cpu;
+  machine.cards[1].kind = CardKind::Io;
+  machine.cards[1].slot = 3;
+  machine.cards[2].kind = CardKind::Stepper;
+  machine.cards[2].slot = 5;
+  machine.signals = {{"clamp_closed", SignalKind::Input, 1, 5}, {"clamp", SignalKind::Output, 1, 16}};
+  return machine;
+}
+
+TEST(KeyNames, FindsEveryKeyInAnyLetterCaseWithItsCode) {
+  struct {
+    const char* name;
+    int code;
+    bool function;
+  } const cases[] = {
+      {"0", 0x70, false},    {"1", 0x69, false},     {"2", 0x72, false},     {"3", 0x7A, false},
+      {"4", 0x6B, false},    {"5", 0x73, false},     {"6", 0x74, false},     {"7", 0x6C, false},
+      {"8", 0x75, false},    {"9", 0x7D, false},     {"enter", 0x5A, false}, {"DEC", 0x7B, false},
+      {"-", 0x7B, false},    {"plus", 0x79, false},  {"+", 0x79, false},     {"Num", 0x77, false},
+      {"star", 0x7C, false}, {"slash", 0x4A, false}, {"Run", 0x08, true},    {"step", 0x04, true},
+      {"zero", 0x02, true},  {"cancel", 0x01, true}};
+  for (const auto& c : cases) {
+    const std::optional<Key> key = FindKey(c.name);
+    ASSERT_TRUE(key) << c.name;
+    EXPECT_EQ(key->code, c.code) << c.name;
+    EXPECT_EQ(key->function, c.function) << c.name;
+  }
+  EXPECT_FALSE(FindKey("Entr"));
+  EXPECT_FALSE(FindKey(""));
+  EXPECT_STREQ(KeyOfCode(0x7B)->name, "Dec");
+  EXPECT_FALSE(KeyOfCode(0x08));  // a function key's bit is no make code
+}
+
+TEST(Words, ReadsTimesAndRefusesWhatIsNone) {
+  EXPECT_EQ(DurationMillis("500ms"), 500);
+  EXPECT_EQ(DurationMillis("1.5s"), 1500);
+  EXPECT_EQ(DurationMillis("2min"), 120000);
+  EXPECT_EQ(DurationMillis("3"), 3000);
+  for (const char* bad : {"", "s", "-1s", "1h", "1 s", "nan", "1e30s"})
+    EXPECT_FALSE(DurationMillis(bad)) << bad;
+  EXPECT_EQ(WholeNumber("12"), 12);
+  for (const char* bad : {"", "1x", " 1", "99999999999"}) EXPECT_FALSE(WholeNumber(bad)) << bad;
+}
+
+TEST(Signals, AreFoundByNameAndByAddress) {
+  const Snapshot machine = SmallRack();
+  const SignalChoice named = ChooseSignal(machine, SignalKind::Input, "clamp_closed");
+  EXPECT_TRUE(named.found);
+  EXPECT_EQ(named.entry, 1);
+  EXPECT_EQ(named.channel, 5);
+  const SignalChoice relay = ChooseSignal(machine, SignalKind::Output, "1.23");
+  EXPECT_TRUE(relay.found);
+  EXPECT_EQ(relay.channel, 23);
+}
+
+TEST(Signals, WrongOnesSayWhatWouldHaveBeenRight) {
+  const Snapshot machine = SmallRack();
+  const auto error = [&](const char* text) { return ChooseSignal(machine, SignalKind::Input, text).error; };
+  EXPECT_EQ(error("clamp_close"),
+            "no input is called \"clamp_close\"; did you mean clamp_closed? (inputs: clamp_closed, or "
+            "entry.channel "
+            "such as 0.5)");
+  EXPECT_EQ(error("3.0"), "3.0: the card table has no entry 3 (entries 0 to 2)");
+  EXPECT_EQ(error("1.16"), "1.16: a io card has the inputs 0 to 15");
+  EXPECT_EQ(error("2.0"), "2.0: entry 2 is a stepper card without inputs; cards with them: 0 cpu, 1 io");
+  EXPECT_EQ(ChooseChannel(machine, MotorChannels, "motor", "drill").error,
+            "\"drill\" is no motor: give entry.channel such as 2.1; cards with them: 2 stepper");
+}
+
+TEST(Faults, WordsBecomeRequestsForTheSlot) {
+  const Snapshot machine = SmallRack();
+  const FaultChoice stuck = ChooseFault(machine, {"stuck", "clamp_closed", "on"}, RequestKind::BeginFault);
+  EXPECT_EQ(stuck.error, "");
+  EXPECT_EQ(stuck.request.Fault, FaultKind::InputStuck);
+  EXPECT_EQ(stuck.request.Slot, 3);
+  EXPECT_EQ(stuck.request.Channel, 5);
+  EXPECT_EQ(stuck.request.Value, 1);
+  const FaultChoice loses = ChooseFault(machine, {"loses", "2.7", "4"}, RequestKind::BeginFault);
+  EXPECT_EQ(loses.request.Slot, 5);
+  EXPECT_EQ(loses.request.Channel, 7);
+  EXPECT_EQ(loses.request.Value, 4);
+  EXPECT_EQ(ChooseFault(machine, {"pulled", "stepper"}, RequestKind::BeginFault).request.Slot, 5);
+  EXPECT_EQ(ChooseFault(machine, {"stuck", "1.5"}, RequestKind::BeginFault).error,
+            "wrong number of words; usage: fault stuck SIGNAL on|off");
+  EXPECT_EQ(ChooseFault(machine, {"puled", "2"}, RequestKind::BeginFault).error,
+            "there is no fault \"puled\"; did you mean pulled? (faults: pulled, stuck, alarm, blocked, "
+            "loses, silent, "
+            "bus)");
+  const FaultRecord record = {FaultKind::InputStuck, 3, 5, 0, 1, 0, 7 * kSecond};
+  EXPECT_EQ(FaultText(machine, record, 5 * kSecond), "stuck clamp_closed (1.5) on, 2.0 s left");
+}
+
+JournalRecord Record(JournalKind kind, int slot, int port, int value) {
+  return {1'250'000'000, kind, 2, static_cast<std::uint8_t>(slot), static_cast<std::uint8_t>(port),
+          value,         4,    1};
+}
+
+TEST(Trace, NamesCardRegisterAndSignals) {
+  const Snapshot machine = SmallRack();
+  const FileNames files = [](std::uint32_t number) { return number == 1 ? "plc2/FLOW.PLC" : ""; };
+  const std::string head = "    1.250000  plc2  plc2/FLOW.PLC:4  ";
+  const auto line = [&](const JournalRecord& record) { return TraceLine(machine, files, record); };
+  EXPECT_EQ(line(Record(JournalKind::Write, 5, 7, 2)), head + "slot 5 stepper: channel select = 2 (0x02)");
+  EXPECT_EQ(line(Record(JournalKind::Read, 5, 24, 1)), head + "slot 5 stepper: busy reads 1 (0x01)");
+  EXPECT_EQ(line(Record(JournalKind::Write, 5, 24, 1)), head + "slot 5 stepper: start = 1 (0x01)");
+  EXPECT_EQ(line(Record(JournalKind::Read, 3, 8, 0x21)),
+            head + "slot 3 io: inputs 0-7 reads 33 (0x21) [1.0 clamp_closed]");
+  EXPECT_EQ(line(Record(JournalKind::Write, 3, 7, 1)), head + "slot 3 io: relays 16-23 = 1 (0x01) [clamp]");
+  EXPECT_EQ(line(Record(JournalKind::InputEdge, 3, 5, 0)), head + "input clamp_closed (1.5) off");
+  EXPECT_EQ(TraceRow(machine, files, Record(JournalKind::Write, 5, 9, 7)),
+            "1250000000,3,plc2,\"plc2/FLOW.PLC\",4,5,9,7,\"slot 5 stepper: frequency = 7 (0x07)\"");
+}
+
+TEST(Vcd, IsWrittenWithScopesStartValuesAndOnlyChanges) {
+  std::ostringstream out;
+  VcdWriter writer(out);
+  const int level = writer.AddWire("slot3_io", "in5 clamp", 1);
+  const int count = writer.AddWire("slot5_stepper", "motor0", 4);
+  writer.Begin({1, -2}, 100);
+  writer.Change(level, 1, 150);
+  writer.Change(count, 3, 200);
+  writer.Change(level, 0, 200);
+  writer.Change(level, 1, 190);  // a record that comes late keeps the order of time
+  writer.Remark("3 records lost here");
+  writer.End(300);
+  EXPECT_EQ(out.str(),
+            "$version velmo-rack $end\n$timescale 1ns $end\n$scope module machine $end\n"
+            "$scope module slot3_io $end\n$var wire 1 ! in5_clamp $end\n$upscope $end\n"
+            "$scope module slot5_stepper $end\n$var wire 4 \" motor0 [3:0] $end\n$upscope $end\n"
+            "$upscope $end\n$enddefinitions $end\n"
+            "#100\n$dumpvars\n1!\nb1110 \"\n$end\n"
+            "#200\nb0011 \"\n0!\n1!\n$comment 3 records lost here $end\n#300\n");
+  EXPECT_EQ(writer.View("a.vcd"),
+            "[dumpfile] \"a.vcd\"\n[timestart] 0\n[treeopen] machine.\n"
+            "@200\n-slot3_io\n@28\nmachine.slot3_io.in5_clamp\n"
+            "@200\n-slot5_stepper\n@420\nmachine.slot5_stepper.motor0[3:0]\n");
+}
+
+TEST(StepFollower, PlusLatchesUntilDec) {
+  StepFollower step;
+  const auto take = [&](int code) { step.See(Record(JournalKind::KeyTaken, 0, 2, code)); };
+  EXPECT_FALSE(step.On());
+  take(0x79);
+  EXPECT_TRUE(step.On());
+  take(0x5A);  // Enter does nothing while the latch is set
+  EXPECT_TRUE(step.On());
+  take(0x7B);
+  EXPECT_FALSE(step.On());
+}
+
+}  // namespace
+}  // namespace rack::tool
