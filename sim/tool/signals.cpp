@@ -35,14 +35,14 @@ SignalChoice ChooseAddress(const Snapshot& snapshot, int (*channels)(CardKind), 
                   std::to_string(static_cast<int>(snapshot.cards.size()) - 1) + ")");
   }
   const CardView& card = snapshot.cards[static_cast<std::size_t>(entry)];
+  const std::string where = "entry " + std::to_string(entry) + " (" + KindName(card.kind) + ")";
   const int count = channels(card.kind);
   if (count == 0) {
-    return Refuse(shown + ": entry " + std::to_string(entry) + " is a " + KindName(card.kind) +
-                  " card without " + std::string(what) +
+    return Refuse(shown + ": " + where + " has no " + std::string(what) +
                   "s; cards with them: " + CardsWith(snapshot, channels));
   }
   if (channel < 0 || channel >= count) {
-    return Refuse(shown + ": a " + KindName(card.kind) + " card has the " + std::string(what) + "s 0 to " +
+    return Refuse(shown + ": " + where + " has the " + std::string(what) + "s 0 to " +
                   std::to_string(count - 1));
   }
   SignalChoice choice;

@@ -83,7 +83,8 @@ std::string LackOfMotorEnd(const Standing& at) {
 std::string LackOfCount(const Standing& at) {
   const int channels = MotorChannels(at.card->kind);
   if (channels == 0) {
-    return std::string("a ") + KindName(at.card->kind) + " card counts nothing: never met" + at.For();
+    return "entry " + std::to_string(at.Slot()) + " (" + KindName(at.card->kind) +
+           ") counts nothing: never met" + at.For();
   }
   if (at.Channel() < 0 || at.Channel() > 7) {
     return "channel " + std::to_string(at.Channel()) + " counts nothing: never met" + at.For();

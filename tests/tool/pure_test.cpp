@@ -83,8 +83,8 @@ TEST(Signals, WrongOnesSayWhatWouldHaveBeenRight) {
             "entry.channel "
             "such as 0.5)");
   EXPECT_EQ(error("3.0"), "3.0: the card table has no entry 3 (entries 0 to 2)");
-  EXPECT_EQ(error("1.16"), "1.16: a io card has the inputs 0 to 15");
-  EXPECT_EQ(error("2.0"), "2.0: entry 2 is a stepper card without inputs; cards with them: 0 cpu, 1 io");
+  EXPECT_EQ(error("1.16"), "1.16: entry 1 (io) has the inputs 0 to 15");
+  EXPECT_EQ(error("2.0"), "2.0: entry 2 (stepper) has no inputs; cards with them: 0 cpu, 1 io");
   EXPECT_EQ(ChooseChannel(machine, MotorChannels, "motor", "drill").error,
             "\"drill\" is no motor: give entry.channel such as 2.1; cards with them: 2 stepper");
 }

@@ -65,7 +65,7 @@ TEST_F(WhyTest, Motors) {
   EXPECT_EQ(Why("LMOT: 2, 1,"),
             "LMOT 2, 1: motor 1 still moves at 120 (blocked), its move never ends, for 3.2 s");
   EXPECT_EQ(Why("ROW: 2, 1, 4000"), "ROW 2, 1: count is 118 (motor blocked), should reach 4000, for 3.2 s");
-  EXPECT_EQ(Why("ROW: 1, 1, 4000"), "ROW 1, 1: a io card counts nothing: never met, for 3.2 s");
+  EXPECT_EQ(Why("ROW: 1, 1, 4000"), "ROW 1, 1: entry 1 (io) counts nothing: never met, for 3.2 s");
   machine.cards[4].motors[2].busy = true;
   EXPECT_EQ(Why("LMOT: 4, 2,"), "LMOT 4, 2: motor 2 still moves at 0, its move never ends, for 3.2 s");
   EXPECT_EQ(Why("LMOT: 4, 1,"), "LMOT 4, 1: lacks nothing, for 3.2 s");
