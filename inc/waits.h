@@ -5,7 +5,9 @@
 
 // Sleeps at least the given time. 0 or less returns at once. A signal does not shorten it.
 void PauseMicros(long long micros);
-inline void PauseMillis(long long millis) { PauseMicros(millis * 1000); }
+inline void PauseMillis(long long millis) {
+  PauseMicros(millis * 1000);
+}
 
 // Limits of a wait. Each counts from its construction; Over() is asked once after every poll that was not met.
 

@@ -4,7 +4,9 @@
 #include <cmath>
 #include <cstdlib>
 
-long long ToWideNumber(const char* text) { return std::strtoll(text, nullptr, 10); }
+long long ToWideNumber(const char* text) {
+  return std::strtoll(text, nullptr, 10);
+}
 
 float ToFloat(const char* text) {
   const double value = std::strtod(text, nullptr);

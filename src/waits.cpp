@@ -14,11 +14,14 @@ bool ProcessorTicks::Over() const {
   return (passed < 0 ? -passed : passed) > Limit;
 }
 
-RealSeconds::RealSeconds(int limit) : Limit(limit), Start() { clock_gettime(CLOCK_MONOTONIC, &Start); }
+RealSeconds::RealSeconds(int limit) : Limit(limit), Start() {
+  clock_gettime(CLOCK_MONOTONIC, &Start);
+}
 
 bool RealSeconds::Over() const {
   timespec now;
   clock_gettime(CLOCK_MONOTONIC, &now);
-  const long long seconds = static_cast<long long>(now.tv_sec) - Start.tv_sec - (now.tv_nsec < Start.tv_nsec ? 1 : 0);
+  const long long seconds =
+      static_cast<long long>(now.tv_sec) - Start.tv_sec - (now.tv_nsec < Start.tv_nsec ? 1 : 0);
   return seconds >= Limit;
 }

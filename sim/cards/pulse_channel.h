@@ -6,7 +6,8 @@
 //   bit 5     force: the external stop does not matter for this move
 //   bit 3     count stop: the move ends with the pulse after which |count| is the stop count or more
 //   bit 2     external stop: the move ends when the stop input has the level of bit 6, and does not start
-//   while it has bits 1,0  which of the stop inputs 0 to 3 is looked at
+//             while it has
+//   bits 1,0  which of the stop inputs 0 to 3 is looked at
 //
 // The step and stop registers hold twice the number; bit 0 is not looked at. A move takes its registers at
 // the start: what is written while it runs counts for the next start. A start during a move ends that move

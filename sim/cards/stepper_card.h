@@ -6,15 +6,16 @@
 //   3         version                                       -
 //   4         type, 0x81                                    -
 //   7         -                                             channel select, 0 to 7
-//   8         -                                             ch  control byte (pulse_channel.h; bits 1, 0 not
-//   used) 9         -                                             ch  frequency code 10, 11    - ch  start
-//   steps, low and high byte: kept, no effect 12 to 15  -                                             ch
-//   steps, bits 0 to 7 .. 24 to 31 16, 17    -                                             ch  compensation,
-//   low and high byte: kept, no effect 18        -                                             ch  generator
-//   clear 19        -                                             ch  encoder clear 20 to 23  ch  encoder,
-//   bits 0 to 7 .. 24 to 31          - 24        ch  bit 0 set while a move runs, others 0     ch  start: 1
-//   starts, other values nothing 26 to 29  -                                             ch  stop count, bits
-//   0 to 7 .. 24 to 31
+//   8         -                                             ch  control byte (pulse_channel.h; bits 1, 0 not used)
+//   9         -                                             ch  frequency code
+//   10, 11    -                                             ch  start steps, low and high byte: kept, no effect
+//   12 to 15  -                                             ch  steps, bits 0 to 7 .. 24 to 31
+//   16, 17    -                                             ch  compensation, low and high byte: kept, no effect
+//   18        -                                             ch  generator clear
+//   19        -                                             ch  encoder clear
+//   20 to 23  ch  encoder, bits 0 to 7 .. 24 to 31          -
+//   24        ch  bit 0 set while a move runs, others 0     ch  start: 1 starts, other values nothing
+//   26 to 29  -                                             ch  stop count, bits 0 to 7 .. 24 to 31
 //
 // Any other port and "-" read 0xFF; writes marked "-" and to other ports are lost.
 #pragma once

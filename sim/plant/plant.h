@@ -11,11 +11,9 @@
 //
 //   Effect   does
 //   Follow   the input Target follows the condition: on after OnDelay, off after OffDelay; a condition that
-//   does not
-//            last that long changes nothing
+//            does not last that long changes nothing
 //   Arrive   the input Target goes on OnDelay after the condition has become true, and off OffDelay after the
-//   signal
-//            Removal has gone on; without a Removal, OffDelay after the condition has become false
+//            signal Removal has gone on; without a Removal, OffDelay after the condition has become false
 //   Stop     the stop input StopChannel of the motor card StopEntry follows the condition
 //   Count    each time the condition becomes true counts one
 //
