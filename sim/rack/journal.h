@@ -88,6 +88,10 @@ class JournalReader {
   // The next record. `lost` is increased by the records that were overwritten before they could be read.
   Result Next(JournalRecord& record, std::uint64_t& lost);
 
+  // Number of the record that comes next, counted from 0 at power-on; at the start with the oldest one, so
+  // many were overwritten before.
+  std::uint32_t Number() const { return Position; }
+
  private:
   const JournalRing& Ring;
   std::uint32_t Position;

@@ -23,13 +23,17 @@ FollowSummary Follow(Machine& machine, JournalReader& reader, const FollowOption
                       (options.forMillis >= 0 && MonotonicNow() >= limit);
     JournalRecord next{};
     std::uint64_t missed = 0;
-    while (reader.Next(next, missed) == JournalReader::Result::Record) {
+    const auto tellLost = [&] {
       if (missed != 0) lost(missed);
       summary.lost += missed;
       missed = 0;
+    };
+    while (reader.Next(next, missed) == JournalReader::Result::Record) {
+      tellLost();
       ++summary.records;
       record(next);
     }
+    tellLost();
     if (last || stop.Within(kLookMillis)) return summary;
   }
 }

@@ -24,16 +24,20 @@ int Trace(const TraceOptions& options) {
     return number == 0 || number > kMaxProgramFiles ? "" : machine.State().Live.ProgramFiles[number - 1];
   };
   if (options.csv) std::puts(kTraceHeader);
-  const FollowSummary summary = Follow(
+  const auto tellLost = [](std::uint64_t lost) {
+    std::fprintf(stderr, "velmo-rack: %llu records lost here\n", static_cast<unsigned long long>(lost));
+  };
+  const std::uint64_t before = oldest ? reader.Number() : 0;
+  if (before != 0) tellLost(before);
+  FollowSummary summary = Follow(
       machine, reader, follow,
       [&](const JournalRecord& record) {
         const std::string line =
             options.csv ? TraceRow(snapshot, files, record) : TraceLine(snapshot, files, record);
         std::puts(line.c_str());
       },
-      [](std::uint64_t lost) {
-        std::fprintf(stderr, "velmo-rack: %llu records lost here\n", static_cast<unsigned long long>(lost));
-      });
+      tellLost);
+  summary.lost += before;
   std::fflush(stdout);
   std::fprintf(stderr, "velmo-rack: %s\n", SummaryText(summary).c_str());
   return std::ferror(stdout) != 0 ? Complain(kFailed, "the output could not be written") : kDone;

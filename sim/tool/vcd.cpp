@@ -42,7 +42,7 @@ int RecordVcd(const VcdOptions& options) {
   const bool oldest = options.fromStart || options.once;
   JournalReader reader(machine.State().Journal,
                        oldest ? JournalReader::Start::Oldest : JournalReader::Start::Newest);
-  std::uint64_t lost = 0;
+  std::uint64_t lost = oldest ? reader.Number() : 0;
   const std::vector<JournalRecord> past = oldest ? Past(reader, lost) : std::vector<JournalRecord>();
   const Snapshot snapshot = machine.Take();
   Waveform waveform(file, snapshot);
