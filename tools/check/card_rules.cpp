@@ -1,0 +1,258 @@
+// What the addressed card makes of a command: entry, channel and parameter.
+#include <algorithm>
+#include <string>
+
+#include "check/topics.h"
+#include "kova_man.h"
+#include "numbers.h"
+#include "public.h"
+
+namespace check {
+
+namespace {
+
+constexpr const char* kReadAs = ": the controller takes it for ";
+
+const char* WithoutEntry(SYNXIDX command) {
+  switch (command) {
+    case SYN_OUT:
+    case SYN_MOT:
+      return "reports a failure and goes on";
+    case SYN_DG:
+    case SYN_IF:
+    case SYN_ROCLR:
+      return "does nothing and goes on";
+    default:
+      return "waits for ever";
+  }
+}
+
+class CardRules {
+ public:
+  CardRules(const Machine& machine, const Program& program, const Line& line, Report* report)
+      : OfMachine(machine),
+        InProgram(program),
+        OfLine(line),
+        Parsed(line.Parsed),
+        Keyword(SYNXCMD[line.Parsed.CmdIdx]),
+        Param(line.Parsed.Param),
+        Out(*report) {}
+
+  void Check() {
+    if (WithoutCard(Parsed.CmdIdx) == nullptr) return;
+    if (Parsed.SlotIdx.Column < 0) return CheckTwoFields();
+    if (!CheckSlot()) return;
+    Card = OfMachine.CardOf(Parsed.SlotIdx.Value);
+    if (Card != nullptr && Card->Find(Parsed.CmdIdx) == nullptr) {
+      return Add(Parsed.KeywordColumn, RuleId::WrongCard,
+                 "entry " + Slot() + " is a " + Card->Name + ", which has no " + Keyword + ": " +
+                     WithoutCard(Parsed.CmdIdx) + "; another entry or command was probably meant");
+    }
+    CheckChannel();
+    CheckParam();
+  }
+
+ private:
+  void Add(int byte, RuleId rule, const std::string& message) {
+    Out.Add(InProgram, OfLine, byte, rule, message);
+  }
+
+  std::string Slot() const { return std::to_string(Parsed.SlotIdx.Value); }
+
+  void CheckTwoFields() {
+    const std::string channel = std::to_string(Parsed.ChIdx.Value);
+    Add(Parsed.KeywordColumn, RuleId::TwoFieldWait,
+        Keyword + " with two fields is channel " + channel +
+            " of the CPU card: the wait is met at once, while the axis still moves; did you mean \"" +
+            Keyword + ": " + channel + ", " + (Param.empty() ? "0" : Param) + ",\"?");
+  }
+
+  bool CheckSlot() {
+    const int slot = Parsed.SlotIdx.Value;
+    const int entries = OfMachine.Rack ? static_cast<int>(OfMachine.Rack->Entries.size()) : MAXCARDNO;
+    if (slot >= 0 && slot < entries) return true;
+    const std::string limit =
+        OfMachine.Rack ? "this rack has entries 0 to " : "a rack has at most entries 0 to ";
+    Add(Parsed.SlotIdx.Column, RuleId::NoSuchSlot,
+        "there is no entry " + Slot() + ": the controller " + WithoutEntry(Parsed.CmdIdx) + "; " + limit +
+            std::to_string(entries - 1));
+    return false;
+  }
+
+  void CheckChannel() {
+    if (Card == nullptr) return;
+    const CardCommand& command = *Card->Find(Parsed.CmdIdx);
+    const int channel = Parsed.ChIdx.Value;
+    if (channel >= 0 && channel < command.Channels) return;
+    const int reached = ReachedChannel(command, channel);
+    const std::string effect = reached < 0 ? "the controller " + std::string(command.Outside)
+                                           : "the controller takes channel " + std::to_string(reached);
+    Add(Parsed.ChIdx.Column, RuleId::BadChannel,
+        Keyword + " on a " + Card->Name + " has no channel " + std::to_string(channel) + ": " + effect +
+            "; channels are 0 to " + std::to_string(command.Channels - 1));
+  }
+
+  void CheckParam() {
+    switch (Parsed.CmdIdx) {
+      case SYN_OUT:
+        return CheckOut();
+      case SYN_LD:
+        return CheckLd();
+      case SYN_DG:
+        return CheckDg();
+      case SYN_ROW:
+        return CheckRow();
+      case SYN_MOT:
+        return CheckMot();
+      case SYN_IF:
+        return CheckIf();
+      default:
+        return;
+    }
+  }
+
+  // Value of the number, which the controller cuts to 32 bits.
+  int Number(const std::string& text, int column) {
+    CheckNumberText(InProgram, OfLine, column, text, &Out);
+    const int value = ToNumber<int>(text.c_str());
+    if (ToWideNumber(text.c_str()) != value) {
+      Add(column, RuleId::ValueCut,
+          "\"" + text + "\" does not fit 32 bits" + kReadAs + std::to_string(value));
+    }
+    return value;
+  }
+
+  void CheckOut() {
+    const bool hasDigit = Param.find_first_of("0123456789") != std::string::npos;
+    const int value = ToNumber<int>(Param.c_str());
+    if (hasDigit && (value == 0 || value == 1)) {
+      Number(Param, Parsed.ParamColumn);
+      return;
+    }
+    Add(Parsed.ParamColumn, RuleId::OutValue,
+        "OUT with \"" + Param + "\": the controller switches off; 1 switches on, 0 off");
+  }
+
+  void CheckLd() { CheckLevel(Param, Parsed.ParamColumn, "waits for ever"); }
+
+  void CheckLevel(const std::string& text, int column, const char* effect) {
+    const int level = Number(text, column);
+    if (level == LOW || level == HI) return;
+    Add(column, RuleId::LevelNever,
+        "an input is never " + std::to_string(level) + ": the controller " + effect + "; a level is 0 or 1");
+  }
+
+  void CheckDg() {
+    constexpr int kSetup = -1;
+    constexpr int kReset = -2;
+    constexpr int kLastPosition = 15;
+    const int position = Number(Param, Parsed.ParamColumn);
+    if (position == kSetup || position == kReset || (position >= 0 && position <= kLastPosition)) return;
+    const int sent = position & 0xFF;
+    if (sent <= kLastPosition) {
+      return Add(Parsed.ParamColumn, RuleId::ValueCut,
+                 "position " + std::to_string(position) + " does not fit 8 bits" + kReadAs +
+                     std::to_string(sent) + "; positions are 0 to 15");
+    }
+    Add(Parsed.ParamColumn, RuleId::DgPosition,
+        "there is no position " + std::to_string(position) +
+            ": the controller sends nothing; 0 to 15 move, -1 sets up, -2 resets the alarm");
+  }
+
+  void CheckRow() { Number(Param, Parsed.ParamColumn); }
+
+  int MotFieldLimit() const { return Card != nullptr ? Card->MotFieldLimit : MAXMOTFIELD; }
+
+  void CheckMot() {
+    for (int i = 0; i < MOTFIELDNUM; ++i) {
+      const std::optional<std::string> field = PieceOf(Param, i, '&');
+      if (!field) {
+        if (!MotFieldTable[i].Required) return;
+        return Add(
+            Parsed.ParamColumn, RuleId::MotFields,
+            "MOT without " + std::string(MotFieldTable[i].Name) +
+                ": the controller reports a failure and nothing moves; the parameter is \"steps&frequency&"
+                "direction\"");
+      }
+      CheckMotField(static_cast<MOTIDX>(i), *field);
+    }
+    const int behind = MOTFIELDNUM;
+    if (!PieceOf(Param, behind, '&')) return;
+    Add(Parsed.ParamColumn + PieceColumn(Param, behind, '&'), RuleId::LostText,
+        "the controller does not look at what stands behind the eleventh field of MOT");
+  }
+
+  void CheckMotField(MOTIDX idx, const std::string& text) {
+    const MotField& row = MotFieldTable[idx];
+    const int column = Parsed.ParamColumn + PieceColumn(Param, idx, '&');
+    if (static_cast<int>(text.size()) >= MotFieldLimit()) {
+      return Add(column, RuleId::MotFields,
+                 std::string(row.Name) + " has " + std::to_string(MotFieldLimit()) +
+                     " characters or more: the controller reports a failure and nothing moves");
+    }
+    if (text.empty() && !row.Required) return;
+    CheckNumberText(InProgram, OfLine, column, text, &Out);
+    if (Card != nullptr &&
+        std::find(Card->MotUnused.begin(), Card->MotUnused.end(), idx) != Card->MotUnused.end()) {
+      return;
+    }
+    CheckMotValue(idx, column, ToWideNumber(text.c_str()));
+  }
+
+  void CheckMotValue(MOTIDX idx, int column, long long value) {
+    const MotField& row = MotFieldTable[idx];
+    const MotLimit limit = MotLimitOf(idx);
+    if (value >= 0 && value <= static_cast<long long>(limit.Largest)) return;
+    const std::string name = std::string(row.Name) + " " + std::to_string(value);
+    const std::string largest = "; 0 to " + std::to_string(limit.Largest) + " was probably meant";
+    if (limit.SharesByte) {
+      return Add(
+          column, RuleId::MotFlag,
+          name + ": the controller does not mask it, it is cut off or sets the flags beside it" + largest);
+    }
+    const long long cut = value & ((1LL << row.Bits) - 1);
+    const std::string effect = cut != value
+                                   ? "cuts it to " + std::to_string(cut)
+                                   : "doubles it, which does not fit " + std::to_string(row.Bits) + " bits";
+    Add(column, RuleId::ValueCut, name + " is too large: the controller " + effect + largest);
+  }
+
+  void CheckIf() {
+    for (const int field : {0, 1, 2}) {
+      const std::optional<std::string> text = PieceOf(Param, field, '&');
+      const int column = Parsed.ParamColumn + PieceColumn(Param, field, '&');
+      if (!text) {
+        return Add(Parsed.ParamColumn, RuleId::IfFields,
+                   "IF without its three fields: the controller calls nothing; the condition is "
+                   "\"level&block&block\", "
+                   "NUL for no block");
+      }
+      if (field == 0)
+        CheckLevel(*text, column, "always takes the second block");
+      else if (text->size() >= MAXNAME) {
+        return Add(column, RuleId::BlockName,
+                   "a block's name of 200 characters or more: the controller calls nothing; shorten it");
+      }
+    }
+    if (!PieceOf(Param, 3, '&')) return;
+    Add(Parsed.ParamColumn + PieceColumn(Param, 3, '&'), RuleId::LostText,
+        "the controller does not look at what stands behind the third field of IF");
+  }
+
+  const Machine& OfMachine;
+  const Program& InProgram;
+  const Line& OfLine;
+  const EXPLAINEDLINE& Parsed;
+  const std::string Keyword;
+  const std::string Param;
+  Report& Out;
+  const CardType* Card = nullptr;
+};
+
+}  // namespace
+
+void CheckCardCommands(const Machine& machine, const Program& program, Report* report) {
+  for (const Line& line : program.Lines) CardRules(machine, program, line, report).Check();
+}
+
+}  // namespace check

@@ -1,0 +1,171 @@
+// The configuration file, as the controller's reader finds its way through it.
+#include <algorithm>
+#include <cctype>
+#include <set>
+#include <sstream>
+#include <string>
+
+#include "check/topics.h"
+#include "drvlib.h"
+#include "numbers.h"
+#include "rackfile/rackfile.h"
+#include "readini.h"
+
+namespace check {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* kConfName = "Velmo.conf";
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+constexpr std::string_view kBlanks = " \t\r\n";
+
+struct ConfItem {
+  const char* Group;
+  const char* Item;
+  int Lowest;
+  int Highest;
+};
+constexpr ConfItem kItems[] = {
+    {"[UDP]", "Port", 1, 65535},
+    {"[KEYPAD]", "FunctionPort", 9, 255},
+};
+
+bool SameWord(const std::string& a, const std::string& b) {
+  return stricmp(a.c_str(), b.c_str()) == 0;
+}
+
+std::string Trimmed(const std::string& text) {
+  const size_t start = text.find_first_not_of(kBlanks);
+  if (start == text.npos) return "";
+  return text.substr(start, text.find_last_not_of(kBlanks) + 1 - start);
+}
+
+// Without leading blanks, as the reader compares it.
+std::string AsRead(const std::string& text) {
+  return text.substr(std::min(text.size(), text.find_first_not_of(' ')));
+}
+
+template <class Same>
+const ConfItem* FindItem(Same same) {
+  const auto* row = std::find_if(std::begin(kItems), std::end(kItems), same);
+  return row == std::end(kItems) ? nullptr : row;
+}
+
+class ConfRules {
+ public:
+  ConfRules(const std::string& path, Report* report) : Path(path), Out(*report) {}
+
+  void Check() {
+    std::istringstream lines(ReadWholeFile(Path));
+    std::string line;
+    while (std::getline(lines, line)) {
+      ++Number;
+      if (Number == 1 && line.compare(0, kByteOrderMark.size(), kByteOrderMark) == 0) {
+        Unread(1, "a byte order mark stands before the first line; save the file without it");
+        line.erase(0, kByteOrderMark.size());
+        CheckLine(line, false);
+        continue;
+      }
+      CheckLine(line, true);
+    }
+  }
+
+ private:
+  void Unread(size_t column, const std::string& message) {
+    Out.Add(Path, Number, static_cast<int>(column), RuleId::ConfUnread,
+            message + ": the controller does not find it and takes its default");
+  }
+
+  void CheckLine(const std::string& line, bool report) {
+    const std::string trimmed = Trimmed(line);
+    if (!trimmed.empty() && std::string_view("[<(").find(trimmed[0]) != std::string_view::npos) {
+      return CheckGroup(line, trimmed, report);
+    }
+    if (line.find('=') != line.npos) CheckItem(line);
+  }
+
+  void CheckGroup(const std::string& line, const std::string& trimmed, bool report) {
+    Group = FindItem([&](const ConfItem& row) { return SameWord(trimmed, row.Group); });
+    InGroup = true;
+    if (Group == nullptr) {
+      std::string upper = trimmed;
+      for (char& c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+      const std::string nearest = rack::Nearest(upper, {kItems[0].Group, kItems[1].Group});
+      if (!nearest.empty()) Unread(1, "\"" + trimmed + "\" is no group" + DidYouMean(nearest));
+      return;
+    }
+    const std::string name = Group->Group;
+    if (!report) return;
+    if (!SameWord(AsRead(line), name)) {
+      const size_t end = line.find(trimmed) + trimmed.size();
+      return Unread(end == line.size() ? 1 : end + 1,
+                    "a blank, tab or carriage return stands in the line of " + name);
+    }
+    if (!Groups.insert(name).second) Unread(1, "only the first group " + name + " is read");
+  }
+
+  void CheckItem(const std::string& line) {
+    const std::string key = AsRead(line.substr(0, line.find('=')));
+    const std::string trimmed = Trimmed(key);
+    if (!InGroup) {
+      const ConfItem* item = FindItem([&](const ConfItem& row) { return SameWord(trimmed, row.Item); });
+      if (item != nullptr) Unread(1, trimmed + " stands in no group; put " + item->Group + " before it");
+      return;
+    }
+    if (Group == nullptr) return;
+    const std::string item = Group->Item;
+    if (!SameWord(trimmed, item)) {
+      const std::string nearest = rack::Nearest(trimmed, {item});
+      if (!nearest.empty())
+        Unread(1, "\"" + trimmed + "\" is no item of " + Group->Group + DidYouMean(nearest));
+      return;
+    }
+    if (!SameWord(key, item)) {
+      return Unread(line.find('='), "a blank or tab stands around \"" + item + "\"; write \"" + item + "=\"");
+    }
+    if (!Items.insert(item).second)
+      return Unread(1, "only the first " + item + " of " + Group->Group + " is read");
+    CheckValue(line.find('=') + 2);
+  }
+
+  void CheckValue(size_t column) {
+    char value[MAXBUFFER + 100] = "";
+    const int result = ReadIni.GetField(Path.c_str(), Group->Group, Group->Item, 0, value);
+    if (result != 0) {
+      if (Groups.count(Group->Group) > 0) Unread(column, std::string(Group->Item) + " has no value");
+      return;
+    }
+    const long long port = ToWideNumber(value);
+    if (port >= Group->Lowest && port <= Group->Highest) return;
+    Out.Add(Path, Number, static_cast<int>(column), RuleId::ConfPort,
+            std::string(Group->Item) + " is read as " + std::to_string(port) +
+                ", which is no such port: the controller does not work with it; " +
+                std::to_string(Group->Lowest) + " to " + std::to_string(Group->Highest) +
+                " was probably meant");
+  }
+
+  const std::string Path;
+  Report& Out;
+  int Number = 0;
+  const ConfItem* Group = nullptr;  // of the line; null before the first and in an unknown one
+  bool InGroup = false;
+  std::set<std::string> Groups;
+  std::set<std::string> Items;
+};
+
+}  // namespace
+
+void CheckConf(const fs::path& directory, Report* report) {
+  const std::vector<std::string> names = FileNames(directory);
+  const bool isThere = std::find(names.begin(), names.end(), kConfName) != names.end();
+  if (isThere) return ConfRules((directory / kConfName).lexically_normal().string(), report).Check();
+  for (const std::string& name : names) {
+    if (!SameWord(name, kConfName)) continue;
+    report->Add((directory / name).lexically_normal().string(), 1, 1, RuleId::ConfUnread,
+                "the controller reads \"Velmo.conf\" only, in this letter case, and takes its defaults");
+  }
+}
+
+}  // namespace check

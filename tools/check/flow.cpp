@@ -1,0 +1,76 @@
+#include "check/flow.h"
+
+#include <algorithm>
+
+namespace check {
+
+namespace {
+
+// In a main program the line after a call is next once the block has ended; a block is replaced by the block
+// that it calls.
+bool GoesOn(const Task& task, const Program& program, const Line& line) {
+  switch (line.Parsed.CmdIdx) {
+    case SYN_END:
+      return false;
+    case SYN_EXIT:
+      return !program.IsMain;
+    case SYN_FL:
+    case SYN_IF:
+      return program.IsMain || MayCallNothing(task, line);
+    default:
+      return true;
+  }
+}
+
+std::set<size_t> NextOf(const Task& task, const Program& program, size_t index) {
+  const Line& line = program.Lines[index];
+  if (line.Parsed.CmdIdx == SYN_GO) {
+    const std::optional<size_t> label = FindLabel(program, line.Parsed.SlotIdx.Value);
+    if (label) return {*label};
+  }
+  if (!GoesOn(task, program, line)) return {};
+  return {index + 1};
+}
+
+}  // namespace
+
+Flow FlowOf(const Task& task, const Program& program) {
+  const size_t end = program.Lines.size();
+  Flow flow;
+  for (size_t i = 0; i < end; ++i) flow.Next.push_back(NextOf(task, program, i));
+  flow.Next.emplace_back();
+  flow.Reached.assign(end + 1, false);
+  std::vector<size_t> open = {0};
+  while (!open.empty()) {
+    const size_t index = open.back();
+    open.pop_back();
+    if (flow.Reached[index]) continue;
+    flow.Reached[index] = true;
+    open.insert(open.end(), flow.Next[index].begin(), flow.Next[index].end());
+  }
+  return flow;
+}
+
+std::optional<size_t> FindLabel(const Program& program, int number) {
+  for (size_t i = 0; i < program.Lines.size(); ++i) {
+    int label = 0;
+    if (IsLabel(program.Lines[i].Raw.c_str(), &label) && label == number) return i;
+  }
+  return std::nullopt;
+}
+
+std::vector<const Program*> BlocksOf(const Task& task, const Line& line) {
+  std::vector<const Program*> blocks;
+  for (const BlockName& block : CalledBlocks(line)) {
+    const Program* program = task.Find(block.Name);
+    if (program != nullptr) blocks.push_back(program);
+  }
+  return blocks;
+}
+
+bool MayCallNothing(const Task& task, const Line& line) {
+  constexpr size_t kBranches = 2;
+  return BlocksOf(task, line).size() < (line.Parsed.CmdIdx == SYN_IF ? kBranches : 1);
+}
+
+}  // namespace check

@@ -1,0 +1,30 @@
+// Where a program goes on after each of its lines.
+#pragma once
+
+#include <set>
+#include <vector>
+
+#include "check/program.h"
+
+namespace check {
+
+struct Flow {
+  // By index of the line; index Lines.size() stands for the end of the file.
+  std::vector<std::set<size_t>> Next;
+  std::vector<bool> Reached;  // from the first line
+
+  bool ReachesEnd() const { return Reached.back(); }
+};
+
+Flow FlowOf(const Task& task, const Program& program);
+
+// The first label line of that number, as GO finds it; nothing when there is none.
+std::optional<size_t> FindLabel(const Program& program, int number);
+
+// The blocks called by a line that are there.
+std::vector<const Program*> BlocksOf(const Task& task, const Line& line);
+
+// Whether an IF, or a call of a block that is not there, may go on with the next line.
+bool MayCallNothing(const Task& task, const Line& line);
+
+}  // namespace check

@@ -1,0 +1,275 @@
+// Lines that the controller skips or reads otherwise than they look.
+#include <cctype>
+#include <climits>
+#include <string>
+#include <string_view>
+
+#include "check/topics.h"
+#include "drvlib.h"
+#include "numbers.h"
+#include "rackfile/rackfile.h"
+
+namespace check {
+
+namespace {
+
+struct LookAlike {
+  std::string_view Bytes;
+  const char* Name;
+  const char* Meant;
+};
+constexpr LookAlike kLookAlikes[] = {
+    {"\xEF\xBC\x9A", "a full-width colon", ":"},
+    {"\xEF\xBC\x8C", "a full-width comma", ","},
+    {"\xE3\x80\x81", "an ideographic comma", ","},
+    {"\xEF\xBC\x9B", "a full-width semicolon", ";"},
+    {"\xEF\xBC\x86", "a full-width ampersand", "&"},
+    {"\xEF\xBC\x83", "a full-width number sign", "#"},
+    {"\xC2\xA0", "a no-break space", "a blank"},
+    {"\xE3\x80\x80", "an ideographic space", "a blank"},
+    {"\xE2\x88\x92", "a minus sign that is not ASCII", "-"},
+    {"\xE2\x80\x93", "a dash", "-"},
+    {"\xEF\xBB\xBF", "a byte order mark", "nothing"},
+    {"\r", "a carriage return alone", "the end of the line"},
+};
+
+constexpr bool kDoesNothing[] = {
+#define SYNX_NOTHING(index, enumerator, keyword, form, gate, repeat, action) \
+  std::string_view(#action) == "Nothing" && (enumerator) != SYN_LINE,
+    SYNX_COMMANDS(SYNX_NOTHING)
+#undef SYNX_NOTHING
+};
+
+const std::vector<std::string>& Keywords() {
+  static const std::vector<std::string> keywords = [] {
+    std::vector<std::string> list;
+    for (const auto& keyword : SYNXCMD) {
+      if (std::string_view(keyword) != SYNXCMD[SYN_NUL]) list.emplace_back(keyword);
+    }
+    return list;
+  }();
+  return keywords;
+}
+
+std::string Quoted(std::string_view text) {
+  constexpr size_t kShown = 40;
+  return "\"" + std::string(text.substr(0, kShown)) + (text.size() > kShown ? "..." : "") + "\"";
+}
+
+std::string Upper(std::string text) {
+  for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  return text;
+}
+
+class LineRules {
+ public:
+  LineRules(const Program& program, const Line& line, Report* report)
+      : InProgram(program), OfLine(line), Parsed(line.Parsed), Out(*report) {}
+
+  void Check() {
+    for (const std::string& name : OfLine.UnknownIgnored) {
+      Add(0, RuleId::UnknownIgnore,
+          "\"check: ignore " + name + "\" names no rule and silences nothing" +
+              DidYouMean(rack::Nearest(name, RuleNames())));
+    }
+    if (OfLine.IsPiece()) return CheckPiece();
+    if (CheckLookAlikes()) return;
+    if (Parsed.Fault != LINEFAULT::None) return CheckFault();
+    if (kDoesNothing[Parsed.CmdIdx]) return CheckNoAction();
+    CheckNumbers();
+    CheckPause();
+    CheckLostText();
+  }
+
+ private:
+  void Add(int byte, RuleId rule, const std::string& message) {
+    Out.Add(InProgram, OfLine, byte, rule, message);
+  }
+
+  void CheckPiece() {
+    const std::string taken =
+        OfLine.IsCommand() ? "executes this piece as the command " + std::string(SYNXCMD[Parsed.CmdIdx])
+                           : "reads this piece as a line of its own";
+    Add(0, RuleId::LineSplit, "the line has more than 1023 bytes: the controller " + taken + "; break it up");
+  }
+
+  bool CheckLookAlikes() {
+    const std::string code = PieceOf(OfLine.Text, 0, ';').value_or("");
+    bool found = false;
+    for (const LookAlike& row : kLookAlikes) {
+      const size_t at = code.find(row.Bytes);
+      if (at == std::string::npos) continue;
+      found = true;
+      Add(static_cast<int>(at), RuleId::WrongSeparator,
+          std::string(row.Name) + " is a letter like any other for the controller" +
+              (OfLine.IsCommand() ? "" : ", which skips the line") + "; " + row.Meant +
+              " was probably meant");
+    }
+    return found;
+  }
+
+  void CheckFault() {
+    const std::string keyword = SYNXCMD[Parsed.Keyword];
+    switch (Parsed.Fault) {
+      case LINEFAULT::TooLong:
+        return Add(Parsed.FaultColumn, RuleId::LineTooLong,
+                   "the line has more than 999 characters: the controller skips it; break it up");
+      case LINEFAULT::UnknownKeyword:
+        return CheckUnknownKeyword();
+      case LINEFAULT::MissingColon:
+        return Add(Parsed.FaultColumn, RuleId::MissingColon,
+                   keyword + " without \":\": the controller skips the line; did you mean \"" + keyword +
+                       ": ...\"?");
+      case LINEFAULT::TooFewFields:
+        return Add(Parsed.FaultColumn, RuleId::TooFewFields,
+                   keyword + " has too few fields: the controller skips the line; it needs \"" + keyword +
+                       ": slot, channel, parameter\", the parameter may be empty");
+      case LINEFAULT::KeywordNul:
+        return Add(Parsed.FaultColumn, RuleId::NoAction,
+                   "NUL is no command to execute: the controller skips the line");
+      default:
+        return;
+    }
+  }
+
+  void CheckUnknownKeyword() {
+    const std::string code = PieceOf(OfLine.Text, 0, ';').value_or("");
+    const std::string keyword = PieceOf(code, 0, ':').value_or("");
+    const size_t end = keyword.find_last_not_of(" \t\r\n") + 1;
+    // A keyword with its ":" forgotten: "OUT 1, 2, 1".
+    const std::string firstWord = keyword.substr(0, keyword.find_first_of(" \t,"));
+    for (const std::string& known : Keywords()) {
+      if (firstWord != keyword.substr(0, end) && stricmp(firstWord.c_str(), known.c_str()) == 0) {
+        const RuleId rule =
+            code.find(':') == std::string::npos ? RuleId::MissingColon : RuleId::UnknownKeyword;
+        return Add(static_cast<int>(firstWord.size()), rule,
+                   known + " is not followed by \":\": the controller skips the line; did you mean \"" +
+                       known + ":\"?");
+      }
+    }
+    Add(Parsed.FaultColumn, RuleId::UnknownKeyword,
+        Quoted(keyword.substr(0, end)) + " is no command: the controller skips the line" +
+            DidYouMean(rack::Nearest(Upper(keyword.substr(0, end)), Keywords())));
+  }
+
+  void CheckNoAction() {
+    Add(Parsed.KeywordColumn, RuleId::NoAction,
+        std::string(SYNXCMD[Parsed.CmdIdx]) + " does nothing: the controller logs the line and goes on");
+  }
+
+  // The slot index of a command of one word is the number its text begins with; only the pauses use it.
+  void CheckNumbers() {
+    if (Parsed.CmdIdx != SYN_FL) CheckNumber(Parsed.SlotIdx);
+    CheckNumber(Parsed.ChIdx);
+  }
+
+  void CheckNumber(const LINENUMBER& number) {
+    if (!number.Given || number.Column < 0) return;
+    const std::string text(number.Text);
+    CheckNumberText(InProgram, OfLine, number.Column, text, &Out);
+    const bool isPause = Parsed.CmdIdx == SYN_DLY || Parsed.CmdIdx == SYN_G_ST;
+    if (isPause || ToWideNumber(text.c_str()) == number.Value) return;
+    Add(number.Column, RuleId::ValueCut,
+        Quoted(text) + " does not fit 32 bits: the controller takes it for " + std::to_string(number.Value));
+  }
+
+  void CheckPause() {
+    if (Parsed.CmdIdx != SYN_DLY && Parsed.CmdIdx != SYN_G_ST) return;
+    const std::string text(Parsed.Param);
+    const long long pause = ToWideNumber(text.c_str());
+    const std::string keyword = SYNXCMD[Parsed.CmdIdx];
+    if (pause > INT_MAX) {
+      return Add(Parsed.ParamColumn, RuleId::PauseRange,
+                 keyword + " above 2147483647 ms: the controller cuts it to " +
+                     std::to_string(Parsed.SlotIdx.Value) + "; milliseconds were probably not meant");
+    }
+    if (pause < 0) {
+      const char* effect = Parsed.CmdIdx == SYN_DLY ? "pauses 0 ms" : "leaves the pause as it is";
+      return Add(Parsed.ParamColumn, RuleId::PauseRange,
+                 keyword + " with a negative number: the controller " + effect + "; did you mean \"" +
+                     std::to_string(-pause) + "\"?");
+    }
+    if (Parsed.CmdIdx == SYN_DLY && pause >= 1000) {
+      Add(Parsed.ParamColumn, RuleId::LongDelay,
+          "a pause of " + std::to_string(pause) +
+              " ms: the task sees no key meanwhile; wait for an input or loop over short pauses");
+    }
+  }
+
+  // How many fields the command takes; the rest of them is not looked at.
+  int FieldsTaken() const {
+    switch (SYNXTRAITS[Parsed.CmdIdx].Form) {
+      case PARSEFORM::KeywordOnly:
+        return 0;
+      case PARSEFORM::OneWord:
+      case PARSEFORM::OneNumber:
+        return 1;
+      default:
+        return 3;
+    }
+  }
+
+  void CheckLostText() {
+    CheckLostPiece(OfLine.Text, 2, ';', 0, "a second \";\"");
+    const std::string code = PieceOf(OfLine.Text, 0, ';').value_or("");
+    const int taken = FieldsTaken();
+    if (taken == 0) return CheckLostPiece(code, 1, ':', 0, "END or EXIT");
+    CheckLostPiece(code, 2, ':', 0, "a second \":\"");
+    const std::string arguments = PieceOf(code, 1, ':').value_or("");
+    const char* limit = taken == 1 ? "the first field" : "the third field";
+    CheckLostPiece(arguments, taken, ',', PieceColumn(code, 1, ':'), limit);
+    const bool ignoresParam =
+        Parsed.CmdIdx == SYN_LDG || Parsed.CmdIdx == SYN_LMOT || Parsed.CmdIdx == SYN_ROCLR;
+    if (ignoresParam && !Parsed.Param.empty() && Parsed.SlotIdx.Column >= 0) {
+      Add(Parsed.ParamColumn, RuleId::LostText,
+          std::string(SYNXCMD[Parsed.CmdIdx]) + " takes no parameter: the controller does not look at " +
+              Quoted(Parsed.Param));
+    }
+  }
+
+  // A remark to this checker counts nowhere.
+  void CheckLostPiece(const std::string& text, int idx, char separator, int start, const char* behind) {
+    const std::optional<std::string> piece = PieceOf(text, idx, separator);
+    if (!piece || piece->find("check: ") != std::string::npos) return;
+    const size_t first = piece->find_first_not_of(" \t\r\n");
+    if (first == std::string::npos) return;
+    const int column = start + PieceColumn(text, idx, separator) + static_cast<int>(first);
+    Add(column, RuleId::LostText,
+        "the controller does not look at what stands behind " + std::string(behind) + ": " +
+            Quoted(piece->substr(first)));
+  }
+
+  const Program& InProgram;
+  const Line& OfLine;
+  const EXPLAINEDLINE& Parsed;
+  Report& Out;
+};
+
+}  // namespace
+
+void CheckNumberText(const Program& program, const Line& line, int byte, const std::string& text,
+                     Report* report) {
+  size_t at = text.find_first_not_of(" \t");
+  if (at == std::string::npos) at = text.size();
+  const int start = byte + static_cast<int>(at);
+  if (at < text.size() && (text[at] == '-' || text[at] == '+')) ++at;
+  size_t end = at;
+  while (end < text.size() && text[end] >= '0' && text[end] <= '9') ++end;
+  const bool isWhole = text.find_first_not_of(" \t", end) == std::string::npos;
+  if (end > at && isWhole) return;
+  const std::string shown = text.empty() ? "an empty field" : Quoted(text);
+  const long long value = ToWideNumber(text.c_str());
+  report->Add(program, line, start, RuleId::OddNumber,
+              shown + " is no whole number: the controller reads " + std::to_string(value));
+}
+
+void CheckLines(const Program& program, Report* report) {
+  if (program.IsUtf16) {
+    report->Add(
+        program.Path, 1, 1, RuleId::WrongSeparator,
+        "the file is written in UTF-16: the controller finds no command in it; save it as plain text");
+  }
+  for (const Line& line : program.Lines) LineRules(program, line, report).Check();
+}
+
+}  // namespace check

@@ -1,0 +1,96 @@
+// velmo-check: finds what the controller would misread in a machine's programs.
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <iostream>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "check/check.h"
+#include "rackfile/rackfile.h"
+
+namespace {
+
+constexpr int kClean = 0;
+constexpr int kFindings = 1;
+constexpr int kCouldNotRun = 2;
+
+constexpr const char* kFooter =
+    "Exit status: 0 no findings, 1 findings, 2 could not run.\n"
+    "A comment \"; check: ignore RULE\" silences one rule in its line.\n"
+    "Examples:\n"
+    "  velmo-check demo/cell\n"
+    "  velmo-check --format gcc plc1/FLOW.PLC\n"
+    "  velmo-check --explain missing-label\n";
+
+struct Options {
+  std::vector<std::string> Paths;
+  std::string RackFile;
+  std::string Explained;
+  check::Format Format = check::Format::Text;
+  bool ListRules = false;
+};
+
+int Explain(const std::string& name) {
+  const check::Rule* rule = check::FindRule(name);
+  if (rule == nullptr) {
+    std::cerr << "velmo-check: there is no rule \"" << name << "\""
+              << check::DidYouMean(rack::Nearest(name, check::RuleNames())) << "\n";
+    return kCouldNotRun;
+  }
+  std::cout << check::ExplainRule(*rule);
+  return kClean;
+}
+
+int Check(const Options& options) {
+  std::vector<check::Finding> findings;
+  for (const std::string& path : options.Paths) {
+    std::string error;
+    const auto found = check::CheckPath(path, options.RackFile, &error);
+    if (!found) {
+      std::cerr << "velmo-check: " << error;
+      return kCouldNotRun;
+    }
+    findings.insert(findings.end(), found->begin(), found->end());
+  }
+  std::cout << check::Render(findings, options.Format, isatty(STDOUT_FILENO) != 0) << std::flush;
+  if (!std::cout) return kCouldNotRun;
+  return findings.empty() ? kClean : kFindings;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::map<std::string, check::Format> formats = {{"text", check::Format::Text},
+                                                        {"gcc", check::Format::Gcc},
+                                                        {"sarif", check::Format::Sarif},
+                                                        {"json", check::Format::Json}};
+  Options options;
+  CLI::App app("Finds what the controller would misread in a machine's programs.", "velmo-check");
+  app.footer(kFooter);
+  app.add_option("PATH", options.Paths, "a machine's directory, or a program file");
+  app.add_option("--rack", options.RackFile,
+                 "rack file; \"rack.toml\" in the machine's directory unless given");
+  app.add_option("--format", options.Format, "text, gcc, sarif or json")
+      ->transform(CLI::CheckedTransformer(formats))
+      ->type_name("FORMAT");
+  app.add_option("--explain", options.Explained, "explain a rule, with a wrong and a right example")
+      ->type_name("RULE");
+  app.add_flag("--list-rules", options.ListRules, "list all rules");
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? kClean : kCouldNotRun;
+  }
+  if (options.ListRules) {
+    std::cout << check::ListRules();
+    return kClean;
+  }
+  if (!options.Explained.empty()) return Explain(options.Explained);
+  if (options.Paths.empty()) {
+    std::cerr << "velmo-check: name a machine's directory or a program file (--help)\n";
+    return kCouldNotRun;
+  }
+  return Check(options);
+}

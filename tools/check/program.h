@@ -1,0 +1,97 @@
+// A machine's programs as the controller reads them.
+#pragma once
+
+#include <deque>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "check/rack_shape.h"
+#include "check/rules.h"
+#include "synx.h"
+
+namespace check {
+
+constexpr const char* kResetProgram = "RESET.PLC";
+constexpr const char* kFlowProgram = "FLOW.PLC";
+
+// What the controller takes as one line: a line of the file, or a piece of one that is too long to be read at
+// once. Parsed points into Text, so a line is neither copied nor moved.
+struct Line {
+  // pieceStart: byte of the file's line where the piece begins.
+  Line(int number, int pieceStart, std::string raw);
+  Line(const Line&) = delete;
+  Line& operator=(const Line&) = delete;
+
+  // Column, counted from 1 in characters, of a byte of Text.
+  int ColumnOf(int byte) const;
+  bool IsPiece() const { return PieceStart > 0; }
+  bool IsCommand() const { return Parsed.CmdIdx != SYN_NUL; }
+
+  int Number;  // in the file, counted from 1
+  int PieceStart;
+  std::string Raw;   // as read
+  std::string Text;  // trimmed
+  int Lead;          // byte of Raw where Text begins
+  EXPLAINEDLINE Parsed;
+  std::vector<RuleId> Ignored;              // silenced by the line's comment
+  std::vector<std::string> UnknownIgnored;  // no rule of that name
+};
+
+struct Program {
+  std::string Path;  // for messages
+  std::string Name;  // as a call must write it
+  bool IsMain = false;
+  bool IsCalled = false;  // by an FL or IF of its task
+  bool IsUtf16 = false;   // not taken apart then
+  std::deque<Line> Lines;
+};
+
+struct Task {
+  int Number;
+  std::filesystem::path Directory;
+  std::map<std::string, Program> Programs;  // by name
+
+  Program* Find(const std::string& name);
+  const Program* Find(const std::string& name) const;
+};
+
+struct Machine {
+  std::filesystem::path Directory;
+  std::optional<RackShape> Rack;
+  std::vector<Task> Tasks;
+
+  // The card of a slot index; null when it is not known.
+  const CardType* CardOf(int slotIdx) const;
+};
+
+Machine LoadMachine(const std::filesystem::path& directory, const std::optional<RackShape>& rack);
+// A machine of one task, whose directory may have any name, with this file whatever its name.
+Machine LoadTaskOnly(const std::filesystem::path& directory, const std::string& fileName,
+                     const std::optional<RackShape>& rack);
+
+// Number of a task directory's name, -1 for another name.
+int TaskNumber(const std::string& name);
+
+// The blocks that a line may call, as their names stand in it: of an IF those that are not NUL.
+struct BlockName {
+  std::string Name;
+  int Column;  // byte of the line's Text
+};
+std::vector<BlockName> CalledBlocks(const Line& line);
+
+// Piece of a text as the controller cuts it; nothing when there are fewer.
+std::optional<std::string> PieceOf(const std::string& text, int idx, char separator);
+// Byte where that piece begins.
+int PieceColumn(const std::string& text, int idx, char separator);
+
+// Names of the files in a directory, sorted; empty when it cannot be read.
+std::vector<std::string> FileNames(const std::filesystem::path& directory);
+// The name among them that differs in letter case only; otherwise the nearest one, or nothing.
+std::string NearMiss(const std::string& name, const std::vector<std::string>& names);
+
+std::string ReadWholeFile(const std::filesystem::path& path);
+
+}  // namespace check

@@ -1,0 +1,20 @@
+// What the checker must know of a rack: the rows of the card table and the number of tasks.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "check/card_types.h"
+
+namespace check {
+
+struct RackShape {
+  std::vector<const CardType*> Entries;
+  int Tasks = 0;  // 0: not known
+};
+
+// Nothing when the rack file is wrong; error says why.
+std::optional<RackShape> ReadRackShape(const std::string& path, std::string* error);
+
+}  // namespace check

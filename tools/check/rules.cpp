@@ -1,0 +1,255 @@
+#include "check/rules.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <sstream>
+
+namespace check {
+
+namespace {
+
+constexpr Severity kError = Severity::Error;
+constexpr Severity kWarning = Severity::Warning;
+
+// clang-format off
+constexpr Rule kRules[] = {
+    {RuleId::UnknownKeyword, "unknown-keyword", kError, "the text in front of \":\" is no command",
+     "The controller skips the line: nothing is executed, nothing is logged.",
+     "OUTT: 1, 3, 1\nEND", "OUT: 1, 3, 1\nEND"},
+    {RuleId::MissingColon, "missing-colon", kError, "a command that needs fields has no \":\"",
+     "The controller skips the line: nothing is executed, nothing is logged.",
+     "DLY 500\nDLY\nEND", "DLY: 500\nEND"},
+    {RuleId::TooFewFields, "too-few-fields", kError, "a command has fewer fields than it needs",
+     "The controller skips the line: nothing is executed, nothing is logged. The last field may be empty, but its\n"
+     "comma must be there.",
+     "LMOT: 2\nOUT: 1, 3\nEND", "LMOT: 2, 0,\nOUT: 1, 3, 1\nEND"},
+    {RuleId::LineTooLong, "line-too-long", kError, "a line has more than 999 characters",
+     "The controller skips the line, comment or not: nothing is executed, nothing is logged.",
+     "OUT: 1, 3, 1 ;(990 more characters)\nEND", "OUT: 1, 3, 1\n;(990 more characters)\nEND"},
+    {RuleId::LineSplit, "line-split", kError, "a line of the file has more than 1023 bytes",
+     "The controller reads it in pieces of 1023 bytes and takes each piece as a line of its own: what stands behind\n"
+     "may be executed as a command, though it was meant as a comment.",
+     ";(1030 more characters)\nEND", ";(500 more characters)\n;(530 more characters)\nEND"},
+    {RuleId::WrongSeparator, "wrong-separator", kError, "a character that only looks like a separator, a digit or a blank",
+     "The controller knows the ASCII characters only: for it this one is a letter of the keyword or field. The line\n"
+     "is then usually skipped. A byte order mark becomes part of the first keyword.",
+     "OUT： 1, 3, 1\nEND", "OUT: 1, 3, 1\nEND"},
+    {RuleId::MissingLabel, "missing-label", kError, "GO names a label that is not in the same file",
+     "The controller executes the GO line again and again, until the minus key. It searches only the file that the GO\n"
+     "stands in.",
+     "#LE: 1\nDLY: 500\nGO: 2", "#LE: 1\nDLY: 500\nGO: 1"},
+    {RuleId::MissingBlock, "missing-block", kError, "a called block file is not there, in exactly this letter case",
+     "In a main program the controller passes over the call without a message. In a block it closes that block and\n"
+     "the task idles until the minus key.",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nFL: drill.plc\nEND\n== plc1/DRILL.PLC\nOUT: 1, 0, 1\nEND",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nFL: DRILL.PLC\nEND\n== plc1/DRILL.PLC\nOUT: 1, 0, 1\nEND"},
+    {RuleId::BlockName, "block-name", kError, "a block's name is too long",
+     "A name of 200 characters or more, or one whose path \"plcN/name\" is that long, is a block that cannot be\n"
+     "opened. An IF with such a name calls nothing at all.",
+     "FL: A(200 more characters)\nEND",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nFL: A.PLC\nEND\n== plc1/A.PLC\nOUT: 1, 0, 1\nEND"},
+    {RuleId::NoReset, "no-reset", kError, "a task's directory has no RESET.PLC",
+     "The controller reports \"RESET.PLC lost Task quit!\" at the start, and the task ends; no key brings it back.\n"
+     "Letter case counts.",
+     "== plc1/Reset.plc\nEXIT\n== plc1/FLOW.PLC\nDLY: 100\nEND",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nDLY: 100\nEND"},
+    {RuleId::NoFlow, "no-flow", kError, "a task's directory has no FLOW.PLC",
+     "The Enter key closes the reset program and then fails: the task idles. Letter case counts.",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/flow.plc\nDLY: 100\nEND",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nDLY: 100\nEND"},
+    {RuleId::NoTaskDirectory, "no-task-directory", kError, "a task has no directory",
+     "Tasks 1 to N run, N being the CPU card's switch (the rack file's task count) or the highest directory without a\n"
+     "rack file. A task without directory plcN ends at the start for want of RESET.PLC.",
+     "== plc2/RESET.PLC\nEXIT\n== plc2/FLOW.PLC\nDLY: 100\nEND",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nDLY: 100\nEND"},
+    {RuleId::IdleDirectory, "idle-directory", kError, "no task runs the programs of this directory",
+     "Tasks are numbered 1 to 8, and only as many run as the CPU card's switch says; more than 8 start one.",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nDLY: 100\nEND\n== plc9/RESET.PLC\nEXIT",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nDLY: 100\nEND"},
+    {RuleId::NoSuchSlot, "no-such-slot", kError, "the card table has no such entry",
+     "OUT and MOT report a failure, DG and IF do nothing, LD, LDG, LMOT and ROW wait for ever. The number is the\n"
+     "card's position in the list printed at the start (0 is the CPU card), not its slot in the rack.",
+     "LD: 7, 0, 1\nEND", "LD: 1, 0, 1\nEND"},
+    {RuleId::BadChannel, "bad-channel", kError, "the card has no such channel",
+     "The number wraps onto another channel of the card, or the command has no effect, or waits for ever: the message\n"
+     "says which.",
+     "OUT: 1, 25, 1\nEND", "OUT: 1, 17, 1\nEND"},
+    {RuleId::WrongCard, "wrong-card", kError, "the addressed card does nothing with this command",
+     "The card answers \"done\" without doing anything, so that a wait is met at once; ROW waits for ever. IF takes\n"
+     "the whole condition for the name of a block.",
+     "MOT: 1, 0, 4000&20&1\nLMOT: 1, 0,\nEND", "MOT: 2, 0, 4000&20&1\nLMOT: 2, 0,\nEND"},
+    {RuleId::TwoFieldWait, "two-field-wait", kError, "LDG or LMOT with two fields asks the CPU card",
+     "With two fields the line is \"channel, parameter\" for entry 0, which has neither motors nor cylinders: the wait\n"
+     "is met at once while the axis still moves. Write slot, channel and a last comma.",
+     "MOT: 2, 1, 4000&20&1\nLMOT: 1,\nEND", "MOT: 2, 1, 4000&20&1\nLMOT: 2, 1,\nEND"},
+    {RuleId::MotFields, "mot-fields", kError, "MOT with fewer than three fields, or with a field that is too long",
+     "The card refuses the move: \"Task_MOT Fail[0]\", and the program goes on with the axis standing. Fields are\n"
+     "separated by \"&\": steps, frequency code, direction.",
+     "MOT: 2, 0, 4000&20\nEND", "MOT: 2, 0, 4000&20&1\nEND"},
+    {RuleId::MotFlag, "mot-flag", kError, "a flag of MOT that is not 0 or 1, or an external stop channel above 3",
+     "The control byte is put together without masks: the value spills into the flags beside it or is cut off.",
+     "MOT: 2, 0, 4000&20&2\nEND", "MOT: 2, 0, 4000&20&1\nEND"},
+    {RuleId::ValueCut, "value-cut", kError, "a number is wider than what takes it",
+     "The controller cuts the number to the width of its register (\"300\" is 44 in 8 bits) and goes on without a\n"
+     "message. Step counts are doubled on their way to the card.",
+     "MOT: 2, 0, 4000&300&1\nEND", "MOT: 2, 0, 4000&200&1\nEND"},
+    {RuleId::IfFields, "if-fields", kError, "IF without its three fields",
+     "The condition is level, block if equal, block otherwise, separated by \"&\"; NUL stands for no block. With fewer\n"
+     "fields nothing is called, whatever the level.",
+     "IF: 1, 0, 1&NUL\nEND", "IF: 1, 0, 1&NUL&NUL\nEND"},
+    {RuleId::DgPosition, "dg-position", kError, "a DG number that sends nothing",
+     "0 to 15 move, -1 sets up, -2 resets the alarm. Other numbers are cut to 8 bits, and above 15 nothing is sent;\n"
+     "the cylinder stays where it is and LDG is met.",
+     "DG: 3, 0, 16\nLDG: 3, 0,\nEND", "DG: 3, 0, 15\nLDG: 3, 0,\nEND"},
+    {RuleId::LevelNever, "level-never", kError, "a level that an input never has",
+     "An input is 0 or 1. LD with another level waits for ever; IF with another level always takes its second block.",
+     "LD: 1, 0, 2\nEND", "LD: 1, 0, 1\nEND"},
+    {RuleId::PauseRange, "pause-range", kError, "a negative pause, or one above 2147483647 ms",
+     "A negative DLY pauses 0 ms, a negative G_ST leaves the pause as it is. A larger number is cut to 32 bits.",
+     "DLY: -500\nEND", "DLY: 500\nEND"},
+    {RuleId::EndlessAction, "endless-action", kError, "a file ends without END or EXIT after OUT, MOT or DG",
+     "At the end of a file the line read last is executed again and again: outputs are written at every pass, a move\n"
+     "is started anew before it has ended.",
+     "OUT: 1, 3, 0\nMOT: 2, 0, 4000&20&1", "OUT: 1, 3, 0\nMOT: 2, 0, 4000&20&1\nLMOT: 2, 0,\nEND"},
+    {RuleId::ConfUnread, "conf-unread", kError, "the controller does not find this line of Velmo.conf",
+     "A group's line is its name alone: no blank, tab or carriage return may follow. Nothing may stand between an item\n"
+     "and its \"=\". Only the first group of a name is read. What is not found counts as absent: the UDP port is 2017.",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nDLY: 100\nEND\n== Velmo.conf\n[UDP]\nPort = 8000",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nDLY: 100\nEND\n== Velmo.conf\n[UDP]\nPort=8000"},
+    {RuleId::ConfPort, "conf-port", kError, "a port of Velmo.conf that is out of range",
+     "A UDP port is 1 to 65535; another number is cut to 16 bits and some other port, or none, answers. The function\n"
+     "keys' port is 9 to 255; another one is refused and counts as absent.",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nDLY: 100\nEND\n== Velmo.conf\n[UDP]\nPort=80000",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nDLY: 100\nEND\n== Velmo.conf\n[UDP]\nPort=8000"},
+    {RuleId::NoAction, "no-action", kWarning, "a keyword that is accepted but does nothing",
+     "The controller logs the line, pauses and goes on.",
+     "LED: 0, 0, 1\nEND", "OUT: 0, 0, 1\nEND"},
+    {RuleId::OddNumber, "odd-number", kWarning, "a number with other text in it, or none at all",
+     "Reading stops at the first character that is no digit, and no digits at all are 0: \"1O\" is 1, \"O\" is 0.",
+     "DLY: 5OO\nEND", "DLY: 500\nEND"},
+    {RuleId::OutValue, "out-value", kWarning, "OUT with anything but 0 or 1",
+     "Only the number 1 switches on; everything else switches off, also ON, 2 and an empty field.",
+     "OUT: 1, 3, ON\nEND", "OUT: 1, 3, 1\nEND"},
+    {RuleId::LostText, "lost-text", kWarning, "text that the controller does not look at",
+     "A second \":\" ends the fields, a second \";\" ends the comment, and fields beyond those that a command takes are\n"
+     "dropped. A parameter cannot contain \",\", \":\" or \";\".",
+     "OUT: 1, 3, 1, 1\nEND", "OUT: 1, 3, 1\nEND"},
+    {RuleId::DuplicateLabel, "duplicate-label", kWarning, "a label's number stands twice in a file",
+     "GO goes to the first one from the top of the file; the second is never reached by GO.",
+     "#LE: 1\nDLY: 100\n#LE: 1\nGO: 1", "#LE: 1\nDLY: 100\n#LE: 2\nGO: 1"},
+    {RuleId::OpenEnd, "open-end", kWarning, "a file ends without END or EXIT",
+     "At the end of a file the line read last is executed again and again, until the minus key. End a program with\n"
+     "END or EXIT, a block with END.",
+     "OUT: 1, 3, 0\nLD: 1, 0, 1", "OUT: 1, 3, 0\nLD: 1, 0, 1\nEND"},
+    {RuleId::Unreachable, "unreachable", kWarning, "no path reaches this line",
+     "The lines before it always end the program or go elsewhere.",
+     "#LE: 1\nDLY: 100\nGO: 1\nOUT: 1, 3, 1\nEND", "#LE: 1\nDLY: 100\nOUT: 1, 3, 1\nGO: 1"},
+    {RuleId::BlockInBlock, "block-in-block", kWarning, "a block calls a block",
+     "Blocks do not nest: the called block replaces this one, whose further lines are not executed, and its END\n"
+     "returns to the main program.",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nFL: A.PLC\nEND\n== plc1/A.PLC\nFL: B.PLC\n"
+     "== plc1/B.PLC\nOUT: 1, 0, 1\nEND",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nFL: A.PLC\nFL: B.PLC\nEND\n== plc1/A.PLC\nOUT: 1, 0, 0\nEND\n"
+     "== plc1/B.PLC\nOUT: 1, 0, 1\nEND"},
+    {RuleId::BusyLoop, "busy-loop", kWarning, "a loop with neither pause nor wait while G_ST is 0",
+     "The task runs through the loop as fast as the processor allows and takes time from all others.",
+     "G_ST: 0\n#LE: 1\nOUT: 1, 3, 1\nOUT: 1, 3, 0\nGO: 1", "G_ST: 0\n#LE: 1\nOUT: 1, 3, 1\nOUT: 1, 3, 0\nDLY: 5\nGO: 1"},
+    {RuleId::EmptyBlock, "empty-block", kWarning, "a called block has no command",
+     "A block without lines repeats the line that called it, without a pause; one of comments only never returns.",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nFL: A.PLC\nEND\n== plc1/A.PLC\n",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nFL: A.PLC\nEND\n== plc1/A.PLC\nEND"},
+    {RuleId::UnawaitedMove, "unawaited-move", kWarning, "a new MOT on a channel whose last move nothing waited for",
+     "The card programs the running motor anew: the first move does not end where it should. Wait with LMOT or ROW.",
+     "MOT: 4, 0, 4000&20&1\nMOT: 4, 0, 4000&20&0\nLMOT: 4, 0,\nEND",
+     "MOT: 4, 0, 4000&20&1\nLMOT: 4, 0,\nMOT: 4, 0, 4000&20&0\nLMOT: 4, 0,\nEND"},
+    {RuleId::OtherChannel, "other-channel", kWarning,
+     "LMOT or ROCLR on a stepper card after another of its channels was addressed",
+     "The stepper card answers for the channel selected last, which MOT and ROW do; LMOT and ROCLR select none. Wait\n"
+     "for each motor before the next is started, or wait with ROW.",
+     "MOT: 2, 0, 4000&20&1\nMOT: 2, 1, 4000&20&1\nLMOT: 2, 0,\nLMOT: 2, 1,\nEND",
+     "MOT: 2, 0, 4000&20&1\nLMOT: 2, 0,\nMOT: 2, 1, 4000&20&1\nLMOT: 2, 1,\nEND"},
+    {RuleId::ResetFirstLine, "reset-first-line", kWarning, "MOT, DG or IF is the first line of RESET.PLC",
+     "While the minus key is down RESET.PLC is opened anew in each pass and its first line executed each time. Begin\n"
+     "the file with a comment or an OUT.",
+     "== plc1/RESET.PLC\nDG: 3, 0, -1\nEXIT\n== plc1/FLOW.PLC\nDLY: 100\nEND",
+     "== plc1/RESET.PLC\n; home\nDG: 3, 0, -1\nEXIT\n== plc1/FLOW.PLC\nDLY: 100\nEND"},
+    {RuleId::LongDelay, "long-delay", kWarning, "a DLY of a second or more",
+     "A task looks at the keys once per line: during the pause it is deaf, and a key pressed shorter is missed. Wait\n"
+     "in a loop of short pauses, or for an input.",
+     "DLY: 1000\nEND", "DLY: 500\nDLY: 499\nEND"},
+    {RuleId::SharedOutput, "shared-output", kWarning, "two tasks write the same output",
+     "The level is that of the task that wrote last: each undoes what the other has done.",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nOUT: 1, 3, 1\nEND\n"
+     "== plc2/RESET.PLC\nEXIT\n== plc2/FLOW.PLC\nOUT: 1, 3, 0\nEND",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nOUT: 1, 3, 1\nEND\n"
+     "== plc2/RESET.PLC\nEXIT\n== plc2/FLOW.PLC\nOUT: 1, 4, 0\nEND"},
+    {RuleId::UnknownIgnore, "unknown-ignore", kWarning, "\"check: ignore\" names no rule",
+     "Nothing is silenced. --list-rules prints the names.",
+     "DLY: 1000 ; check: ignore long-dely\nEND", "DLY: 1000 ; check: ignore long-delay\nEND"},
+};
+// clang-format on
+
+constexpr bool RowsInIdOrder() {
+  int expected = 0;
+  for (const Rule& rule : kRules) {
+    if (static_cast<int>(rule.Id) != expected++) return false;
+  }
+  return expected == static_cast<int>(RuleId::UnknownIgnore) + 1;
+}
+static_assert(RowsInIdOrder(), "one row per rule, in RuleId order");
+
+std::string Indented(const char* text) {
+  std::istringstream lines(text);
+  std::string line;
+  std::string indented;
+  while (std::getline(lines, line)) indented += "    " + line + "\n";
+  return indented;
+}
+
+}  // namespace
+
+const std::vector<Rule>& Rules() {
+  static const std::vector<Rule> rules(std::begin(kRules), std::end(kRules));
+  return rules;
+}
+
+const Rule& RuleOf(RuleId id) {
+  return kRules[static_cast<std::size_t>(id)];
+}
+
+const Rule* FindRule(std::string_view name) {
+  const auto* rule =
+      std::find_if(std::begin(kRules), std::end(kRules), [&](const Rule& row) { return row.Name == name; });
+  return rule == std::end(kRules) ? nullptr : rule;
+}
+
+std::vector<std::string> RuleNames() {
+  std::vector<std::string> names;
+  for (const Rule& rule : kRules) names.emplace_back(rule.Name);
+  return names;
+}
+
+const char* SeverityName(Severity level) {
+  return level == Severity::Error ? "error" : "warning";
+}
+
+std::string ExplainRule(const Rule& rule) {
+  std::string text = rule.Name;
+  text += std::string("\n\n") + SeverityName(rule.Level) + ": " + rule.Summary + "\n\n";
+  text += std::string(rule.Explanation) + "\n\nWrong:\n\n" + Indented(rule.Wrong);
+  return text + "\nRight:\n\n" + Indented(rule.Right);
+}
+
+std::string ListRules() {
+  std::string text;
+  for (const Rule& rule : kRules) {
+    std::string name = rule.Name;
+    name.resize(19, ' ');
+    std::string level = SeverityName(rule.Level);
+    level.resize(9, ' ');
+    text += name + level + rule.Summary + "\n";
+  }
+  return text;
+}
+
+}  // namespace check

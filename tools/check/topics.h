@@ -1,0 +1,26 @@
+// The rules by topic. Each function adds what it finds to the report.
+#pragma once
+
+#include "check/program.h"
+#include "check/report.h"
+
+namespace check {
+
+// What the parser makes of each line: skipped lines, odd numbers, lost text.
+void CheckLines(const Program& program, Report* report);
+// A number that is none, or has other text behind its digits.
+void CheckNumberText(const Program& program, const Line& line, int byte, const std::string& text,
+                     Report* report);
+// What the addressed card makes of channel and parameter.
+void CheckCardCommands(const Machine& machine, const Program& program, Report* report);
+// Labels, ends, calls, loops.
+void CheckFlow(const Task& task, Report* report);
+// Moves and the waits for them.
+void CheckMotion(const Machine& machine, const Task& task, Report* report);
+// Directories and files of all tasks, outputs that tasks share.
+void CheckTasks(const Machine& machine, Report* report);
+void CheckSharedOutputs(const Machine& machine, Report* report);
+// The configuration file.
+void CheckConf(const std::filesystem::path& directory, Report* report);
+
+}  // namespace check
