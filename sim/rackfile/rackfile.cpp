@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -110,7 +111,9 @@ void Reader::CheckWords(const Table& table, const std::vector<std::string>& scop
     if (std::find(known.begin(), known.end(), word) != known.end()) continue;
     const std::string near = Nearest(word, known);
     const std::string hint = near.empty() ? "known here: " + Join(known) : "did you mean \"" + near + "\"?";
-    Fail(value, "unknown word \"" + word + "\"; " + hint);
+    std::string message = "unknown word \"";
+    message.append(word).append("\"; ").append(hint);
+    Fail(value, message);
   }
 }
 
@@ -144,7 +147,7 @@ Nanos Reader::Time(const Value& owner, const char* word, Nanos absent) {
     text >> number >> unit;
     const double seconds = unit == "ms" ? number / 1000 : number;
     if ((unit == "ms" || unit == "s") && !(text >> rest) && seconds >= 0 && seconds <= kMaxSeconds) {
-      return static_cast<Nanos>(seconds * 1e6 + 0.5) * kMicrosecond;
+      return std::llround(seconds * 1e6) * kMicrosecond;
     }
   }
   Fail(*value, "\"" + std::string(word) + "\" wants a time such as \"300 ms\" or \"1.5 s\"");
