@@ -43,6 +43,9 @@ class RunTest : public testing::Test {
       kill(process, SIGKILL);
       waitpid(process, nullptr, 0);
     }
+    // Where the tool failed to take its controller along, none may stay behind.
+    const pid_t controller = started.empty() ? -1 : Controller();
+    if (controller > 0) kill(controller, SIGKILL);
     std::filesystem::remove_all(machine.parent_path());
   }
 
