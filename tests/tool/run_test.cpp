@@ -44,7 +44,7 @@ class RunTest : public testing::Test {
       waitpid(process, nullptr, 0);
     }
     // Where the tool failed to take its controller along, none may stay behind.
-    const pid_t controller = started.empty() ? -1 : Controller();
+    const pid_t controller = HasFailure() && !started.empty() ? Controller() : -1;
     if (controller > 0) kill(controller, SIGKILL);
     std::filesystem::remove_all(machine.parent_path());
   }
@@ -53,6 +53,7 @@ class RunTest : public testing::Test {
     const pid_t child = fork();
     if (child == 0) {
       std::vector<char*> argv;
+      argv.reserve(words.size() + 2);
       std::vector<std::string> all = words;
       all.insert(all.begin(), ProgramDirectory() + "/../velmo-rack");
       for (std::string& word : all) argv.push_back(word.data());
