@@ -121,7 +121,6 @@ std::int64_t PulseChannel::LastPulse() const {
   return std::min(PulseThatMoves(State.MoveStop - ahead).value_or(State.MoveSteps), State.MoveSteps);
 }
 
-// How many pulses of the move that started last have come.
 std::int64_t PulseChannel::PulsesAt(Nanos now) const {
   if (!Counts() || now <= State.MoveStart) return State.SettledPulses;
   // In two parts: the product of a long time and the rate does not fit into 64 bits.

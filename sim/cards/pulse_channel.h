@@ -79,6 +79,8 @@ class PulseChannel {
   bool Busy(Nanos now) const;
   std::int64_t PositionAt(Nanos now) const;
   std::int64_t EncoderAt(Nanos now) const;
+  // How many pulses of the move that started last have come.
+  std::int64_t PulsesAt(Nanos now) const;
   // When the move started last ends or has ended, if nothing interferes; nothing: no move, or one that never
   // ends.
   std::optional<Nanos> MoveEnd() const;
@@ -92,7 +94,6 @@ class PulseChannel {
  private:
   bool Counts() const { return State.Running != 0 && State.MoveRate > 0; }
   std::int64_t LastPulse() const;
-  std::int64_t PulsesAt(Nanos now) const;
   Nanos PulseTime(std::int64_t pulse) const;
   std::int64_t MovedAfter(std::int64_t pulse) const;
   std::optional<std::int64_t> PulseThatMoves(std::int64_t steps) const;

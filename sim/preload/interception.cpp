@@ -162,6 +162,12 @@ void Sync() {
   if (Session* session = OwnSession()) session->Synced();
 }
 
+void NoteConsole(std::size_t count) {
+  const int reason = errno;
+  if (Session* session = OwnSession()) session->ConsoleWritten(count);
+  errno = reason;
+}
+
 // The mode of an open call is there only when the flags say so.
 bool TakesMode(int flags) {
   return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
@@ -239,7 +245,10 @@ ssize_t __read_chk(int descriptor, void* buffer, size_t count, size_t size) {
 
 ssize_t write(int descriptor, const void* buffer, size_t count) {
   static auto* const next = rack::Next<ssize_t(int, const void*, size_t)>("write");
-  return rack::IsHandle(descriptor) ? rack::WriteDevice(buffer, count) : next(descriptor, buffer, count);
+  if (rack::IsHandle(descriptor)) return rack::WriteDevice(buffer, count);
+  const ssize_t written = next(descriptor, buffer, count);
+  if (descriptor == STDOUT_FILENO && written > 0) rack::NoteConsole(static_cast<std::size_t>(written));
+  return written;
 }
 
 int close(int descriptor) {

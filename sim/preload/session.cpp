@@ -239,6 +239,12 @@ void Session::NoteEnd(OpenProgram& program) {
   Machine->Note(JournalKind::ProgramEnd, 0, 0, 0, {program.Task, task.File, task.Line});
 }
 
+void Session::ConsoleWritten(std::size_t count) {
+  const std::lock_guard<std::mutex> lock(Guard);
+  Machine->AdvanceTo(Now());
+  Machine->Note(JournalKind::ConsoleText, 0, 0, static_cast<std::int32_t>(count), Caller());
+}
+
 void Session::Synced() {
   const std::lock_guard<std::mutex> lock(Guard);
   Machine->AdvanceTo(Now());

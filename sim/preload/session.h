@@ -35,6 +35,9 @@ class Session final : public BusTarget {
   // fgets, called from this place in the code, has read a line, or found the end of the file (line null).
   void LineRead(FILE* stream, const void* caller, const char* line);
 
+  // So many bytes went to standard output.
+  void ConsoleWritten(std::size_t count);
+
   void Synced();
   // Whether the restart call is to fail; otherwise the caller ends the process.
   bool RestartFails();

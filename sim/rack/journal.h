@@ -34,7 +34,10 @@ enum class JournalKind : std::uint8_t {
   ProgramOpened,   // task, file
   ProgramMissing,  // task, file: could not be opened
   Sync,            // the controller flushed the file systems
-  Restart          // the controller asked for a restart
+  Restart,         // the controller asked for a restart
+  ConsoleText,     // task; value: so many bytes have been written to standard output at this time
+  MotorPulses,     // slot, channel, value: pulses of the move that ends
+  MotorPosition    // slot, channel, value: where the motor stands at its end, in steps
 };
 
 // Who did it, where the card interface is silent about it.

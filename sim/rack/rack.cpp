@@ -196,6 +196,12 @@ void Rack::NoteMotor(int slot, int channel, bool sample) {
   const auto slotByte = static_cast<std::uint8_t>(slot);
   const auto channelByte = static_cast<std::uint8_t>(channel);
   if (count != mover.Shown) Note(JournalKind::MotorCount, slotByte, channelByte, count);
+  if (!busy && mover.Busy) {
+    Note(JournalKind::MotorPulses, slotByte, channelByte,
+         static_cast<std::int32_t>(motor.PulsesAt(Live.Now)));
+    Note(JournalKind::MotorPosition, slotByte, channelByte,
+         static_cast<std::int32_t>(motor.PositionAt(Live.Now)));
+  }
   if (busy != mover.Busy) Note(JournalKind::MotorMove, slotByte, channelByte, busy ? 1 : 0);
   mover = {Live.Now, count, busy};
 }

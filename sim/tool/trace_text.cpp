@@ -105,6 +105,12 @@ std::string EventText(const Snapshot& snapshot, const JournalRecord& record) {
       return counted("motor") + (record.Value != 0 ? " starts" : " stands");
     case JournalKind::MotorCount:
       return counted("motor") + " count " + std::to_string(record.Value);
+    case JournalKind::MotorPulses:
+      return counted("motor") + " had " + std::to_string(record.Value) + " pulses";
+    case JournalKind::MotorPosition:
+      return counted("motor") + " at " + std::to_string(record.Value);
+    case JournalKind::ConsoleText:
+      return std::to_string(record.Value) + " bytes to the console";
     case JournalKind::CylinderState:
       return counted("cylinder") + " status " + Hex(record.Value & 0xFF) + ", position " +
              std::to_string(record.Value >> 8 & 0xFF);

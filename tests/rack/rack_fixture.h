@@ -74,6 +74,10 @@ class TestRack {
         return "move";
       case rack::JournalKind::MotorCount:
         return "count";
+      case rack::JournalKind::MotorPulses:
+        return "pulses";
+      case rack::JournalKind::MotorPosition:
+        return "position";
       case rack::JournalKind::FaultBegins:
         return "fault";
       case rack::JournalKind::FaultEnds:

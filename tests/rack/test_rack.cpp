@@ -70,7 +70,8 @@ TEST(RackTest, JournalFollowsAMotorToTheEndOfItsMove) {
   cell.Write(7, 24, 1, 0);
   EXPECT_EQ(cell.Read(7, 24, 200 * kMs), 0);
   EXPECT_EQ(cell.Events(),
-            "0 input 0.1=1\n0 move 7.2=1\n20 count 7.2=2\n40 count 7.2=4\n50 count 7.2=5\n50 move 7.2=0\n");
+            "0 input 0.1=1\n0 move 7.2=1\n20 count 7.2=2\n40 count 7.2=4\n50 count 7.2=5\n50 pulses 7.2=5\n"
+            "50 position 7.2=5\n50 move 7.2=0\n");
 }
 
 TEST(RackTest, InputsSetByHandHoldAgainstTheMachineUntilReleased) {
