@@ -39,7 +39,7 @@ class CardRules {
         Out(*report) {}
 
   void Check() {
-    if (WithoutCard(Parsed.CmdIdx) == nullptr) return;
+    if (WithoutCard(Parsed.CmdIdx) == nullptr || HasLookAlike(OfLine)) return;
     if (Parsed.SlotIdx.Column < 0) return CheckTwoFields();
     if (!CheckSlot()) return;
     Card = OfMachine.CardOf(Parsed.SlotIdx.Value);

@@ -89,6 +89,7 @@ class ConfRules {
   void CheckGroup(const std::string& line, const std::string& trimmed, bool report) {
     Group = FindItem([&](const ConfItem& row) { return SameWord(trimmed, row.Group); });
     InGroup = true;
+    IsRead = false;
     if (Group == nullptr) {
       std::string upper = trimmed;
       for (char& c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
@@ -103,7 +104,8 @@ class ConfRules {
       return Unread(end == line.size() ? 1 : end + 1,
                     "a blank, tab or carriage return stands in the line of " + name);
     }
-    if (!Groups.insert(name).second) Unread(1, "only the first group " + name + " is read");
+    IsRead = Groups.insert(name).second;
+    if (!IsRead) Unread(1, "only the first group " + name + " is read");
   }
 
   void CheckItem(const std::string& line) {
@@ -114,7 +116,7 @@ class ConfRules {
       if (item != nullptr) Unread(1, trimmed + " stands in no group; put " + item->Group + " before it");
       return;
     }
-    if (Group == nullptr) return;
+    if (!IsRead) return;
     const std::string item = Group->Item;
     if (!SameWord(trimmed, item)) {
       const std::string nearest = rack::Nearest(trimmed, {item});
@@ -133,10 +135,7 @@ class ConfRules {
   void CheckValue(size_t column) {
     char value[MAXBUFFER + 100] = "";
     const int result = ReadIni.GetField(Path.c_str(), Group->Group, Group->Item, 0, value);
-    if (result != 0) {
-      if (Groups.count(Group->Group) > 0) Unread(column, std::string(Group->Item) + " has no value");
-      return;
-    }
+    if (result != 0) return Unread(column, std::string(Group->Item) + " has no value");
     const long long port = ToWideNumber(value);
     if (port >= Group->Lowest && port <= Group->Highest) return;
     Out.Add(Path, Number, static_cast<int>(column), RuleId::ConfPort,
@@ -151,6 +150,7 @@ class ConfRules {
   int Number = 0;
   const ConfItem* Group = nullptr;  // of the line; null before the first and in an unknown one
   bool InGroup = false;
+  bool IsRead = false;  // the reader comes into this group
   std::set<std::string> Groups;
   std::set<std::string> Items;
 };

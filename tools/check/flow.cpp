@@ -27,6 +27,8 @@ std::set<size_t> NextOf(const Task& task, const Program& program, size_t index) 
   if (line.Parsed.CmdIdx == SYN_GO) {
     const std::optional<size_t> label = FindLabel(program, line.Parsed.SlotIdx.Value);
     if (label) return {*label};
+    if (index + 1 == program.Lines.size())
+      return {};  // repeats itself; so it does elsewhere, but was meant to go on
   }
   if (!GoesOn(task, program, line)) return {};
   return {index + 1};

@@ -268,11 +268,16 @@ class FlowRules {
     }
   }
 
-  bool IsBusyPath(const Program& program, size_t from, size_t to, std::set<size_t>* seen) const {
-    if (from >= program.Lines.size() || !IsBusy(program, from) || !seen->insert(from).second) return false;
-    if (from == to) return true;
-    for (const size_t next : Flows.at(program.Name).Next[from]) {
-      if (IsBusyPath(program, next, to, seen)) return true;
+  bool IsBusyPath(const Program& program, size_t from, size_t to) const {
+    std::set<size_t> seen;
+    std::vector<size_t> open = {from};
+    while (!open.empty()) {
+      const size_t index = open.back();
+      open.pop_back();
+      if (index == program.Lines.size() || !IsBusy(program, index) || !seen.insert(index).second) continue;
+      if (index == to) return true;
+      const std::set<size_t>& next = Flows.at(program.Name).Next[index];
+      open.insert(open.end(), next.begin(), next.end());
     }
     return false;
   }
@@ -281,10 +286,9 @@ class FlowRules {
     const Flow& flow = Flows.at(program.Name);
     for (size_t i = 0; i < program.Lines.size(); ++i) {
       const Line& line = program.Lines[i];
-      std::set<size_t> seen;
       if (line.Parsed.CmdIdx != SYN_GO || !flow.Reached[i] || !FindLabel(program, line.Parsed.SlotIdx.Value))
         continue;
-      if (!IsBusyPath(program, *flow.Next[i].begin(), i, &seen)) continue;
+      if (!IsBusyPath(program, *flow.Next[i].begin(), i)) continue;
       Out.Add(program, line, line.Parsed.KeywordColumn, RuleId::BusyLoop,
               "this loop neither pauses nor waits while G_ST is 0: the task takes the processor from all "
               "others; add a "

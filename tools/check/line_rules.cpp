@@ -1,4 +1,5 @@
 // Lines that the controller skips or reads otherwise than they look.
+#include <algorithm>
 #include <cctype>
 #include <climits>
 #include <string>
@@ -51,6 +52,15 @@ const std::vector<std::string>& Keywords() {
   return keywords;
 }
 
+bool FindKeyword(const std::string& word, SYNXIDX* index) {
+  for (int i = SYN_NUL + 1; i < SYNMAX; ++i) {
+    if (stricmp(word.c_str(), SYNXCMD[i]) != 0) continue;
+    *index = static_cast<SYNXIDX>(i);
+    return true;
+  }
+  return false;
+}
+
 std::string Quoted(std::string_view text) {
   constexpr size_t kShown = 40;
   return "\"" + std::string(text.substr(0, kShown)) + (text.size() > kShown ? "..." : "") + "\"";
@@ -59,6 +69,11 @@ std::string Quoted(std::string_view text) {
 std::string Upper(std::string text) {
   for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
   return text;
+}
+
+// Comments may hold any character.
+size_t PlaceOf(const LookAlike& row, const Line& line) {
+  return PieceOf(line.Text, 0, ';').value_or("").find(row.Bytes);
 }
 
 class LineRules {
@@ -94,24 +109,22 @@ class LineRules {
   }
 
   bool CheckLookAlikes() {
-    const std::string code = PieceOf(OfLine.Text, 0, ';').value_or("");
-    bool found = false;
     for (const LookAlike& row : kLookAlikes) {
-      const size_t at = code.find(row.Bytes);
+      const size_t at = PlaceOf(row, OfLine);
       if (at == std::string::npos) continue;
-      found = true;
       Add(static_cast<int>(at), RuleId::WrongSeparator,
           std::string(row.Name) + " is a letter like any other for the controller" +
               (OfLine.IsCommand() ? "" : ", which skips the line") + "; " + row.Meant +
               " was probably meant");
     }
-    return found;
+    return HasLookAlike(OfLine);
   }
 
   void CheckFault() {
     const std::string keyword = SYNXCMD[Parsed.Keyword];
     switch (Parsed.Fault) {
       case LINEFAULT::TooLong:
+        if (OfLine.Text[0] == ';') return;  // a comment is skipped anyway
         return Add(Parsed.FaultColumn, RuleId::LineTooLong,
                    "the line has more than 999 characters: the controller skips it; break it up");
       case LINEFAULT::UnknownKeyword:
@@ -134,22 +147,29 @@ class LineRules {
 
   void CheckUnknownKeyword() {
     const std::string code = PieceOf(OfLine.Text, 0, ';').value_or("");
-    const std::string keyword = PieceOf(code, 0, ':').value_or("");
-    const size_t end = keyword.find_last_not_of(" \t\r\n") + 1;
-    // A keyword with its ":" forgotten: "OUT 1, 2, 1".
-    const std::string firstWord = keyword.substr(0, keyword.find_first_of(" \t,"));
-    for (const std::string& known : Keywords()) {
-      if (firstWord != keyword.substr(0, end) && stricmp(firstWord.c_str(), known.c_str()) == 0) {
-        const RuleId rule =
-            code.find(':') == std::string::npos ? RuleId::MissingColon : RuleId::UnknownKeyword;
-        return Add(static_cast<int>(firstWord.size()), rule,
-                   known + " is not followed by \":\": the controller skips the line; did you mean \"" +
-                       known + ":\"?");
-      }
+    std::string keyword = PieceOf(code, 0, ':').value_or("");
+    keyword.erase(keyword.find_last_not_of(" \t\r\n") + 1);
+    const size_t wordEnd = keyword.find_first_of(" \t,");
+    SYNXIDX known = SYN_NUL;
+    if (wordEnd != std::string::npos && FindKeyword(keyword.substr(0, wordEnd), &known)) {
+      return CheckKeywordWithText(known, keyword, wordEnd, code.find(':') != std::string::npos);
     }
     Add(Parsed.FaultColumn, RuleId::UnknownKeyword,
-        Quoted(keyword.substr(0, end)) + " is no command: the controller skips the line" +
-            DidYouMean(rack::Nearest(Upper(keyword.substr(0, end)), Keywords())));
+        Quoted(keyword) + " is no command: the controller skips the line" +
+            DidYouMean(rack::Nearest(Upper(keyword), Keywords())));
+  }
+
+  // "OUT 1, 2, 1": the ":" is missing. "END now": there is nothing to write.
+  void CheckKeywordWithText(SYNXIDX known, const std::string& keyword, size_t wordEnd, bool hasColon) {
+    const bool isAlone = SYNXTRAITS[known].Form == PARSEFORM::KeywordOnly;
+    if (isAlone || hasColon) {
+      return Add(Parsed.FaultColumn, RuleId::UnknownKeyword,
+                 Quoted(keyword) + " is no command: the controller skips the line" +
+                     DidYouMean(std::string(SYNXCMD[known]) + (isAlone ? "" : ":")));
+    }
+    Add(static_cast<int>(wordEnd), RuleId::MissingColon,
+        std::string(SYNXCMD[known]) + " is not followed by \":\": the controller skips the line" +
+            DidYouMean(std::string(SYNXCMD[known]) + ":"));
   }
 
   void CheckNoAction() {
@@ -210,6 +230,11 @@ class LineRules {
   }
 
   void CheckLostText() {
+    const size_t zero = OfLine.Raw.find('\0');
+    if (zero != std::string::npos) {
+      Add(static_cast<int>(zero) - OfLine.Lead, RuleId::LostText,
+          "the controller does not look at what stands behind a zero byte");
+    }
     CheckLostPiece(OfLine.Text, 2, ';', 0, "a second \";\"");
     const std::string code = PieceOf(OfLine.Text, 0, ';').value_or("");
     const int taken = FieldsTaken();
@@ -246,6 +271,11 @@ class LineRules {
 };
 
 }  // namespace
+
+bool HasLookAlike(const Line& line) {
+  return std::any_of(std::begin(kLookAlikes), std::end(kLookAlikes),
+                     [&](const LookAlike& row) { return PlaceOf(row, line) != std::string::npos; });
+}
 
 void CheckNumberText(const Program& program, const Line& line, int byte, const std::string& text,
                      Report* report) {

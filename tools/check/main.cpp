@@ -3,7 +3,6 @@
 
 #include <CLI/CLI.hpp>
 #include <iostream>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -28,9 +27,15 @@ struct Options {
   std::vector<std::string> Paths;
   std::string RackFile;
   std::string Explained;
-  check::Format Format = check::Format::Text;
+  std::string Format = "text";
   bool ListRules = false;
 };
+
+check::Format FormatOf(const std::string& name) {
+  if (name == "gcc") return check::Format::Gcc;
+  if (name == "sarif") return check::Format::Sarif;
+  return name == "json" ? check::Format::Json : check::Format::Text;
+}
 
 int Explain(const std::string& name) {
   const check::Rule* rule = check::FindRule(name);
@@ -54,7 +59,7 @@ int Check(const Options& options) {
     }
     findings.insert(findings.end(), found->begin(), found->end());
   }
-  std::cout << check::Render(findings, options.Format, isatty(STDOUT_FILENO) != 0) << std::flush;
+  std::cout << check::Render(findings, FormatOf(options.Format), isatty(STDOUT_FILENO) != 0) << std::flush;
   if (!std::cout) return kCouldNotRun;
   return findings.empty() ? kClean : kFindings;
 }
@@ -62,10 +67,6 @@ int Check(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::map<std::string, check::Format> formats = {{"text", check::Format::Text},
-                                                        {"gcc", check::Format::Gcc},
-                                                        {"sarif", check::Format::Sarif},
-                                                        {"json", check::Format::Json}};
   Options options;
   CLI::App app("Finds what the controller would misread in a machine's programs.", "velmo-check");
   app.footer(kFooter);
@@ -73,7 +74,7 @@ int main(int argc, char** argv) {
   app.add_option("--rack", options.RackFile,
                  "rack file; \"rack.toml\" in the machine's directory unless given");
   app.add_option("--format", options.Format, "text, gcc, sarif or json")
-      ->transform(CLI::CheckedTransformer(formats))
+      ->check(CLI::IsMember({"text", "gcc", "sarif", "json"}))
       ->type_name("FORMAT");
   app.add_option("--explain", options.Explained, "explain a rule, with a wrong and a right example")
       ->type_name("RULE");

@@ -33,6 +33,10 @@ struct BlockEffect {
   std::set<Axis> Awaited;
 };
 
+bool IsMotorWait(SYNXIDX command) {
+  return command == SYN_LMOT || command == SYN_ROW;
+}
+
 class MotionRules {
  public:
   MotionRules(const Machine& machine, const Task& task, Report* report)
@@ -67,25 +71,26 @@ class MotionRules {
     return states;
   }
 
+  // The channel that the card really takes; nothing when it takes none. Without a known card the written one.
+  std::optional<int> Channel(const Line& line) const {
+    const CardType* card = OfMachine.CardOf(line.Parsed.SlotIdx.Value);
+    if (card == nullptr) return line.Parsed.ChIdx.Value;
+    const CardCommand* command = card->Find(line.Parsed.CmdIdx);
+    const int channel = command == nullptr ? -1 : ReachedChannel(*command, line.Parsed.ChIdx.Value);
+    return channel < 0 ? std::nullopt : std::optional(channel);
+  }
+
   MotionState After(MotionState state, const Program& program, const Line& line) {
     const EXPLAINEDLINE& parsed = line.Parsed;
-    const int slot = parsed.SlotIdx.Value;
-    const Axis axis(slot, parsed.ChIdx.Value);
-    switch (parsed.CmdIdx) {
-      case SYN_MOT:
-        state.Moving[axis] = program.Name + ":" + std::to_string(line.Number);
-        break;
-      case SYN_LMOT:
-      case SYN_ROW:
-        state.Moving.erase(axis);
-        break;
-      case SYN_FL:
-      case SYN_IF:
-        return AfterCall(state, line);
-      default:
-        return state;
-    }
-    if (parsed.CmdIdx != SYN_LMOT) state.Selected[slot] = {parsed.ChIdx.Value};
+    if (parsed.CmdIdx == SYN_FL || parsed.CmdIdx == SYN_IF) return AfterCall(state, line);
+    const bool moves = parsed.CmdIdx == SYN_MOT;
+    const bool waits = IsMotorWait(parsed.CmdIdx);
+    const std::optional<int> channel = moves || waits ? Channel(line) : std::nullopt;
+    if (!channel) return state;
+    const Axis axis(parsed.SlotIdx.Value, *channel);
+    if (waits) state.Moving.erase(axis);
+    if (moves) state.Moving[axis] = program.Name + ":" + std::to_string(line.Number);
+    if (parsed.CmdIdx != SYN_LMOT) state.Selected[axis.first] = {*channel};
     return state;
   }
 
@@ -113,9 +118,8 @@ class MotionRules {
     for (size_t i = 0; i < block.Lines.size(); ++i) {
       const Line& line = block.Lines[i];
       const SYNXIDX command = line.Parsed.CmdIdx;
-      if (command == SYN_LMOT || command == SYN_ROW) {
-        effect.Awaited.emplace(line.Parsed.SlotIdx.Value, line.Parsed.ChIdx.Value);
-      }
+      const std::optional<int> awaited = IsMotorWait(command) ? Channel(line) : std::nullopt;
+      if (awaited) effect.Awaited.emplace(line.Parsed.SlotIdx.Value, *awaited);
       for (const Program* next : BlocksOf(OfTask, line)) {
         const BlockEffect& further = EffectOf(*next);
         effect.Awaited.insert(further.Awaited.begin(), further.Awaited.end());
@@ -127,19 +131,25 @@ class MotionRules {
   }
 
   void CheckLine(const Program& program, const Line& line, const MotionState& before) {
+    const SYNXIDX command = line.Parsed.CmdIdx;
+    const bool asksCard = command == SYN_LMOT || command == SYN_ROCLR;
+    if (command != SYN_MOT && !asksCard) return;
+    const std::optional<int> channel = Channel(line);
+    if (!channel) return;
+    if (asksCard) return CheckSelection(program, line, *channel, before);
+    const int slot = line.Parsed.SlotIdx.Value;
+    const auto moving = before.Moving.find({slot, *channel});
+    if (moving == before.Moving.end()) return;
+    Out.Add(program, line, line.Parsed.KeywordColumn, RuleId::UnawaitedMove,
+            "nothing has waited for the move that " + moving->second +
+                " has started: the controller programs the running motor anew; put \"LMOT: " +
+                std::to_string(slot) + ", " + std::to_string(*channel) + ",\" between them");
+  }
+
+  void CheckSelection(const Program& program, const Line& line, int channel, const MotionState& before) {
     const EXPLAINEDLINE& parsed = line.Parsed;
-    const int slot = parsed.SlotIdx.Value;
-    const int channel = parsed.ChIdx.Value;
-    const auto moving = before.Moving.find({slot, channel});
-    if (parsed.CmdIdx == SYN_MOT && moving != before.Moving.end()) {
-      Out.Add(program, line, parsed.KeywordColumn, RuleId::UnawaitedMove,
-              "nothing has waited for the move that " + moving->second +
-                  " has started: the controller programs the running motor anew; put \"LMOT: " +
-                  std::to_string(slot) + ", " + std::to_string(channel) + ",\" between them");
-    }
-    const CardType* card = OfMachine.CardOf(slot);
-    const auto selected = before.Selected.find(slot);
-    if (parsed.CmdIdx != SYN_LMOT && parsed.CmdIdx != SYN_ROCLR) return;
+    const CardType* card = OfMachine.CardOf(parsed.SlotIdx.Value);
+    const auto selected = before.Selected.find(parsed.SlotIdx.Value);
     if (card == nullptr || !card->ChannelOfLastSelection || selected == before.Selected.end()) return;
     for (const int other : selected->second) {
       if (other == channel) continue;

@@ -24,7 +24,8 @@ constexpr Rule kRules[] = {
      "comma must be there.",
      "LMOT: 2\nOUT: 1, 3\nEND", "LMOT: 2, 0,\nOUT: 1, 3, 1\nEND"},
     {RuleId::LineTooLong, "line-too-long", kError, "a line has more than 999 characters",
-     "The controller skips the line, comment or not: nothing is executed, nothing is logged.",
+     "The controller skips the line, whether the characters are code or comment: nothing is executed, nothing is\n"
+     "logged.",
      "OUT: 1, 3, 1 ;(990 more characters)\nEND", "OUT: 1, 3, 1\n;(990 more characters)\nEND"},
     {RuleId::LineSplit, "line-split", kError, "a line of the file has more than 1023 bytes",
      "The controller reads it in pieces of 1023 bytes and takes each piece as a line of its own: what stands behind\n"
@@ -185,7 +186,7 @@ constexpr Rule kRules[] = {
      "== plc2/RESET.PLC\nEXIT\n== plc2/FLOW.PLC\nOUT: 1, 4, 0\nEND"},
     {RuleId::UnknownIgnore, "unknown-ignore", kWarning, "\"check: ignore\" names no rule",
      "Nothing is silenced. --list-rules prints the names.",
-     "DLY: 1000 ; check: ignore long-dely\nEND", "DLY: 1000 ; check: ignore long-delay\nEND"},
+     "DLY: 500 ; check: ignore long-dely\nEND", "DLY: 1000 ; check: ignore long-delay\nEND"},
 };
 // clang-format on
 

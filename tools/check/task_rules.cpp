@@ -52,7 +52,8 @@ void CheckDirectories(const Machine& machine, int count, Report* report) {
 void CheckFile(const Task& task, const char* name, RuleId rule, const char* effect, Report* report) {
   if (task.Find(name) != nullptr) return;
   const std::string other = OtherCase(task.Directory, name);
-  report->Add((task.Directory / other).lexically_normal().string(), 1, 1, rule,
+  const fs::path place = other.empty() ? task.Directory : task.Directory / other;
+  report->Add(place.lexically_normal().string(), 1, 1, rule,
               "task " + std::to_string(task.Number) + " has no " + name + ": " + effect + DidYouMean(other));
 }
 

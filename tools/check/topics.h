@@ -8,6 +8,8 @@ namespace check {
 
 // What the parser makes of each line: skipped lines, odd numbers, lost text.
 void CheckLines(const Program& program, Report* report);
+// Whether the line's code has a character that only looks like a separator.
+bool HasLookAlike(const Line& line);
 // A number that is none, or has other text behind its digits.
 void CheckNumberText(const Program& program, const Line& line, int byte, const std::string& text,
                      Report* report);

@@ -1,0 +1,267 @@
+// The rules on wrong programs, on their own examples and on the demo; options and formats.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "check/check.h"
+#include "support/scratch.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+using testing::UnorderedElementsAreArray;
+
+const fs::path kSource = VELMO_SOURCE;
+
+std::string ReadText(const fs::path& path) {
+  std::ostringstream text;
+  text << std::ifstream(path, std::ios::binary).rdbuf();
+  return text.str();
+}
+
+// "file:line rule" of each finding, the file relative to the machine's directory.
+std::vector<std::string> Found(const fs::path& machine) {
+  std::string error;
+  const auto findings = check::CheckPath(machine, "", &error);
+  EXPECT_EQ(error, "");
+  std::vector<std::string> found;
+  if (!findings) return found;
+  for (const check::Finding& finding : *findings) {
+    found.push_back(fs::path(finding.File).lexically_relative(machine).string() + ":" +
+                    std::to_string(finding.Line) + " " + check::RuleOf(finding.Rule).Name);
+  }
+  return found;
+}
+
+void AddExpected(const std::string& name, const std::string& text, std::vector<std::string>* expected) {
+  std::istringstream lines(text);
+  std::string line;
+  for (int number = 1; std::getline(lines, line); ++number) {
+    std::smatch match;
+    if (!std::regex_search(line, match, std::regex("expect: ([-a-z]+(, [-a-z]+)*)"))) continue;
+    std::istringstream rules(match[1]);
+    std::string rule;
+    while (rules >> rule) {
+      if (rule.back() == ',') rule.pop_back();
+      expected->push_back(name + ":" + std::to_string(number) + " " + rule);
+    }
+  }
+}
+
+// From the comments of the program files, and from the machine's file "expected" for what has no line.
+std::vector<std::string> Expected(const fs::path& machine) {
+  std::vector<std::string> expected;
+  std::istringstream lines(ReadText(machine / "expected"));
+  std::string line;
+  while (std::getline(lines, line)) expected.push_back(line);
+  for (const auto& entry : fs::recursive_directory_iterator(machine)) {
+    if (!entry.is_regular_file() || entry.path().parent_path() == machine) continue;
+    AddExpected(entry.path().lexically_relative(machine).string(), ReadText(entry.path()), &expected);
+  }
+  return expected;
+}
+
+TEST(WrongPrograms, GiveExactlyTheRulesInTheirComments) {
+  int machines = 0;
+  for (const auto& entry : fs::directory_iterator(kSource / "tests/check/wrong")) {
+    SCOPED_TRACE(entry.path().filename().string());
+    EXPECT_THAT(Found(entry.path()), UnorderedElementsAreArray(Expected(entry.path())));
+    ++machines;
+  }
+  EXPECT_EQ(machines, 12);
+}
+
+TEST(Demo, IsClean) {
+  EXPECT_THAT(Found(kSource / "demo/cell"), testing::IsEmpty());
+}
+
+class CheckTest : public ScratchTest {
+ protected:
+  static void WriteFile(const std::string& path, const std::string& text) {
+    fs::create_directories(fs::path(path).parent_path());
+    Write(path, text);
+  }
+
+  // The machine of a rule's example, with the rack that all examples have.
+  static std::vector<std::string> RulesFound(const std::string& name, std::string example) {
+    const std::regex more("\\(([0-9]+) more characters\\)");
+    std::smatch match;
+    while (std::regex_search(example, match, more)) {
+      const size_t at = static_cast<size_t>(match.position(0));
+      example.replace(at, static_cast<size_t>(match.length(0)), std::string(std::stoul(match[1]), 'x'));
+    }
+    if (example.compare(0, 3, "== ") != 0) {
+      example.insert(0, "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\n");
+    }
+    std::istringstream lines(example);
+    std::string line;
+    std::ofstream file;
+    while (std::getline(lines, line)) {
+      if (line.compare(0, 3, "== ") != 0) {
+        file << line << "\n";
+        continue;
+      }
+      const fs::path path = fs::path(name) / line.substr(3);
+      fs::create_directories(path.parent_path());
+      file.close();
+      file.open(path);
+    }
+    file.close();
+    const int tasks = fs::exists(name + "/plc2") ? 2 : 1;
+    Write(name + "/rack.toml",
+          "[rack]\ntask_count = " + std::to_string(tasks) +
+              "\n[slots]\n1 = \"io\"\n2 = \"stepper\"\n3 = \"cylinder\"\n4 = \"servo\"\n");
+    std::vector<std::string> rules = Found(name);
+    for (std::string& rule : rules) rule.erase(0, rule.find(' ') + 1);
+    return rules;
+  }
+};
+
+TEST_F(CheckTest, EveryRulesExamplesAreWrongAndRight) {
+  for (const check::Rule& rule : check::Rules()) {
+    SCOPED_TRACE(rule.Name);
+    const std::vector<std::string> wrong = RulesFound(std::string(rule.Name) + "-wrong", rule.Wrong);
+    EXPECT_THAT(wrong,
+                testing::AllOf(testing::Not(testing::IsEmpty()), testing::Each(std::string(rule.Name))));
+    EXPECT_THAT(RulesFound(std::string(rule.Name) + "-right", rule.Right), testing::IsEmpty());
+  }
+}
+
+struct Outcome {
+  int Status;
+  std::string Output;  // both streams
+};
+
+Outcome RunCheck(const std::string& arguments) {
+  const std::string command = std::string(VELMO_CHECK) + " " + arguments + " 2>&1";
+  FILE* pipe = popen(command.c_str(), "r");
+  Outcome run{-1, ""};
+  if (pipe == nullptr) return run;
+  char buffer[4096];
+  for (size_t count = 0; (count = fread(buffer, 1, sizeof buffer, pipe)) > 0;)
+    run.Output.append(buffer, count);
+  run.Status = WEXITSTATUS(pclose(pipe));
+  return run;
+}
+
+class Program : public CheckTest {
+ protected:
+  void SetUp() override {
+    CheckTest::SetUp();
+    WriteFile("cell/plc1/RESET.PLC", "EXIT\n");
+    WriteFile("cell/plc1/FLOW.PLC",
+              "OUTT: 0, 3, 1\n#LE: 1\nDLY: 1000 ; \xC3\xA9\xC3\xA9 ; lost\nGO: 2\nGO: 1\n");
+  }
+};
+
+constexpr const char* kLines =
+    "cell/plc1/FLOW.PLC:1:1: error: \"OUTT\" is no command: the controller skips the line; did you mean "
+    "\"OUT\"? "
+    "[unknown-keyword]\n"
+    "cell/plc1/FLOW.PLC:3:6: warning: a pause of 1000 ms: the task sees no key meanwhile; wait for an input "
+    "or loop "
+    "over short pauses [long-delay]\n"
+    "cell/plc1/FLOW.PLC:3:18: warning: the controller does not look at what stands behind a second \";\": "
+    "\"lost\" "
+    "[lost-text]\n"
+    "cell/plc1/FLOW.PLC:4:5: error: there is no label 2 in this file: the controller repeats the line for "
+    "ever; it "
+    "has 1 [missing-label]\n";
+
+TEST_F(Program, WritesOneLineForEachFindingAndASummary) {
+  const Outcome text = RunCheck("cell");
+  EXPECT_EQ(text.Status, 1);
+  EXPECT_EQ(text.Output, std::string(kLines) + "2 errors, 2 warnings\n");
+  EXPECT_EQ(RunCheck("--format gcc cell").Output, kLines);
+  EXPECT_EQ(RunCheck("--format gcc cell/plc1/FLOW.PLC").Output, kLines);
+  const Outcome clean = RunCheck("cell/plc1/RESET.PLC");
+  EXPECT_EQ(clean.Status, 0);
+  EXPECT_EQ(clean.Output, "no findings\n");
+}
+
+TEST_F(Program, ColoursOnlyWhereAskedFor) {
+  const std::vector<check::Finding> findings = {{"a.PLC", 2, 3, check::RuleId::LongDelay, "long"}};
+  EXPECT_EQ(check::Render(findings, check::Format::Text, true),
+            "\033[1ma.PLC:2:3:\033[0m \033[1;35mwarning:\033[0m long [long-delay]\n0 errors, 1 warning\n");
+  EXPECT_EQ(check::Render(findings, check::Format::Gcc, true), "a.PLC:2:3: warning: long [long-delay]\n");
+}
+
+TEST_F(Program, WritesJsonAndSarif) {
+  const auto json = nlohmann::json::parse(RunCheck("--format json cell").Output);
+  EXPECT_EQ(json["errors"], 2);
+  EXPECT_EQ(json["warnings"], 2);
+  EXPECT_EQ(
+      json["findings"][1].dump(),
+      R"({"column":6,"file":"cell/plc1/FLOW.PLC","line":3,"message":"a pause of 1000 ms: the task sees no key )"
+      R"(meanwhile; wait for an input or loop over short pauses","rule":"long-delay","severity":"warning"})");
+
+  WriteFile("a b/plc1/RESET.PLC", "DLY 5\nEXIT\n");
+  const auto sarif = nlohmann::json::parse(RunCheck("--format sarif 'a b/plc1/RESET.PLC'").Output);
+  EXPECT_EQ(sarif["version"], "2.1.0");
+  const auto& run = sarif["runs"][0];
+  ASSERT_EQ(run["results"].size(), 1U);
+  const auto& result = run["results"][0];
+  EXPECT_EQ(result["locations"].dump(),
+            R"([{"physicalLocation":{"artifactLocation":{"uri":"a%20b/plc1/RESET.PLC"},)"
+            R"("region":{"startColumn":4,"startLine":1}}}])");
+  EXPECT_EQ(result["ruleId"], "missing-colon");
+  EXPECT_EQ(result["level"], "error");
+  const auto& rules = run["tool"]["driver"]["rules"];
+  EXPECT_EQ(rules.size(), 43U);
+  EXPECT_EQ(rules[result["ruleIndex"].get<size_t>()]["id"], "missing-colon");
+  for (const auto& rule : rules) EXPECT_THAT(rule["help"]["text"].get<std::string>(), HasSubstr("Right:"));
+}
+
+TEST_F(Program, ExplainsAndListsRules) {
+  const Outcome explained = RunCheck("--explain level-never");
+  EXPECT_EQ(explained.Status, 0);
+  EXPECT_EQ(explained.Output,
+            "level-never\n\nerror: a level that an input never has\n\n"
+            "An input is 0 or 1. LD with another level waits for ever; IF with another level always takes "
+            "its second "
+            "block.\n\nWrong:\n\n    LD: 1, 0, 2\n    END\n\nRight:\n\n    LD: 1, 0, 1\n    END\n");
+  EXPECT_THAT(RunCheck("--list-rules").Output,
+              HasSubstr("long-delay         warning  a DLY of a second or more\n"));
+}
+
+TEST_F(Program, SaysWhyItCouldNotRun) {
+  WriteFile("empty/readme", "");
+  Write("wrong.toml", "[slots]\n1 = \"oi\"\n");
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"nowhere", "velmo-check: nowhere: no such file or directory\n"},
+      {"empty",
+       "velmo-check: empty: no machine's directory: there is no plc1, rack.toml or Velmo.conf in it\n"},
+      {"", "velmo-check: name a machine's directory or a program file (--help)\n"},
+      {"--explain mising-label",
+       "velmo-check: there is no rule \"mising-label\"; did you mean \"missing-label\"?\n"},
+      {"--rack wrong.toml cell", "wrong.toml:2:"},
+      {"--format xml cell", "--format: xml not in {"},
+  };
+  for (const auto& [arguments, message] : cases) {
+    SCOPED_TRACE(arguments);
+    const Outcome run = RunCheck(arguments);
+    EXPECT_EQ(run.Status, 2);
+    EXPECT_THAT(run.Output, HasSubstr(message));
+  }
+}
+
+TEST(Documentation, HasEveryRuleAsTheProgramExplainsIt) {
+  const std::string page = ReadText(kSource / "docs/check.md");
+  std::string rules;
+  for (const check::Rule& rule : check::Rules()) rules += "### " + check::ExplainRule(rule) + "\n";
+  ASSERT_NE(page.find("\n### "), page.npos);
+  EXPECT_EQ(page.substr(page.find("\n### ") + 1) + "\n", rules);
+}
+
+}  // namespace
