@@ -207,23 +207,19 @@ const RackLive& Machine::Live() {
   return *live_;
 }
 
-Snapshot Machine::Take() {
+Snapshot SnapshotOf(const RackImage& image, RackLive& live) {
   Snapshot snapshot;
-  snapshot.running = Running();
-  Live();
-  const RackImage& image = State().Image;
-  if (snapshot.running) Rack(image, *live_).AdvanceTo(Now());
-  const Nanos now = live_->Now;
-  snapshot.process = live_->Controller.Process;
+  const Nanos now = live.Now;
+  snapshot.process = live.Controller.Process;
   snapshot.nowNanos = now;
-  snapshot.restarts = live_->Controller.Restarts;
-  snapshot.syncs = live_->Controller.Syncs;
+  snapshot.restarts = live.Controller.Restarts;
+  snapshot.syncs = live.Controller.Syncs;
   for (std::uint32_t entry = 0; entry < image.EntryCount; ++entry) {
-    snapshot.cards.push_back(ViewCard(*live_, image.EntrySlot[entry], now));
+    snapshot.cards.push_back(ViewCard(live, image.EntrySlot[entry], now));
   }
   ViewSignals(image, snapshot);
-  ViewCounters(image, live_->Plant, snapshot);
-  for (const FaultRecord& fault : live_->Faults) {
+  ViewCounters(image, live.Plant, snapshot);
+  for (const FaultRecord& fault : live.Faults) {
     if (fault.Kind == FaultKind::None) continue;
     snapshot.busFails = snapshot.busFails || fault.Kind == FaultKind::BusReadsFail;
     for (CardView& card : snapshot.cards) {
@@ -231,6 +227,16 @@ Snapshot Machine::Take() {
     }
     snapshot.faults.push_back(FaultText(snapshot, fault, now));
   }
+  return snapshot;
+}
+
+Snapshot Machine::Take() {
+  const bool running = Running();
+  Live();
+  if (running) Rack(State().Image, *live_).AdvanceTo(Now());
+  Snapshot snapshot = SnapshotOf(State().Image, *live_);
+  snapshot.running = running;
+  const Nanos now = snapshot.nowNanos;
   JournalRecord record;
   std::uint64_t lost = 0;
   while (keys_->Next(record, lost) == JournalReader::Result::Record) step_.See(record);

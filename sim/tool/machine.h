@@ -18,6 +18,10 @@ std::string RunDirectory(const std::string& machine);
 std::string StatePath(const std::string& machine);
 std::string LockPath(const std::string& machine);
 
+// Cards, signals, counters and faults as they stand at the time that the machine has been worked out to; no
+// tasks.
+Snapshot SnapshotOf(const RackImage& image, RackLive& live);
+
 // Whether the tasks are in step mode, followed by the keys that the controller took: Plus turns it on, Dec
 // off, Enter only where no Plus came since the last Dec.
 class StepFollower {

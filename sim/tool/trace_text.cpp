@@ -26,13 +26,6 @@ std::string CardText(const Snapshot& snapshot, int slot) {
   return "slot " + std::to_string(slot) + " " + KindName(KindOf(snapshot, slot));
 }
 
-std::string Who(std::uint8_t task) {
-  if (task == 0) return "key";
-  if (task <= 8) return "plc" + std::to_string(task);
-  if (task == 9) return "net";
-  return task == kMainThread ? "main" : "-";
-}
-
 std::string Hex(std::int32_t value) {
   char text[16];
   std::snprintf(text, sizeof text, "0x%02X", static_cast<unsigned>(value));
@@ -81,6 +74,26 @@ std::string CounterName(const Snapshot& snapshot, const JournalRecord& record) {
     if (counter.link == record.Port) return counter.name;
   }
   return std::to_string(record.Port);
+}
+
+std::string Where(const FileNames& files, const JournalRecord& record) {
+  const std::string file = files(record.File);
+  return file.empty() ? "-" : file + ":" + std::to_string(record.Line);
+}
+
+std::string Quoted(const std::string& text) {
+  std::string quoted = "\"";
+  for (const char c : text) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
+  return quoted + "\"";
+}
+
+}  // namespace
+
+std::string Who(std::uint8_t task) {
+  if (task == 0) return "key";
+  if (task <= 8) return "plc" + std::to_string(task);
+  if (task == 9) return "net";
+  return task == kMainThread ? "main" : "-";
 }
 
 std::string EventText(const Snapshot& snapshot, const JournalRecord& record) {
@@ -139,19 +152,6 @@ std::string EventText(const Snapshot& snapshot, const JournalRecord& record) {
   }
   return "unknown record";
 }
-
-std::string Where(const FileNames& files, const JournalRecord& record) {
-  const std::string file = files(record.File);
-  return file.empty() ? "-" : file + ":" + std::to_string(record.Line);
-}
-
-std::string Quoted(const std::string& text) {
-  std::string quoted = "\"";
-  for (const char c : text) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
-  return quoted + "\"";
-}
-
-}  // namespace
 
 std::string TraceLine(const Snapshot& snapshot, const FileNames& files, const JournalRecord& record) {
   char head[40];
