@@ -38,6 +38,7 @@ const char* KindName(CardKind kind) {
 void MakeEmptySetup(RackSetup& setup) {
   std::memset(&setup, 0, sizeof setup);
   setup.Image.Device = DeviceName::EmIsa;
+  setup.Time.AccessNanos = kUsualAccessNanos;
   InsertCard(setup, 0, CardKind::Cpu);
   AssignEntries(setup);
 }
@@ -94,6 +95,9 @@ void PowerOn(RackState& state, const RackSetup& setup, Nanos monotonic) {
   state.Size = sizeof(RackState);
   state.PowerOn = monotonic;
   state.Image = setup.Image;
+  state.Time.Setup = setup.Time;
+  state.Time.Setup.RealStart = monotonic;
+  if (setup.Time.Mode == TimeMode::Virtual) state.PowerOn = kVirtualPowerOn;
   std::memcpy(state.Live.Cards, setup.Cards, sizeof state.Live.Cards);
   state.Live.Plant = setup.Plant;
   Rack(state).PowerOn(setup.InputsOn);

@@ -3,7 +3,7 @@
 // Fixed-width fields at the same offsets in 32-bit and 64-bit processes, no lock inside. Who writes what:
 //  - Image: the tool, when it creates the file (power-on); constant from then on.
 //  - Live: the controller's side only, between BeginChange and EndChange.
-//  - Requests: see requests.h. Journal: the controller's side appends.
+//  - Requests: see requests.h. Journal: the controller's side appends. Time: see time/control.h.
 // The file outlasts a restart of the controller, as the cards' registers do.
 #pragma once
 
@@ -18,6 +18,7 @@
 #include "plant/plant.h"
 #include "rack/journal.h"
 #include "rack/requests.h"
+#include "time/control.h"
 
 namespace rack {
 
@@ -156,17 +157,18 @@ static_assert(offsetof(RackLive, Faults) == 264);
 static_assert(offsetof(RackLive, Cards) == 264 + 24 * kMaxFaults);
 
 constexpr char kStateMagic[8] = {'V', 'e', 'l', 'm', 'o', 'R', 'c', 'k'};
-constexpr std::uint32_t kStateVersion = 1;
+constexpr std::uint32_t kStateVersion = 2;
 
 struct RackState {
   char Magic[8];
   std::uint32_t Version;
   std::uint32_t Size;
-  Nanos PowerOn;  // CLOCK_MONOTONIC at power-on: the rack's time 0
+  Nanos PowerOn;  // what CLOCK_MONOTONIC shows the controller at power-on: the rack's time 0
   RackImage Image;
   alignas(8) RackLive Live;
   RequestRing Requests;
   JournalRing Journal;
+  TimeControl Time;
 };
 static_assert(offsetof(RackState, PowerOn) == 16);
 static_assert(offsetof(RackState, Image) == 24);
@@ -175,6 +177,7 @@ static_assert(std::is_standard_layout_v<RackState>);
 // A rack as the rack file describes it, before its power-on.
 struct RackSetup {
   RackImage Image;
+  TimeSetup Time;
   CardState Cards[kSlots];
   PlantState Plant;                     // its links
   std::uint16_t InputsOn[kMaxEntries];  // inputs that are switched on at power-on, by entry
