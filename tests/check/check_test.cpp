@@ -30,16 +30,22 @@ std::string ReadText(const fs::path& path) {
   return text.str();
 }
 
-// "file:line rule" of each finding, the file relative to the machine's directory.
-std::vector<std::string> Found(const fs::path& machine) {
+// The findings of a machine, files relative to its directory.
+std::vector<check::Finding> FindingsOf(const fs::path& machine) {
   std::string error;
-  const auto findings = check::CheckPath(machine, "", &error);
+  auto findings = check::CheckPath(machine, "", &error);
   EXPECT_EQ(error, "");
+  if (!findings) return {};
+  for (check::Finding& finding : *findings) finding.File = fs::path(finding.File).lexically_relative(machine);
+  return *findings;
+}
+
+// "file:line rule" of each finding.
+std::vector<std::string> Found(const fs::path& machine) {
   std::vector<std::string> found;
-  if (!findings) return found;
-  for (const check::Finding& finding : *findings) {
-    found.push_back(fs::path(finding.File).lexically_relative(machine).string() + ":" +
-                    std::to_string(finding.Line) + " " + check::RuleOf(finding.Rule).Name);
+  for (const check::Finding& finding : FindingsOf(machine)) {
+    found.push_back(finding.File + ":" + std::to_string(finding.Line) + " " +
+                    check::RuleOf(finding.Rule).Name);
   }
   return found;
 }
@@ -77,6 +83,8 @@ TEST(WrongPrograms, GiveExactlyTheRulesInTheirComments) {
   for (const auto& entry : fs::directory_iterator(kSource / "tests/check/wrong")) {
     SCOPED_TRACE(entry.path().filename().string());
     EXPECT_THAT(Found(entry.path()), UnorderedElementsAreArray(Expected(entry.path())));
+    EXPECT_EQ(check::Render(FindingsOf(entry.path()), check::Format::Gcc, false),
+              ReadText(entry.path() / "messages"));
     ++machines;
   }
   EXPECT_EQ(machines, 12);

@@ -45,7 +45,7 @@ class CardRules {
     Card = OfMachine.CardOf(Parsed.SlotIdx.Value);
     if (Card != nullptr && Card->Find(Parsed.CmdIdx) == nullptr) {
       return Add(Parsed.KeywordColumn, RuleId::WrongCard,
-                 "entry " + Slot() + " is a " + Card->Name + ", which has no " + Keyword + ": " +
+                 "entry " + Slot() + " is " + Card->Name + ", which has no " + Keyword + ": " +
                      WithoutCard(Parsed.CmdIdx) + "; another entry or command was probably meant");
     }
     CheckChannel();
@@ -85,10 +85,10 @@ class CardRules {
     const int channel = Parsed.ChIdx.Value;
     if (channel >= 0 && channel < command.Channels) return;
     const int reached = ReachedChannel(command, channel);
-    const std::string effect = reached < 0 ? "the controller " + std::string(command.Outside)
+    const std::string effect = reached < 0 ? std::string(command.Outside)
                                            : "the controller takes channel " + std::to_string(reached);
     Add(Parsed.ChIdx.Column, RuleId::BadChannel,
-        Keyword + " on a " + Card->Name + " has no channel " + std::to_string(channel) + ": " + effect +
+        Keyword + ": " + Card->Name + " has no channel " + std::to_string(channel) + ": " + effect +
             "; channels are 0 to " + std::to_string(command.Channels - 1));
   }
 
@@ -204,7 +204,7 @@ class CardRules {
     const MotLimit limit = MotLimitOf(idx);
     if (value >= 0 && value <= static_cast<long long>(limit.Largest)) return;
     const std::string name = std::string(row.Name) + " " + std::to_string(value);
-    const std::string largest = "; 0 to " + std::to_string(limit.Largest) + " was probably meant";
+    const std::string largest = "; the card takes 0 to " + std::to_string(limit.Largest);
     if (limit.SharesByte) {
       return Add(
           column, RuleId::MotFlag,
@@ -214,7 +214,7 @@ class CardRules {
     const std::string effect = cut != value
                                    ? "cuts it to " + std::to_string(cut)
                                    : "doubles it, which does not fit " + std::to_string(row.Bits) + " bits";
-    Add(column, RuleId::ValueCut, name + " is too large: the controller " + effect + largest);
+    Add(column, RuleId::ValueCut, name + " does not fit: the controller " + effect + largest);
   }
 
   void CheckIf() {

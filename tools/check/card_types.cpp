@@ -6,36 +6,36 @@ namespace check {
 
 namespace {
 
-constexpr const char* kNoBit = "writes the outputs back unchanged";
-constexpr const char* kReadsLow = "reads level 0";
-constexpr const char* kNoBranch = "calls neither block";
-constexpr const char* kNothingSent = "sends nothing";
-constexpr const char* kMetAtOnce = "is met at once";
-constexpr const char* kNoMove = "reports success, but nothing moves";
-constexpr const char* kNeverMet = "waits for ever";
-constexpr const char* kNotCleared = "clears nothing";
+constexpr const char* kNoBit = "the outputs are written back unchanged";
+constexpr const char* kReadsLow = "the level read is 0";
+constexpr const char* kNoBranch = "neither block is called";
+constexpr const char* kNothingSent = "nothing is sent";
+constexpr const char* kMetAtOnce = "the wait is met at once";
+constexpr const char* kNoMove = "success is reported, but nothing moves";
+constexpr const char* kNeverMet = "the task waits for ever";
+constexpr const char* kNotCleared = "nothing is cleared";
 
 const CardType kCpu{rack::CardKind::Cpu,
-                    "CPU card",
+                    "a CPU card",
                     {{SYN_OUT, 16, Beyond::LastGroup, kNoBit},
                      {SYN_LD, 16, Beyond::LastGroup, kReadsLow},
                      {SYN_IF, 16, Beyond::Refused, kNoBranch}}};
 
 const CardType kIo{rack::CardKind::Io,
-                   "I/O card",
+                   "an I/O card",
                    {{SYN_OUT, 24, Beyond::LastGroup, kNoBit},
                     {SYN_LD, 16, Beyond::LastGroup, kReadsLow},
                     {SYN_IF, 16, Beyond::Refused, kNoBranch}}};
 
 const CardType kCylinder{
     rack::CardKind::Cylinder,
-    "cylinder card",
+    "a cylinder card",
     {{SYN_DG, 3, Beyond::LowByte, kNothingSent}, {SYN_LDG, 3, Beyond::LowByte, kMetAtOnce}}};
 
 const CardType kStepper{rack::CardKind::Stepper,
-                        "stepper card",
+                        "a stepper card",
                         {{SYN_MOT, 8, Beyond::LowByte, kNoMove},
-                         {SYN_LMOT, 8, Beyond::Refused, "asks for the channel selected last, whatever it is"},
+                         {SYN_LMOT, 8, Beyond::Refused, "the card answers for the channel selected last"},
                          {SYN_ROW, 8, Beyond::Refused, kNeverMet},
                          {SYN_ROCLR, 8, Beyond::Refused, kNotCleared}},
                         500,
@@ -43,16 +43,16 @@ const CardType kStepper{rack::CardKind::Stepper,
                         {MOT_ExtStopCH}};
 
 const CardType kServo{rack::CardKind::Servo,
-                      "servo card",
+                      "a servo card",
                       {{SYN_MOT, 4, Beyond::LowByte, kNoMove},
                        {SYN_LMOT, 4, Beyond::LowByte, kMetAtOnce},
-                       {SYN_ROW, 4, Beyond::Refused, "counts 0, or waits for ever"},
+                       {SYN_ROW, 4, Beyond::Refused, "the count is 0, and the task waits for ever"},
                        {SYN_ROCLR, 4, Beyond::Refused, kNotCleared}},
                       200,
                       false,
                       {MOT_StartStep, MOT_CompensateStep}};
 
-const CardType kNone{rack::CardKind::None, "empty slot", {}};
+const CardType kNone{rack::CardKind::None, "an empty slot", {}};
 
 }  // namespace
 
@@ -99,9 +99,9 @@ const char* WithoutCard(SYNXIDX command) {
     case SYN_LD:
     case SYN_LDG:
     case SYN_LMOT:
-      return "the wait is met at once";
+      return kMetAtOnce;
     case SYN_ROW:
-      return "the task waits for ever";
+      return kNeverMet;
     case SYN_IF:
       return "the whole condition is taken for a block's name";
     case SYN_OUT:

@@ -20,12 +20,12 @@ struct CardCommand {
   SYNXIDX Command;
   int Channels;  // 0 to Channels - 1
   Beyond Wrap;
-  const char* Outside;  // what the controller does then
+  const char* Outside;  // what happens then
 };
 
 struct CardType {
   rack::CardKind Kind;
-  const char* Name;
+  const char* Name;                     // with its article
   std::vector<CardCommand> Commands;    // all others do nothing
   int MotFieldLimit = 0;                // a field of so many characters is refused
   bool ChannelOfLastSelection = false;  // LMOT and ROCLR ask for the channel selected last

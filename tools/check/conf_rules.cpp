@@ -63,7 +63,7 @@ class ConfRules {
     while (std::getline(lines, line)) {
       ++Number;
       if (Number == 1 && line.compare(0, kByteOrderMark.size(), kByteOrderMark) == 0) {
-        Unread(1, "a byte order mark stands before the first line; save the file without it");
+        Unread(1, "a byte order mark stands before the first line", "; save the file without it");
         line.erase(0, kByteOrderMark.size());
         CheckLine(line, false);
         continue;
@@ -73,9 +73,14 @@ class ConfRules {
   }
 
  private:
-  void Unread(size_t column, const std::string& message) {
+  // meant: how it should be, with what separates it from the message; may be empty.
+  void Unread(size_t column, const std::string& what, const std::string& meant = "") {
     Out.Add(Path, Number, static_cast<int>(column), RuleId::ConfUnread,
-            message + ": the controller does not find it and takes its default");
+            what + ": the controller does not find it and takes its default" + meant);
+  }
+
+  void NotLookedAt(const std::string& what) {
+    Out.Add(Path, Number, 1, RuleId::ConfUnread, what + ": the controller does not look at this one");
   }
 
   void CheckLine(const std::string& line, bool report) {
@@ -94,7 +99,7 @@ class ConfRules {
       std::string upper = trimmed;
       for (char& c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
       const std::string nearest = rack::Nearest(upper, {kItems[0].Group, kItems[1].Group});
-      if (!nearest.empty()) Unread(1, "\"" + trimmed + "\" is no group" + DidYouMean(nearest));
+      if (!nearest.empty()) Unread(1, "\"" + trimmed + "\" is no group", DidYouMean(nearest));
       return;
     }
     const std::string name = Group->Group;
@@ -105,7 +110,7 @@ class ConfRules {
                     "a blank, tab or carriage return stands in the line of " + name);
     }
     IsRead = Groups.insert(name).second;
-    if (!IsRead) Unread(1, "only the first group " + name + " is read");
+    if (!IsRead) NotLookedAt("only the first group " + name + " is read");
   }
 
   void CheckItem(const std::string& line) {
@@ -113,7 +118,8 @@ class ConfRules {
     const std::string trimmed = Trimmed(key);
     if (!InGroup) {
       const ConfItem* item = FindItem([&](const ConfItem& row) { return SameWord(trimmed, row.Item); });
-      if (item != nullptr) Unread(1, trimmed + " stands in no group; put " + item->Group + " before it");
+      if (item != nullptr)
+        Unread(1, trimmed + " stands in no group", std::string("; put ") + item->Group + " before it");
       return;
     }
     if (!IsRead) return;
@@ -121,14 +127,15 @@ class ConfRules {
     if (!SameWord(trimmed, item)) {
       const std::string nearest = rack::Nearest(trimmed, {item});
       if (!nearest.empty())
-        Unread(1, "\"" + trimmed + "\" is no item of " + Group->Group + DidYouMean(nearest));
+        Unread(1, "\"" + trimmed + "\" is no item of " + Group->Group, DidYouMean(nearest));
       return;
     }
     if (!SameWord(key, item)) {
-      return Unread(line.find('='), "a blank or tab stands around \"" + item + "\"; write \"" + item + "=\"");
+      return Unread(line.find('='), "a blank or tab stands around \"" + item + "\"",
+                    "; write \"" + item + "=\"");
     }
     if (!Items.insert(item).second)
-      return Unread(1, "only the first " + item + " of " + Group->Group + " is read");
+      return NotLookedAt("only the first " + item + " of " + Group->Group + " is read");
     CheckValue(line.find('=') + 2);
   }
 

@@ -20,16 +20,16 @@ struct LookAlike {
   const char* Meant;
 };
 constexpr LookAlike kLookAlikes[] = {
-    {"\xEF\xBC\x9A", "a full-width colon", ":"},
-    {"\xEF\xBC\x8C", "a full-width comma", ","},
-    {"\xE3\x80\x81", "an ideographic comma", ","},
-    {"\xEF\xBC\x9B", "a full-width semicolon", ";"},
-    {"\xEF\xBC\x86", "a full-width ampersand", "&"},
-    {"\xEF\xBC\x83", "a full-width number sign", "#"},
+    {"\xEF\xBC\x9A", "a full-width colon", "\":\""},
+    {"\xEF\xBC\x8C", "a full-width comma", "\",\""},
+    {"\xE3\x80\x81", "an ideographic comma", "\",\""},
+    {"\xEF\xBC\x9B", "a full-width semicolon", "\";\""},
+    {"\xEF\xBC\x86", "a full-width ampersand", "\"&\""},
+    {"\xEF\xBC\x83", "a full-width number sign", "\"#\""},
     {"\xC2\xA0", "a no-break space", "a blank"},
     {"\xE3\x80\x80", "an ideographic space", "a blank"},
-    {"\xE2\x88\x92", "a minus sign that is not ASCII", "-"},
-    {"\xE2\x80\x93", "a dash", "-"},
+    {"\xE2\x88\x92", "a minus sign that is not ASCII", "\"-\""},
+    {"\xE2\x80\x93", "a dash", "\"-\""},
     {"\xEF\xBB\xBF", "a byte order mark", "nothing"},
     {"\r", "a carriage return alone", "the end of the line"},
 };
@@ -63,6 +63,7 @@ bool FindKeyword(const std::string& word, SYNXIDX* index) {
 
 std::string Quoted(std::string_view text) {
   constexpr size_t kShown = 40;
+  text = text.substr(0, text.find_last_not_of(" \t\r\n") + 1);
   return "\"" + std::string(text.substr(0, kShown)) + (text.size() > kShown ? "..." : "") + "\"";
 }
 
@@ -156,7 +157,7 @@ class LineRules {
     }
     Add(Parsed.FaultColumn, RuleId::UnknownKeyword,
         Quoted(keyword) + " is no command: the controller skips the line" +
-            DidYouMean(rack::Nearest(Upper(keyword), Keywords())));
+            DidYouMean(keyword.empty() ? "" : rack::Nearest(Upper(keyword), Keywords())));
   }
 
   // "OUT 1, 2, 1": the ":" is missing. "END now": there is nothing to write.

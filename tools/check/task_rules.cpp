@@ -104,7 +104,8 @@ void CheckSharedOutputs(const Machine& machine, Report* report) {
       for (const Line& line : program.Lines) {
         const std::optional<Output> output = WrittenOutput(machine, line);
         if (!output) continue;
-        const Writer writer{task.Number, program.Path + ":" + std::to_string(line.Number)};
+        const Writer writer{task.Number,
+                            (task.Directory.filename() / name).string() + ":" + std::to_string(line.Number)};
         const Writer& other = first.emplace(*output, writer).first->second;
         if (other.Task == task.Number || !reported.insert(*output).second) continue;
         report->Add(program, line, line.Parsed.ChIdx.Column, RuleId::SharedOutput,
