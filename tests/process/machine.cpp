@@ -1,0 +1,372 @@
+#include "machine.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <thread>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto kLimit = 90s;
+
+bool StartsWith(const std::string& text, const std::string& prefix) {
+  return text.compare(0, prefix.size(), prefix) == 0;
+}
+
+// A line ends with its line feed or carriage return.
+std::vector<std::string> Split(const std::string& text) {
+  std::vector<std::string> lines;
+  std::string line;
+  for (const char character : text) {
+    line += character;
+    if (character != '\n' && character != '\r') continue;
+    lines.push_back(line);
+    line.clear();
+  }
+  if (!line.empty()) lines.push_back(line);
+  return lines;
+}
+
+std::string LineWithEnd(const std::string& keyword, int slot, int channel, const std::string& parameter,
+                        const std::string& file, const std::string& comment, char end) {
+  std::ostringstream line;
+  line << "CmdIdx: " << keyword << " SlotIdx[" << slot << "] ChIdx[" << channel << "][" << parameter << "] ["
+       << comment << "] [" << file << "]               " << end;
+  return line.str();
+}
+
+}  // namespace
+
+bool Eventually(const std::function<bool()>& condition) {
+  const auto limit = std::chrono::steady_clock::now() + kLimit;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > limit) return false;
+    std::this_thread::sleep_for(3ms);
+  }
+  return true;
+}
+
+int FreePort() {
+  const int handle = socket(AF_INET, SOCK_DGRAM, 0);
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  socklen_t size = sizeof address;
+  EXPECT_EQ(bind(handle, reinterpret_cast<sockaddr*>(&address), size), 0);
+  getsockname(handle, reinterpret_cast<sockaddr*>(&address), &size);
+  close(handle);
+  return ntohs(address.sin_port);
+}
+
+TestMachine::TestMachine(const std::string& rack) {
+  char name[] = "/tmp/velmo-process-XXXXXX";
+  EXPECT_NE(mkdtemp(name), nullptr);
+  Directory = std::filesystem::path(name) / "machine";
+  Write("rack.toml", rack);
+  Write("Velmo.conf", "[UDP]\nPort=" + std::to_string(FreePort()) + "\n");
+}
+
+TestMachine::~TestMachine() {
+  Stop();
+  std::filesystem::remove_all(Directory.parent_path());
+}
+
+void TestMachine::Write(const std::string& name, const std::string& text) const {
+  std::filesystem::create_directories(Path(name).parent_path());
+  std::ofstream(Path(name), std::ios::binary) << text;
+}
+
+std::string TestMachine::Read(const std::string& name) const {
+  std::ostringstream text;
+  text << std::ifstream(Path(name), std::ios::binary).rdbuf();
+  return text.str();
+}
+
+pid_t TestMachine::Launch(std::vector<std::string> options, int output) {
+  options.insert(options.begin(), {VELMO_RACK_PROGRAM, "run"});
+  options.push_back(Directory);
+  const int errors = open(Path("../errors").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+  const pid_t parent = getpid();
+  const pid_t child = fork();
+  if (child != 0) {
+    close(errors);
+    return child;
+  }
+  setpgid(0, 0);
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (getppid() != parent) _exit(127);
+  dup2(output, STDOUT_FILENO);
+  dup2(errors, STDERR_FILENO);
+  std::vector<char*> words;
+  for (std::string& option : options) words.push_back(option.data());
+  words.push_back(nullptr);
+  execv(words[0], words.data());
+  _exit(127);
+}
+
+void TestMachine::Attach() {
+  ASSERT_TRUE(Eventually([&] {
+    return View.Open(Directory).empty() && View.State().Live.Controller.Attaches != 0;
+  })) << Errors();
+}
+
+void TestMachine::Start(std::vector<std::string> options) {
+  const int output = open(Path("../console").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+  Tool = Launch(std::move(options), output);
+  close(output);
+  Attach();
+}
+
+int TestMachine::StartOnPipe() {
+  int ends[2];
+  EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  Tool = Launch({}, ends[1]);
+  close(ends[1]);
+  Attach();
+  return ends[0];
+}
+
+void TestMachine::StartUntil(const std::string& text, std::vector<std::string> options) {
+  Start(std::move(options));
+  WaitForLog(text);
+}
+
+void TestMachine::Stop() {
+  if (Tool < 0) return;
+  kill(Tool, SIGTERM);
+  WaitForEnd();
+}
+
+int TestMachine::WaitForEnd() {
+  int status = 0;
+  waitpid(Tool, &status, 0);
+  Tool = -1;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+std::string TestMachine::Console() const {
+  std::string text = Read("../console");
+  text = std::regex_replace(text, std::regex("Driver successfully!\\[[0-9]+\\]"),
+                            "Driver successfully![HANDLE]");
+  const std::string process = std::to_string(View.State().Live.Controller.Process);
+  text = std::regex_replace(text, std::regex("ID:( ?)" + process + ", TID( is|:) [0-9]+, g_Flag: [01]\\."),
+                            "ID:$1PROCESS, TID$2 THREAD, g_Flag: FLAG.");
+  return std::regex_replace(text, std::regex(Directory.string()), "DIRECTORY");
+}
+
+std::vector<std::string> TestMachine::ConsoleLines() const {
+  return Split(Console());
+}
+
+std::string TestMachine::LinesWith(const std::string& prefix) const {
+  std::string found;
+  for (const std::string& line : ConsoleLines()) {
+    if (StartsWith(line, prefix)) found += line.substr(prefix.size());
+  }
+  return found;
+}
+
+std::string TestMachine::Log(int task) const {
+  const std::string number = std::to_string(task);
+  const std::string all = LinesWith("PLC" + number + ": ");
+  const std::string start = "Task_PLC" + number + " Running\n";
+  const std::size_t position = all.find(start);
+  return position == std::string::npos ? "" : all.substr(position + start.size());
+}
+
+std::string TestMachine::FullLog() const {
+  const std::vector<std::string> startLines = {"Load TaskKey.\n", "GlobeHKey Task Load\n", "Load TaskNet.\n",
+                                               "ID: PROCESS, TID: THREAD, g_Flag: FLAG.\n"};
+  std::string log;
+  bool started = false;
+  for (const std::string& line : ConsoleLines()) {
+    const bool isStartLine = std::find(startLines.begin(), startLines.end(), line) != startLines.end();
+    if (started && !isStartLine && !StartsWith(line, "PLCKey: ")) log += line;
+    started = started || line == "PLC1: Task_PLC1 Running\n";
+  }
+  return log;
+}
+
+bool TestMachine::WaitForLog(const std::string& text, int task) const {
+  const bool found = Eventually([&] { return Log(task).find(text) != std::string::npos; });
+  EXPECT_TRUE(found) << "no \"" << text << "\" in the log of task " << task << ":\n" << Console() << Errors();
+  return found;
+}
+
+bool TestMachine::WaitForConsole(const std::string& text) const {
+  const bool found = Eventually([&] { return Console().find(text) != std::string::npos; });
+  EXPECT_TRUE(found) << "no \"" << text << "\" on the console:\n" << Console() << Errors();
+  return found;
+}
+
+const std::vector<rack::JournalRecord>& TestMachine::Journal() {
+  rack::JournalReader reader(View.State().Journal, rack::JournalReader::Start::Oldest);
+  std::uint64_t lost = reader.Number();
+  rack::JournalRecord record;
+  Records.clear();
+  while (reader.Next(record, lost) == rack::JournalReader::Result::Record) Records.push_back(record);
+  EXPECT_EQ(lost, 0U) << "the journal has not kept all records";
+  return Records;
+}
+
+std::string TestMachine::Bus(int task) {
+  std::string bus;
+  for (const rack::JournalRecord& record : Journal()) {
+    if (record.Task != task) continue;
+    char text[24];
+    const unsigned value = static_cast<unsigned>(record.Value);
+    switch (record.Kind) {
+      case rack::JournalKind::Read:
+        std::snprintf(text, sizeof text, "%d>%02X ", record.Port, value);
+        break;
+      case rack::JournalKind::ReadFailed:
+        std::snprintf(text, sizeof text, "%d>fails ", record.Port);
+        break;
+      case rack::JournalKind::Write:
+        if (record.Port == 0) {
+          std::snprintf(text, sizeof text, "#%u ", value);
+        } else {
+          std::snprintf(text, sizeof text, "%d<%02X ", record.Port, value);
+        }
+        break;
+      default:
+        continue;
+    }
+    bus += text;
+  }
+  return bus;
+}
+
+void TestMachine::Ask(const rack::Request& request) {
+  EXPECT_EQ(View.Ask(request), "") << Console() << Errors();
+}
+
+std::size_t TestMachine::Polls() {
+  std::size_t polls = 0;
+  for (const rack::JournalRecord& record : Journal()) {
+    const bool isRead =
+        record.Kind == rack::JournalKind::Read || record.Kind == rack::JournalKind::ReadFailed;
+    if (isRead && record.Task == 0 && record.Port == 2) ++polls;
+  }
+  return polls;
+}
+
+// A key stays in the mailbox until the end of the next poll; the poll behind it tells that it has ended.
+void TestMachine::AwaitPolls() {
+  const std::size_t before = Polls();
+  EXPECT_TRUE(Eventually([&] { return Polls() >= before + 2; })) << Console();
+}
+
+void TestMachine::Press(int code) {
+  rack::Request request = {};
+  request.Kind = rack::RequestKind::PressKey;
+  request.Value = code;
+  request.Duration = 60 * rack::kMillisecond;
+  std::uint32_t number = 0;
+  EXPECT_EQ(View.Ask(request, &number), "") << Console() << Errors();
+  EXPECT_TRUE(Eventually([&] {
+    const rack::KeyState& keys = View.Live().Keys;
+    return keys.PressRequest == number && keys.TakenRequest == number;
+  })) << Console();
+  AwaitPolls();
+}
+
+void TestMachine::HoldFunctionKeys(int bits, int millis) {
+  rack::Request request = {};
+  request.Kind = rack::RequestKind::PressFunctionKeys;
+  request.Value = bits;
+  request.Duration = millis * rack::kMillisecond;
+  Ask(request);
+  EXPECT_TRUE(Eventually([&] { return View.Live().Keys.FunctionBits == 0; })) << Console();
+  AwaitPolls();
+}
+
+void TestMachine::SetInput(int slot, int channel, bool on) {
+  rack::Request request = {};
+  request.Kind = rack::RequestKind::SetInput;
+  request.Slot = static_cast<std::uint8_t>(slot);
+  request.Channel = static_cast<std::uint8_t>(channel);
+  request.Value = on ? 1 : 0;
+  Ask(request);
+}
+
+void TestMachine::Fault(rack::FaultKind kind, int slot, int channel, int value) {
+  rack::Request request = {};
+  request.Kind = rack::RequestKind::BeginFault;
+  request.Fault = kind;
+  request.Slot = static_cast<std::uint8_t>(slot);
+  request.Channel = static_cast<std::uint8_t>(channel);
+  request.Value = value;
+  Ask(request);
+}
+
+void TestMachine::EndFaults() {
+  rack::Request request = {};
+  request.Kind = rack::RequestKind::EndAllFaults;
+  Ask(request);
+}
+
+pid_t TestMachine::Controller() {
+  return View.State().Live.Controller.Process;
+}
+
+double TestMachine::ProcessorSeconds() {
+  std::ifstream stat("/proc/" + std::to_string(Controller()) + "/stat");
+  std::string text;
+  std::getline(stat, text);
+  std::istringstream fields(text.substr(text.rfind(')') + 2));
+  std::string skipped;
+  for (int i = 0; i < 11; ++i) fields >> skipped;
+  double user = 0;
+  double system = 0;
+  fields >> user >> system;
+  return (user + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
+}
+
+std::string Line(const std::string& keyword, int slot, int channel, const std::string& parameter,
+                 const std::string& file, const std::string& comment) {
+  return LineWithEnd(keyword, slot, channel, parameter, file, comment, '\n');
+}
+
+std::string Again(const std::string& keyword, int slot, int channel, const std::string& parameter,
+                  const std::string& file, const std::string& comment) {
+  return LineWithEnd(keyword, slot, channel, parameter, file, comment, '\r');
+}
+
+std::string Collapsed(const std::string& log) {
+  std::string collapsed;
+  std::string before;
+  for (std::string line : Split(log)) {
+    line.back() = '\n';
+    if (line != before) collapsed += line;
+    before = line;
+  }
+  return collapsed;
+}
+
+std::string Without(const std::string& log, const std::string& text) {
+  std::string rest;
+  for (const std::string& line : Split(log)) {
+    if (line.find(text) == std::string::npos) rest += line;
+  }
+  return rest;
+}
+
+int CountOf(const std::string& text, const std::string& part) {
+  int count = 0;
+  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+  return count;
+}

@@ -1,0 +1,279 @@
+// The start of the controller: banner, cards, tasks, scripts, restart.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+
+#include "machine.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+constexpr const char* kBanner =
+    "Velmo System Software Ver:0.0.0.4 \n"
+    "Support 8 PLCs.\n"
+    "Velmo Machine Works\n"
+    "RunEnv: DIRECTORY\n\n";
+
+// What the board's scan does on an empty rack.
+constexpr const char* kScanOfCpuCard =
+    "#0 1>A3 #0 1>A3 #0 1>A3 #0 1>A3 #0 1>A3 #0 1>A3 #0 1>A3 #0 1>A3 #0 1>A3 #0 1>A3 ";
+
+TEST(StartUp, EmptyRackOnEitherDeviceName) {
+  const struct {
+    const char* Device;
+    const char* Number;
+  } rows[] = {{"em_isa", "1"}, {"em335x_isa", "2"}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.Device);
+    TestMachine machine("[rack]\ndevice = \"" + std::string(row.Device) + "\"\ntask_count = 2\n");
+    machine.Start();
+    machine.WaitForConsole("PLC2: Leave TaskPLC2.\n");
+    EXPECT_THAT(machine.Console(), StartsWith("Load ISA Driver successfully![HANDLE][" +
+                                              std::string(row.Number) + "]\n" + kBanner +
+                                              "CardID: 0xa3 SlotID: 0 Type: kOVA_CPU\n"
+                                              "\n"
+                                              "Allow PLC[1]: 2\n"));
+    EXPECT_EQ(machine.ScanBus(),
+              std::string(kScanOfCpuCard) +
+                  "#0 8>02 #1 4>FF #2 4>FF #3 4>FF #4 4>FF #5 4>FF #6 4>FF #7 4>FF #8 4>FF "
+                  "#9 4>FF #10 4>FF #11 4>FF #12 4>FF ");
+    EXPECT_EQ(machine.LinesWith("PLC2: "),
+              "Load TaskPLC2.\nID:PROCESS, TID is THREAD, g_Flag: FLAG.\n"
+              "RESET.PLC lost Task quit!\nLeave TaskPLC2.\n");
+  }
+}
+
+TEST(StartUp, WithoutADeviceNothingIsScannedAndNoTaskStarts) {
+  TestMachine machine("[rack]\ndevice = \"none\"\n[slots]\n3 = \"io\"\n");
+  machine.Write("plc1/RESET.PLC", "EXIT\n");
+  machine.Start();
+  machine.WaitForConsole("Load TaskNet.\nID: PROCESS, TID: THREAD, g_Flag: FLAG.\n");
+  machine.WaitForConsole("GlobeHKey Task Load\n");
+  EXPECT_THAT(machine.Console(), StartsWith("Velmo Load Driver Failed![-1] \n\n" + std::string(kBanner) +
+                                            "No Hardware Installed!\nAllow PLC[1]: 0\n"));
+  EXPECT_EQ(machine.LinesWith("PLC1: "), "");
+  EXPECT_EQ(machine.ScanBus(), "");
+}
+
+TEST(StartUp, WithoutADeviceTheArgumentStillStartsTasks) {
+  TestMachine machine("[rack]\ndevice = \"none\"\n");
+  machine.Write("plc1/RESET.PLC", "OUT: 0, 1, 1\nLD: 0, 3, 1\nEXIT\n");
+  machine.StartUntil("\r", {"--tasks", "1"});
+  // No card is in the table: OUT says so, LD waits for ever.
+  EXPECT_THAT(machine.Log(),
+              StartsWith(Line("OUT", 0, 1, "1") + "Task_OUT Fail[-1]:SlotIDx:0, ChIdx:1 1\n" +
+                         Line("LD", 0, 3, "1") + "SYN_LD: SlotIdx:0  ChIdx:3 1\n" + Again("LD", 0, 3, "1")));
+}
+
+TEST(StartUp, EveryKindOfCardInTheOrderOfTheSlots) {
+  TestMachine machine(
+      "[slots]\n2 = \"servo\"\n5 = \"io\"\n7 = \"stepper\"\n12 = \"cylinder\"\n[rack]\ntask_count = 0\n");
+  machine.Start();
+  machine.WaitForConsole("Load TaskNet.\n");
+  EXPECT_THAT(machine.Console(),
+              StartsWith("Load ISA Driver successfully![HANDLE][1]\n" + std::string(kBanner) +
+                         "CardID: 0xa3 SlotID: 0 Type: kOVA_CPU\n"
+                         "CardID: 0x84 SlotID: 2 Type: kOVA_ASDA\n"
+                         "CardID: 0x83 SlotID: 5 Type: kOVA_IOS\n"
+                         "CardID: 0x81 SlotID: 7 Type: kOVA_STMTR\n"
+                         "CardID: 0x82 SlotID: 12 Type: kOVA_CYMSTR\n"
+                         "\n"
+                         "Allow PLC[1]: 0\n"));
+  std::string servo;
+  std::string stepper;
+  for (int channel = 0; channel < 8; ++channel) {
+    const std::string number = std::to_string(channel);
+    servo += "#2 5<0" + number + " #2 18<FF #2 18<00 #2 19<FF #2 19<00 ";
+    stepper += "#7 7<0" + number + " #7 18<FF #7 18<00 #7 19<FF #7 19<00 ";
+  }
+  EXPECT_EQ(machine.ScanBus(), kScanOfCpuCard + std::string("#0 8>00 #1 4>FF #2 4>84 ") + servo +
+                                   "#3 4>FF #4 4>FF #5 4>83 #6 4>FF #7 4>81 " + stepper +
+                                   "#8 4>FF #9 4>FF #10 4>FF #11 4>FF #12 4>82 ");
+}
+
+TEST(StartUp, AFullCardTablePassesOverTheTwelfthCard) {
+  std::string rack = "[rack]\ntask_count = 0\n[slots]\n";
+  for (int slot = 1; slot <= 12; ++slot) rack += std::to_string(slot) + " = \"io\"\n";
+  TestMachine machine(rack);
+  machine.Start();
+  machine.WaitForConsole("Allow PLC");
+  EXPECT_EQ(CountOf(machine.Console(), "Type: kOVA_IOS\n"), 11);
+  EXPECT_THAT(machine.Console(), HasSubstr("Card table full: slot 12 ignored\nCardID: 0xa3 SlotID: 0"));
+}
+
+TEST(StartUp, NumberOfTasks) {
+  const struct {
+    const char* Argument;  // empty: none
+    const char* Switch;
+    const char* Line;
+    int Tasks;
+  } rows[] = {
+      {"", "0", "Allow PLC[1]: 0\n", 0},    {"", "3", "Allow PLC[1]: 3\n", 3},
+      {"", "9", "Allow PLC[1]: 1\n", 1},    {"0", "2", "Allow PLC[2]: 0\n", 0},
+      {"1", "2", "Allow PLC[2]: 1\n", 1},   {"8", "2", "Allow PLC[2]: 8\n", 8},
+      {"9", "2", "Allow PLC[2]: 1\n", 1},   {"-3", "2", "Allow PLC[2]: -3\n", 0},
+      {"two", "2", "Allow PLC[2]: 0\n", 0}, {"4x", "2", "Allow PLC[2]: 4\n", 4},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(std::string(row.Argument) + " on switch " + row.Switch);
+    TestMachine machine("[rack]\ntask_count = " + std::string(row.Switch) + "\n");
+    machine.Start(*row.Argument == '\0' ? std::vector<std::string>()
+                                        : std::vector<std::string>{"--tasks=" + std::string(row.Argument)});
+    // The network thread is made last; a task without a program leaves.
+    machine.WaitForConsole("Load TaskNet.\n");
+    EXPECT_TRUE(Eventually([&] { return CountOf(machine.Console(), ": Leave TaskPLC") == row.Tasks; }));
+    EXPECT_THAT(machine.Console(), HasSubstr(row.Line));
+    EXPECT_EQ(CountOf(machine.Console(), ": Load TaskPLC"), row.Tasks);
+  }
+}
+
+TEST(StartUp, EveryThreadHasItsLines) {
+  TestMachine machine;
+  machine.Start({"--tasks", "8"});
+  machine.WaitForConsole("GlobeHKey Task Load\n");
+  machine.WaitForConsole("Load TaskNet.\n");
+  for (int task = 1; task <= 8; ++task) {
+    const std::string number = std::to_string(task);
+    machine.WaitForConsole("PLC" + number + ": Leave TaskPLC" + number + ".\n");
+    const std::string numbers = task <= 5 ? "ID:PROCESS, TID is THREAD, g_Flag: FLAG.\n"
+                                          : "ID: PROCESS, TID: THREAD, g_Flag: FLAG.\n";
+    EXPECT_EQ(machine.LinesWith("PLC" + number + ": "), "Load TaskPLC" + number + ".\n" + numbers +
+                                                            "RESET.PLC lost Task quit!\nLeave TaskPLC" +
+                                                            number + ".\n");
+  }
+  EXPECT_TRUE(Eventually([&] {
+    return CountOf(machine.Console(), "\nID: PROCESS, TID: THREAD, g_Flag: FLAG.\n") == 2;
+  })) << machine.Console();
+  const std::string raw = machine.Read("../console");
+  EXPECT_THAT(raw, HasSubstr("g_Flag: 0."));
+  EXPECT_THAT(raw, HasSubstr("g_Flag: 1."));
+  EXPECT_EQ(machine.Errors(), "");
+}
+
+TEST(StartUp, ScriptFilesArePrepared) {
+  TestMachine machine;
+  const struct {
+    const char* Name;
+    const char* Before;
+    const char* After;
+    mode_t Mode;
+  } rows[] = {
+      {"run.sh", "#!/bin/sh\r\n./Velmo\r", "#!/bin/sh\n\n./Velmo\n", 0777},
+      {"user.sh", "a\rb\n", "a\nb\n", 0777},
+      {"userinfo.txt", "name\r\n", "name\n\n", 0600},
+      {"scan", "s\r\n", "s\r\n", 0777},
+      {"test_isa", "t\r", "t\r", 0777},
+      {"Velmo", "v\r", "v\r", 0777},
+      {"other.sh", "o\r\n", "o\r\n", 0600},
+  };
+  for (const auto& row : rows) {
+    machine.Write(row.Name, row.Before);
+    chmod(machine.Path(row.Name).c_str(), 0600);
+  }
+  machine.Start();
+  machine.WaitForConsole("Allow PLC");
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.Name);
+    EXPECT_EQ(machine.Read(row.Name), row.After);
+    struct stat status = {};
+    ASSERT_EQ(stat(machine.Path(row.Name).c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, row.Mode);
+  }
+  EXPECT_THAT(machine.Console(), HasSubstr("RunEnv: DIRECTORY\n\n"
+                                           "Prcessing System file run.sh....\nPrcessing finished\n\n"
+                                           "Prcessing System file user.sh....\nPrcessing finished\n\n"
+                                           "Prcessing System file userinfo.txt....\nPrcessing finished\n\n"
+                                           "CardID: 0xa3"));
+  // The board's home belongs to the run.
+  EXPECT_EQ(machine.Read(".velmo-rack/home/root/run.sh"), "#!/bin/sh\n\n./Velmo\n");
+  struct stat copy = {};
+  ASSERT_EQ(stat(machine.Path(".velmo-rack/home/root/run.sh").c_str(), &copy), 0);
+  EXPECT_EQ(copy.st_mode & 0777, 0777U);
+  EXPECT_FALSE(std::filesystem::exists(machine.Path("tmp.txt")));
+}
+
+TEST(Restart, MessageThenFileGoneThenSyncThenRestart) {
+  TestMachine machine;
+  machine.Write("plc1/RESET.PLC", "EXIT\n");
+  machine.Write("reboot.txt", "");
+  machine.Write("../console", "");
+  // One queue of events, so the order of console and file is known.
+  const int events = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+  const int console = inotify_add_watch(events, machine.Path("../console").c_str(), IN_MODIFY);
+  const int directory = inotify_add_watch(events, machine.Path(".").c_str(), IN_DELETE);
+  machine.Start({"--once"});
+  EXPECT_EQ(machine.WaitForEnd(), 85);
+
+  EXPECT_EQ(CountOf(machine.Console(), "Velmo: Reboot!\n"), 1);
+  EXPECT_FALSE(std::filesystem::exists(machine.Path("reboot.txt")));
+  std::vector<int> order;
+  alignas(inotify_event) char buffer[4096];
+  ssize_t count;
+  while ((count = read(events, buffer, sizeof buffer)) > 0) {
+    for (ssize_t at = 0; at < count;) {
+      const auto* event = reinterpret_cast<const inotify_event*>(buffer + at);
+      const bool deleted = event->wd == directory && std::string(event->name) == "reboot.txt";
+      if (event->wd == console || deleted) order.push_back(deleted ? 1 : 0);
+      at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
+    }
+  }
+  close(events);
+  EXPECT_THAT(order, testing::Contains(1));
+  EXPECT_EQ(order.empty() ? 1 : order.front(), 0);
+
+  std::vector<rack::JournalKind> end;
+  for (const rack::JournalRecord& record : machine.Journal()) {
+    if (record.Task == rack::kMainThread) end.push_back(record.Kind);
+  }
+  ASSERT_GE(end.size(), 2U);
+  EXPECT_EQ(end[end.size() - 2], rack::JournalKind::Sync);
+  EXPECT_EQ(end[end.size() - 1], rack::JournalKind::Restart);
+}
+
+TEST(Restart, AfterAFailedRestartTheMachineRunsOn) {
+  TestMachine machine;
+  machine.Write("plc1/RESET.PLC", "LD: 0, 0, 1\nEXIT\n");
+  machine.Write("reboot.txt", "");
+  machine.Start({"--restart-fails"});
+  machine.WaitForConsole("Velmo: Reboot!\n");
+  EXPECT_TRUE(Eventually([&] { return machine.Live().Controller.Restarts == 1; }));
+  EXPECT_EQ(machine.Live().Controller.Syncs, 1U);
+  EXPECT_FALSE(std::filesystem::exists(machine.Path("reboot.txt")));
+  machine.SetInput(0, 0, true);
+  machine.WaitForLog("EXIT");
+  EXPECT_EQ(machine.Live().Controller.Attaches, 1U);
+}
+
+TEST(Console, TheMachineRunsOnWhenItsConsoleIsGone) {
+  TestMachine machine;
+  machine.Write("plc1/RESET.PLC", "LD: 0, 0, 1\nOUT: 0, 3, 1\nEXIT\n");
+  const int console = machine.StartOnPipe();
+  EXPECT_TRUE(Eventually([&] { return machine.Live().Tasks[1].Line == 1; }));
+  close(console);
+  machine.AwaitPolls();
+  machine.SetInput(0, 0, true);
+  EXPECT_TRUE(Eventually([&] { return machine.Bus().find("5<08") != std::string::npos; }));
+  EXPECT_EQ(kill(machine.Controller(), 0), 0);
+}
+
+TEST(Console, RepeatedLinesLeaveAtOnceThroughAPipe) {
+  TestMachine machine;
+  machine.Write("plc1/RESET.PLC", "LMOT: 0, 0, ; once\nROW: 0, 0, 1\n");
+  const int console = machine.StartOnPipe();
+  std::string text;
+  char part[512];
+  ssize_t count;
+  while (text.find('\r') == std::string::npos && (count = read(console, part, sizeof part)) > 0) {
+    text.append(part, static_cast<size_t>(count));
+  }
+  EXPECT_THAT(text, HasSubstr("PLC1: CmdIdx: ROW SlotIdx[0] ChIdx[0][1] [] [RESET.PLC]               \r"));
+  close(console);
+}
+
+}  // namespace
