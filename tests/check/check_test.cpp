@@ -198,6 +198,17 @@ TEST_F(Program, WritesOneLineForEachFindingAndASummary) {
   EXPECT_EQ(clean.Output, "no findings\n");
 }
 
+TEST_F(Program, TakesARackFileAndAFileOutsideAnyMachine) {
+  WriteFile("loose/try.txt", "LMOT: 1, 0,\nFL: OTHER.PLC\n");
+  WriteFile("loose/OTHER.PLC", "OUTT: 0, 0, 1\nEND\n");
+  Write("io.toml", "[slots]\n7 = \"io\"\n");
+  EXPECT_EQ(RunCheck("loose/try.txt").Output, "no findings\n");
+  EXPECT_EQ(RunCheck("--format gcc --rack io.toml loose/try.txt").Output,
+            "loose/try.txt:1:1: error: entry 1 is an I/O card, which has no LMOT: the wait is met at once; "
+            "another entry "
+            "or command was probably meant [wrong-card]\n");
+}
+
 TEST_F(Program, ColoursOnlyWhereAskedFor) {
   const std::vector<check::Finding> findings = {{"a.PLC", 2, 3, check::RuleId::LongDelay, "long"}};
   EXPECT_EQ(check::Render(findings, check::Format::Text, true),
