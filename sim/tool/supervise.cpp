@@ -66,6 +66,11 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
   return pointers;
 }
 
+bool RedirectOutput(const std::string& path) {
+  const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+  return file >= 0 && dup2(file, STDOUT_FILENO) >= 0;
+}
+
 void Report(int pipe, const char* what) {
   const std::string text = std::string(what) + ": " + std::strerror(errno);
   static_cast<void>(!write(pipe, text.data(), text.size()));
@@ -77,6 +82,7 @@ void Report(int pipe, const char* what) {
   if (prctl(PR_SET_PDEATHSIG, SIGKILL, 0, 0, 0) != 0) Report(pipe, "tie to the tool");
   if (getppid() != parent) _exit(kNotStarted);
   if (!DropRestartRight()) Report(pipe, "drop the right to restart the machine");
+  if (!launch.output.empty() && !RedirectOutput(launch.output)) Report(pipe, launch.output.c_str());
   if (chdir(launch.directory.c_str()) != 0) Report(pipe, launch.directory.c_str());
   sigset_t none;
   sigemptyset(&none);

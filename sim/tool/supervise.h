@@ -15,6 +15,7 @@ struct Launch {
   std::string directory;                 // the machine's directory, the controller's working directory
   std::string library;                   // preloaded
   std::vector<std::string> environment;  // "NAME=value", over this process's own
+  std::string output;                    // file that takes its standard output, empty: this process's own
 };
 
 // The end of a run of the controller: its exit status, or 128 and the signal's number.

@@ -1,0 +1,56 @@
+// What can happen on a machine, as people write it in a scenario: "clamped on", "motor 2.0 at 800".
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tool/snapshot.h"
+
+namespace rack::scenario {
+
+enum class HappeningKind {
+  Level,       // "clamped on", "input 1.1 off", "output 0.8 on"
+  MotorMoves,  // "motor 2.0 starts"
+  MotorStands,
+  MotorAt,        // "motor 2.0 at 800": stands there
+  MotorCount,     // "motor 2.0 counts 800": its encoder counter, standing
+  MotorPulses,    // "motor 2.0 pulses 800": a move of so many pulses has ended
+  CylinderAt,     // "cylinder 3.0 at 5": stands there
+  CylinderAlarm,  // "cylinder 3.0 alarm"
+  Counter,        // "counter parts 5"
+  KeyTaken,       // "key Enter": the controller has taken it
+  Line,           // "line plc1/FLOW.PLC:4": a task reads it to execute it
+  Prints,         // "plc1 prints Failed", "console prints Failed"
+  Restart,        // "restart"
+  Event           // the name of one of the scenario's own events
+};
+
+// Who prints: a task number as in the journal, or anyone.
+constexpr int kAnyone = -1;
+
+struct Happening {
+  HappeningKind kind = HappeningKind::Event;
+  std::string text;  // as it was written
+  SignalKind signal = SignalKind::Input;
+  int entry = 0;
+  int slot = 0;
+  int channel = 0;       // or the number of a counter's link
+  std::int64_t low = 0;  // level, position, count: all from low to high are meant
+  std::int64_t high = 0;
+  int who = kAnyone;
+  std::string words;  // what is printed, "file:line", or an event's name
+};
+
+// A happening, or why the text is none.
+struct HappeningChoice {
+  Happening happening;
+  std::string error;  // empty: the happening is good
+};
+HappeningChoice ParseHappening(const std::string& text, const tool::Snapshot& machine,
+                               const std::vector<std::string>& events);
+
+// Whether it is a state that lasts, so that one can ask whether it holds at a moment.
+bool IsState(HappeningKind kind);
+
+}  // namespace rack::scenario

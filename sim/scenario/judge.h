@@ -1,0 +1,62 @@
+// Judges a scenario's expectations over what happens, in order of time.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "scenario/history.h"
+#include "scenario/scenario.h"
+#include "scenario/watcher.h"
+
+namespace rack::scenario {
+
+enum class Verdict { Open, Passed, Failed };
+
+struct Outcome {
+  Verdict verdict = Verdict::Open;
+  Nanos time = 0;                  // when it was decided
+  std::string message;             // of a failure
+  std::vector<std::string> story;  // of a failure: what happened last, of the tasks concerned
+};
+
+class Judge {
+ public:
+  Judge(const Scenario& scenario, const tool::Snapshot& machine, const tool::FileNames& files);
+
+  // What happens, in order of time.
+  void See(const JournalRecord& record);
+  void SeeLine(Nanos time, int who, const std::string& line);
+  void SeeEvent(const Event& event, Nanos time);
+  // Nothing more comes before that time.
+  void Reach(Nanos time);
+
+  // Whether nothing is open but what is judged at the end.
+  bool Decided() const;
+  // The run ends: what is still open is judged. `why` tells what ended it, for the messages of failures.
+  void End(Nanos time, const std::string& why);
+
+  // When a moment is or was; nothing: it has not come yet.
+  std::optional<Nanos> TimeOf(const Moment& moment) const;
+  const std::vector<Outcome>& Outcomes() const { return outcomes_; }
+
+ private:
+  void Update();
+  void Weigh(std::size_t index);
+  void WeighNever(std::size_t index, const Watcher& what);
+  void WeighEnd(std::size_t index, const std::string& why);
+  void Expire(std::size_t index, Nanos deadline);
+  void Pass(std::size_t index, Nanos time);
+  void Fail(std::size_t index, Nanos time, const std::string& message);
+  std::optional<Nanos> Deadline(const Expectation& expectation) const;
+  const Watcher& WatcherOf(int happening) const { return watchers_[static_cast<std::size_t>(happening)]; }
+
+  const Scenario& scenario_;
+  History history_;
+  std::vector<Watcher> watchers_;                // by happening
+  std::vector<std::vector<Nanos>> occurrences_;  // by happening
+  std::vector<Outcome> outcomes_;                // by expectation
+  Nanos now_ = 0;
+};
+
+}  // namespace rack::scenario

@@ -1,0 +1,387 @@
+#include "scenario/run.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <thread>
+
+#include "tool/launch.h"
+#include "tool/machine.h"
+#include "tool/waveform.h"
+
+namespace rack::scenario {
+
+namespace {
+
+namespace fs = std::filesystem;
+using tool::Snapshot;
+
+// How far the machine runs before what happened is looked at. The journal must hold what comes in that time,
+// with a bus access a microsecond.
+constexpr Nanos kStride = 200 * kMillisecond;
+// While an event waits for something to happen: so much later than meant it comes at most.
+constexpr Nanos kShortStride = 10 * kMillisecond;
+constexpr int kLookMicros = 50;
+
+// The signals that end this process are left to the thread that runs the controller, which ends it first.
+class SignalsForOthers {
+ public:
+  SignalsForOthers() {
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGCHLD}) sigaddset(&set, signal);
+    pthread_sigmask(SIG_BLOCK, &set, &before_);
+  }
+  ~SignalsForOthers() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+  SignalsForOthers(const SignalsForOthers&) = delete;
+  SignalsForOthers& operator=(const SignalsForOthers&) = delete;
+  SignalsForOthers(SignalsForOthers&&) = delete;
+  SignalsForOthers& operator=(SignalsForOthers&&) = delete;
+
+ private:
+  sigset_t before_{};
+};
+
+// A folder of its own for each run, removed when the run is over.
+class WorkFolder {
+ public:
+  WorkFolder() {
+    const char* base = std::getenv("TMPDIR");
+    std::string name =
+        std::string(base == nullptr || *base == '\0' ? "/tmp" : base) + "/velmo-scenario-XXXXXX";
+    if (mkdtemp(name.data()) != nullptr) path_ = name;
+  }
+  ~WorkFolder() {
+    std::error_code ignored;
+    if (!path_.empty()) fs::remove_all(path_, ignored);
+  }
+  WorkFolder(const WorkFolder&) = delete;
+  WorkFolder& operator=(const WorkFolder&) = delete;
+  WorkFolder(WorkFolder&&) = delete;
+  WorkFolder& operator=(WorkFolder&&) = delete;
+
+  const std::string& Path() const { return path_; }
+
+ private:
+  std::string path_;  // empty: it could not be made
+};
+
+// Everything of the machine but what earlier runs left there.
+std::string CopyMachine(const std::string& from, const std::string& to) {
+  std::error_code error;
+  fs::create_directory(to, error);
+  for (fs::directory_iterator entry(from, error); !error && entry != fs::directory_iterator();
+       entry.increment(error)) {
+    if (entry->path().filename() == ".velmo-rack") continue;
+    fs::copy(entry->path(), to / entry->path().filename(), fs::copy_options::recursive, error);
+  }
+  return error ? from + ": " + error.message() : "";
+}
+
+// Task number of the one that prints a line, by the line's prefix; kUnknownTask for a line without one. Takes
+// the prefix away.
+int TakeSpeaker(std::string& line) {
+  const std::size_t colon = line.find(": ");
+  if (line.rfind("PLC", 0) != 0 || colon == std::string::npos) return kUnknownTask;
+  const std::string name = line.substr(3, colon - 3);
+  const bool number = name.size() == 1 && name[0] >= '1' && name[0] <= '8';
+  const int who = number ? name[0] - '0' : name == "Key" ? 0 : name == "Net" ? 9 : int{kUnknownTask};
+  if (who != kUnknownTask) line.erase(0, colon + 2);
+  return who;
+}
+
+// The controller's process, started again after each restart, in a thread of its own.
+class ControllerThread {
+ public:
+  ControllerThread(const tool::Launch& launch, const RackState& state) : launch_(launch), state_(state) {
+    thread_ = std::thread([this] { Run(); });
+  }
+  ~ControllerThread() { Finish(); }
+  ControllerThread(const ControllerThread&) = delete;
+  ControllerThread& operator=(const ControllerThread&) = delete;
+  ControllerThread(ControllerThread&&) = delete;
+  ControllerThread& operator=(ControllerThread&&) = delete;
+
+  bool Ended() const { return ended_.load(std::memory_order_acquire); }
+
+  // Ends the controller. What Why and StopSignal say is final from then on.
+  void Finish() {
+    finishing_ = true;
+    // The process is this thread's child until it has been waited for: its number is not another's.
+    if (!Ended() && state_.Live.Controller.Process > 0) kill(state_.Live.Controller.Process, SIGKILL);
+    if (thread_.joinable()) thread_.join();
+  }
+  // REQUIRES: Ended, or after Finish.
+  const std::string& Why() const { return why_; }
+  const std::string& Error() const { return error_; }
+  int StopSignal() const { return stopSignal_; }
+
+ private:
+  void Run() {
+    bool again = true;
+    while (again) {
+      const std::uint32_t restarts = state_.Live.Controller.Restarts;
+      const tool::AttachWatch attach(state_);
+      const tool::RunEnd end =
+          tool::RunController(launch_, [&] { return finishing_ ? "the scenario is over" : attach(); });
+      stopSignal_ = end.stopSignal;
+      why_ = "the controller has ended with status " + std::to_string(end.status);
+      if (!finishing_ && !end.error.empty()) error_ = end.error;
+      if (!finishing_ && stopSignal_ == 0 && error_.empty() && !attach.Attached()) {
+        error_ = why_ + " before it came to the rack";
+      }
+      again = !finishing_ && end.status == kRestartStatus && state_.Live.Controller.Restarts != restarts;
+    }
+    ended_.store(true, std::memory_order_release);
+  }
+
+  const tool::Launch& launch_;
+  const RackState& state_;
+  std::atomic<bool> finishing_{false};
+  std::atomic<bool> ended_{false};
+  // Written by the thread before ended_ is set.
+  std::string why_;
+  std::string error_;
+  int stopSignal_ = 0;
+  std::thread thread_;
+};
+
+class Run {
+ public:
+  Run(const Scenario& scenario, std::string folder)
+      : scenario_(scenario),
+        folder_(std::move(folder)),
+        machine_(folder_ + "/machine"),
+        live_(std::make_unique<RackLive>()) {}
+
+  std::string Prepare(const RunPlaces& places);
+  void Drive(RunReport& report);
+  void KeepWaveform(const RunPlaces& places, ScenarioResult& result) const;
+
+ private:
+  Snapshot Look() {
+    CopyLive(State().Live, *live_);
+    return tool::SnapshotOf(State().Image, *live_);
+  }
+  RackState& State() const { return *file_.State(); }
+  bool Advance(Nanos time);
+  bool AwaitStand(std::uint32_t number) const;
+  Nanos NextStop(Nanos now) const;
+  void DoDueEvents(Nanos now);
+  std::string Do(const Event& event);
+  std::string Send(const Request& request);
+  void ReadJournal();
+  void ReadConsole(const JournalRecord& record);
+
+  const Scenario& scenario_;
+  std::string folder_;
+  std::string machine_;
+  StateFile file_;
+  std::unique_ptr<RackLive> live_;
+  tool::Launch launch_;
+  std::optional<ControllerThread> controller_;
+  std::unique_ptr<Judge> judge_;
+  std::unique_ptr<JournalReader> journal_;
+  std::ofstream recording_;
+  std::unique_ptr<tool::Waveform> waveform_;
+  std::ifstream console_;
+  std::string rest_;        // of the console: a line that has not ended yet
+  std::vector<bool> done_;  // by event
+  std::uint64_t lost_ = 0;
+  std::string error_;
+};
+
+std::string Run::Prepare(const RunPlaces& places) {
+  std::string error = CopyMachine(scenario_.machine, machine_);
+  if (!error.empty()) return error;
+  if (mkdir(tool::RunDirectory(machine_).c_str(), 0755) != 0) return machine_ + ": " + std::strerror(errno);
+  error = tool::PrepareRun(machine_, places.library);
+  if (!error.empty()) return error;
+  RackSetup setup = *scenario_.setup;
+  setup.Time.Mode = TimeMode::Virtual;
+  setup.Time.Seed = scenario_.seed;
+  setup.Time.StartStopped = 1;
+  if (!file_.Create(tool::StatePath(machine_), setup, error)) return error;
+
+  launch_ = tool::MakeLaunch(machine_, places.controller, scenario_.tasks);
+  launch_.output = folder_ + "/console";
+  std::ofstream(launch_.output) << std::flush;
+  console_.open(launch_.output, std::ios::binary);
+  recording_.open(folder_ + "/recording");
+  const Snapshot start = Look();
+  waveform_ = std::make_unique<tool::Waveform>(recording_, start);
+  waveform_->Begin({}, 0);
+  journal_ = std::make_unique<JournalReader>(State().Journal, JournalReader::Start::Oldest);
+  judge_ = std::make_unique<Judge>(scenario_, start, [this](std::uint32_t number) -> std::string {
+    return number == 0 || number > kMaxProgramFiles ? "" : State().Live.ProgramFiles[number - 1];
+  });
+  done_.resize(scenario_.events.size());
+  return "";
+}
+
+// Waits until the machine stands after a command. False: the controller has ended.
+bool Run::AwaitStand(std::uint32_t number) const {
+  while (!Stands(State().Time, number)) {
+    if (controller_->Ended()) return false;
+    usleep(kLookMicros);
+  }
+  return true;
+}
+
+// Lets the machine run up to a time.
+bool Run::Advance(Nanos time) {
+  TimeCommand command{};
+  command.HoldAt = time;
+  command.HoldTask = kAnyTask;
+  return AwaitStand(Order(State().Time, command));
+}
+
+// The next time at which something is to be done, or to be looked at.
+Nanos Run::NextStop(Nanos now) const {
+  Nanos next = std::min(now + kStride, scenario_.limit);
+  for (std::size_t i = 0; i < scenario_.events.size(); ++i) {
+    if (done_[i]) continue;
+    const std::optional<Nanos> due = judge_->TimeOf(scenario_.events[i].when);
+    next = std::min(next, due ? *due : now + kShortStride);
+  }
+  return std::max(next, now + kMicrosecond);
+}
+
+std::string Run::Send(const Request& request) {
+  std::uint32_t number = 0;
+  if (!rack::Send(State().Requests, request, number)) return "too many requests wait";
+  RequestResult result = RequestResult::Pending;
+  while (result == RequestResult::Pending && !controller_->Ended()) {
+    usleep(kLookMicros);
+    result = ResultOf(State().Requests, number);
+  }
+  return result == RequestResult::Done ? "" : "the rack refuses it";
+}
+
+std::string Run::Do(const Event& event) {
+  switch (event.kind) {
+    case ActionKind::Key:
+    case ActionKind::Request:
+      return Send(event.request);
+    case ActionKind::Datagram:
+      return Post(State().Time, event.content) ? "" : "too many datagrams wait";
+    case ActionKind::Program:
+      break;
+    case ActionKind::Restart:
+      return std::ofstream(machine_ + "/reboot.txt") ? "" : "reboot.txt cannot be written";
+  }
+  // Beside the old file and moved over it: a task that has the old one open reads on in it.
+  const std::string path = machine_ + "/" + event.path;
+  std::ofstream(path + ".new", std::ios::binary) << event.content;
+  std::error_code error;
+  fs::rename(path + ".new", path, error);
+  return error ? event.path + ": " + error.message() : "";
+}
+
+void Run::DoDueEvents(Nanos now) {
+  for (std::size_t i = 0; i < scenario_.events.size(); ++i) {
+    const Event& event = scenario_.events[i];
+    const std::optional<Nanos> due = judge_->TimeOf(event.when);
+    if (done_[i] || !due || *due > now) continue;
+    done_[i] = true;
+    judge_->SeeEvent(event, now);
+    const std::string error = Do(event);
+    if (!error.empty() && error_.empty()) error_ = event.text + ": " + error;
+  }
+}
+
+// The bytes that were written at this record's time; lines are judged when they are complete.
+void Run::ReadConsole(const JournalRecord& record) {
+  std::string bytes(static_cast<std::size_t>(std::max(record.Value, 0)), '\0');
+  console_.clear();
+  console_.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  rest_.append(bytes, 0, static_cast<std::size_t>(console_.gcount()));
+  for (std::size_t end = rest_.find_first_of("\r\n"); end != std::string::npos;
+       end = rest_.find_first_of("\r\n")) {
+    std::string line = rest_.substr(0, end);
+    rest_.erase(0, end + 1);
+    const int who = TakeSpeaker(line);
+    line.erase(line.find_last_not_of(' ') + 1);
+    if (!line.empty()) judge_->SeeLine(record.Time, who, line);
+  }
+}
+
+void Run::ReadJournal() {
+  JournalRecord record{};
+  while (journal_->Next(record, lost_) == JournalReader::Result::Record) {
+    waveform_->See(record);
+    judge_->See(record);
+    if (record.Kind == JournalKind::ConsoleText) ReadConsole(record);
+  }
+}
+
+void Run::Drive(RunReport& report) {
+  const SignalsForOthers signals;
+  controller_.emplace(launch_, State());
+  Nanos now = 0;
+  Nanos end = scenario_.limit;
+  std::string why = "the limit";
+  bool runs = AwaitStand(0);
+  if (runs) DoDueEvents(now);
+  while (runs && now < end && error_.empty()) {
+    const Nanos next = std::min(NextStop(now), end);
+    runs = Advance(next);
+    ReadJournal();
+    now = runs ? next : State().Live.Now;
+    judge_->Reach(now);
+    if (lost_ != 0) error_ = "the journal was too short: " + std::to_string(lost_) + " records lost";
+    if (runs) DoDueEvents(now);
+    if (why == "the end" || !judge_->Decided()) continue;
+    why = "the end";
+    end = std::min(scenario_.limit, now + scenario_.endWait);
+  }
+  controller_->Finish();
+  if (!runs) why = controller_->Why();
+  judge_->End(now, why);
+  waveform_->End(now);
+  recording_.flush();
+  report.stopped = controller_->StopSignal();
+  report.error = controller_->Error().empty() ? error_ : controller_->Error();
+  report.result.outcomes = judge_->Outcomes();
+  report.result.end = now;
+}
+
+void Run::KeepWaveform(const RunPlaces& places, ScenarioResult& result) const {
+  const bool failed = std::any_of(result.outcomes.begin(), result.outcomes.end(),
+                                  [](const Outcome& outcome) { return outcome.verdict == Verdict::Failed; });
+  if (!failed) return;
+  const std::string path = places.waveforms + "/" + scenario_.name + ".vcd";
+  std::error_code error;
+  fs::copy_file(folder_ + "/recording", path, fs::copy_options::overwrite_existing, error);
+  if (!error) result.waveform = places.waveforms == "." ? scenario_.name + ".vcd" : path;
+}
+
+}  // namespace
+
+RunReport RunScenario(const Scenario& scenario, const RunPlaces& places) {
+  RunReport report;
+  report.result.scenario = &scenario;
+  const WorkFolder folder;
+  if (folder.Path().empty()) {
+    report.error = std::string("no folder for the run: ") + std::strerror(errno);
+    return report;
+  }
+  Run run(scenario, folder.Path());
+  report.error = run.Prepare(places);
+  if (!report.error.empty()) return report;
+  run.Drive(report);
+  if (report.error.empty() && report.stopped == 0) run.KeepWaveform(places, report.result);
+  return report;
+}
+
+}  // namespace rack::scenario

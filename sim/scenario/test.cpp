@@ -1,0 +1,116 @@
+#include "scenario/test.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+#include "scenario/report.h"
+#include "scenario/run.h"
+#include "scenario/scenario.h"
+#include "tool/commands.h"
+#include "tool/launch.h"
+
+namespace rack::scenario {
+
+namespace {
+
+namespace fs = std::filesystem;
+using tool::Complain;
+
+// The scenarios of a machine's directory stand in its folder "scenarios"; any other folder holds them itself.
+std::string FilesOf(const std::string& path, std::vector<std::string>& files) {
+  std::error_code error;
+  if (!fs::exists(path, error)) return path + ": there is no such file or directory";
+  if (!fs::is_directory(path, error)) {
+    files.push_back(path);
+    return "";
+  }
+  const fs::path own = fs::path(path) / "scenarios";
+  const fs::path folder = fs::is_directory(own, error) ? own : fs::path(path);
+  std::vector<std::string> found;
+  for (fs::directory_iterator entry(folder, error); !error && entry != fs::directory_iterator();
+       entry.increment(error)) {
+    if (entry->path().extension() == ".toml") found.push_back(entry->path().string());
+  }
+  std::sort(found.begin(), found.end());
+  files.insert(files.end(), found.begin(), found.end());
+  return found.empty() ? folder.string() + ": there are no scenarios, files that end in .toml" : "";
+}
+
+bool Read(const std::vector<std::string>& files, std::vector<Scenario>& scenarios) {
+  std::vector<std::string> errors;
+  for (const std::string& file : files) {
+    scenarios.emplace_back();
+    ReadScenario(file, scenarios.back(), errors);
+  }
+  // A rack file that several scenarios share is wrong once.
+  std::vector<std::string> told;
+  for (const std::string& error : errors) {
+    if (std::find(told.begin(), told.end(), error) != told.end()) continue;
+    told.push_back(error);
+    std::fprintf(stderr, "%s\n", error.c_str());
+  }
+  return errors.empty();
+}
+
+void Print(const std::string& text) {
+  std::fputs(text.c_str(), stdout);
+  std::fflush(stdout);
+}
+
+// The status of a run of all scenarios.
+int RunAll(const std::vector<Scenario>& scenarios, const RunPlaces& places,
+           std::vector<ScenarioResult>& results) {
+  std::size_t expectations = 0;
+  for (const Scenario& scenario : scenarios) expectations += scenario.expectations.size();
+  Print(TapHead(expectations));
+  int status = tool::kDone;
+  std::size_t first = 1;
+  for (const Scenario& scenario : scenarios) {
+    RunReport report = RunScenario(scenario, places);
+    if (report.stopped != 0) return 128 + report.stopped;
+    if (!report.error.empty()) {
+      Print("Bail out! " + scenario.path + ": " + report.error + "\n");
+      return tool::kFailed;
+    }
+    Print(TapOf(report.result, first));
+    first += scenario.expectations.size();
+    const bool failed =
+        std::any_of(report.result.outcomes.begin(), report.result.outcomes.end(),
+                    [](const Outcome& outcome) { return outcome.verdict == Verdict::Failed; });
+    if (failed) status = tool::kFailed;
+    results.push_back(std::move(report.result));
+  }
+  return status;
+}
+
+}  // namespace
+
+int Test(const TestOptions& options) {
+  std::vector<std::string> files;
+  for (const std::string& path : options.paths) {
+    const std::string error = FilesOf(path, files);
+    if (!error.empty()) return Complain(tool::kWrongUse, error);
+  }
+  std::vector<Scenario> scenarios;
+  scenarios.reserve(files.size());
+  if (!Read(files, scenarios)) return tool::kWrongUse;
+
+  RunPlaces places;
+  places.controller =
+      tool::Absolute(options.controller.empty() ? tool::ProgramDirectory() + "/Velmo" : options.controller);
+  places.library = tool::LibraryPath();
+  places.waveforms = ".";
+  const std::string refusal = tool::WhyNotStart(places.controller, places.library);
+  if (!refusal.empty()) return Complain(tool::kFailed, refusal);
+  std::vector<ScenarioResult> results;
+  const int status = RunAll(scenarios, places, results);
+  if (options.junit.empty()) return status;
+  std::ofstream file(options.junit);
+  file << JunitOf(results);
+  file.flush();
+  return file ? status : Complain(tool::kFailed, options.junit + ": could not be written");
+}
+
+}  // namespace rack::scenario
