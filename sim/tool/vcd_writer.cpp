@@ -27,10 +27,18 @@ std::string Range(int width) {
   return width == 1 ? "" : "[" + std::to_string(width - 1) + ":0]";
 }
 
+// The viewer shows 2 to the power of this many nanoseconds in the width of a few hundred pixels; a window holds about
+// four of them.
+int Zoom(std::int64_t nanos) {
+  int zoom = 0;
+  for (std::int64_t shown = 4; shown < nanos; shown *= 2) ++zoom;
+  return zoom;
+}
+
 }  // namespace
 
 int VcdWriter::AddWire(const std::string& scope, const std::string& name, int width) {
-  wires_.push_back({Word(scope), Word(name), width, Code(wires_.size()), 0});
+  wires_.push_back({Word(scope), Word(name), width, Code(wires_.size()), 0, false});
   return static_cast<int>(wires_.size()) - 1;
 }
 
@@ -49,6 +57,7 @@ void VcdWriter::Begin(const std::vector<std::int64_t>& values, std::int64_t nano
   }
   if (!scope.empty()) out_ << "$upscope $end\n";
   out_ << "$upscope $end\n$enddefinitions $end\n";
+  start_ = nanos;
   Time(nanos);
   out_ << "$dumpvars\n";
   for (std::size_t i = 0; i < wires_.size(); ++i) {
@@ -78,6 +87,7 @@ void VcdWriter::Change(int wire, std::int64_t value, std::int64_t nanos) {
   Wire& changed = wires_[static_cast<std::size_t>(wire)];
   if (changed.value == value) return;
   changed.value = value;
+  changed.changed = true;
   Time(nanos);
   Value(changed);
 }
@@ -96,9 +106,11 @@ std::string VcdWriter::View(const std::string& dump) const {
   constexpr const char* kLevel = "@28\n";
   constexpr const char* kSigned = "@420\n";
   constexpr const char* kHeading = "@200\n";
-  std::string view = "[dumpfile] \"" + dump + "\"\n[timestart] 0\n[treeopen] machine.\n";
+  std::string view = "[dumpfile] \"" + dump + "\"\n[timestart] " + std::to_string(start_) + "\n*-" +
+                     std::to_string(Zoom(time_ - start_)) + " 0\n[treeopen] machine.\n";
   std::string scope;
   for (const Wire& wire : wires_) {
+    if (!wire.changed) continue;
     if (wire.scope != scope) {
       scope = wire.scope;
       view += kHeading + ("-" + scope + "\n");

@@ -30,7 +30,8 @@ class VcdWriter {
   // Marks the end, so that the last values have a length.
   void End(std::int64_t nanos);
 
-  // The view that opens a recording with every wire in groups by scope. `dump` is the recording's file name.
+  // The view that shows the whole recording, the wires that changed in it in groups by scope. `dump` is the
+  // recording's file name.
   std::string View(const std::string& dump) const;
 
  private:
@@ -40,6 +41,7 @@ class VcdWriter {
     int width;
     std::string code;
     std::int64_t value;
+    bool changed;
   };
 
   void Time(std::int64_t nanos);
@@ -47,6 +49,7 @@ class VcdWriter {
 
   std::ostream& out_;
   std::vector<Wire> wires_;
+  std::int64_t start_ = 0;
   std::int64_t time_ = -1;
 };
 

@@ -138,7 +138,8 @@ TEST(Vcd, IsWrittenWithScopesStartValuesAndOnlyChanges) {
   VcdWriter writer(out);
   const int level = writer.AddWire("slot3_io", "in5 clamp", 1);
   const int count = writer.AddWire("slot5_stepper", "motor0", 4);
-  writer.Begin({1, -2}, 100);
+  writer.AddWire("slot5_stepper", "idle", 1);  // stays out of the view
+  writer.Begin({1, -2, 0}, 100);
   writer.Change(level, 1, 150);
   writer.Change(count, 3, 200);
   writer.Change(level, 0, 200);
@@ -148,12 +149,13 @@ TEST(Vcd, IsWrittenWithScopesStartValuesAndOnlyChanges) {
   EXPECT_EQ(out.str(),
             "$version velmo-rack $end\n$timescale 1ns $end\n$scope module machine $end\n"
             "$scope module slot3_io $end\n$var wire 1 ! in5_clamp $end\n$upscope $end\n"
-            "$scope module slot5_stepper $end\n$var wire 4 \" motor0 [3:0] $end\n$upscope $end\n"
+            "$scope module slot5_stepper $end\n$var wire 4 \" motor0 [3:0] $end\n$var wire 1 # idle $end\n"
+            "$upscope $end\n"
             "$upscope $end\n$enddefinitions $end\n"
-            "#100\n$dumpvars\n1!\nb1110 \"\n$end\n"
+            "#100\n$dumpvars\n1!\nb1110 \"\n0#\n$end\n"
             "#200\nb0011 \"\n0!\n1!\n$comment 3 records lost here $end\n#300\n");
   EXPECT_EQ(writer.View("a.vcd"),
-            "[dumpfile] \"a.vcd\"\n[timestart] 0\n[treeopen] machine.\n"
+            "[dumpfile] \"a.vcd\"\n[timestart] 100\n*-6 0\n[treeopen] machine.\n"
             "@200\n-slot3_io\n@28\nmachine.slot3_io.in5_clamp\n"
             "@200\n-slot5_stepper\n@420\nmachine.slot5_stepper.motor0[3:0]\n");
 }
