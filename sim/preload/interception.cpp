@@ -7,7 +7,6 @@
 #error "with large-file names on, open would be compiled under the name open64: both are defined here"
 #endif
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/reboot.h>
 #include <sys/stat.h>
@@ -21,6 +20,8 @@
 #include <cstring>
 
 #include "preload/bus_target.h"
+#include "preload/clock.h"
+#include "preload/next.h"
 #include "preload/session.h"
 
 namespace rack {
@@ -29,6 +30,7 @@ namespace {
 constexpr const char* kDevices[] = {"/dev/em_isa", "/dev/em335x_isa"};
 constexpr int kMaxHandles = 8;
 constexpr std::size_t kLongPath = 4096;
+constexpr int kFixedHandle = 100;
 
 std::atomic<BusTarget*> PlacedBus{nullptr};
 std::atomic<std::uint32_t> Syncs{0};
@@ -36,11 +38,6 @@ std::atomic<std::uint32_t> Restarts{0};
 std::atomic<std::uint32_t> RestartCommand{0};
 // Handles of the device, as descriptor plus 1; 0: not used.
 std::atomic<int> Handles[kMaxHandles];
-
-template <class Function>
-Function* Next(const char* name) {
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
 
 BusTarget* Bus() {
   BusTarget* placed = PlacedBus.load(std::memory_order_acquire);
@@ -79,6 +76,13 @@ int PassOpen(const char* path, int flags, unsigned mode) {
   return next(path, flags, mode);
 }
 
+// The same file under a number that does not depend on what else is open.
+int MovedHandle(int descriptor) {
+  const int moved = fcntl(descriptor, F_DUPFD_CLOEXEC, kFixedHandle);
+  close(descriptor);
+  return moved;
+}
+
 int OpenDevice(std::uint32_t number) {
   BusTarget* bus = Bus();
   const bool exists = bus != nullptr && static_cast<std::uint32_t>(bus->Device()) == number;
@@ -88,7 +92,8 @@ int OpenDevice(std::uint32_t number) {
     return -1;
   }
   // A descriptor of its own, so that no other file gets the same number.
-  const int descriptor = PassOpen("/dev/null", O_RDWR | O_CLOEXEC, 0);
+  int descriptor = PassOpen("/dev/null", O_RDWR | O_CLOEXEC, 0);
+  if (descriptor >= 0 && CurrentClock().ShowsFixed()) descriptor = MovedHandle(descriptor);
   if (descriptor < 0) return -1;
   if (ReplaceHandle(0, descriptor + 1)) return descriptor;
   close(descriptor);
@@ -162,9 +167,12 @@ void Sync() {
   if (Session* session = OwnSession()) session->Synced();
 }
 
-void NoteConsole(std::size_t count) {
+void NoteConsole(ssize_t written) {
   const int reason = errno;
-  if (Session* session = OwnSession()) session->ConsoleWritten(count);
+  const auto count = static_cast<std::size_t>(written > 0 ? written : 0);
+  Session* session = OwnSession();
+  if (session != nullptr && count != 0) session->ConsoleWritten(count);
+  CurrentClock().ConsoleEnds(count);
   errno = reason;
 }
 
@@ -246,8 +254,10 @@ ssize_t __read_chk(int descriptor, void* buffer, size_t count, size_t size) {
 ssize_t write(int descriptor, const void* buffer, size_t count) {
   static auto* const next = rack::Next<ssize_t(int, const void*, size_t)>("write");
   if (rack::IsHandle(descriptor)) return rack::WriteDevice(buffer, count);
+  if (descriptor != STDOUT_FILENO) return next(descriptor, buffer, count);
+  rack::CurrentClock().ConsoleBegins();
   const ssize_t written = next(descriptor, buffer, count);
-  if (descriptor == STDOUT_FILENO && written > 0) rack::NoteConsole(static_cast<std::size_t>(written));
+  rack::NoteConsole(written);
   return written;
 }
 

@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 
 #include "preload/clock.h"
 
@@ -69,7 +70,7 @@ Nanos Session::Now() const {
 Origin Session::Caller() const {
   Origin origin;
   origin.Task = ThisTask;
-  if (ThisTask == kUnknownTask && syscall(SYS_gettid) == getpid()) origin.Task = kMainThread;
+  if (ThisTask == kUnknownTask && syscall(SYS_gettid) == syscall(SYS_getpid)) origin.Task = kMainThread;
   if (ThisTask >= kTaskRecords) return origin;
   const TaskRecord& task = State.State()->Live.Tasks[ThisTask];
   origin.File = task.File;
@@ -78,7 +79,8 @@ Origin Session::Caller() const {
 }
 
 int Session::Read(std::uint8_t port) {
-  const std::lock_guard<std::mutex> lock(Guard);
+  CurrentClock().BusAccess();
+  const std::lock_guard<OwnMutex> lock(Guard);
   Origin origin = Caller();
   if (origin.Task == kUnknownTask && port == kKeypadPort && State.State()->Live.SelectedSlot == 0) {
     ThisTask = origin.Task = kKeypadTask;
@@ -89,7 +91,8 @@ int Session::Read(std::uint8_t port) {
 }
 
 void Session::Write(std::uint8_t port, std::uint8_t value) {
-  const std::lock_guard<std::mutex> lock(Guard);
+  CurrentClock().BusAccess();
+  const std::lock_guard<OwnMutex> lock(Guard);
   Machine->WritePort(port, value, Now(), Caller());
   NoteAccess(port);
 }
@@ -104,25 +107,41 @@ void Session::NoteAccess(std::uint8_t port) {
   task.LastPort = port;
 }
 
+void Session::Attach() {
+  const std::lock_guard<OwnMutex> lock(Guard);
+  const LiveChange change(State.State()->Live);
+  NoteController();
+}
+
+void Session::Serve() {
+  const std::lock_guard<OwnMutex> lock(Guard);
+  Machine->AdvanceTo(Now());
+}
+
+void Session::NoteController() {
+  RackLive& live = State.State()->Live;
+  ControllerRecord& controller = live.Controller;
+  const auto process = static_cast<std::int32_t>(syscall(SYS_getpid));
+  if (controller.Process == process) return;
+  controller.Process = process;
+  controller.AttachedAt = live.Now;
+  ++controller.Attaches;
+  std::memset(live.Tasks, 0, sizeof live.Tasks);
+}
+
 void Session::DeviceTried(bool opened) {
-  const std::lock_guard<std::mutex> lock(Guard);
+  const std::lock_guard<OwnMutex> lock(Guard);
   Machine->AdvanceTo(Now());
   RackLive& live = State.State()->Live;
   const LiveChange change(live);
-  ControllerRecord& controller = live.Controller;
-  if (controller.Process != getpid()) {
-    controller.Process = getpid();
-    controller.AttachedAt = live.Now;
-    ++controller.Attaches;
-    std::memset(live.Tasks, 0, sizeof live.Tasks);
-  }
+  NoteController();
   if (!opened) return;
-  controller.DeviceOpen = 1;
+  live.Controller.DeviceOpen = 1;
   Machine->Note(JournalKind::Device, 0, 0, 1, Caller());
 }
 
 void Session::DeviceClosed() {
-  const std::lock_guard<std::mutex> lock(Guard);
+  const std::lock_guard<OwnMutex> lock(Guard);
   Machine->AdvanceTo(Now());
   RackLive& live = State.State()->Live;
   const LiveChange change(live);
@@ -150,7 +169,7 @@ std::uint32_t Session::FileNumber(const char* path) {
 void Session::FileOpened(const char* path, FILE* stream) {
   const std::uint8_t number = TaskOfPath(path);
   if (number == 0) return;
-  const std::lock_guard<std::mutex> lock(Guard);
+  const std::lock_guard<OwnMutex> lock(Guard);
   ThisTask = number;
   Machine->AdvanceTo(Now());
   RackLive& live = State.State()->Live;
@@ -173,7 +192,7 @@ void Session::FileOpened(const char* path, FILE* stream) {
 }
 
 void Session::FileClosed(FILE* stream) {
-  const std::lock_guard<std::mutex> lock(Guard);
+  const std::lock_guard<OwnMutex> lock(Guard);
   OpenProgram* program = Find(stream);
   if (program == nullptr) return;
   const LiveChange change(State.State()->Live);
@@ -185,7 +204,7 @@ void Session::FileClosed(FILE* stream) {
 }
 
 void Session::FileRewound(FILE* stream) {
-  const std::lock_guard<std::mutex> lock(Guard);
+  const std::lock_guard<OwnMutex> lock(Guard);
   OpenProgram* program = Find(stream);
   if (program == nullptr) return;
   program->Line = 0;
@@ -193,20 +212,27 @@ void Session::FileRewound(FILE* stream) {
 }
 
 void Session::LineRead(FILE* stream, const void* caller, const char* line) {
-  const std::lock_guard<std::mutex> lock(Guard);
-  OpenProgram* program = Find(stream);
-  if (program == nullptr) return;
-  if (RunnerReads == nullptr) RunnerReads = caller;
-  Machine->AdvanceTo(Now());
-  const LiveChange change(State.State()->Live);
-  if (line != nullptr) {
-    NoteLine(*program, caller, line);
-  } else {
-    NoteEnd(*program);
-  }
+  const DueLine due = TakeLine(stream, caller, line);
+  if (due.FileNumber != 0) CurrentClock().LineDue(due);
 }
 
-void Session::NoteLine(OpenProgram& program, const void* caller, const char* text) {
+// The line that is executed next; its FileNumber is 0 when this read leads to none.
+DueLine Session::TakeLine(FILE* stream, const void* caller, const char* line) {
+  const std::lock_guard<OwnMutex> lock(Guard);
+  OpenProgram* program = Find(stream);
+  if (program == nullptr) return {};
+  if (RunnerReads == nullptr) RunnerReads = caller;
+  Machine->AdvanceTo(Now());
+  RackLive& live = State.State()->Live;
+  const LiveChange change(live);
+  const bool due = line != nullptr ? NoteLine(*program, caller, line) : NoteEnd(*program);
+  const TaskRecord& task = live.Tasks[program->Task];
+  if (!due || task.File == 0) return {};
+  return {program->Task, task.File, live.ProgramFiles[task.File - 1], task.Line, task.Text};
+}
+
+// Whether it is a line to be executed, not one that a label search passes over.
+bool Session::NoteLine(OpenProgram& program, const void* caller, const char* text) {
   RackLive& live = State.State()->Live;
   TaskRecord& task = live.Tasks[program.Task];
   if (!program.InLine) ++program.Line;
@@ -215,7 +241,7 @@ void Session::NoteLine(OpenProgram& program, const void* caller, const char* tex
     if (!program.Searching) ++task.Searches;
     program.Searching = true;
     task.SearchFailed = 0;
-    return;
+    return false;
   }
   program.Searching = false;
   task.File = program.File;
@@ -224,29 +250,32 @@ void Session::NoteLine(OpenProgram& program, const void* caller, const char* tex
   task.LineSince = live.Now;
   CopyText(task.Text, kLineSize, text);
   Machine->Note(JournalKind::ProgramLine, 0, 0, 0, {program.Task, program.File, program.Line});
+  return true;
 }
 
-void Session::NoteEnd(OpenProgram& program) {
+// Whether the line read last is executed again.
+bool Session::NoteEnd(OpenProgram& program) {
   RackLive& live = State.State()->Live;
   TaskRecord& task = live.Tasks[program.Task];
   if (program.Searching) {
     program.Searching = false;
     task.SearchFailed = 1;
-    return;
+    return false;
   }
   ++task.EndReads;
   task.LastEndRead = live.Now;
   Machine->Note(JournalKind::ProgramEnd, 0, 0, 0, {program.Task, task.File, task.Line});
+  return true;
 }
 
 void Session::ConsoleWritten(std::size_t count) {
-  const std::lock_guard<std::mutex> lock(Guard);
+  const std::lock_guard<OwnMutex> lock(Guard);
   Machine->AdvanceTo(Now());
   Machine->Note(JournalKind::ConsoleText, 0, 0, static_cast<std::int32_t>(count), Caller());
 }
 
 void Session::Synced() {
-  const std::lock_guard<std::mutex> lock(Guard);
+  const std::lock_guard<OwnMutex> lock(Guard);
   Machine->AdvanceTo(Now());
   const LiveChange change(State.State()->Live);
   ++State.State()->Live.Controller.Syncs;
@@ -254,7 +283,7 @@ void Session::Synced() {
 }
 
 bool Session::RestartFails() {
-  const std::lock_guard<std::mutex> lock(Guard);
+  const std::lock_guard<OwnMutex> lock(Guard);
   Machine->AdvanceTo(Now());
   RackLive& live = State.State()->Live;
   const LiveChange change(live);

@@ -6,10 +6,11 @@
 
 #include <cstdio>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "preload/bus_target.h"
+#include "preload/clock.h"
+#include "preload/next.h"
 #include "rack/rack.h"
 
 namespace rack {
@@ -23,6 +24,12 @@ class Session final : public BusTarget {
   DeviceName Device() override { return State.State()->Image.Device; }
   int Read(std::uint8_t port) override;
   void Write(std::uint8_t port, std::uint8_t value) override;
+
+  RackState& Shared() { return *State.State(); }
+  // The library answers for a controller from now on, whatever it calls first.
+  void Attach();
+  // Works the machine out up to now and applies requests, without an access.
+  void Serve();
 
   // The controller tries a device name; it has got it or not.
   void DeviceTried(bool opened);
@@ -61,11 +68,13 @@ class Session final : public BusTarget {
   Origin Caller() const;
   OpenProgram* Find(const FILE* stream);
   std::uint32_t FileNumber(const char* path);
-  void NoteLine(OpenProgram& program, const void* caller, const char* text);
-  void NoteEnd(OpenProgram& program);
+  void NoteController();
+  DueLine TakeLine(FILE* stream, const void* caller, const char* line);
+  bool NoteLine(OpenProgram& program, const void* caller, const char* text);
+  bool NoteEnd(OpenProgram& program);
   void NoteAccess(std::uint8_t port);
 
-  std::mutex Guard;
+  OwnMutex Guard;
   StateFile State;
   std::unique_ptr<Rack> Machine;
   std::string Home;  // folder of the run, without a slash at its end

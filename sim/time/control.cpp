@@ -1,5 +1,9 @@
 #include "time/control.h"
 
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <cstring>
 
 namespace rack {
@@ -8,6 +12,7 @@ std::uint32_t Order(TimeControl& time, const TimeCommand& command) {
   time.Command = command;
   const std::uint32_t number = time.Ordered.load(std::memory_order_relaxed) + 1;
   time.Ordered.store(number, std::memory_order_release);
+  syscall(SYS_futex, &time.Ordered, FUTEX_WAKE, 1, nullptr, nullptr, 0);
   return number;
 }
 

@@ -16,7 +16,12 @@ struct RunOptions {
   std::string controller;  // empty: Velmo beside this program
   std::string tasks;       // the controller's argument, empty: none
   bool restartFails = false;
-  bool once = false;  // an intercepted restart ends the run
+  bool once = false;     // an intercepted restart ends the run
+  std::string time;      // real, virtual or a factor; empty: real
+  unsigned seed = 0;     // virtual time: order of the threads
+  std::string duration;  // empty: until it ends by itself
+  std::string until;     // virtual time: TASK:FILE:LINE at which time stands, empty: nowhere
+  bool stopped = false;  // virtual time: time stands from the start
 };
 int Run(const RunOptions& options);
 
@@ -65,6 +70,20 @@ struct VcdOptions {
   std::string duration;
 };
 int RecordVcd(const VcdOptions& options);
+
+struct StepOptions {
+  std::string machine;
+  std::string task;  // empty: any
+};
+int Step(const StepOptions& options);
+
+struct UntilOptions {
+  std::string machine;
+  std::string place;
+};
+int Until(const UntilOptions& options);
+
+int Go(const std::string& machine);
 
 int MakeMachine(const std::string& directory);
 

@@ -199,7 +199,9 @@ bool Machine::Running() const {
 }
 
 Nanos Machine::Now() const {
-  return MonotonicNow() - State().PowerOn;
+  const RackState& state = State();
+  if (state.Time.Setup.Mode == TimeMode::Virtual) return state.Live.Now;
+  return PassedTime(state.Time.Setup, state.PowerOn, MonotonicNow());
 }
 
 const RackLive& Machine::Live() {
@@ -247,6 +249,11 @@ Snapshot Machine::Take() {
     snapshot.tasks.back().stepMode = step_.On();
   }
   return snapshot;
+}
+
+std::uint32_t Machine::Give(const TimeCommand& command) {
+  const StateFile::SenderLock lock(file_);
+  return Order(State().Time, command);
 }
 
 std::string Machine::Ask(const Request& request, std::uint32_t* number) {

@@ -55,6 +55,12 @@ class Machine {
   // A steady copy of what the controller's side keeps changing, as of its last bus access.
   const RackLive& Live();
 
+  // Gives a command to the machine's time; its number, for Stands.
+  std::uint32_t Give(const TimeCommand& command);
+
+  // Whether its time stands.
+  bool Standing() const { return State().Time.Standing != 0; }
+
   // Sends a request and waits until the controller's side has applied it. The text says why it was not;
   // number, where given, gets the request's number.
   std::string Ask(const Request& request, std::uint32_t* number = nullptr);

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <functional>
 
+#include "scenario/test.h"
 #include "tool/commands.h"
 #include "tool/faults.h"
 
@@ -24,6 +25,10 @@ struct CommandLine {
   FaultOptions fault;
   TraceOptions trace;
   VcdOptions vcd;
+  scenario::TestOptions test;
+  StepOptions step;
+  UntilOptions until;
+  std::string goMachine;
   std::string newDirectory;
   std::function<int()> chosen;
 };
@@ -49,6 +54,11 @@ void AddRun(CLI::App& app, CommandLine& line) {
                   "The controller, Velmo beside this program unless given");
   run->add_flag("--restart-fails", line.run.restartFails, "The restart call of the controller fails");
   run->add_flag("--once", line.run.once, "End when the controller restarts the machine");
+  run->add_option("--time", line.run.time, "real, virtual, or a factor such as 20 or 0.1");
+  run->add_option("--seed", line.run.seed, "Virtual time: threads take turns in this random order");
+  run->add_option("--for", line.run.duration, "End after this time of the machine: 500ms, 2s, 60min");
+  run->add_option("--until", line.run.until, "Virtual time: stand at TASK:FILE:LINE, such as 1:FLOW.PLC:12");
+  run->add_flag("--stopped", line.run.stopped, "Virtual time: stand before the controller's first step");
   run->callback([&line] { line.chosen = [&line] { return Run(line.run); }; });
 }
 
@@ -123,10 +133,37 @@ void AddVcd(CLI::App& app, CommandLine& line) {
   vcd->callback([&line] { line.chosen = [&line] { return RecordVcd(line.vcd); }; });
 }
 
+void AddTest(CLI::App& app, CommandLine& line) {
+  CLI::App* test =
+      AddCommand(app, "test", "Run scenarios in virtual time and tell which expectations are met, as TAP",
+                 "velmo-rack test cell --junit results.xml");
+  test->add_option("PATH", line.test.paths, "Scenarios, or directories with them")->required();
+  test->add_option("--junit", line.test.junit, "Write the results as JUnit XML too");
+  test->add_option("--controller", line.test.controller,
+                   "The controller, Velmo beside this program unless given");
+  test->callback([&line] { line.chosen = [&line] { return scenario::Test(line.test); }; });
+}
+
 void AddNew(CLI::App& app, CommandLine& line) {
   CLI::App* make = AddCommand(app, "new", "Make a small machine that runs", "velmo-rack new press");
   make->add_option("DIR", line.newDirectory, "Its directory")->required();
   make->callback([&line] { line.chosen = [&line] { return MakeMachine(line.newDirectory); }; });
+}
+
+void AddTimeCommands(CLI::App& app, CommandLine& line) {
+  CLI::App* step = AddCommand(app, "step", "Virtual time: go on to the next program line, and stand there",
+                              "velmo-rack step 1");
+  step->add_option("TASK", line.step.task, "Only lines of this task");
+  AddMachine(*step, line.step.machine);
+  step->callback([&line] { line.chosen = [&line] { return Step(line.step); }; });
+  CLI::App* until = AddCommand(app, "until", "Virtual time: go on to this program line, and stand there",
+                               "velmo-rack until 1:FLOW.PLC:12");
+  until->add_option("PLACE", line.until.place, "TASK:FILE:LINE")->required();
+  AddMachine(*until, line.until.machine);
+  until->callback([&line] { line.chosen = [&line] { return Until(line.until); }; });
+  CLI::App* go = AddCommand(app, "go", "Virtual time: go on", "velmo-rack go");
+  AddMachine(*go, line.goMachine);
+  go->callback([&line] { line.chosen = [&line] { return Go(line.goMachine); }; });
 }
 
 int Main(int argc, char** argv) {
@@ -134,7 +171,8 @@ int Main(int argc, char** argv) {
   app.require_subcommand(1);
   app.footer("velmo-rack COMMAND --help tells about a command.");
   CommandLine line;
-  for (const auto add : {AddRun, AddKey, AddInput, AddShow, AddFault, AddTrace, AddVcd, AddNew})
+  for (const auto add :
+       {AddRun, AddKey, AddInput, AddShow, AddFault, AddTrace, AddVcd, AddTest, AddTimeCommands, AddNew})
     add(app, line);
   try {
     app.parse(argc, argv);

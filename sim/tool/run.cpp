@@ -11,16 +11,47 @@
 #include "tool/launch.h"
 #include "tool/machine.h"
 #include "tool/supervise.h"
+#include "tool/time.h"
+#include "tool/words.h"
 
 namespace rack::tool {
 
 namespace {
 
+// How the options say that time goes; the text says what is wrong.
+std::string ChooseTime(const RunOptions& options, TimeSetup& setup, TimeCommand& command) {
+  const std::string wrong = ParseTime(options.time, setup);
+  if (!wrong.empty()) return wrong;
+  setup.Seed = options.seed;
+  setup.StartStopped = options.stopped ? 1 : 0;
+  if (!options.duration.empty()) {
+    const std::optional<long long> millis = DurationMillis(options.duration);
+    if (!millis || *millis == 0) return "\"" + options.duration + "\" is no time: such as 500ms, 2s or 60min";
+    setup.EndAt = *millis * kMillisecond;
+  }
+  const bool controlled = options.stopped || options.seed != 0 || !options.until.empty();
+  if (controlled && setup.Mode != TimeMode::Virtual)
+    return "--seed, --until and --stopped want --time virtual";
+  return options.until.empty() ? "" : ParsePlace(options.until, command);
+}
+
+// Real and scaled time: whether the run has lasted as long as it is to last.
+bool IsOver(const RackState& state) {
+  const TimeSetup& setup = state.Time.Setup;
+  return setup.Mode != TimeMode::Virtual && setup.EndAt != 0 &&
+         PassedTime(setup, state.PowerOn, MonotonicNow()) >= setup.EndAt;
+}
+
 int RunUntilEnd(const Launch& launch, const RackState& state, bool once) {
   for (;;) {
     const std::uint32_t restarts = state.Live.Controller.Restarts;
     const AttachWatch attach(state);
-    const RunEnd end = RunController(launch, attach);
+    StandstillWatch standstill(state);
+    const RunEnd end = RunController(launch, [&] {
+      const std::string wrong = attach();
+      return wrong.empty() ? standstill() : wrong;
+    });
+    if (end.over) return kDone;
     if (!end.error.empty()) return Complain(kFailed, end.error);
     if (end.stopSignal == 0 && !attach.Attached()) {
       return Complain(kFailed, "the controller ended with status " + std::to_string(end.status) +
@@ -54,6 +85,9 @@ int Run(const RunOptions& options) {
     for (const std::string& finding : findings) std::fprintf(stderr, "%s\n", finding.c_str());
     return kFailed;
   }
+  TimeCommand command{};
+  const std::string wrongTime = ChooseTime(options, setup->Time, command);
+  if (!wrongTime.empty()) return Complain(kWrongUse, wrongTime);
   setup->Image.RestartFails = options.restartFails ? 1 : 0;
 
   if (mkdir(RunDirectory(machine).c_str(), 0755) != 0 && errno != EEXIST) {
@@ -66,7 +100,10 @@ int Run(const RunOptions& options) {
   if (!error.empty()) return Complain(kFailed, error);
   StateFile state;
   if (!state.Create(StatePath(machine), *setup, error)) return Complain(kFailed, error);
-  return RunUntilEnd(MakeLaunch(machine, controller, options.tasks), *state.State(), options.once);
+  state.State()->Time.Command = command;
+  Launch launch = MakeLaunch(machine, controller, options.tasks);
+  launch.over = [&state] { return IsOver(*state.State()); };
+  return RunUntilEnd(launch, *state.State(), options.once);
 }
 
 }  // namespace rack::tool

@@ -139,15 +139,16 @@ class TakenSignals {
   sigset_t before_;
 };
 
-void Supervise(pid_t child, const TakenSignals& signals, const std::function<std::string()>& watch,
-               RunEnd& end) {
+void Supervise(pid_t child, const TakenSignals& signals, const Launch& launch,
+               const std::function<std::string()>& watch, RunEnd& end) {
   int waited = 0;
   bool told = false;
   while (waitpid(child, &waited, WNOHANG) == 0) {
     const int signal = signals.Next();
     if (signal != 0 && signal != SIGCHLD) end.stopSignal = signal;
     if (end.stopSignal == 0 && !told) end.error = watch();
-    const bool stop = end.stopSignal != 0 || !end.error.empty();
+    end.over = end.over || (launch.over && launch.over());
+    const bool stop = end.stopSignal != 0 || end.over || !end.error.empty();
     // The controller has nothing to tidy up: its end is the same as a machine that is switched off.
     if (stop && !told) kill(child, SIGKILL);
     told = told || stop;
@@ -177,7 +178,7 @@ RunEnd RunController(const Launch& launch, const std::function<std::string()>& w
   const std::string error = StartError(pipe[0]);
   close(pipe[0]);
   end.started = error.empty();
-  Supervise(child, signals, watch, end);
+  Supervise(child, signals, launch, watch, end);
   if (!error.empty()) end.error = error;
   return end;
 }

@@ -16,12 +16,14 @@ struct Launch {
   std::string library;                   // preloaded
   std::vector<std::string> environment;  // "NAME=value", over this process's own
   std::string output;                    // file that takes its standard output, empty: this process's own
+  std::function<bool()> over;            // asked as often as `watch`: the run is to end; null: never
 };
 
 // The end of a run of the controller: its exit status, or 128 and the signal's number.
 struct RunEnd {
   bool started = false;
   int status = 1;
+  bool over = false;   // ended as Launch::over said
   int stopSignal = 0;  // the signal that this process was told to stop with, 0 if none
   std::string error;   // why it could not be started
 };

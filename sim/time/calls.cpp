@@ -1,0 +1,477 @@
+// The C library's calls that take time, tell it or wait: answered by virtual or scaled time, else passed on.
+//
+// `clock`, `usleep` and `sleep` do not pass through clock_gettime and nanosleep in the C library, so each is
+// answered itself. In virtual time also what differs from run to run is answered as fixed: process and thread
+// numbers, the working directory, the network.
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sched.h>
+#include <semaphore.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+
+#include "preload/next.h"
+#include "time/clocks.h"
+#include "time/locks.h"
+#include "time/scheduler.h"
+
+namespace rack {
+namespace {
+
+constexpr pid_t kShownProcess = 1000;
+constexpr int kMaxSockets = 16;
+constexpr Nanos kLookAgain = 10 * kMillisecond;  // at what only the outside can change
+
+// --- Threads
+
+using Entry = void*(void*);
+
+// Passes the turn on at the thread's end, however it ends.
+class TurnsOfThread {
+ public:
+  explicit TurnsOfThread(Thread* thread) { BeginThread(thread); }
+  ~TurnsOfThread() { EndThread(); }
+  TurnsOfThread(const TurnsOfThread&) = delete;
+  TurnsOfThread& operator=(const TurnsOfThread&) = delete;
+};
+
+struct Begin {
+  Entry* Body;
+  void* Argument;
+  Thread* Turns;
+};
+
+struct Joinable {
+  pthread_t Handle;
+  Thread* Turns;  // null: row not used
+  unsigned Number;
+};
+Joinable Joinables[64];  // touched in turn only
+
+void* RunThread(void* argument) {
+  const Begin begin = *static_cast<Begin*>(argument);
+  delete static_cast<Begin*>(argument);
+  const TurnsOfThread turns(begin.Turns);
+  void* result = begin.Body(begin.Argument);
+  return result;
+}
+
+void Remember(pthread_t handle, Thread* turns) {
+  for (Joinable& row : Joinables) {
+    if (row.Turns != nullptr && row.Turns != turns && row.Handle != handle) continue;
+    row = {handle, turns, NumberOf(turns)};
+    return;
+  }
+}
+
+void AwaitEnd(pthread_t handle) {
+  SpendCall();
+  for (Joinable& row : Joinables) {
+    if (row.Turns == nullptr || row.Handle != handle) continue;
+    const Joinable joined = row;
+    row.Turns = nullptr;
+    WaitForEnd(joined.Turns, joined.Number);
+    return;
+  }
+}
+
+int CreateThread(pthread_t* handle, const pthread_attr_t* attributes, Entry* body, void* argument) {
+  static auto* const next = Next<int(pthread_t*, const pthread_attr_t*, Entry*, void*)>("pthread_create");
+  if (!InTurn()) return next(handle, attributes, body, argument);
+  SpendCall();
+  Thread* turns = AddThread();
+  if (turns == nullptr) return EAGAIN;
+  auto* const begin = new Begin{body, argument, turns};
+  const int result = next(handle, attributes, &RunThread, begin);
+  if (result == 0) {
+    Remember(*handle, turns);
+    return 0;
+  }
+  delete begin;
+  DropThread(turns);
+  return result;
+}
+
+// --- Times
+
+Nanos UntilPoint(clockid_t clock, const timespec* time) {
+  return time == nullptr ? kForEver : PointOfTime(clock, *time);
+}
+
+int SleepNanos(Nanos length, timespec* rest) {
+  static auto* const next = Next<int(const timespec*, timespec*)>("nanosleep");
+  if (InTurn()) {
+    SpendCall();
+    SleepUntil(VirtualNow() + length);
+    return 0;
+  }
+  const timespec real = ToTimespec(IsScaled() ? RealLength(length) : length);
+  const int result = next(&real, rest);
+  if (result != 0 && rest != nullptr && IsScaled())
+    *rest = ToTimespec(ToNanos(*rest) * length / ToNanos(real));
+  return result;
+}
+
+bool IsLength(const timespec* time) {
+  return time->tv_sec >= 0 && time->tv_nsec >= 0 && time->tv_nsec < kSecond;
+}
+
+bool IsControlled() {
+  return InTurn() || IsScaled();
+}
+
+// --- Calls that wait for the outside: time goes on meanwhile
+
+// Tries again and again until it is met or the time is reached.
+template <class Attempt>
+bool Until(Nanos until, Attempt attempt) {
+  SpendCall();
+  for (;;) {
+    if (attempt()) return true;
+    if (VirtualNow() >= until) return false;
+    SleepUntil(std::min(until, VirtualNow() + kLookAgain));
+  }
+}
+
+int Poll(pollfd* files, nfds_t count, int millis) {
+  static auto* const next = Next<int(pollfd*, nfds_t, int)>("poll");
+  if (!InTurn()) return next(files, count, millis);
+  int found = 0;
+  Until(millis < 0 ? kForEver : VirtualNow() + millis * kMillisecond, [&] {
+    found = next(files, count, 0);
+    return found != 0;
+  });
+  return found;
+}
+
+int Select(int count, fd_set* read, fd_set* write, fd_set* except, timeval* limit) {
+  static auto* const next = Next<int(int, fd_set*, fd_set*, fd_set*, timeval*)>("select");
+  if (!InTurn()) return next(count, read, write, except, limit);
+  const Nanos until =
+      limit == nullptr ? kForEver : VirtualNow() + limit->tv_sec * kSecond + limit->tv_usec * kMicrosecond;
+  fd_set* const sets[] = {read, write, except};
+  fd_set asked[3];
+  for (int i = 0; i < 3; ++i) {
+    if (sets[i] != nullptr) asked[i] = *sets[i];
+  }
+  int found = 0;
+  Until(until, [&] {
+    for (int i = 0; i < 3; ++i) {
+      if (sets[i] != nullptr) *sets[i] = asked[i];
+    }
+    timeval none = {0, 0};
+    found = next(count, read, write, except, &none);
+    return found != 0;
+  });
+  return found;
+}
+
+// Sockets of the run's own network, as descriptor plus 1; 0: not used. Touched in turn only.
+int Sockets[kMaxSockets];
+
+bool IsOwnSocket(int descriptor) {
+  return std::find(Sockets, Sockets + kMaxSockets, descriptor + 1) != Sockets + kMaxSockets;
+}
+
+int Bind(int descriptor, const sockaddr* address, socklen_t length) {
+  static auto* const next = Next<int(int, const sockaddr*, socklen_t)>("bind");
+  if (!InTurn() || address->sa_family != AF_INET) return next(descriptor, address, length);
+  SpendCall();
+  int* const free = std::find(Sockets, Sockets + kMaxSockets, 0);
+  if (!IsOwnSocket(descriptor) && free != Sockets + kMaxSockets) *free = descriptor + 1;
+  return 0;
+}
+
+ssize_t TakeMail(void* buffer, std::size_t size, sockaddr* sender, socklen_t* length) {
+  while (NextMail() == nullptr) WaitForMail();
+  const MailItem& item = *NextMail();
+  const std::size_t count = std::min<std::size_t>(size, item.Length);
+  std::memcpy(buffer, item.Data, count);
+  sockaddr_in from = {};
+  from.sin_family = AF_INET;
+  from.sin_port = htons(item.Port);
+  from.sin_addr.s_addr = htonl(item.Address);
+  if (sender != nullptr && length != nullptr) {
+    std::memcpy(sender, &from, std::min<std::size_t>(*length, sizeof from));
+    *length = sizeof from;
+  }
+  MailTaken();
+  return static_cast<ssize_t>(count);
+}
+
+ssize_t Receive(int descriptor, void* buffer, std::size_t size, int flags, sockaddr* sender,
+                socklen_t* length) {
+  static auto* const next = Next<ssize_t(int, void*, std::size_t, int, sockaddr*, socklen_t*)>("recvfrom");
+  if (!InTurn() || (flags & MSG_DONTWAIT) != 0) return next(descriptor, buffer, size, flags, sender, length);
+  SpendCall();
+  if (IsOwnSocket(descriptor)) return TakeMail(buffer, size, sender, length);
+  ssize_t count = -1;
+  Until(kForEver, [&] {
+    count = next(descriptor, buffer, size, flags | MSG_DONTWAIT, sender, length);
+    return count >= 0 || (errno != EAGAIN && errno != EWOULDBLOCK);
+  });
+  return count;
+}
+
+ssize_t SendTo(int descriptor, const void* data, std::size_t size, int flags, const sockaddr* address,
+               socklen_t length) {
+  static auto* const next =
+      Next<ssize_t(int, const void*, std::size_t, int, const sockaddr*, socklen_t)>("sendto");
+  if (!InTurn() || !IsOwnSocket(descriptor)) return next(descriptor, data, size, flags, address, length);
+  SpendCall();
+  ReplySent();
+  return static_cast<ssize_t>(size);
+}
+
+// --- Fixed answers
+
+char* WorkingDirectory(char* buffer, std::size_t size) {
+  static auto* const next = Next<char*(char*, std::size_t)>("getcwd");
+  if (!InTurn() || buffer == nullptr || size < 2) return next(buffer, size);
+  std::strcpy(buffer, ".");
+  return buffer;
+}
+
+// Condition calls have two versions; a plain look-up may find the old one, of another layout.
+void* ConditionCall(const char* name) {
+  void* const call = dlvsym(RTLD_NEXT, name, "GLIBC_2.3.2");
+  return call != nullptr ? call : dlsym(RTLD_NEXT, name);
+}
+
+}  // namespace
+}  // namespace rack
+
+using rack::InTurn;
+using rack::IsScaled;
+using rack::Next;
+
+#define RACK_NEXT(name, type) static auto* const next = Next<type>(#name)
+#define RACK_NEXT_CONDITION(name, type) \
+  static auto* const next = reinterpret_cast<std::add_pointer_t<type>>(rack::ConditionCall(#name))
+
+extern "C" {
+
+int pthread_create(pthread_t* handle, const pthread_attr_t* attributes, void* (*body)(void*),
+                   void* argument) noexcept {
+  return rack::CreateThread(handle, attributes, body, argument);
+}
+
+int pthread_join(pthread_t handle, void** result) {
+  RACK_NEXT(pthread_join, int(pthread_t, void**));
+  if (InTurn()) rack::AwaitEnd(handle);
+  return next(handle, result);
+}
+
+int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
+  RACK_NEXT(pthread_mutex_lock, int(pthread_mutex_t*));
+  return InTurn() ? rack::LockMutex(mutex, rack::kForEver) : next(mutex);
+}
+
+int pthread_mutex_trylock(pthread_mutex_t* mutex) noexcept {
+  RACK_NEXT(pthread_mutex_trylock, int(pthread_mutex_t*));
+  return InTurn() ? rack::TryLockMutex(mutex) : next(mutex);
+}
+
+int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
+  RACK_NEXT(pthread_mutex_unlock, int(pthread_mutex_t*));
+  return InTurn() ? rack::UnlockMutex(mutex) : next(mutex);
+}
+
+int pthread_mutex_timedlock(pthread_mutex_t* mutex, const timespec* until) noexcept {
+  RACK_NEXT(pthread_mutex_timedlock, int(pthread_mutex_t*, const timespec*));
+  if (InTurn()) return rack::LockMutex(mutex, rack::UntilPoint(CLOCK_REALTIME, until));
+  const timespec real = IsScaled() ? rack::RealPoint(CLOCK_REALTIME, *until) : *until;
+  return next(mutex, &real);
+}
+
+int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {
+  RACK_NEXT_CONDITION(pthread_cond_wait, int(pthread_cond_t*, pthread_mutex_t*));
+  return InTurn() ? rack::WaitCondition(condition, mutex, rack::kForEver) : next(condition, mutex);
+}
+
+int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* until) {
+  RACK_NEXT_CONDITION(pthread_cond_timedwait, int(pthread_cond_t*, pthread_mutex_t*, const timespec*));
+  if (InTurn()) return rack::WaitCondition(condition, mutex, rack::UntilPoint(CLOCK_REALTIME, until));
+  const timespec real = IsScaled() ? rack::RealPoint(CLOCK_REALTIME, *until) : *until;
+  return next(condition, mutex, &real);
+}
+
+int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
+                           const timespec* until) {
+  RACK_NEXT(pthread_cond_clockwait, int(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*));
+  if (InTurn()) return rack::WaitCondition(condition, mutex, rack::UntilPoint(clock, until));
+  const timespec real = IsScaled() ? rack::RealPoint(clock, *until) : *until;
+  return next(condition, mutex, clock, &real);
+}
+
+int pthread_cond_signal(pthread_cond_t* condition) noexcept {
+  RACK_NEXT_CONDITION(pthread_cond_signal, int(pthread_cond_t*));
+  if (!InTurn()) return next(condition);
+  rack::WakeFirst(condition, false);
+  return 0;
+}
+
+int pthread_cond_broadcast(pthread_cond_t* condition) noexcept {
+  RACK_NEXT_CONDITION(pthread_cond_broadcast, int(pthread_cond_t*));
+  if (!InTurn()) return next(condition);
+  rack::WakeAll(condition);
+  return 0;
+}
+
+int pthread_rwlock_rdlock(pthread_rwlock_t* lock) noexcept {
+  RACK_NEXT(pthread_rwlock_rdlock, int(pthread_rwlock_t*));
+  return InTurn() ? rack::LockShared(lock, rack::kForEver) : next(lock);
+}
+
+int pthread_rwlock_wrlock(pthread_rwlock_t* lock) noexcept {
+  RACK_NEXT(pthread_rwlock_wrlock, int(pthread_rwlock_t*));
+  return InTurn() ? rack::LockAlone(lock, rack::kForEver) : next(lock);
+}
+
+int pthread_rwlock_unlock(pthread_rwlock_t* lock) noexcept {
+  RACK_NEXT(pthread_rwlock_unlock, int(pthread_rwlock_t*));
+  return InTurn() ? rack::UnlockShared(lock) : next(lock);
+}
+
+int sem_wait(sem_t* semaphore) {
+  RACK_NEXT(sem_wait, int(sem_t*));
+  return InTurn() ? rack::WaitSemaphore(semaphore, rack::kForEver) : next(semaphore);
+}
+
+int sem_timedwait(sem_t* semaphore, const timespec* until) {
+  RACK_NEXT(sem_timedwait, int(sem_t*, const timespec*));
+  if (InTurn()) return rack::WaitSemaphore(semaphore, rack::UntilPoint(CLOCK_REALTIME, until));
+  const timespec real = IsScaled() ? rack::RealPoint(CLOCK_REALTIME, *until) : *until;
+  return next(semaphore, &real);
+}
+
+int sem_post(sem_t* semaphore) noexcept {
+  RACK_NEXT(sem_post, int(sem_t*));
+  return InTurn() ? rack::PostSemaphore(semaphore) : next(semaphore);
+}
+
+int sched_yield() noexcept {
+  RACK_NEXT(sched_yield, int());
+  if (!InTurn()) return next();
+  rack::SpendCall();
+  rack::YieldTurn();
+  return 0;
+}
+
+int nanosleep(const timespec* length, timespec* rest) {
+  if (rack::IsLength(length)) return rack::SleepNanos(rack::ToNanos(*length), rest);
+  errno = EINVAL;
+  return -1;
+}
+
+int clock_nanosleep(clockid_t clock, int flags, const timespec* time, timespec* rest) {
+  RACK_NEXT(clock_nanosleep, int(clockid_t, int, const timespec*, timespec*));
+  if (!rack::IsControlled() || !rack::IsLength(time)) return next(clock, flags, time, rest);
+  if ((flags & TIMER_ABSTIME) == 0) return rack::SleepNanos(rack::ToNanos(*time), rest) == 0 ? 0 : errno;
+  if (!InTurn()) {
+    const timespec real = rack::RealPoint(clock, *time);
+    return next(clock, flags, &real, rest);
+  }
+  rack::SpendCall();
+  rack::SleepUntil(rack::PointOfTime(clock, *time));
+  return 0;
+}
+
+int usleep(useconds_t micros) {
+  return rack::SleepNanos(micros * rack::kMicrosecond, nullptr);
+}
+
+unsigned sleep(unsigned seconds) {
+  RACK_NEXT(sleep, unsigned(unsigned));
+  if (!rack::IsControlled()) return next(seconds);
+  return rack::SleepNanos(seconds * rack::kSecond, nullptr) == 0 ? 0 : seconds;
+}
+
+int clock_gettime(clockid_t clock, timespec* time) noexcept {
+  RACK_NEXT(clock_gettime, int(clockid_t, timespec*));
+  if (!rack::IsControlled()) return next(clock, time);
+  *time = rack::ClockTime(clock);
+  return 0;
+}
+
+clock_t clock() noexcept {
+  RACK_NEXT(clock, clock_t());
+  if (!rack::IsControlled()) return next();
+  return static_cast<clock_t>(rack::ToNanos(rack::ClockTime(CLOCK_PROCESS_CPUTIME_ID)) / rack::kMicrosecond);
+}
+
+int gettimeofday(timeval* time, void* zone) noexcept {
+  RACK_NEXT(gettimeofday, int(timeval*, void*));
+  if (!rack::IsControlled()) return next(time, zone);
+  const timespec now = rack::ClockTime(CLOCK_REALTIME);
+  *time = {now.tv_sec, now.tv_nsec / 1000};
+  return 0;
+}
+
+time_t time(time_t* place) noexcept {
+  RACK_NEXT(time, time_t(time_t*));
+  if (!rack::IsControlled()) return next(place);
+  const time_t now = rack::ClockTime(CLOCK_REALTIME).tv_sec;
+  if (place != nullptr) *place = now;
+  return now;
+}
+
+int poll(pollfd* files, nfds_t count, int millis) {
+  return rack::Poll(files, count, millis);
+}
+
+int select(int count, fd_set* read, fd_set* write, fd_set* except, timeval* limit) {
+  return rack::Select(count, read, write, except, limit);
+}
+
+int bind(int descriptor, const sockaddr* address, socklen_t length) noexcept {
+  return rack::Bind(descriptor, address, length);
+}
+
+ssize_t recvfrom(int descriptor, void* buffer, size_t size, int flags, sockaddr* sender, socklen_t* length) {
+  return rack::Receive(descriptor, buffer, size, flags, sender, length);
+}
+
+// Name that fortified builds call.
+ssize_t __recvfrom_chk(int descriptor, void* buffer, size_t size, size_t room, int flags, sockaddr* sender,
+                       socklen_t* length) {
+  return rack::Receive(descriptor, buffer, size < room ? size : room, flags, sender, length);
+}
+
+ssize_t recv(int descriptor, void* buffer, size_t size, int flags) {
+  return rack::Receive(descriptor, buffer, size, flags, nullptr, nullptr);
+}
+
+ssize_t sendto(int descriptor, const void* data, size_t size, int flags, const sockaddr* address,
+               socklen_t length) {
+  return rack::SendTo(descriptor, data, size, flags, address, length);
+}
+
+pid_t getpid() noexcept {
+  RACK_NEXT(getpid, pid_t());
+  return InTurn() ? rack::kShownProcess : next();
+}
+
+pid_t gettid() noexcept {
+  RACK_NEXT(gettid, pid_t());
+  return InTurn() ? rack::kShownProcess + static_cast<pid_t>(rack::ThreadNumber()) : next();
+}
+
+char* getcwd(char* buffer, size_t size) noexcept {
+  return rack::WorkingDirectory(buffer, size);
+}
+
+char* __getcwd_chk(char* buffer, size_t size, size_t room) noexcept {
+  return rack::WorkingDirectory(buffer, size < room ? size : room);
+}
+
+}  // extern "C"

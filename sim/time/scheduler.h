@@ -1,0 +1,92 @@
+// Virtual time: the controller's threads take turns, and time passes by what they do and wait for.
+//
+// The threads are real ones. Exactly one has the turn and runs; every other one sleeps in the kernel until it
+// gets it. What a thread does costs time by Spend; a thread that sleeps or waits for another passes the turn
+// on; when no thread can run, time jumps to the next one that wakes. One scheduler per process. Everything
+// here is touched by the thread that has the turn alone, so nothing is locked.
+//
+// Times are nanoseconds since power-on.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "time/control.h"
+
+namespace rack {
+
+constexpr Nanos kForEver = INT64_MAX;
+
+// What a scheduler is told when it starts.
+struct TimeLink {
+  TimeControl* Control;
+  Nanos Now;          // time at the start
+  void (*Serve)();    // called again and again while time stands; null: nothing to be served
+  bool OwnProcessor;  // keep all threads on one processor, so that passing a turn is cheap
+};
+
+// The calling thread becomes the first one, with the turn. Threads that it creates belong to it from then on.
+void Engage(const TimeLink& link);
+// Back to real time. REQUIRES: the caller is the last thread.
+void Disengage();
+
+// Whether the calling thread takes turns. All that follows: only then.
+bool InTurn();
+
+Nanos VirtualNow();
+// Processor time of all threads.
+Nanos BusyTime();
+
+// The thread has worked for so long. It may lose its turn for a while here.
+void Spend(Nanos cost);
+void SpendAccess();  // one bus access
+void SpendCall();    // one lock or clock call
+// Lets the others that can run go first.
+void YieldTurn();
+void SleepUntil(Nanos time);
+
+enum class WakeReason { Called, TimeOver };
+
+// Waits until somebody wakes a thread that waits for this object, or the time is reached. Threads are woken
+// in the order in which they came.
+WakeReason WaitFor(const void* object, Nanos until);
+// Wakes the first thread that waits for the object; with `keep`, the object is kept for it until it has
+// taken it by TakeKept.
+void WakeFirst(const void* object, bool keep);
+void WakeAll(const void* object);
+// Whether the object is kept for another thread. Nothing is kept for the caller afterwards.
+bool KeptForOther(const void* object);
+void TakeKept();
+
+// Under a seed, now and then a while for which a locked section lasts longer; 0 without.
+Nanos Stretch();
+
+// Threads. Add: a thread that is going to be created; null when there are too many. Begin: called by it, waits
+// for its first turn. End: called by it as the last thing.
+struct Thread;
+Thread* AddThread();
+void DropThread(Thread* thread);  // it could not be created
+void BeginThread(Thread* thread);
+void EndThread();
+// A thread's number, counted from 0 in the order of creation.
+unsigned NumberOf(const Thread* thread);
+// Waits until the thread of that number takes no more turns.
+void WaitForEnd(const Thread* thread, unsigned number);
+// Of the caller.
+unsigned ThreadNumber();
+
+// The datagram received next, null when there is none. WaitForMail returns when there may be one.
+const MailItem* NextMail();
+void MailTaken();
+void WaitForMail();
+void ReplySent();
+
+// A program line is about to be executed; returns when time goes on.
+void LineDue(std::uint8_t task, std::uint32_t fileNumber, const char* file, std::uint32_t line,
+             const char* text);
+
+// Around a write to the console that may take real time; the bytes cost what the console's speed says.
+void ConsoleBegins();
+void ConsoleEnds(std::size_t bytes);
+
+}  // namespace rack

@@ -1,0 +1,59 @@
+// Puts the controller of the preloaded library under the time that its state asks for, before its first step.
+#include "preload/clock.h"
+#include "preload/session.h"
+#include "time/clocks.h"
+#include "time/scheduler.h"
+
+namespace rack {
+namespace {
+
+class VirtualTime final : public Clock {
+ public:
+  Nanos Now() override { return kVirtualPowerOn + VirtualNow(); }
+  void BusAccess() override {
+    if (InTurn()) SpendAccess();
+  }
+  void LineDue(const DueLine& line) override {
+    if (InTurn()) rack::LineDue(line.Task, line.FileNumber, line.File, line.Line, line.Text);
+  }
+  void ConsoleBegins() override { rack::ConsoleBegins(); }
+  void ConsoleEnds(std::size_t bytes) override {
+    if (InTurn()) rack::ConsoleEnds(bytes);
+  }
+  bool ShowsFixed() override { return true; }
+};
+
+class ScaledTime final : public Clock {
+ public:
+  explicit ScaledTime(RackState& state) : State(state) {}
+  // Also right for a controller that was started again later than the machine was switched on.
+  Nanos Now() override {
+    return State.PowerOn + PassedTime(State.Time.Setup, State.PowerOn, RealMonotonic());
+  }
+
+ private:
+  RackState& State;
+};
+
+void ServeSession() {
+  Session::Get()->Serve();
+}
+
+// Neither clock is ever destroyed: the controller's last calls come after the library's destructors.
+[[gnu::constructor]] void StartTime() {
+  Session* session = Session::Get();
+  if (session == nullptr) return;
+  RackState& state = session->Shared();
+  const TimeSetup& setup = state.Time.Setup;
+  if (setup.Mode == TimeMode::Scaled) {
+    UseClock(new ScaledTime(state));
+    ScaleTime(setup.FactorMillis / 1000.0);
+  }
+  if (setup.Mode != TimeMode::Virtual) return;
+  session->Attach();
+  UseClock(new VirtualTime);
+  Engage({&state.Time, state.Live.Now, &ServeSession, true});
+}
+
+}  // namespace
+}  // namespace rack
