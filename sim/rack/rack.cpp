@@ -327,6 +327,7 @@ RequestResult Rack::Press(const Request& request, std::uint32_t number) {
   keys.Release = Live.Now + request.Duration;
   keys.NextRepeat = Live.Now + kFirstRepeat;
   keys.PressRequest = number;
+  keys.TakenRequest = number - 1;  // not yet: the first request has the number 0
   ++keys.PressCount;
   PressKey(keys.Code, false);
   return RequestResult::Done;
@@ -340,6 +341,7 @@ RequestResult Rack::PressFunctionKeys(const Request& request, std::uint32_t numb
   keys.FunctionBits = static_cast<std::uint32_t>(request.Value);
   keys.FunctionRelease = Live.Now + request.Duration;
   keys.PressRequest = number;
+  keys.TakenRequest = number - 1;  // not yet: the first request has the number 0
   ++keys.PressCount;
   cpu.FunctionKeys = static_cast<std::uint8_t>(request.Value);
   Note(JournalKind::FunctionKeys, 0, 0, request.Value);

@@ -270,7 +270,7 @@ void TestMachine::AwaitPolls() {
   EXPECT_TRUE(Eventually([&] { return Polls() >= before + 2; })) << Console();
 }
 
-void TestMachine::Press(int code) {
+void TestMachine::Tap(int code) {
   rack::Request request = {};
   request.Kind = rack::RequestKind::PressKey;
   request.Value = code;
@@ -281,6 +281,10 @@ void TestMachine::Press(int code) {
     const rack::KeyState& keys = View.Live().Keys;
     return keys.PressRequest == number && keys.TakenRequest == number;
   })) << Console();
+}
+
+void TestMachine::Press(int code) {
+  Tap(code);
   AwaitPolls();
 }
 

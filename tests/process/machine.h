@@ -67,7 +67,9 @@ class TestMachine {
   // Bus accesses while the board is scanned.
   std::string ScanBus() { return Bus(rack::kMainThread); }
 
-  // Presses a key and waits until all tasks have had time to see it and it has left the mailbox.
+  // Presses a key for a moment and waits until the controller has taken it.
+  void Tap(int code);
+  // As Tap, and then waits until all tasks have had time to see it and it has left the mailbox.
   void Press(int code);
   // Holds function keys down for a time and waits until they are up again.
   void HoldFunctionKeys(int bits, int millis);
@@ -78,6 +80,8 @@ class TestMachine {
   void AwaitPolls();
 
   const rack::RackLive& Live() { return View.Live(); }
+  // Everything in the rack at this moment.
+  rack::tool::Snapshot Picture() { return View.Take(); }
   pid_t Controller();
   // Processor time of the controller so far, in seconds.
   double ProcessorSeconds();

@@ -1,0 +1,158 @@
+// The network task, asked through real sockets.
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "machine.h"
+
+namespace {
+
+class Client {
+ public:
+  explicit Client(int serverPort) : Socket(socket(AF_INET, SOCK_DGRAM, 0)) {
+    Server.sin_family = AF_INET;
+    Server.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    Server.sin_port = htons(static_cast<std::uint16_t>(serverPort));
+    sockaddr_in own = Server;
+    own.sin_port = 0;
+    socklen_t size = sizeof own;
+    EXPECT_EQ(bind(Socket, reinterpret_cast<sockaddr*>(&own), size), 0);
+    getsockname(Socket, reinterpret_cast<sockaddr*>(&own), &size);
+    Port = ntohs(own.sin_port);
+    const timeval limit = {60, 0};
+    setsockopt(Socket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+  }
+  ~Client() { close(Socket); }
+  Client(const Client&) = delete;
+  Client& operator=(const Client&) = delete;
+
+  void Send(const std::string& text) const {
+    EXPECT_EQ(sendto(Socket, text.data(), text.size(), 0, reinterpret_cast<const sockaddr*>(&Server),
+                     sizeof Server),
+              static_cast<ssize_t>(text.size()));
+  }
+  std::string Answer() const {
+    char text[2048];
+    const ssize_t count = recv(Socket, text, sizeof text, 0);
+    return count < 0 ? "no answer" : std::string(text, static_cast<size_t>(count));
+  }
+  bool HasMore() const {
+    char byte;
+    return recv(Socket, &byte, 1, MSG_DONTWAIT) >= 0;
+  }
+  std::string PortText() const { return std::to_string(Port); }
+
+ private:
+  int Socket;
+  sockaddr_in Server = {};
+  int Port = 0;
+};
+
+// Until the task has bound its port, a datagram is lost.
+void AwaitPort(TestMachine& machine, int port) {
+  char text[16];
+  std::snprintf(text, sizeof text, ":%04X ", static_cast<unsigned>(port));
+  const std::string sockets = "/proc/" + std::to_string(machine.Controller()) + "/net/udp";
+  EXPECT_TRUE(Eventually([&] {
+    std::string all;
+    char part[4096];
+    const int file = open(sockets.c_str(), O_RDONLY | O_CLOEXEC);
+    ssize_t count;
+    while ((count = read(file, part, sizeof part)) > 0) all.append(part, static_cast<size_t>(count));
+    close(file);
+    return all.find(text) != std::string::npos;
+  }));
+}
+
+TEST(Network, TwoClientsEmptyAndOversizedDatagrams) {
+  const int port = FreePort();
+  TestMachine machine;
+  machine.Write("Velmo.conf", "[udp]\nPort=" + std::to_string(port) + "\n");
+  machine.Start();
+  AwaitPort(machine, port);
+  const Client first(port);
+  const Client second(port);
+  const std::string answer = "Hello! i am OK.\n";
+  first.Send("a");
+  EXPECT_EQ(first.Answer(), answer);
+  second.Send("who are you?");
+  EXPECT_EQ(second.Answer(), answer);
+  first.Send("");
+  const std::string longest(1256, 'x');
+  first.Send(longest + "cut");
+  EXPECT_EQ(first.Answer(), answer);
+  second.Send(std::string("zero\0byte", 9));
+  EXPECT_EQ(second.Answer(), answer);
+  EXPECT_FALSE(first.HasMore());
+  EXPECT_FALSE(second.HasMore());
+
+  const auto lines = [](const Client& client, const std::string& length, const std::string& text) {
+    const std::string from = "Client IP is 127.0.0.1, Port is " + client.PortText() + "\n";
+    if (length == "0") return from;
+    return from + "Server received[" + length + "]:" + text +
+           "\nSendto IP:127.0.0.1 Port:" + client.PortText() + "\n";
+  };
+  EXPECT_EQ(machine.LinesWith("PLCNet: "), lines(first, "1", "a") + lines(second, "12", "who are you?") +
+                                               lines(first, "0", "") + lines(first, "1256", longest) +
+                                               lines(second, "9", "zero"));
+  EXPECT_EQ(machine.Errors(), "");
+}
+
+TEST(Network, ATakenPortIsToldAndTheMachineRunsOn) {
+  TestMachine machine;
+  const Client owner(1);
+  machine.Write("Velmo.conf", "[UDP]\nPort=" + owner.PortText() + "\n");
+  machine.Write("plc1/RESET.PLC", "OUT: 0, 1, 1\nEXIT\n");
+  machine.StartUntil("EXIT");
+  EXPECT_TRUE(Eventually([&] { return machine.Errors() == "bind error: Address already in use\n"; }))
+      << machine.Errors();
+}
+
+// Programs outside may hold the usual port: a network of its own, where the user may make one.
+class OwnNetwork {
+ public:
+  OwnNetwork() : Before(open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC)) {
+    if (unshare(CLONE_NEWNET) != 0) return;
+    const int handle = socket(AF_INET, SOCK_DGRAM, 0);
+    ifreq request = {};
+    std::strcpy(request.ifr_name, "lo");
+    request.ifr_flags = IFF_UP;
+    EXPECT_EQ(ioctl(handle, SIOCSIFFLAGS, &request), 0);
+    close(handle);
+  }
+  ~OwnNetwork() {
+    setns(Before, CLONE_NEWNET);
+    close(Before);
+  }
+  OwnNetwork(const OwnNetwork&) = delete;
+  OwnNetwork& operator=(const OwnNetwork&) = delete;
+
+ private:
+  int Before;
+};
+
+TEST(Network, TheUsualPortWithoutConfiguration) {
+  const char* configurations[] = {nullptr, "[UDP]\nSpeed=1\n", "[TCP]\nPort=99\n", "[UDP]\r\nPort=99\r\n"};
+  const OwnNetwork network;
+  for (const char* configuration : configurations) {
+    TestMachine machine;
+    std::filesystem::remove(machine.Path("Velmo.conf"));
+    if (configuration != nullptr) machine.Write("Velmo.conf", configuration);
+    machine.Start();
+    AwaitPort(machine, 2017);
+    const Client client(2017);
+    client.Send("a");
+    EXPECT_EQ(client.Answer(), "Hello! i am OK.\n");
+  }
+}
+
+}  // namespace
