@@ -10,7 +10,9 @@ void PauseMicros(long long micros) {
 }
 
 bool ProcessorTicks::Over() const {
-  const clock_t passed = clock() - Start;
+  // Ticks of 32 bits run over within the hour: a signed difference would be undefined then.
+  const clock_t passed =
+      static_cast<clock_t>(static_cast<unsigned long>(clock()) - static_cast<unsigned long>(Start));
   return (passed < 0 ? -passed : passed) > Limit;
 }
 
