@@ -9,7 +9,8 @@ class READINI {
  public:
   // Value number Postion of the item in the first group of that name ("[UDP]", brackets included); letter case does
   // not count. OutStr receives at most 255 characters.
-  // 0: found, or fewer values than asked for: then the last one. -1: the file cannot be opened. -2: not found.
+  // 0: found, or fewer values than asked for: then the last one. -1: the file cannot be opened, OutStr untouched.
+  // -2: not found; what OutStr held is only passed through GetZero.
   int GetField(const char* FileName, const char* Group, const char* Item, int Postion, char* OutStr);
   // As above, converted; unless the result is 0 the variable keeps its value.
   int GetField(const char* FileName, const char* Group, const char* Item, int Postion, int& OutStr);

@@ -96,7 +96,7 @@ const char* FindPiece(const char* text, int idx, char splitChar, size_t* length)
   if (text == nullptr || idx < 0) return nullptr;
   for (int i = 0; i < idx; ++i) {
     text = std::strchr(text, splitChar);
-    if (text == nullptr) return nullptr;
+    if (text == nullptr || *text == '\0') return nullptr;
     ++text;
   }
   const char* end = std::strchr(text, splitChar);

@@ -118,6 +118,10 @@ TEST(GetField2, CountsEmptyPieces) {
     EXPECT_STREQ(field, test.Field) << test.Text << test.Idx;
   }
   EXPECT_EQ(ReadIni.GetField2("a", nullptr, 0, ','), 0);
+  const char two[] = "a\0b";  // what stands behind the text is no field
+  char field[4] = "old";
+  EXPECT_EQ(ReadIni.GetField2(two, field, 1, '\0'), 0);
+  EXPECT_STREQ(field, "");
 
   char bounded[4] = "old";
   EXPECT_EQ(BoundedField("abcd&efg", bounded, sizeof bounded, 0, '&'), -1);
