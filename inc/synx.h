@@ -154,8 +154,8 @@ int Task_DG(int SlotIdx, int ChIdx, void* pArgc);
 int Task_LDG(int SlotIdx, int ChIdx, void* pArgc);
 int Task_ROW(int SlotIdx, int ChIdx, void* pArgc);
 int Task_ROCLR(int SlotIdx, int ChIdx, void* pArgc);
-// pArgc: the condition. The card writes the name of the block to call into pOutParameter (MAXPARAM bytes)
-// when it returns 1; a card without conditions returns 1 and writes nothing.
+// pArgc: the condition. The card writes the name of the block to call into pOutParameter (room for MAXNAME
+// bytes) when it returns 1; a card without conditions returns 1 and writes nothing.
 int Task_IF(int SlotIdx, int ChIdx, void* pArgc, char* pOutParameter);
 
 // Positions the file behind the first label line "#LE" of that number, searching from its start. 1: found. 0:

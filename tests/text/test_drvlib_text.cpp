@@ -4,6 +4,7 @@
 #include <climits>
 #include <cmath>
 #include <csignal>
+#include <ctime>
 #include <string>
 #include <thread>
 #include <vector>
@@ -93,10 +94,20 @@ TEST(Sort, OrdersAscendingAndMovesNoNan) {
   EXPECT_EQ(Sort(values.data(), 0), 0);
 }
 
-TEST(FastDelay, ReturnsAtOnceForNothingToCount) {
-  FastDelay(INT_MIN);
-  FastDelay(0);
-  FastDelay(1000);
+double ProcessorSecondsOf(int delay) {
+  timespec begin;
+  timespec end;
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &begin);
+  FastDelay(delay);
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &end);
+  return static_cast<double>(end.tv_sec - begin.tv_sec) +
+         1e-9 * static_cast<double>(end.tv_nsec - begin.tv_nsec);
+}
+
+TEST(FastDelay, CountsAndReturnsAtOnceForNothingToCount) {
+  EXPECT_GT(ProcessorSecondsOf(100000000), 0.005);  // no processor counts faster than 20 per ns
+  EXPECT_LT(ProcessorSecondsOf(0), 0.005);
+  EXPECT_LT(ProcessorSecondsOf(INT_MIN), 0.005);
 }
 
 }  // namespace

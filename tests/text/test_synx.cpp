@@ -42,6 +42,27 @@ TEST(Synx, KeywordsStandAtTheirIndexAndMatchInAnyLetterCase) {
   }
 }
 
+// How many fields a command needs at least: 0, 1, 2 or 3.
+TEST(Synx, EachCommandNeedsTheFieldsOfItsForm) {
+  const std::string needed =
+      "3331331032"
+      "1133333330"
+      "2233333313"
+      "3333";
+  ASSERT_EQ(needed.size(), 34u);
+  const char* fields[] = {"", ":1", ":1,2", ":1,2,3"};
+  for (int command = 1; command < 34; ++command) {
+    for (int given = 0; given <= 3; ++given) {
+      const std::string line = std::string(SYNXCMD[command]) + fields[given];
+      const Parsed result = Parse(line);
+      EXPECT_EQ(result.Command, given < needed[static_cast<size_t>(command)] - '0' ? 0 : command) << line;
+    }
+  }
+  // Which commands keep the first field as the parameter, and which have none at all.
+  for (const int word : {3, 10, 28}) EXPECT_EQ(Parse(std::string(SYNXCMD[word]) + ": 7x").Param, "7x");
+  for (const int number : {6, 11}) EXPECT_EQ(Parse(std::string(SYNXCMD[number]) + ": 7x").Param, "");
+}
+
 TEST(Synx, EachFormYieldsItsFields) {
   struct Case {
     const char* Line;
