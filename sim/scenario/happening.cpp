@@ -191,18 +191,18 @@ class Parser {
 
   void ParseLine() {
     const std::size_t colon = words_.size() == 2 ? words_[1].rfind(':') : std::string::npos;
-    const std::optional<int> line =
-        colon == std::string::npos ? std::nullopt : tool::WholeNumber(words_[1].substr(colon + 1));
+    const int line =
+        colon == std::string::npos ? 0 : tool::WholeNumber(words_[1].substr(colon + 1)).value_or(0);
     const bool path = words_.size() == 2 && words_[1].rfind("plc", 0) == 0 && words_[1].size() > 5 &&
                       words_[1][3] >= '1' && words_[1][3] <= '8' && words_[1][4] == '/';
-    if (!line || *line < 1 || !path) {
+    if (line < 1 || !path) {
       Refuse("write \"line plcN/FILE:LINE\", such as \"line plc1/FLOW.PLC:4\"");
       return;
     }
     choice_.happening.kind = HappeningKind::Line;
     choice_.happening.who = words_[1][3] - '0';
     choice_.happening.words = words_[1].substr(0, colon);
-    choice_.happening.low = choice_.happening.high = *line;
+    choice_.happening.low = choice_.happening.high = line;
   }
 
   void ParseLevel() {
@@ -246,15 +246,19 @@ HappeningChoice ParseHappening(const std::string& text, const Snapshot& machine,
 }
 
 bool IsState(HappeningKind kind) {
+  return kind == HappeningKind::Counter || (IsOnCard(kind) && kind != HappeningKind::MotorPulses);
+}
+
+bool IsOnCard(HappeningKind kind) {
   switch (kind) {
     case HappeningKind::Level:
     case HappeningKind::MotorMoves:
     case HappeningKind::MotorStands:
     case HappeningKind::MotorAt:
     case HappeningKind::MotorCount:
+    case HappeningKind::MotorPulses:
     case HappeningKind::CylinderAt:
     case HappeningKind::CylinderAlarm:
-    case HappeningKind::Counter:
       return true;
     default:
       return false;
