@@ -52,5 +52,7 @@ HappeningChoice ParseHappening(const std::string& text, const tool::Snapshot& ma
 
 // Whether it is a state that lasts, so that one can ask whether it holds at a moment.
 bool IsState(HappeningKind kind);
+// Whether it happens on a card, so that the tasks that use the card have to do with it.
+bool IsOnCard(HappeningKind kind);
 
 }  // namespace rack::scenario

@@ -1,5 +1,6 @@
 #include "scenario/history.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include "tool/trace_text.h"
@@ -8,8 +9,9 @@ namespace rack::scenario {
 
 namespace {
 
-constexpr std::size_t kKept = 400;
+constexpr std::size_t kKept = 4000;
 constexpr std::size_t kTold = 12;
+constexpr int kRepeated = 3;  // lines of a pass that waits
 constexpr int kKeypadTask = 0;
 
 // What is told of the machine: not the bus accesses, nor what the console says in better words.
@@ -50,22 +52,26 @@ void History::See(const JournalRecord& record) {
   if (IsAccess(record.Kind) && record.Slot < kSlots && IsTask(record.Task)) {
     uses_[record.Slot][record.Task] = true;
   }
-  if (IsTold(record.Kind)) Add({record.Time, record.Task, tool::EventText(machine_, record), false, 1});
+  if (IsTold(record.Kind))
+    Add({record.Time, record.Task, tool::EventText(machine_, record), false, 1, record.Time});
 }
 
-// A task that waits prints the same line again and again: it is told once.
+// A task that waits prints the same few lines again and again: each is told once.
 void History::SeeLine(Nanos time, int who, const std::string& line) {
-  for (auto entry = entries_.rbegin(); entry != entries_.rend(); ++entry) {
+  int looked = 0;
+  for (auto entry = entries_.rbegin(); entry != entries_.rend() && looked < kRepeated; ++entry) {
     if (entry->who != who || !entry->printed) continue;
-    if (entry->text != line) break;
+    ++looked;
+    if (entry->text != line) continue;
     ++entry->times;
+    entry->last = time;
     return;
   }
-  Add({time, who, line, true, 1});
+  Add({time, who, line, true, 1, time});
 }
 
 void History::SeeEvent(Nanos time, const std::string& text) {
-  Add({time, kUnknownTask, "scenario: " + text, false, 1});
+  Add({time, kUnknownTask, "scenario: " + text, false, 1, time});
 }
 
 void History::Add(const Entry& entry) {
@@ -81,26 +87,39 @@ std::vector<bool> History::Concerned(const std::vector<const Happening*>& happen
       // The keypad's task polls the CPU card all the time.
       const bool uses = task != kKeypadTask &&
                         uses_[static_cast<std::size_t>(happening->slot)][static_cast<std::size_t>(task)];
-      const bool about = IsState(happening->kind) || happening->kind == HappeningKind::MotorPulses;
-      if (happening->who != task && !(about && uses)) continue;
+      if (happening->who != task && !(IsOnCard(happening->kind) && uses)) continue;
       tasks[static_cast<std::size_t>(task)] = any = true;
     }
   }
   return any ? tasks : std::vector<bool>(kTaskRecords, true);
 }
 
+// A line that is still being repeated counts as new, however long ago it came first.
 std::vector<std::string> History::Story(const std::vector<const Happening*>& happenings) const {
   const std::vector<bool> concerned = Concerned(happenings);
-  std::deque<std::string> told;
-  for (auto entry = entries_.rbegin(); entry != entries_.rend() && told.size() < kTold; ++entry) {
-    if (IsTask(entry->who) && !concerned[static_cast<std::size_t>(entry->who)]) continue;
-    char head[48];
-    std::snprintf(head, sizeof head, "%10.3f  %-4s  ", static_cast<double>(entry->time) / 1e9,
-                  tool::Who(static_cast<std::uint8_t>(entry->who)).c_str());
-    const std::string again = entry->times > 1 ? " (" + std::to_string(entry->times) + " times)" : "";
-    told.push_front(head + entry->text + again);
+  std::vector<const Entry*> told;
+  for (const Entry& entry : entries_) {
+    if (!IsTask(entry.who) || concerned[static_cast<std::size_t>(entry.who)]) told.push_back(&entry);
   }
-  return {told.begin(), told.end()};
+  std::stable_sort(told.begin(), told.end(),
+                   [](const Entry* a, const Entry* b) { return a->last < b->last; });
+  if (told.size() > kTold) told.erase(told.begin(), told.end() - kTold);
+  std::stable_sort(told.begin(), told.end(),
+                   [](const Entry* a, const Entry* b) { return a->time < b->time; });
+  std::vector<std::string> lines;
+  for (const Entry* entry : told) lines.push_back(Line(*entry));
+  return lines;
+}
+
+std::string History::Line(const Entry& entry) {
+  char text[64];
+  std::snprintf(text, sizeof text, "%10.3f  %-4s  ", static_cast<double>(entry.time) / 1e9,
+                tool::Who(static_cast<std::uint8_t>(entry.who)).c_str());
+  std::string line = text + entry.text;
+  if (entry.times == 1) return line;
+  std::snprintf(text, sizeof text, " (%d times until %.3f)", entry.times,
+                static_cast<double>(entry.last) / 1e9);
+  return line + text;
 }
 
 }  // namespace rack::scenario

@@ -33,9 +33,11 @@ class History {
     int who;  // task as in the journal, kUnknownTask: the machine
     std::string text;
     bool printed;  // on the console
-    int times;     // the same task has printed this line so many times on end
+    int times;     // the same task has printed this line so many times on end,
+    Nanos last;    // up to this time; of others the same as `time`
   };
 
+  static std::string Line(const Entry& entry);
   void Add(const Entry& entry);
   std::vector<bool> Concerned(const std::vector<const Happening*>& happenings) const;
 

@@ -184,7 +184,7 @@ bool Watcher::Holds() const {
 
 std::string Watcher::Instead() const {
   const std::string value = std::to_string(value_);
-  const std::string since = " since " + ClockText(since_);
+  const std::string since = since_ == 0 ? "" : " since " + ClockText(since_);
   switch (happening_.kind) {
     case HappeningKind::Level:
       return label_ + (value_ != 0 ? " is on" : " is off") + since;
