@@ -2,14 +2,16 @@
 //
 //   Port  Read                                      Write
 //   0     version                                   (slot select, decoded by the rack)
-//   1     type, 0xA3                                keypad clear: 0 clears the latched code, other values
-//   nothing 2     keypad code latched last, 0 when none     status byte 3     inputs 0 to 7, bit n = input n
-//   - 4     inputs 8 to 15                            - 5     outputs 0 to 7, as last written outputs 0 to 7
+//   1     type, 0xA3                                keypad clear: 0 clears the latched code, others nothing
+//   2     keypad code latched last, 0 when none     status byte
+//   3     inputs 0 to 7, bit n = input n            -
+//   4     inputs 8 to 15                            -
+//   5     outputs 0 to 7, as last written           outputs 0 to 7
 //   6     outputs 8 to 15, as last written          outputs 8 to 15
 //   7     settings                                  -
 //   8     task count                                -
-//   F     function keys held down, bits 3 to 0      -         F: the port in FunctionPort, 9 to 255; none
-//   when 0
+//   F     function keys held down, bits 3 to 0      -
+//         F: the port in FunctionPort, 9 to 255; none when 0
 //
 // Any other port reads 0xFF; writes marked "-" and to other ports are lost.
 #pragma once
