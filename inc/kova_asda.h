@@ -35,28 +35,25 @@ class CkOVA_ASDA : public MotionCard<CkOVA_ASDA> {
   unsigned short ClearPort() const { return ServoClrAddr; }
 
   // Register map. "ch": of the channel last written to ServoCHAddr.
-  unsigned int CPUAddr = 0;            // W    slot select
-  unsigned int VerAddr = 3;            // R    version
-  unsigned int TypeAddr = 4;           // R    type
-  unsigned char SlotID = 1;            //
-  unsigned short ServoCHAddr = 5;      // W    channel select, 0 to 3
-  unsigned short ServoNum08Addr = 12;  // W ch pulse count, bits 0 to 7
-  unsigned short ServoNumL8Addr = 13;  // W ch pulse count, bits 8 to 15
-  unsigned short ServoNumM8Addr = 14;  // W ch pulse count, bits 16 to 23
-  unsigned short ServoNumH8Addr = 15;  // W ch pulse count, bits 24 to 31
-  unsigned short ServoMotorCtrlAddr =
-      8;                              // W ch control: bit 7 direction, 6 stop sensor, 5 force, 3 count stop,
-                                      //      2 external stop, 1 and 0 external stop channel
-  unsigned short ServoFreqAddr = 9;   // W ch frequency code
-  unsigned short ServoClrAddr = 18;   // W ch generator clear
-  unsigned short EnCodeClrAddr = 19;  // W ch encoder counter clear
-  unsigned short EnCode08Addr = 20;   // R ch encoder counter, bits 0 to 7
-  unsigned short EnCodeL8Addr = 21;   // R ch encoder counter, bits 8 to 15
-  unsigned short EnCodeM8Addr = 22;   // R ch encoder counter, bits 16 to 23
-  unsigned short EnCodeH8Addr = 23;   // R ch encoder counter, bits 24 to 31
-  unsigned short ServoBusyAddr =
-      24;  // R    bit n set while channel n moves; shares its port with ServoStartAddr
-  unsigned short ServoStartAddr = 24;      // W    1 starts the programmed move
+  unsigned int CPUAddr = 0;               // W    slot select
+  unsigned int VerAddr = 3;               // R    version
+  unsigned int TypeAddr = 4;              // R    type
+  unsigned char SlotID = 1;               //
+  unsigned short ServoCHAddr = 5;         // W    channel select, 0 to 3
+  unsigned short ServoNum08Addr = 12;     // W ch pulse count, bits 0 to 7
+  unsigned short ServoNumL8Addr = 13;     // W ch pulse count, bits 8 to 15
+  unsigned short ServoNumM8Addr = 14;     // W ch pulse count, bits 16 to 23
+  unsigned short ServoNumH8Addr = 15;     // W ch pulse count, bits 24 to 31
+  unsigned short ServoMotorCtrlAddr = 8;  // W ch control byte, bits: MotorControl; 1, 0 external stop channel
+  unsigned short ServoFreqAddr = 9;       // W ch frequency code
+  unsigned short ServoClrAddr = 18;       // W ch generator clear
+  unsigned short EnCodeClrAddr = 19;      // W ch encoder counter clear
+  unsigned short EnCode08Addr = 20;       // R ch encoder counter, bits 0 to 7
+  unsigned short EnCodeL8Addr = 21;       // R ch encoder counter, bits 8 to 15
+  unsigned short EnCodeM8Addr = 22;       // R ch encoder counter, bits 16 to 23
+  unsigned short EnCodeH8Addr = 23;       // R ch encoder counter, bits 24 to 31
+  unsigned short ServoBusyAddr = 24;      // R    bit n set while channel n moves; the port of ServoStartAddr
+  unsigned short ServoStartAddr = 24;     // W    1 starts the programmed move
   unsigned short ServoNumStop08Addr = 26;  // W ch stop count, bits 0 to 7
   unsigned short ServoNumStopL8Addr = 27;  // W ch stop count, bits 8 to 15
   unsigned short ServoNumStopM8Addr = 28;  // W ch stop count, bits 16 to 23

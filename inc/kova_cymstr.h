@@ -76,8 +76,8 @@ class CkOVA_CYMSTR : public CardBody<CkOVA_CYMSTR> {
   unsigned int DGDirectAddr = 8;  // -    not used
   unsigned char SlotID = 1;
 
-  // Channels that have been reset, in the order of their first reset; -100: free. Under CardLock, like the
-  // three below.
+  // Channels that have been reset, in the order of their first reset; -100: free. Under CardLock, as are
+  // ValidChIdxPos, ErrDGChIdx and OutDGReg.
   int ValidChIdx[MAXDGNUM] = {-100, -100, -100};
   int ValidChIdxPos = 0;  // entries in use
   int ErrDGChIdx = -100;  // channel found by FindDGAlarm

@@ -12,8 +12,8 @@ inline unsigned char ChannelBit(int ChIdx) {
 // The parameter of IF, "level&name if equal&name otherwise".
 struct IfFields {
   int Level;
-  char szFun1[MAXNAME];  // if the input has the level
-  char szFun0[MAXNAME];  // otherwise
+  char szFun0[MAXNAME];  // if the input has the level
+  char szFun1[MAXNAME];  // otherwise
 };
 
 // false: text null, a field missing, or a name that does not fit.
@@ -51,13 +51,13 @@ class DigitalCard : public CardBody<Card> {
     return DigIn(ChIdx) == ToNumber<int>(static_cast<const char*>(pArgc)) ? 1 : 0;
   }
 
-  // 0 for a channel outside 0 to 15, missing fields, a name of MAXNAME characters or more, or the name NUL;
-  // -1 without an output buffer; tested in this order.
+  // Tested in this order: 0 for a channel outside 0 to 15, for missing fields and for a name of MAXNAME
+  // characters or more; -1 without an output buffer; 0 for the name NUL.
   int Cmd_IF(int ChIdx, void* pArgc, char* pOutParameter) override {
     IfFields fields;
     if (ChIdx < 0 || ChIdx > 15) return 0;
     if (!ReadIfFields(static_cast<const char*>(pArgc), &fields)) return 0;
     if (pOutParameter == nullptr) return -1;
-    return PassBlockName(DigIn(ChIdx) == fields.Level ? fields.szFun1 : fields.szFun0, pOutParameter);
+    return PassBlockName(DigIn(ChIdx) == fields.Level ? fields.szFun0 : fields.szFun1, pOutParameter);
   }
 };

@@ -23,7 +23,7 @@ void WriteCount(CkOVA_MANAGER& card, const CountPorts& ports, unsigned int count
 // Writes two bytes to one register, one after the other.
 void Strobe(CkOVA_MANAGER& card, unsigned short port, unsigned char first, unsigned char second);
 
-// The control byte. A flag other than 0 or 1 is not masked: it reaches the bits above its own or is cut off.
+// The control byte: bit 7 direction, 6 stop sensor, 5 force, 3 count stop, 2 external stop. A flag other than 0 or 1 is not masked: it reaches the bits above its own or is cut off.
 unsigned char MotorControl(unsigned char MotorDir, unsigned char STOPDir, unsigned char Force,
                            unsigned char EnCntStop, unsigned char EnExStop);
 

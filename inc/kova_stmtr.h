@@ -39,15 +39,13 @@ class CkOVA_STMTR : public MotionCard<CkOVA_STMTR> {
   unsigned short ClearPort() const { return StepClrAddr; }
 
   // Register map. "ch": of the channel last written to StepCHAddr.
-  unsigned char CPUAddr = 0;      // W    slot select
-  unsigned int VerAddr = 3;       // R    version
-  unsigned int TypeAddr = 4;      // R    type
-  unsigned char SlotID = 1;       //
-  unsigned short StepCHAddr = 7;  // W    channel select, 0 to 7
-  unsigned short StepMotorCtrlAddr =
-      8;                            // W ch control: bit 7 direction, 6 stop sensor, 5 force, 3 count stop,
-                                    //      2 external stop
-  unsigned short StepFreqAddr = 9;  // W ch frequency code
+  unsigned char CPUAddr = 0;               // W    slot select
+  unsigned int VerAddr = 3;                // R    version
+  unsigned int TypeAddr = 4;               // R    type
+  unsigned char SlotID = 1;                //
+  unsigned short StepCHAddr = 7;           // W    channel select, 0 to 7
+  unsigned short StepMotorCtrlAddr = 8;    // W ch control byte, bits: MotorControl
+  unsigned short StepFreqAddr = 9;         // W ch frequency code
   unsigned short StepStarNumAddrL = 10;    // W ch start-step register, low
   unsigned short StepStarNumAddrH = 11;    // W ch start-step register, high
   unsigned short StepNum08Addr = 12;       // W ch step count, bits 0 to 7
@@ -62,12 +60,12 @@ class CkOVA_STMTR : public MotionCard<CkOVA_STMTR> {
   unsigned short EnCodeL8Addr = 21;        // R ch encoder counter, bits 8 to 15
   unsigned short EnCodeM8Addr = 22;        // R ch encoder counter, bits 16 to 23
   unsigned short EnCodeH8Addr = 23;        // R ch encoder counter, bits 24 to 31
-  unsigned short StepBusyAddr = 24;   // R    bit 0 set while a move runs; shares its port with StepStartAddr
-  unsigned short StepStartAddr = 24;  // W    1 starts the programmed move
-  unsigned short StepNumStop08Addr = 26;  // W ch stop count, bits 0 to 7
-  unsigned short StepNumStopL8Addr = 27;  // W ch stop count, bits 8 to 15
-  unsigned short StepNumStopM8Addr = 28;  // W ch stop count, bits 16 to 23
-  unsigned short StepNumStopH8Addr = 29;  // W ch stop count, bits 24 to 31
+  unsigned short StepBusyAddr = 24;        // R    bit 0 set while a move runs; the port of StepStartAddr
+  unsigned short StepStartAddr = 24;       // W    1 starts the programmed move
+  unsigned short StepNumStop08Addr = 26;   // W ch stop count, bits 0 to 7
+  unsigned short StepNumStopL8Addr = 27;   // W ch stop count, bits 8 to 15
+  unsigned short StepNumStopM8Addr = 28;   // W ch stop count, bits 16 to 23
+  unsigned short StepNumStopH8Addr = 29;   // W ch stop count, bits 24 to 31
 
   // What the last move was programmed with. Under CardLock.
   unsigned char StepMotorCtrlReg = 0;
