@@ -171,7 +171,9 @@ bool Plant::Update(int index, Nanos at) {
   state.Holds = holds;
   if (turned) React(index, at);
   const bool removing = SignalLevel(link.Removal);
-  if (link.Then == Effect::Arrive && removing && state.Removing == 0) Schedule(index, false, at);
+  // A part that is still on its way is not there to be taken.
+  const bool taken = removing && state.Removing == 0 && state.Level != 0;
+  if (link.Then == Effect::Arrive && taken) Schedule(index, false, at);
   state.Removing = removing;
   return due || turned;
 }

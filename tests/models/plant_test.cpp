@@ -213,7 +213,13 @@ TEST_F(PlantTest, ArrivalUnderWayKeepsItsTimeAndOnlyTheEdgeOfTheRemovalCounts) {
   Write(1, 5, 0x03, 400 * kMs);
   Write(1, 5, 0x01, 600 * kMs);
   Write(1, 5, 0x03, 700 * kMs);
-  EXPECT_THAT(Take(), ElementsAre("1.7 on @100", "1.7 off @200", "1.7 on @500", "1.7 off @700"));
+  // A removal ahead of the part takes nothing.
+  Write(1, 5, 0x00, 800 * kMs);
+  Write(1, 5, 0x01, 810 * kMs);
+  Write(1, 5, 0x03, 850 * kMs);
+  Machine.Advance(1000 * kMs);
+  EXPECT_THAT(Take(),
+              ElementsAre("1.7 on @100", "1.7 off @200", "1.7 on @500", "1.7 off @700", "1.7 on @910"));
 }
 
 TEST_F(PlantTest, LinksActThroughEachOtherWhateverTheirOrder) {
