@@ -91,6 +91,14 @@ TEST_F(BoardTest, TheScanFillsTheTableInSlotOrder) {
   EXPECT_EQ(kOVA_CardMan[5], nullptr);
 }
 
+TEST_F(BoardTest, TheCatalogueNamesFourKindsOfCards) {
+  std::map<int, std::string> names;
+  for (const CARDTYPE& row : CardType) names[row.CardID] = row.szCardName;
+  EXPECT_EQ(names,
+            (std::map<int, std::string>{
+                {0x81, "kOVA-STMTR"}, {0x82, "kOVA-CYMTR"}, {0x83, "kOVA-IOS1"}, {0x84, "kOVA-ASDA"}}));
+}
+
 TEST_F(BoardTest, AFullTablePassesTheTwelfthCardOver) {
   for (int slot = 1; slot <= 12; slot++) bus.Answer(slot, 4, {0x83});
   CARDINFO info = {};
