@@ -26,7 +26,7 @@ constexpr int ENDPAUSE_MS = 1000;
 constexpr int KEYPAUSE_MS = 50;  // before and after a poll of the keypad
 // A task that has nothing to read can only be woken by a key, which stays in the mailbox for about 100 ms. Short
 // enough to act on it at once, long enough that eight such tasks cost less than 2 % of the processor.
-constexpr int IDLEPAUSE_MS = 15;
+constexpr int IDLEPAUSE_MS = 20;
 
 // A program file. Opening, closing and reading a line take FileLock; rewinding and a search do not.
 class ProgramFile {
