@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "check/check.h"
+#include "support/rule_example.h"
 #include "support/scratch.h"
 
 namespace {
@@ -102,30 +103,8 @@ class CheckTest : public ScratchTest {
   }
 
   // The machine of a rule's example, with the rack that all examples have.
-  static std::vector<std::string> RulesFound(const std::string& name, std::string example) {
-    const std::regex more("\\(([0-9]+) more characters\\)");
-    std::smatch match;
-    while (std::regex_search(example, match, more)) {
-      const size_t at = static_cast<size_t>(match.position(0));
-      example.replace(at, static_cast<size_t>(match.length(0)), std::string(std::stoul(match[1]), 'x'));
-    }
-    if (example.compare(0, 3, "== ") != 0) {
-      example.insert(0, "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\n");
-    }
-    std::istringstream lines(example);
-    std::string line;
-    std::ofstream file;
-    while (std::getline(lines, line)) {
-      if (line.compare(0, 3, "== ") != 0) {
-        file << line << "\n";
-        continue;
-      }
-      const fs::path path = fs::path(name) / line.substr(3);
-      fs::create_directories(path.parent_path());
-      file.close();
-      file.open(path);
-    }
-    file.close();
+  static std::vector<std::string> RulesFound(const std::string& name, const std::string& example) {
+    for (const ExampleFile& file : FilesOfExample(example)) WriteFile(name + "/" + file.Path, file.Text);
     const int tasks = fs::exists(name + "/plc2") ? 2 : 1;
     Write(name + "/rack.toml",
           "[rack]\ntask_count = " + std::to_string(tasks) +

@@ -30,7 +30,7 @@ constexpr Rule kRules[] = {
     {RuleId::LineSplit, "line-split", kError, "a line of the file has more than 1023 bytes",
      "The controller reads it in pieces of 1023 bytes and takes each piece as a line of its own: what stands behind\n"
      "may be executed as a command, though it was meant as a comment.",
-     ";(1030 more characters)\nEND", ";(500 more characters)\n;(530 more characters)\nEND"},
+     ";(1022 more characters)OUT: 1, 3, 1\nEND", ";(500 more characters)\n;(522 more characters)OUT: 1, 3, 1\nEND"},
     {RuleId::WrongSeparator, "wrong-separator", kError, "a character that only looks like a separator, a digit or a blank",
      "The controller knows the ASCII characters only: for it this one is a letter of the keyword or field. The line\n"
      "is then usually skipped. A byte order mark becomes part of the first keyword.",

@@ -1,0 +1,270 @@
+// Each rule of the program checker that says what the controller will do: the wrong program runs on the controller,
+// which is seen to do so, and the checker finds the rule in that very machine.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <set>
+
+#include "check/check.h"
+#include "process/machine.h"
+#include "rows.h"
+#include "support/rule_example.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+// The order of the cards is that of the rules' examples; entry and slot differ. The stepper motors need minutes for
+// the examples' moves, the servo motors less than a second; the I/O card's first input is on.
+std::string RackFile(int tasks) {
+  return "[rack]\ntask_count = " + std::to_string(tasks) +
+         "\non_at_start = [\"1.0\"]\n[slots]\n7 = \"io\"\n8 = { card = \"stepper\", pulses_per_unit = 2 }\n"
+         "9 = { card = \"cylinder\", travel_time = \"20 ms\", setup_time = \"3 ms\" }\n"
+         "10 = { card = \"servo\", pulses_per_unit = 500 }\n";
+}
+
+std::string WrongExample(const std::string& rule) {
+  const check::Rule* found = check::FindRule(rule);
+  return found == nullptr ? "" : found->Wrong;
+}
+
+// A program in its machine.
+struct Placed {
+  const Row* Shown;
+  int Task;                      // which runs its plc1
+  std::set<std::string> Places;  // its directories and files
+  std::set<int> TasksWithExit;   // tasks whose reset program ends at once
+};
+
+// Writes the files of an example so that its plc1 becomes the given task's; directories that no task can run stay.
+// The number of tasks that it takes.
+int Place(const TestMachine& machine, const std::string& example, int task, Placed* placed) {
+  int tasks = 1;
+  for (const ExampleFile& file : FilesOfExample(example)) {
+    std::string path = file.Path;
+    const std::size_t slash = path.find('/');
+    const int number = slash == path.npos ? 0 : std::stoi(path.substr(3));
+    if (number >= 1 && number <= 8) {
+      tasks = std::max(tasks, number);
+      path = DirectoryOf(task + number - 1) + path.substr(slash);
+      if (path.find("/RESET.PLC") != path.npos && file.Text.find("EXIT") != std::string::npos)
+        placed->TasksWithExit.insert(task + number - 1);
+    }
+    machine.Write(path, file.Text);
+    placed->Places.insert(path.substr(0, path.find('/')));
+  }
+  for (int i = 0; i < tasks; ++i) placed->Places.insert(DirectoryOf(task + i));
+  return tasks;
+}
+
+// What the task has logged since it was told to open FLOW.PLC, without what it says about the Enter key.
+std::string FlowLog(const TestMachine& machine, int task) {
+  const std::string log = machine.Log(task);
+  const std::string start = "Run: [" + DirectoryOf(task) + "/FLOW.PLC]";
+  const std::size_t at = log.find(start);
+  if (at == log.npos) return "";
+  const std::string rest = Without(log.substr(at + start.size()), "HKEY_Enter");
+  return rest.compare(0, 1, "\n") == 0 ? rest.substr(1) : rest;
+}
+
+void ExpectFinding(const TestMachine& machine, const std::string& rule, const std::set<std::string>& places) {
+  std::string error;
+  const auto findings = check::CheckPath(machine.Path(""), "", &error);
+  ASSERT_TRUE(findings) << error;
+  const bool found = std::any_of(findings->begin(), findings->end(), [&](const check::Finding& finding) {
+    if (check::RuleOf(finding.Rule).Name != rule) return false;
+    const auto path = std::filesystem::path(finding.File).lexically_relative(machine.Path(""));
+    const auto isNamed = [&](const std::string& place) {
+      return path == "." ? finding.Message.find("no directory " + place + ":") != std::string::npos
+                         : *path.begin() == place;
+    };
+    return std::any_of(places.begin(), places.end(), isNamed);
+  });
+  EXPECT_TRUE(found) << check::Render(*findings, check::Format::Text, false);
+}
+
+void ExpectLogAndBus(TestMachine& machine, const Placed& placed) {
+  const Row& row = *placed.Shown;
+  if (row.Goes == Then::Own) return;
+  const std::string bus = machine.Bus(placed.Task);
+  const std::string log = FlowLog(machine, placed.Task);
+  const bool isWhole = row.Goes == Then::Rests;
+  EXPECT_EQ(isWhole ? log : log.substr(0, row.Log.size()), row.Log);
+  if (row.Bus == nullptr) return;
+  // What the program does in its second round says nothing new.
+  const std::string expected = row.Bus;
+  const bool hasGoneOn = log.size() > row.Log.size() && !expected.empty();
+  EXPECT_EQ(hasGoneOn ? bus.substr(0, expected.size()) : bus, expected);
+}
+
+// A task that pauses may miss a key.
+void ExpectWayOutByMinus(TestMachine& machine, const Placed& placed) {
+  if (placed.Shown->Goes != Then::Stays && placed.Shown->Goes != Then::Rests) return;
+  EXPECT_TRUE(Eventually([&] {
+    const bool isOut = CountOf(FlowLog(machine, placed.Task), " [RESET.PLC] ") > 0;
+    if (!isOut) machine.Press(kDec);
+    return isOut;
+  })) << FlowLog(machine, placed.Task);
+}
+
+class RulesSeen : public testing::TestWithParam<Group> {};
+
+TEST_P(RulesSeen, TheControllerDoesWhatTheRuleSays) {
+  TestMachine machine;
+  std::vector<Placed> programs;
+  int tasks = 0;
+  for (const Row& row : GetParam().Rows) {
+    programs.push_back({&row, tasks + 1, {}, {}});
+    tasks += Place(machine, row.Program == nullptr ? WrongExample(row.Rule) : row.Program, tasks + 1,
+                   &programs.back());
+  }
+  ASSERT_LE(tasks, 8);
+  machine.Write("rack.toml", RackFile(tasks));
+  machine.Start();
+  for (const Placed& placed : programs) {
+    for (const int task : placed.TasksWithExit) machine.WaitForLog("CmdIdx: EXIT", task);
+  }
+  machine.Press(kEnter);
+  for (const Placed& placed : programs) {
+    const std::size_t size = placed.Shown->Log.size();
+    Eventually([&] { return FlowLog(machine, placed.Task).size() >= size; });
+  }
+  machine.AwaitPolls();  // what a program that rests logs beyond its expectation shows
+  const auto forEach = [&](const auto& look) {
+    for (const Placed& placed : programs) {
+      SCOPED_TRACE(placed.Shown->Rule + std::string(" in ") + DirectoryOf(placed.Task));
+      look(placed);
+    }
+  };
+  forEach([&](const Placed& placed) { ExpectLogAndBus(machine, placed); });
+  forEach([&](const Placed& placed) {
+    if (placed.Shown->Seen) placed.Shown->Seen(machine, placed.Task);
+  });
+  forEach([&](const Placed& placed) { ExpectWayOutByMinus(machine, placed); });
+  forEach([&](const Placed& placed) { ExpectFinding(machine, placed.Shown->Rule, placed.Places); });
+  EXPECT_EQ(machine.Errors(), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(Group, RulesSeen, testing::ValuesIn(Groups()),
+                         [](const auto& parameter) { return std::string(parameter.param.Name); });
+
+// Writes a rule's wrong example, checks it, and starts it.
+void StartExample(TestMachine& machine, const std::string& rule, int tasks = 1) {
+  machine.Write("rack.toml", RackFile(tasks));
+  Placed placed;
+  Place(machine, WrongExample(rule), 1, &placed);
+  ExpectFinding(machine, rule, placed.Places);
+  machine.Start();
+}
+
+// Both would take minutes with the pause that follows other commands. The journal is too short for them.
+TEST(RulesSeenAlone, BusyLoopAndEmptyBlockRunAtFullSpeed) {
+  const struct {
+    const char* Rule;
+    std::uint32_t rack::TaskRecord::*Rounds;
+  } rows[] = {{"busy-loop", &rack::TaskRecord::Searches}, {"empty-block", &rack::TaskRecord::EndReads}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.Rule);
+    TestMachine machine;
+    StartExample(machine, row.Rule);
+    machine.WaitForLog("CmdIdx: EXIT");
+    machine.Tap(kEnter);
+    const rack::Nanos start = machine.Live().Now;
+    EXPECT_TRUE(Eventually([&] { return machine.Live().Tasks[1].*row.Rounds >= 5000; }));
+    EXPECT_LT(machine.Live().Now - start, 25'000 * rack::kMillisecond);
+  }
+}
+
+TEST(RulesSeenAlone, LongDelayIsDeafToAShortKey) {
+  TestMachine machine;
+  StartExample(machine, "long-delay");
+  machine.WaitForLog("CmdIdx: EXIT");
+  machine.Press(kEnter);
+  // On a busy computer a key may come late and be seen after the pause.
+  bool missed = false;
+  for (int attempt = 0; attempt < 10 && !missed; ++attempt) {
+    const int rounds = CountOf(machine.Log(), "SYN_END");
+    const int resets = CountOf(machine.Log(), "CmdIdx: EXIT");
+    machine.Tap(kDec);
+    Eventually([&] {
+      return CountOf(machine.Log(), "SYN_END") > rounds || CountOf(machine.Log(), "CmdIdx: EXIT") > resets;
+    });
+    missed = CountOf(machine.Log(), "CmdIdx: EXIT") == resets;
+    if (!missed) machine.Press(kEnter);
+  }
+  EXPECT_TRUE(missed) << machine.Console();
+  EXPECT_THAT(machine.Console(), HasSubstr("PLCKey: KeyPad=12"));
+}
+
+// Holds a port, unless another program does already: whoever wants it is told so.
+class HeldPort {
+ public:
+  explicit HeldPort(int port) : Socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    (void)!bind(Socket, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  }
+  ~HeldPort() { close(Socket); }
+  HeldPort(const HeldPort&) = delete;
+  HeldPort& operator=(const HeldPort&) = delete;
+
+ private:
+  int Socket;
+};
+
+// The switch says more than 8 tasks, which starts one.
+TEST(RulesSeenAlone, ConfigurationThatIsNotReadOrOutOfRange) {
+  const std::string flow = "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nEND\n== Velmo.conf\n";
+  const struct {
+    const char* Rule;
+    std::string Machine;
+    int Port;  // the one that the controller wants
+  } rows[] = {
+      {"conf-unread", WrongExample("conf-unread"), 2017},
+      {"conf-unread", flow + "[UDP]\t\nPort=8000", 2017},
+      {"conf-unread", flow + "[UDP]\r\nPort=8000", 2017},
+      {"conf-unread", flow + "[UDP]\nPlace=1\n[TCP]\n[UDP]\nPort=8000", 2017},
+      {"conf-port", WrongExample("conf-port"), 14464},
+      {"conf-port", flow + "[UDP]\nPort=80000\n[KEYPAD]\nFunctionPort=300", 14464},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.Machine);
+    const HeldPort held(row.Port);
+    TestMachine machine;
+    machine.Write("rack.toml", RackFile(9));
+    machine.Write("plc2/RESET.PLC", "EXIT\n");
+    Placed placed;
+    Place(machine, row.Machine, 1, &placed);
+    machine.Start();
+    machine.WaitForLog("CmdIdx: EXIT");
+    EXPECT_TRUE(Eventually([&] { return machine.Errors() == "bind error: Address already in use\n"; }))
+        << machine.Errors();
+    const bool hasBadKeyPort = row.Machine.find("FunctionPort") != std::string::npos;
+    EXPECT_EQ(
+        CountOf(machine.Console(), "Velmo.conf: FunctionPort 300 refused, ports 9 to 255 are possible\n"),
+        hasBadKeyPort ? 1 : 0);
+    EXPECT_EQ(machine.LinesWith("PLC2: "), "");
+    ExpectFinding(machine, row.Rule, {"Velmo.conf"});
+    ExpectFinding(machine, "idle-directory", {"plc2"});
+  }
+}
+
+TEST(RulesSeenTable, HasEveryRule) {
+  std::vector<std::string> seen = {
+      "busy-loop",      "long-delay", "conf-unread", "conf-port",  // in the tests above
+      "unknown-ignore",                                            // concerns the checker alone
+  };
+  for (const Group& group : Groups()) {
+    for (const Row& row : group.Rows) seen.push_back(row.Rule);
+  }
+  std::sort(seen.begin(), seen.end());
+  seen.erase(std::unique(seen.begin(), seen.end()), seen.end());
+  EXPECT_THAT(check::RuleNames(), testing::UnorderedElementsAreArray(seen));
+}
+
+}  // namespace
