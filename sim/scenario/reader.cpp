@@ -244,7 +244,11 @@ int Reader::Happens(const Value& value) {
     return 0;
   }
   HappeningChoice choice = ParseHappening(value.as_string().str, machine_, names_);
-  if (!choice.error.empty()) Fail(value, choice.error);
+  if (!choice.error.empty()) {
+    Fail(value, choice.error);
+    // Counts as a state from here on: one finding is enough.
+    choice.happening.kind = HappeningKind::Level;
+  }
   scenario_.happenings.push_back(choice.happening);
   return static_cast<int>(scenario_.happenings.size()) - 1;
 }

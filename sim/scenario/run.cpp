@@ -17,6 +17,7 @@
 
 #include "tool/launch.h"
 #include "tool/machine.h"
+#include "tool/time.h"
 #include "tool/waveform.h"
 
 namespace rack::scenario {
@@ -132,8 +133,12 @@ class ControllerThread {
     while (again) {
       const std::uint32_t restarts = state_.Live.Controller.Restarts;
       const tool::AttachWatch attach(state_);
-      const tool::RunEnd end =
-          tool::RunController(launch_, [&] { return finishing_ ? "the scenario is over" : attach(); });
+      tool::StandstillWatch standstill(state_);
+      const tool::RunEnd end = tool::RunController(launch_, [&]() -> std::string {
+        if (finishing_) return "the scenario is over";
+        const std::string wrong = attach();
+        return wrong.empty() ? standstill() : wrong;
+      });
       stopSignal_ = end.stopSignal;
       why_ = "the controller has ended with status " + std::to_string(end.status);
       if (!finishing_ && !end.error.empty()) error_ = end.error;

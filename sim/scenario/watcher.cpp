@@ -205,7 +205,7 @@ std::string Watcher::Instead() const {
                         : " is on its way at ") +
              value + since;
     case HappeningKind::CylinderAlarm:
-      return label_ + (value_ != 0 ? " is in alarm" : " is in no alarm") + since;
+      return label_ + (value_ != 0 ? " is in alarm" + since : " is in no alarm");
     case HappeningKind::Counter:
       return label_ + " is " + value + since;
     default:

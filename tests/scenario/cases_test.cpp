@@ -1,0 +1,128 @@
+// Scenarios of a small machine that pass and fail, one for each kind of expectation, and one that is wrong
+// throughout: what `velmo-rack test` prints is compared whole.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "scenario/shell.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const fs::path kCases = fs::path(VELMO_SOURCE) / "tests/scenario/cases";
+
+class CasesTest : public testing::Test {
+ protected:
+  void SetUp() override { fs::copy(kCases, shell.Folder() / "cases", fs::copy_options::recursive); }
+
+  std::string Run(const std::string& command, const std::string& folder = "cases") {
+    shell.Enter(folder);
+    return shell.Run(command);
+  }
+
+  Shell shell;
+};
+
+class FailingCaseTest : public CasesTest, public testing::WithParamInterface<std::string> {};
+
+std::vector<std::string> FailingCases() {
+  std::vector<std::string> names;
+  for (const fs::directory_entry& entry : fs::directory_iterator(kCases / "fail")) {
+    if (entry.path().extension() == ".toml") names.push_back(entry.path().stem().string());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+TEST_P(FailingCaseTest, TellsWhatDidHappen) {
+  const std::string name = GetParam();
+  EXPECT_EQ(Run("velmo-rack test " + name + ".toml", "cases/fail"),
+            ReadText(kCases / "fail" / (name + ".tap")));
+  EXPECT_EQ(shell.Status(), 1);
+  // The recording of the run: its head, and its last time.
+  const std::string recording = ReadText(shell.Folder() / "cases/fail" / (name + ".vcd"));
+  EXPECT_THAT(recording, testing::HasSubstr("$enddefinitions $end\n#0\n"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, FailingCaseTest, testing::ValuesIn(FailingCases()), [](const auto& of) {
+  std::string name = of.param;
+  std::replace(name.begin(), name.end(), '-', '_');
+  return name;
+});
+
+TEST_F(CasesTest, PassingScenariosPassAndLeaveNothing) {
+  const std::string output = Run("velmo-rack test pass");
+  EXPECT_EQ(shell.Status(), 0) << output;
+  EXPECT_THAT(output, testing::StartsWith("TAP version 13\n1..29\n# pass/alarm.toml, 3.410 s of the machine\n"
+                                          "ok 1 - alarm: cylinder 3.0 alarm within 10 ms after jam\n"));
+  // An hour was allowed.
+  EXPECT_THAT(output, testing::HasSubstr("# pass/ends-early.toml, 1.200 s of the machine\n"));
+  EXPECT_EQ(Run("find . -newer pass -type f"), "");
+  EXPECT_EQ(Run("find machine -name .velmo-rack"), "");
+}
+
+TEST_F(CasesTest, TheSameRunTwice) {
+  const std::string first = Run("velmo-rack test fail/never.toml; cat never.vcd");
+  EXPECT_THAT(first, testing::HasSubstr("not ok 1"));
+  EXPECT_EQ(Run("velmo-rack test fail/never.toml; cat never.vcd"), first);
+}
+
+TEST_F(CasesTest, EveryMistakeOfAScenarioHasItsPlaceAndNothingRuns) {
+  EXPECT_EQ(Run("velmo-rack test pass wrong.toml"), ReadText(kCases / "wrong.txt"));
+  EXPECT_EQ(shell.Status(), 2);
+  EXPECT_EQ(Run("velmo-rack test none"), "velmo-rack: none: there is no such file or directory\n");
+  EXPECT_EQ(shell.Status(), 2);
+  std::ofstream(shell.Folder() / "cases/bad.toml") << "machine = \n";
+  EXPECT_THAT(Run("velmo-rack test bad.toml"), testing::StartsWith("bad.toml:1:"));
+  EXPECT_EQ(shell.Status(), 2);
+  std::ofstream(shell.Folder() / "cases/bad.toml") << "machine = \"nowhere\"\n";
+  EXPECT_EQ(Run("velmo-rack test bad.toml"),
+            "bad.toml:1:11: there is no machine in ./nowhere: \"machine\" names its directory, seen from "
+            "this file\n");
+  std::ofstream(shell.Folder() / "cases/bad.toml") << "machine = \"machine\"\n";
+  EXPECT_EQ(Run("velmo-rack test bad.toml"),
+            "bad.toml:1:1: nothing is expected here: write [[expect]] or [end]\n");
+}
+
+TEST_F(CasesTest, AControllerThatEndsFailsWhatIsNotDecided) {
+  EXPECT_EQ(
+      Run("velmo-rack test --controller /bin/true pass/order.toml"),
+      "TAP version 13\n1..1\n# pass/order.toml, 0.000 s of the machine\n"
+      "not ok 1 - order: clamped on before motor 2.0 starts\n  ---\n"
+      "  message: \"at 0.000 s, the controller has ended with status 0: motor 2.0 starts has not come\"\n"
+      "  at: \"pass/order.toml:11\"\n  waveform: \"order.vcd\"\n  ...\n");
+  EXPECT_EQ(shell.Status(), 1);
+  EXPECT_EQ(Run("velmo-rack test --controller ./none pass/order.toml"),
+            "velmo-rack: controller ./none: No such file or directory\n");
+  EXPECT_EQ(shell.Status(), 1);
+}
+
+TEST_F(CasesTest, JunitHasEveryExpectation) {
+  Run("velmo-rack test pass/level.toml fail/end.toml --junit results.xml");
+  const std::string xml = ReadText(shell.Folder() / "cases/results.xml");
+  EXPECT_THAT(
+      xml,
+      testing::StartsWith(
+          "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites>\n"
+          "  <testsuite name=\"level\" tests=\"2\" failures=\"0\" errors=\"0\" skipped=\"0\" "
+          "time=\"1.200\">\n"
+          "    <testcase classname=\"level\" name=\"clamped on by 2 s\" file=\"pass/level.toml\" line=\"10\" "
+          "time=\"1.180\"/>\n"));
+  EXPECT_THAT(xml,
+              testing::HasSubstr("<failure message=\"at 3.200 s, the end: counter parts is 2 since 1.981 s\">"
+                                 "fail/end.toml:17\n"));
+  EXPECT_THAT(xml, testing::EndsWith("</failure>\n    </testcase>\n  </testsuite>\n</testsuites>\n"));
+}
+
+TEST(DemoCell, ItsScenariosPass) {
+  Shell shell;
+  const std::string output = shell.Run("velmo-rack test '" VELMO_SOURCE "/demo/cell'");
+  EXPECT_EQ(shell.Status(), 0) << output;
+  for (const char* scenario : {"good-day", "alarm", "silent-sensor", "pulled-card", "restart"}) {
+    EXPECT_THAT(output, testing::HasSubstr(std::string(" - ") + scenario + ": "));
+  }
+}
+
+}  // namespace
