@@ -181,6 +181,14 @@ void Reader::ReadRack(const Value& rack) {
     Fail(*Get(rack, "function_port"),
          "the ports below 9 are taken: \"function_port\" wants 9 to 255, or 0 for none");
   }
+  TimeSetup& time = Setup.Time;
+  time.AccessNanos =
+      static_cast<std::uint32_t>(Number(rack, "bus_access_ns", 10, 1'000'000, time.AccessNanos));
+  time.ConsoleBaud = static_cast<std::uint32_t>(Number(rack, "console_baud", 0, 10'000'000, 0));
+  if (time.ConsoleBaud != 0 && time.ConsoleBaud < 300) {
+    Fail(*Get(rack, "console_baud"),
+         "\"console_baud\" wants 300 to 10000000, or 0 for a console without cost");
+  }
   const Value* device = Get(rack, "device");
   std::string name;
   if (device == nullptr || !Text(*device, name)) return;

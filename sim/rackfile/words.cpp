@@ -22,6 +22,8 @@ const std::vector<RackWord>& RackWords() {
       {"rack", "settings", "the settings byte, 0 to 255"},
       {"rack", "function_port", "port of the function-key register, 9 to 255; 0: there is none"},
       {"rack", "on_at_start", "inputs that are on at power-on"},
+      {"rack", "bus_access_ns", "virtual time: what a bus access costs, 10 to 1000000"},
+      {"rack", "console_baud", "virtual time: speed of the console, 300 to 10000000; 0: it costs no time"},
       {"slot", "card", "\"io\", \"stepper\", \"servo\" or \"cylinder\""},
       {"slot", "pulses_per_unit", "motor cards: pulses per second and unit of frequency code"},
       {"slot", "travel_time", "cylinder card: time for one position"},

@@ -249,9 +249,6 @@ void UseOneProcessor() {
   const int current = sched_getcpu();
   CPU_SET(current < 0 ? 0U : static_cast<unsigned>(current), &one);
   sched_setaffinity(0, sizeof one, &one);
-  // A thread that is woken must not push aside the one that wakes it, which is about to wait anyway.
-  const sched_param none = {};
-  sched_setscheduler(0, SCHED_BATCH, &none);
 }
 
 // Comments and blank lines are read, but there is nothing to be executed.

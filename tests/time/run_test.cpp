@@ -1,0 +1,243 @@
+// `velmo-rack run --time` with the shipped controller.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <cstring>
+#include <functional>
+#include <thread>
+
+#include "preload/next.h"
+#include "rack/requests.h"
+#include "support/scratch.h"
+#include "tool/machine.h"
+
+namespace {
+
+using rack::kMillisecond;
+using rack::kSecond;
+using testing::HasSubstr;
+
+constexpr char kRack[] =
+    "[rack]\ntask_count = 8\n[slots]\n2 = \"io\"\n3 = \"stepper\"\n5 = { card = \"cylinder\", setup_time = "
+    "\"2 ms\" }\n"
+    "[inputs]\nstart = \"1.0\"\n[outputs]\nlamp = \"1.1\"\n";
+
+class TimeRunTest : public ScratchTest {
+ protected:
+  void SetUp() override {
+    ScratchTest::SetUp();
+    Write("rack.toml", kRack);
+    Tool = std::filesystem::path(VELMO_RACK_PROGRAM);
+  }
+  void TearDown() override {
+    End();
+    ScratchTest::TearDown();
+  }
+
+  void Program(int task, const std::string& text) {
+    const std::string folder = "plc" + std::to_string(task);
+    std::filesystem::create_directories(folder);
+    Write(folder + "/RESET.PLC", text);
+  }
+
+  // Starts the tool in the machine's directory, its output in a file.
+  pid_t Start(const std::vector<std::string>& words, const std::string& output) {
+    const pid_t child = fork();
+    if (child != 0) return child;
+    const int file = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    dup2(file, STDOUT_FILENO);
+    dup2(file, STDERR_FILENO);
+    std::vector<std::string> all = words;
+    all.insert(all.begin(), Tool);
+    std::vector<char*> argv;
+    argv.reserve(all.size() + 1);
+    for (std::string& word : all) argv.push_back(word.data());
+    argv.push_back(nullptr);
+    execv(argv[0], argv.data());
+    _exit(127);
+  }
+  static int Wait(pid_t process) {
+    int status = 0;
+    waitpid(process, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  }
+  // A command on the running machine, and what it says.
+  std::string Say(const std::vector<std::string>& words, int expected = 0) {
+    EXPECT_EQ(Wait(Start(words, "said")), expected) << Read("said");
+    return Read("said");
+  }
+
+  void Run(std::vector<std::string> options) {
+    options.insert(options.begin(), {"run", "."});
+    Running = Start(options, "console");
+  }
+  // Waits until time stands after so many commands.
+  void AwaitStanding(std::uint32_t number) {
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (std::chrono::steady_clock::now() < limit) {
+      rack::tool::Machine machine;
+      if (machine.Open(".").empty() && rack::Stands(machine.State().Time, number)) return;
+      std::this_thread::yield();
+    }
+    FAIL() << "time does not stand: " << Read("console");
+  }
+  int End(int signal = SIGTERM) {
+    if (Running <= 0) return -1;
+    if (signal != 0) kill(Running, signal);
+    const int status = Wait(Running);
+    Running = -1;
+    return status;
+  }
+
+  std::string Tool;
+  pid_t Running = -1;
+};
+
+// Keeps the computer busy, so that threads lose the processor at other places in each run.
+class Load {
+ public:
+  Load() {
+    for (std::thread& thread : Threads) {
+      thread = std::thread([this] {
+        while (!Stop) ++Work;
+      });
+    }
+  }
+  ~Load() {
+    Stop = true;
+    for (std::thread& thread : Threads) thread.join();
+  }
+  Load(const Load&) = delete;
+  Load& operator=(const Load&) = delete;
+
+ private:
+  std::atomic<bool> Stop{false};
+  std::atomic<unsigned> Work{0};
+  std::thread Threads[4];
+};
+
+TEST_F(TimeRunTest, TwoRunsAreTheSameByteForByteAlsoOnALoadedComputer) {
+  for (int task = 1; task <= 8; ++task) {
+    const std::string channel = std::to_string(task);
+    Program(task, "#LE: 1\nOUT: 1, " + channel + ", 1\nMOT: 2, " + std::to_string(task % 4) +
+                      ", 50&20&0\nLD: 1, 0, 1\nOUT: 1, " + channel + ", 0\n" +
+                      (task == 8 ? "DG: 3, 0, -1\nLDG: 3, 0,\n" : "LMOT: 2, 0,\n") + "GO: 1\n");
+  }
+  const auto record = [&](const std::string& seed) {
+    Run({"--time", "virtual", "--seed", seed, "--stopped", "--for", "3s"});
+    AwaitStanding(0);
+    rack::tool::Machine machine;
+    EXPECT_EQ(machine.Open("."), "");
+    const auto holdAt = [&](rack::Nanos time) {
+      rack::TimeCommand command{};
+      command.HoldAt = time;
+      AwaitStanding(machine.Give(command));
+    };
+    const auto ask = [&](rack::RequestKind kind, rack::FaultKind fault, std::uint8_t slot, int value) {
+      EXPECT_EQ(machine.Ask({kind, fault, slot, 0, 0, value, 0, 200 * kMillisecond}), "");
+    };
+    holdAt(300 * kMillisecond);
+    ask(rack::RequestKind::SetInput, rack::FaultKind::None, 2, 1);
+    EXPECT_TRUE(rack::Post(machine.State().Time, "are you there"));
+    holdAt(700 * kMillisecond);
+    ask(rack::RequestKind::BeginFault, rack::FaultKind::CardPulled, 2, 0);
+    ask(rack::RequestKind::BeginFault, rack::FaultKind::MotorLosesSteps, 3, 3);
+    EXPECT_TRUE(rack::Post(machine.State().Time, "and now"));
+    holdAt(kSecond + 1);
+    ask(rack::RequestKind::PressKey, rack::FaultKind::None, 0, 0x77);
+    machine.Give({});
+    EXPECT_EQ(End(0), 0);
+    EXPECT_EQ(machine.State().Time.Replies, 2U);
+    Say({"vcd", "wave.vcd", "--once"});
+    return Read("console") + Say({"trace", "--once", "--csv"}) + Read("wave.vcd");
+  };
+  const std::string first = record("0");
+  const std::string seeded = record("5");
+  EXPECT_THAT(first, HasSubstr("Load ISA Driver successfully![100][1]\n"));
+  EXPECT_THAT(first, HasSubstr("RunEnv: .\n"));
+  EXPECT_THAT(first, HasSubstr("PLC8: ID: 1000, TID: 1008, g_Flag: 1.\n"));
+  EXPECT_THAT(first, HasSubstr("PLCNet: Server received[13]:are you there\n"));
+  EXPECT_THAT(first, HasSubstr("PLCKey: KeyPad="));
+  EXPECT_TRUE(first != seeded);
+  const Load load;
+  for (int i = 0; i < 3; ++i) {
+    ASSERT_TRUE(record("0") == first);
+    ASSERT_TRUE(record("5") == seeded);
+  }
+}
+
+TEST_F(TimeRunTest, TimeStandsAtALineAndGoesOnByStepsWhileThePanelWorks) {
+  Program(1, "; a comment\nOUT: 1, 1, 1\n\nLD: 1, 0, 1\nOUT: 1, 1, 0\nEXIT\n");
+  Program(2, "DLY: 100\n#LE: 1\nGO: 1\n");
+  Run({"--time", "virtual", "--tasks", "2", "--until", "1:RESET.PLC:2"});
+  AwaitStanding(0);
+  EXPECT_THAT(Say({"show"}), HasSubstr("task 1  plc1/RESET.PLC:2  OUT: 1, 1, 1"));
+  EXPECT_THAT(Say({"show"}), HasSubstr("lamp (1.1) off"));
+  EXPECT_THAT(Say({"step", "1"}), HasSubstr("before plc1/RESET.PLC:4  LD: 1, 0, 1\n"));
+  const std::string shown = Say({"show"});
+  EXPECT_THAT(shown, HasSubstr("lamp (1.1) on"));
+  EXPECT_EQ(Say({"show"}), shown);
+  EXPECT_EQ(Say({"in", "start", "on"}), "start (1.0) on\n");
+  EXPECT_THAT(Say({"show"}), HasSubstr("start (1.0) on (forced)"));
+  EXPECT_THAT(Say({"fault", "pulled", "1"}), HasSubstr("pulled"));
+  Say({"fault", "clear"});
+  EXPECT_EQ(Say({"key", "Num"}), "Num: waits for time to go on\n");
+  EXPECT_THAT(Say({"until", "2:plc2/RESET.PLC:2"}), HasSubstr("task 2 stands at 0.1"));
+  EXPECT_THAT(Say({"step"}), HasSubstr("task "));
+  EXPECT_THAT(Say({"until", "1:RESET.PLC"}, 2), HasSubstr("TASK:FILE:LINE is wanted"));
+  EXPECT_THAT(Say({"step", "9"}, 2), HasSubstr("\"9\" is no PLC task: they are 1 to 8"));
+  EXPECT_EQ(Say({"go"}), "");
+  EXPECT_EQ(End(), 143);
+}
+
+TEST_F(TimeRunTest, AnHourIsOverSoonAndAScaledMinuteInASecond) {
+  Program(1, "LD: 1, 0, 1\n");
+  Run({"--time", "virtual", "--tasks", "1", "--for", "10min"});
+  EXPECT_EQ(End(0), 0);
+  rack::tool::Machine machine;
+  ASSERT_EQ(machine.Open("."), "");
+  EXPECT_EQ(machine.Take().nowNanos, 600 * kSecond);
+
+  const auto start = std::chrono::steady_clock::now();
+  Run({"--time", "30", "--tasks", "1", "--for", "30s"});
+  EXPECT_EQ(End(0), 0);
+  const auto passed = std::chrono::steady_clock::now() - start;
+  EXPECT_GE(passed, std::chrono::milliseconds(1000));
+  EXPECT_LT(passed, std::chrono::seconds(20));
+  rack::tool::Machine scaled;
+  ASSERT_EQ(scaled.Open("."), "");
+  EXPECT_GT(scaled.State().Live.Now, 25 * kSecond);
+
+  Run({"--seed", "3"});
+  EXPECT_EQ(End(0), 2);
+  EXPECT_THAT(Read("console"), HasSubstr("--seed, --until and --stopped want --time virtual\n"));
+  Run({"--time", "fast"});
+  EXPECT_EQ(End(0), 2);
+  EXPECT_THAT(Read("console"), HasSubstr("--time fast: real, virtual, or a factor from 0.001 to 1000"));
+}
+
+TEST_F(TimeRunTest, ASlowConsoleCostsTime) {
+  Program(1, "OUT: 1, 1, 1\nOUT: 1, 1, 0\nEXIT\n");
+  Write("rack.toml", std::string("[rack]\nconsole_baud = 9600\n") + (strchr(kRack, '\n') + 1));
+  Run({"--time", "virtual", "--tasks", "1", "--until", "1:RESET.PLC:2"});
+  AwaitStanding(0);
+  const std::string console = Read("console");
+  rack::tool::Machine machine;
+  ASSERT_EQ(machine.Open("."), "");
+  const auto bytes = static_cast<rack::Nanos>(console.size());
+  EXPECT_GE(machine.State().Live.Now, (bytes - 400) * 10 * kSecond / 9600);
+  EXPECT_LE(machine.State().Live.Now, (bytes + 100) * 10 * kSecond / 9600 + 100 * kMillisecond);
+}
+
+TEST_F(TimeRunTest, ACallThatBlocksAndIsNotKnownIsReportedByItsName) {
+  Run({"--time", "virtual", "--controller", STUCK_PROGRAM});
+  EXPECT_EQ(End(0), 1);
+  EXPECT_THAT(Read("console"), HasSubstr(" waits in the call flock, which virtual time does not know"));
+}
+
+}  // namespace
