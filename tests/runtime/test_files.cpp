@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <filesystem>
 #include <string>
@@ -73,6 +74,19 @@ TEST_F(Files, ADirectoryThatCannotBeOpenedIsReportedAndATooLongPathSkipped) {
   EXPECT_EQ(FindFile(missing, name), 0);
   EXPECT_EQ(errors.Text(), "Open dir error...: No such file or directory\n");
 
+  // Subdirectories are walked as well: here the handles last for the top directory alone.
+  fs::create_directory("sub");
+  char top[] = ".";
+  const int lowest = dup(STDERR_FILENO);
+  close(lowest);
+  rlimit files;
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &files), 0);
+  const rlimit one = {static_cast<rlim_t>(lowest) + 1, files.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &one);
+  EXPECT_EQ(FindFile(top, name), 0);
+  setrlimit(RLIMIT_NOFILE, &files);
+  EXPECT_EQ(errors.Text(), "Open dir error...: Too many open files\n");
+
   const std::string part(200, 'd');
   fs::path deep = Directory;
   for (int i = 0; i < 6; ++i) {
@@ -81,7 +95,6 @@ TEST_F(Files, ADirectoryThatCannotBeOpenedIsReportedAndATooLongPathSkipped) {
     fs::current_path(deep);
   }
   fs::current_path(Directory);
-  char top[] = ".";
   EXPECT_EQ(FindFile(top, name), 0);
   EXPECT_EQ(errors.Text(), "");
 }
