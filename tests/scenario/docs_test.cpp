@@ -1,0 +1,78 @@
+// The pages that show commands with their output: the commands are executed and the output is compared.
+//
+// A fenced block marked "console" holds lines "$ COMMAND", each followed by what it prints. Any other fenced
+// block is a file if the text before it ends with its name: `press/rack.toml`:
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "scenario/shell.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// The name of the file that the next block holds, empty when it is none.
+std::string FileNamed(const std::string& line) {
+  if (line.size() < 4 || line.compare(line.size() - 2, 2, "`:") != 0) return "";
+  const std::size_t begin = line.rfind('`', line.size() - 3);
+  return begin == std::string::npos ? "" : line.substr(begin + 1, line.size() - begin - 3);
+}
+
+class Page {
+ public:
+  explicit Page(Shell& shell) : shell_(shell) {}
+
+  void Follow(const std::string& text) {
+    std::istringstream lines(text);
+    std::string last;
+    for (std::string line; std::getline(lines, line);) {
+      if (line.rfind("```", 0) == 0) {
+        TakeBlock(lines, line == "```console", FileNamed(last));
+      } else if (!line.empty()) {
+        last = line;
+      }
+    }
+  }
+  int Commands() const { return commands_; }
+
+ private:
+  void TakeBlock(std::istringstream& lines, bool console, const std::string& file) {
+    std::string shown;
+    std::string done;
+    for (std::string line; std::getline(lines, line) && line != "```";) {
+      shown += line + "\n";
+      if (!console || line.rfind("$ ", 0) != 0) continue;
+      ++commands_;
+      done += line + "\n" + shell_.Run(line.substr(2));
+    }
+    if (console) {
+      EXPECT_EQ(done, shown);
+    }
+    if (console || file.empty()) return;
+    const fs::path path = shell_.Folder() / file;
+    fs::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary) << shown;
+  }
+
+  Shell& shell_;
+  int commands_ = 0;
+};
+
+TEST(Documents, TestingPrograms) {
+  Shell shell;
+  Page page(shell);
+  page.Follow(ReadText(VELMO_SOURCE "/docs/testing-programs.md"));
+  EXPECT_EQ(page.Commands(), 10);
+}
+
+TEST(Documents, Readme) {
+  Shell shell;
+  fs::copy(VELMO_SOURCE "/demo", shell.Folder() / "demo", fs::copy_options::recursive);
+  fs::create_directory_symlink(VELMO_BUILD, shell.Folder() / "build");
+  Page page(shell);
+  page.Follow(ReadText(VELMO_SOURCE "/README.md"));
+  EXPECT_EQ(page.Commands(), 3);
+}
+
+}  // namespace
