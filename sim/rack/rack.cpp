@@ -80,6 +80,7 @@ int Rack::ReadPort(std::uint8_t port, Nanos now, const Origin& origin) {
 }
 
 void Rack::WritePort(std::uint8_t port, std::uint8_t value, Nanos now, const Origin& origin) {
+  if (port != kSlotSelect) QuietUntil = 0;
   AdvanceTo(now);
   const LiveChange change(Live);
   if (port == kSlotSelect) Live.SelectedSlot = value;
@@ -90,6 +91,7 @@ void Rack::WritePort(std::uint8_t port, std::uint8_t value, Nanos now, const Ori
   const std::uint32_t outputs = OutputBits(slot);
   const std::int32_t key = slot == 0 ? Live.Cards[0].Cpu.KeyCode : 0;
   WriteCard(Live.Cards[slot], port, value, Live.Now);
+  QuietUntil = 0;
   if (port == kKeyClear && key != 0 && Live.Cards[0].Cpu.KeyCode == 0) {
     Live.Keys.TakenRequest = Live.Keys.PressRequest;
     ++Live.Keys.TakenCount;
@@ -102,8 +104,12 @@ void Rack::WritePort(std::uint8_t port, std::uint8_t value, Nanos now, const Ori
 
 void Rack::AdvanceTo(Nanos now) {
   const LiveChange change(Live);
+  const bool asked = IsAsked();
+  if (asked) QuietUntil = 0;
   Reach(std::max(now, Live.Now));
+  if (!asked) return;
   TakeRequests();
+  QuietUntil = 0;
 }
 
 void Rack::Note(JournalKind kind, std::uint8_t slot, std::uint8_t port, std::int32_t value,
@@ -115,6 +121,10 @@ void Rack::Note(JournalKind kind, std::uint8_t slot, std::uint8_t port, std::int
 // Own events are those that do not belong to the plant: keys, ends of faults, what the journal is told of
 // movers.
 void Rack::Reach(Nanos now) {
+  if (now < QuietUntil) {
+    Live.Now = now;
+    return;
+  }
   for (Nanos next = NextOwnEvent(); next <= now; next = NextOwnEvent()) {
     SettlePlant(next);
     Live.Now = std::max(next, Live.Now);
@@ -125,6 +135,7 @@ void Rack::Reach(Nanos now) {
   }
   SettlePlant(now);
   Live.Now = now;
+  QuietUntil = std::min(NextOwnEvent(), Machine.NextEvent().value_or(kNever));
 }
 
 void Rack::SettlePlant(Nanos at) {
@@ -242,15 +253,14 @@ void Rack::ShowInputs(int slot, std::uint16_t before) {
 }
 
 std::uint32_t Rack::OutputBits(int slot) const {
-  std::uint32_t bits = 0;
-  for (int channel = 0; channel < OutputCount(Live.Cards[slot]); ++channel) {
-    if (OutputLevel(Live.Cards[slot], channel)) bits |= 1U << channel;
-  }
-  return bits;
+  const CardState& card = Live.Cards[slot];
+  if (card.Kind == CardKind::Cpu) return card.Cpu.Outputs;
+  return card.Kind == CardKind::Io ? card.Io.Outputs : 0;
 }
 
 void Rack::NoteOutputs(int slot, std::uint32_t before, const Origin& origin) {
   const std::uint32_t changed = OutputBits(slot) ^ before;
+  if (changed == 0) return;
   for (int channel = 0; channel < OutputCount(Live.Cards[slot]); ++channel) {
     if ((changed >> channel & 1) == 0) continue;
     const auto kind = channel < kFirstRelay ? JournalKind::OutputChange : JournalKind::RelayChange;
@@ -264,8 +274,12 @@ void Rack::PressKey(std::uint32_t code, bool repeated) {
   Note(JournalKind::Key, 0, repeated ? 1 : 0, static_cast<std::int32_t>(code));
 }
 
+bool Rack::IsAsked() const {
+  return Requests != nullptr &&
+         Requests->Sent.load(std::memory_order_acquire) != Requests->Done.load(std::memory_order_relaxed);
+}
+
 void Rack::TakeRequests() {
-  if (Requests == nullptr) return;
   Request request{};
   std::uint32_t number = 0;
   while (NextRequest(*Requests, request, number)) {

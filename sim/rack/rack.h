@@ -72,6 +72,7 @@ class Rack final : private EventSink {
   std::uint32_t OutputBits(int slot) const;
   void NoteOutputs(int slot, std::uint32_t before, const Origin& origin);
 
+  bool IsAsked() const;
   void TakeRequests();
   RequestResult Apply(const Request& request, std::uint32_t number);
   RequestResult SetInput(const Request& request);
@@ -92,6 +93,8 @@ class Rack final : private EventSink {
   MachineView View{};
   Plant Machine;
   Mover Movers[kSlots][kMaxMovers]{};
+  // Before this time nothing happens by itself: time alone moves on. A write to a card and a request end it.
+  Nanos QuietUntil = 0;
 };
 
 }  // namespace rack
