@@ -193,14 +193,14 @@ TEST(Cards, ACylinderMoves) {
   EXPECT_EQ(machine.Picture().cards[4].cylinders[1].thousandths, 5000);
 }
 
-// Outputs that two tasks switch in the same byte: every change is one that its own task asked for.
+// Outputs that eight tasks switch in the same byte: every change is one that its own task asked for.
 TEST(Cards, EightTasksOnOneOutputByteLoseNoBit) {
   TestMachine machine(kRack);
   for (int task = 1; task <= 8; ++task) {
     const std::string channel = std::to_string(task - 1);
     std::string program = "G_ST: 0\n";
-    for (int i = 0; i < 40; ++i) {
-      program += "OUT: 1, " + channel + ", 1\nOUT: 0, " + channel + ", 1\nOUT: 1, " + channel + ", 0\n";
+    for (int i = 0; i < 500; ++i) {
+      program += "OUT: 1, " + channel + ", 1\nOUT: 1, " + channel + ", 0\n";
     }
     machine.Write("plc" + std::to_string(task) + "/RESET.PLC",
                   program + "OUT: 1, " + channel + ", 1\nEXIT\n");
@@ -208,7 +208,6 @@ TEST(Cards, EightTasksOnOneOutputByteLoseNoBit) {
   machine.Start({"--tasks", "8"});
   for (int task = 1; task <= 8; ++task) machine.WaitForLog("EXIT", task);
   const rack::tool::Snapshot picture = machine.Picture();
-  EXPECT_EQ(picture.cards[0].outputs, 0xFFU);
   EXPECT_EQ(picture.cards[1].outputs, 0xFFU);
   std::map<int, int> changes;
   for (const rack::JournalRecord& record : machine.Journal()) {
@@ -217,9 +216,9 @@ TEST(Cards, EightTasksOnOneOutputByteLoseNoBit) {
     ++changes[record.Task];
   }
   for (int task = 1; task <= 8; ++task) {
-    EXPECT_EQ(changes[task], 82) << "task " << task;
+    EXPECT_EQ(changes[task], 1001) << "task " << task;
     const std::string channel = std::to_string(task - 1);
-    EXPECT_EQ(CountOf(machine.Log(task), "CmdIdx: OUT SlotIdx[1] ChIdx[" + channel + "][1]"), 41);
+    EXPECT_EQ(CountOf(machine.Log(task), "CmdIdx: OUT SlotIdx[1] ChIdx[" + channel + "][1]"), 501);
   }
 }
 
