@@ -1,4 +1,5 @@
 // The cylinder card.
+#include <sstream>
 #include <thread>
 
 #include "kova_cymstr.h"
@@ -110,7 +111,7 @@ TEST_F(CylinderTest, ChannelsAboveTwoAreRefused) {
 
 TEST_F(CylinderTest, AMoveWithoutEndIsGivenUpAfterSixtySeconds) {
   bus.Answer(4, 6, {0x01, 0x2B});  // 0x2B: no end of a setup, none of a reset
-  bus.SecondsPerAccess = 6;        // a status read is four accesses: over after the third
+  bus.SecondsPerAccess = 5;        // a status read is four accesses: over after the third
   EXPECT_EQ(card.GoBackDG(1), -1);
   EXPECT_EQ(bus.Log(4), "7<fe 5<1 6<20 5<1 6>01 5<1 5>00 5<1 6>2b 5<1 6>2b 5<1 6>2b 7<3f");
   EXPECT_EQ(bus.Console(), "CYMSTR: DG1 no end of setup\n");
@@ -193,7 +194,7 @@ TEST_F(CylinderTest, TheAlarmListAndWhatIsDoneWithIt) {
   EXPECT_THAT(bus.Log(4), testing::HasSubstr("~200 7<fe 5<0 6<20"));
 }
 
-TEST_F(CylinderTest, TwoThreadsReadTheStatusOfTheirOwnChannel) {
+TEST_F(CylinderTest, TwoThreadsReachTheirOwnChannel) {
   bus.Yield = true;
   bus.OnRead = [&](int, int port) -> std::optional<int> {
     if (port == 6) return 0x40 + bus.Written[{4, 5}];
@@ -201,7 +202,10 @@ TEST_F(CylinderTest, TwoThreadsReadTheStatusOfTheirOwnChannel) {
   };
   const auto crossed = [&](unsigned char ChIdx) {
     int count = 0;
-    for (int i = 0; i < 2000; i++) count += card.InportDG(ChIdx) == 0x40 + ChIdx ? 0 : 1;
+    for (int i = 0; i < 300; i++) {
+      count += card.InportDG(ChIdx) == 0x40 + ChIdx ? 0 : 1;
+      card.OutDG(ChIdx, ChIdx);
+    }
     return count;
   };
   int others = 0;
@@ -209,6 +213,18 @@ TEST_F(CylinderTest, TwoThreadsReadTheStatusOfTheirOwnChannel) {
   EXPECT_EQ(crossed(1), 0);
   other.join();
   EXPECT_EQ(others, 0);
+
+  // Every position must have been sent to the channel of its number.
+  std::istringstream log(bus.Log());
+  std::string channel;
+  int sent = 0;
+  for (std::string entry; log >> entry;) {
+    if (entry.rfind("5<", 0) == 0) channel = entry.substr(2);
+    if (entry.rfind("6<", 0) != 0) continue;
+    ASSERT_EQ(entry, "6<3" + channel);
+    sent++;
+  }
+  EXPECT_EQ(sent, 600);
 }
 
 }  // namespace

@@ -256,7 +256,7 @@ TEST_F(CardTest, TwoThreadsLoseNoBitOfOneOutputByte) {
   bus.OnRead = [&](int slot, int port) { return bus.Written[{slot, port}]; };
   bus.Yield = true;
   const auto toggle = [&](int ChIdx) {
-    for (int i = 0; i < 2000; i++) {
+    for (int i = 0; i < 300; i++) {
       const bool on = i % 2 == 0;
       Out(ios, ChIdx, on ? "1" : "0");
       if ((((ios.InB(5) >> ChIdx) & 1) != 0) != on) return i;

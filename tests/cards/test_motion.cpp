@@ -256,7 +256,7 @@ TEST_F(MotionTest, TwoThreadsNeverCrossTheirChannels) {
   const auto crossed = [&](int ChIdx) {
     std::string move = "1&" + std::to_string(ChIdx) + "&0";
     int count = 0;
-    for (int i = 0; i < 300; i++) {
+    for (int i = 0; i < 50; i++) {
       stepper.Cmd_MOT(ChIdx, move.data());
       servo.Cmd_MOT(ChIdx, move.data());
       const long expected = ChIdx * 0x010101L;
