@@ -8,8 +8,9 @@
 #include <iterator>
 #include <map>
 #include <sstream>
-#include <toml.hpp>
 #include <utility>
+
+#include "rackfile/toml_error.h"
 
 namespace rack {
 namespace {
@@ -555,17 +556,6 @@ void Reader::ReadAll(const Value& root) {
   }
 }
 
-// What the TOML reader found; its text has the message in its first line.
-std::string SyntaxError(const std::string& name, const toml::exception& error) {
-  std::string message = error.what();
-  message = message.substr(0, message.find('\n'));
-  // The reader's own function name stands in front.
-  const std::size_t colon = message.find(": ");
-  if (colon != std::string::npos) message.erase(0, colon + 2);
-  return name + ":" + std::to_string(error.location().line()) + ":" +
-         std::to_string(error.location().column()) + ": " + message;
-}
-
 }  // namespace
 
 bool ParseAddress(const std::string& text, int& entry, int& channel) {
@@ -577,6 +567,16 @@ bool ParseAddress(const std::string& text, int& entry, int& channel) {
   entry = std::stoi(text.substr(0, dot));
   channel = std::stoi(behind);
   return true;
+}
+
+std::string SyntaxError(const std::string& name, const toml::exception& error) {
+  std::string message = error.what();
+  message = message.substr(0, message.find('\n'));
+  // The reader's own function name stands in front.
+  const std::size_t colon = message.find(": ");
+  if (colon != std::string::npos) message.erase(0, colon + 2);
+  return name + ":" + std::to_string(error.location().line()) + ":" +
+         std::to_string(error.location().column()) + ": " + message;
 }
 
 bool ReadRackText(const std::string& text, const std::string& name, RackSetup& setup,

@@ -141,14 +141,14 @@ bool Judge::Decided() const {
   return true;
 }
 
-void Judge::End(Nanos time, const std::string& why) {
+void Judge::End(Nanos time, const std::string& why, bool whole) {
   Reach(time);
   for (std::size_t i = 0; i < outcomes_.size(); ++i) {
-    if (outcomes_[i].verdict == Verdict::Open) WeighEnd(i, why);
+    if (outcomes_[i].verdict == Verdict::Open) WeighEnd(i, why, whole);
   }
 }
 
-void Judge::WeighEnd(std::size_t index, const std::string& why) {
+void Judge::WeighEnd(std::size_t index, const std::string& why, bool whole) {
   const Expectation& expectation = scenario_.expectations[index];
   const Watcher& what = WatcherOf(expectation.what);
   const std::string when = why + ": ";
@@ -158,9 +158,14 @@ void Judge::WeighEnd(std::size_t index, const std::string& why) {
     case Demand::End:
       if (what.Holds()) return Pass(index, now_);
       return Fail(index, now_, when + what.Instead());
+    case Demand::At:
+      // The end may be that very moment.
+      if (whole && expectation.limit == now_ && what.Holds()) return Pass(index, now_);
+      break;
     case Demand::Never:
       // What it counts from must have come: otherwise nothing was watched.
-      if (begun) return Pass(index, now_);
+      if (begun && whole) return Pass(index, now_);
+      if (begun) return Fail(index, now_, why);
       break;
     case Demand::Order:
       return Fail(index, now_, when + what.What().text + " has not come");

@@ -33,8 +33,9 @@ class Judge {
 
   // Whether nothing is open but what is judged at the end.
   bool Decided() const;
-  // The run ends: what is still open is judged. `why` tells what ended it, for the messages of failures.
-  void End(Nanos time, const std::string& why);
+  // The run ends: what is still open is judged. `why` tells what ended it, for the messages of failures; it is
+  // not whole when the controller has ended by itself.
+  void End(Nanos time, const std::string& why, bool whole);
 
   // When a moment is or was; nothing: it has not come yet.
   std::optional<Nanos> TimeOf(const Moment& moment) const;
@@ -44,7 +45,7 @@ class Judge {
   void Update();
   void Weigh(std::size_t index);
   void WeighNever(std::size_t index, const Watcher& what);
-  void WeighEnd(std::size_t index, const std::string& why);
+  void WeighEnd(std::size_t index, const std::string& why, bool whole);
   void Expire(std::size_t index, Nanos deadline);
   void Pass(std::size_t index, Nanos time);
   void Fail(std::size_t index, Nanos time, const std::string& message);

@@ -6,9 +6,9 @@
 #include <fstream>
 #include <iterator>
 #include <sstream>
-#include <toml.hpp>
 
 #include "rackfile/rackfile.h"
+#include "rackfile/toml_error.h"
 #include "scenario/scenario.h"
 #include "tool/faults.h"
 #include "tool/key_names.h"
@@ -29,12 +29,19 @@ constexpr const char* kTimeForm = "wants a time such as \"300 ms\", \"1.5 s\" or
 
 const std::vector<std::string> kTopWords = {"machine", "rack",  "tasks",  "seed",
                                             "limit",   "event", "expect", "end"};
-const std::vector<std::string> kActionWords = {"key",      "input",   "fault",  "clear",
-                                               "datagram", "program", "restart"};
-const std::vector<std::string> kEventWords = {"name", "at",  "after", "nth", "delay",
-                                              "hold", "for", "from",  "text"};
-const std::vector<std::string> kExpectWords = {"that", "never", "first", "then",   "by",
-                                               "at",   "after", "nth",   "within", "from"};
+// What an event or an expectation can be, each with the words that go with it.
+struct Sort {
+  const char* word;
+  std::vector<std::string> with;
+};
+using Sorts = std::vector<Sort>;
+
+const Sorts kActions = {{"key", {"hold"}}, {"input", {}},   {"fault", {"for"}},           {"clear", {}},
+                        {"datagram", {}},  {"restart", {}}, {"program", {"from", "text"}}};
+const std::vector<std::string> kEventWords = {"name", "at", "after", "nth", "delay"};
+const Sorts kDemands = {{"that", {"by", "at", "after", "nth", "within"}},
+                        {"never", {"from", "by", "after", "nth", "within"}},
+                        {"then", {"first"}}};
 const std::vector<std::string> kEndWords = {"wait", "hold"};
 
 std::string Quoted(const std::string& text) {
@@ -94,6 +101,9 @@ class Reader {
   int Number(const Value& owner, const char* word, int low, int high, int absent);
   std::vector<const Value*> Tables(const Value& root, const char* word);
   bool OneOf(const Value& owner, const std::vector<std::string>& words, std::string& given);
+  bool SortOf(const Value& owner, const Sorts& sorts, const std::vector<std::string>& always,
+              std::string& sort);
+  void CheckTime(const Value& table, const char* word, Nanos time);
 
   bool ReadMachine(const Value& root);
   void ReadEventNames(const Value& root);
@@ -201,6 +211,42 @@ bool Reader::OneOf(const Value& owner, const std::vector<std::string>& words, st
   return false;
 }
 
+// Which of the sorts a table is, with all its words checked: unknown ones, and those that go with another sort.
+bool Reader::SortOf(const Value& owner, const Sorts& sorts, const std::vector<std::string>& always,
+                    std::string& sort) {
+  std::vector<std::string> words;
+  std::vector<std::string> known = always;
+  std::vector<std::string> fitting = always;
+  for (const Sort& row : sorts) {
+    words.emplace_back(row.word);
+    known.emplace_back(row.word);
+    for (const std::string& word : row.with) {
+      if (std::find(known.begin(), known.end(), word) == known.end()) known.push_back(word);
+    }
+  }
+  CheckWords(owner, known);
+  if (!OneOf(owner, words, sort)) return false;
+  fitting.push_back(sort);
+  for (const Sort& row : sorts) {
+    if (sort == row.word) fitting.insert(fitting.end(), row.with.begin(), row.with.end());
+  }
+  for (const auto& [word, value] : owner.as_table()) {
+    const auto isWord = [&](const std::string& each) { return each == word; };
+    if (std::none_of(known.begin(), known.end(), isWord) ||
+        std::any_of(fitting.begin(), fitting.end(), isWord)) {
+      continue;
+    }
+    Fail(value, Quoted(word) + " does not go with " + Quoted(sort));
+  }
+  return true;
+}
+
+void Reader::CheckTime(const Value& table, const char* word, Nanos time) {
+  if (time <= scenario_.limit) return;
+  Fail(*Get(table, word),
+       "this is later than the limit of " + TimeText(scenario_.limit) + ", \"limit\" moves it");
+}
+
 // The machine and what its rack file says. False: the names in the rest cannot be judged.
 bool Reader::ReadMachine(const Value& root) {
   std::string directory = "..";
@@ -265,9 +311,8 @@ bool Reader::ReadAfter(const Value& table, Moment& moment) {
 }
 
 void Reader::ReadEvent(const Value& table) {
-  std::vector<std::string> known = kActionWords;
-  known.insert(known.end(), kEventWords.begin(), kEventWords.end());
-  CheckWords(table, known);
+  std::string action;
+  const bool known = SortOf(table, kActions, kEventWords, action);
   Event event;
   Text(table, "name", event.name);
   const bool after = ReadAfter(table, event.when);
@@ -275,8 +320,10 @@ void Reader::ReadEvent(const Value& table) {
     Fail(table, "an event wants either \"at\", a time since power-on, or \"after\", something that happens");
   }
   event.when.delay = after ? Time(table, "delay", 0) : Time(table, "at", 0);
-  std::string action;
-  if (!OneOf(table, kActionWords, action)) return;
+  if (!after) CheckTime(table, "at", event.when.delay);
+  if (const Value* delay = Get(table, "delay"); delay != nullptr && !after)
+    Fail(*delay, "\"delay\" goes with \"after\"");
+  if (!known) return;
   ReadAction(table, action, event);
   scenario_.events.push_back(event);
 }
@@ -381,11 +428,9 @@ std::string Reader::AfterText(const Moment& moment) const {
 }
 
 void Reader::ReadExpectation(const Value& table) {
-  CheckWords(table, kExpectWords);
-  Expectation expectation;
-  expectation.line = static_cast<int>(table.location().line());
   std::string sort;
-  if (!OneOf(table, {"that", "never", "then"}, sort)) return;
+  if (!SortOf(table, kDemands, {}, sort)) return;
+  Expectation expectation;
   if (sort == "that") ReadThat(table, expectation);
   if (sort == "never") ReadNever(table, expectation);
   if (sort == "then") ReadOrder(table, expectation);
@@ -401,6 +446,7 @@ void Reader::ReadThat(const Value& table, Expectation& expectation) {
   const bool after = ReadAfter(table, expectation.from);
   if (!OneOf(table, {"by", "at", "within"}, when)) return;
   expectation.limit = Time(table, when.c_str(), 0);
+  if (when != "within") CheckTime(table, when.c_str(), expectation.limit);
   expectation.text = what.text + " " + when + " " + TimeText(expectation.limit);
   if (after != (when == "within")) {
     Fail(*Get(table, when), "\"within\" a time goes with \"after\", \"by\" and \"at\" a time stand alone");
@@ -425,20 +471,23 @@ void Reader::ReadNever(const Value& table, Expectation& expectation) {
   if (Get(table, "from") != nullptr) expectation.text += " from " + TimeText(expectation.from.delay);
   if (expectation.limit >= 0) expectation.text += std::string(" ") + end + " " + TimeText(expectation.limit);
   if (after) expectation.text += AfterText(expectation.from);
-  for (const char* word : {"at", after ? "by" : "within", after ? "from" : "first"}) {
-    if (const Value* value = Get(table, word)) {
-      Fail(*value,
-           "\"never\" goes with \"from\" and \"by\" a time since power-on, or with \"after\" and \"within\"");
-    }
+  for (const char* word : {"from", "by", "within"}) {
+    const Value* value = Get(table, word);
+    if (value == nullptr || after == (std::strcmp(word, "within") == 0)) continue;
+    Fail(*value,
+         "\"never\" goes with \"from\" and \"by\" a time since power-on, or with \"after\" and \"within\"");
   }
-  if (!after && expectation.limit >= 0) expectation.limit -= expectation.from.delay;
+  if (after || expectation.limit < 0) return;
+  CheckTime(table, "by", expectation.limit);
+  expectation.limit -= expectation.from.delay;
+  if (expectation.limit < 0) Fail(*Get(table, "by"), "\"by\" must be later than \"from\"");
 }
 
 void Reader::ReadOrder(const Value& table, Expectation& expectation) {
   const Value* first = Get(table, "first");
   expectation.demand = Demand::Order;
-  if (first == nullptr || table.as_table().size() != 2) {
-    Fail(*Get(table, "then"), "\"then\" goes with \"first\" and nothing else");
+  if (first == nullptr) {
+    Fail(*Get(table, "then"), "\"then\" goes with \"first\"");
     return;
   }
   expectation.first = Happens(*first);
@@ -487,16 +536,6 @@ void Reader::Read(const Value& root) {
     }
   }
   Report();
-}
-
-// What the TOML reader found; its text has the message in its first line, its own function's name in front.
-std::string SyntaxError(const std::string& path, const toml::exception& error) {
-  std::string message = error.what();
-  message = message.substr(0, message.find('\n'));
-  const std::size_t colon = message.find(": ");
-  if (colon != std::string::npos) message.erase(0, colon + 2);
-  return path + ":" + std::to_string(error.location().line()) + ":" +
-         std::to_string(error.location().column()) + ": " + message;
 }
 
 std::string NameOf(const std::string& path) {

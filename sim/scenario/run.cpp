@@ -352,7 +352,7 @@ void Run::Drive(RunReport& report) {
   }
   controller_->Finish();
   if (!runs) why = controller_->Why();
-  judge_->End(now, why);
+  judge_->End(now, why, runs);
   waveform_->End(now);
   recording_.flush();
   report.stopped = controller_->StopSignal();

@@ -31,7 +31,7 @@ class JudgeTest : public testing::Test {
     scenario.expectations.push_back(expectation);
   }
   // Edges of inputs, "part on" and so on with their time in nanoseconds; then nothing until the end.
-  std::string Judged(const std::vector<std::pair<Nanos, std::string>>& edges, Nanos end) {
+  std::string Judged(const std::vector<std::pair<Nanos, std::string>>& edges, Nanos end, bool whole = true) {
     Judge judge(scenario, machine, [](std::uint32_t) { return std::string(); });
     for (const auto& [time, edge] : edges) {
       const auto channel = static_cast<std::uint8_t>(edge.rfind("part", 0) == 0 ? 0 : 1);
@@ -40,7 +40,7 @@ class JudgeTest : public testing::Test {
     }
     judge.Reach(end);
     std::string verdicts = judge.Decided() ? "decided:" : "open:";
-    judge.End(end, "the end");
+    judge.End(end, "the end", whole);
     outcomes = judge.Outcomes();
     for (const Outcome& outcome : outcomes)
       verdicts += outcome.verdict == Verdict::Passed ? " passed" : " failed";
@@ -89,6 +89,17 @@ TEST_F(JudgeTest, NeverWatchesItsTimeOnly) {
 TEST_F(JudgeTest, WhatLastsUnseenBetweenTwoEventsBreaksNever) {
   Expect(Demand::Never, "door on", 10, {-1, 1, 50});
   EXPECT_EQ(Judged({{40, "door on"}, {90, "door off"}}, 100), "decided: failed");
+}
+
+TEST_F(JudgeTest, TheEndDecidesWhatIsOpen) {
+  Expect(Demand::At, "part on", 100);
+  Expect(Demand::Never, "door on", -1);
+  Expect(Demand::End, "part on", 0);
+  Expect(Demand::End, "door on", 0);
+  EXPECT_EQ(Judged({{10, "part on"}}, 100), "open: passed passed passed failed");
+  EXPECT_EQ(Judged({{10, "part on"}}, 90), "open: failed passed passed failed");
+  // A controller that ended too early has not shown that something never happens.
+  EXPECT_EQ(Judged({{10, "part on"}}, 100, false), "open: failed failed passed failed");
 }
 
 TEST(ReportTest, TextsOfPeopleBreakNeitherTapNorXml) {
