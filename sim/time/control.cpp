@@ -34,6 +34,16 @@ bool Post(TimeControl& time, const std::string& data, std::uint32_t address, std
   return true;
 }
 
+const MailItem* NextMail(const TimeControl& time) {
+  const std::uint32_t taken = time.Taken.load(std::memory_order_relaxed);
+  if (time.Posted.load(std::memory_order_acquire) == taken) return nullptr;
+  return &time.Mail[taken % kMailCapacity];
+}
+
+void TakeMail(TimeControl& time) {
+  time.Taken.fetch_add(1, std::memory_order_release);
+}
+
 Nanos PassedTime(const TimeSetup& setup, Nanos powerOn, Nanos monotonic) {
   if (setup.Mode != TimeMode::Scaled) return monotonic - powerOn;
   const double passed = static_cast<double>(monotonic - setup.RealStart);

@@ -102,6 +102,10 @@ bool Stands(const TimeControl& time, std::uint32_t number);
 bool Post(TimeControl& time, const std::string& data, std::uint32_t address = 0x7F000001,
           std::uint16_t port = 40000);
 
+// The controller's side: the datagram received next, null when there is none; and that it has been taken.
+const MailItem* NextMail(const TimeControl& time);
+void TakeMail(TimeControl& time);
+
 // Time since power-on that has passed by real time when the clock shows this; for Real and Scaled.
 Nanos PassedTime(const TimeSetup& setup, Nanos powerOn, Nanos monotonic);
 

@@ -429,14 +429,11 @@ unsigned ThreadNumber() {
 }
 
 const MailItem* NextMail() {
-  const TimeControl& control = *S.Control;
-  const std::uint32_t taken = control.Taken.load(std::memory_order_relaxed);
-  if (control.Posted.load(std::memory_order_acquire) == taken) return nullptr;
-  return &control.Mail[taken % kMailCapacity];
+  return NextMail(*S.Control);
 }
 
 void MailTaken() {
-  S.Control->Taken.fetch_add(1, std::memory_order_release);
+  TakeMail(*S.Control);
 }
 
 void WaitForMail() {

@@ -64,10 +64,10 @@ TEST(VirtualTimeTest, SleepsTakeNoRealTimeAndAllClocksShowThem) {
 
 TEST(VirtualTimeTest, ThreadsWakeInTheOrderOfTimeAndBusyOnesHandOver) {
   const VirtualTime time;
-  std::string order;
+  TurnLog order;
   const auto sleeper = [&](int millis, char name) {
     usleep(static_cast<useconds_t>(millis) * 1000);
-    order += name;
+    order.Add({name});
   };
   std::thread late(sleeper, 20, 'c');
   std::thread early(sleeper, 10, 'a');
@@ -75,20 +75,19 @@ TEST(VirtualTimeTest, ThreadsWakeInTheOrderOfTimeAndBusyOnesHandOver) {
   late.join();
   early.join();
   same.join();
-  EXPECT_EQ(order, "abc");
+  EXPECT_EQ(order.Take(), "abc");
 
-  order.clear();
   const auto busy = [&](char name) {
     for (int i = 0; i < 250; ++i) {
       rack::SpendAccess();
-      if (order.empty() || order.back() != name) order += name;
+      if (order.Last() != name) order.Add({name});
     }
   };
   std::thread first(busy, '1');
   std::thread second(busy, '2');
   first.join();
   second.join();
-  EXPECT_EQ(order, "121212");
+  EXPECT_EQ(order.Take(), "121212");
 }
 
 TEST(VirtualTimeTest, AFreedMutexIsHandedOnInTheOrderOfArrival) {
@@ -183,22 +182,22 @@ TEST(VirtualTimeTest, AReceiverWaitsWithoutStoppingTime) {
   any.sin_family = AF_INET;
   any.sin_port = htons(1);  // a port that no ordinary program gets
   ASSERT_EQ(bind(socketFile, reinterpret_cast<sockaddr*>(&any), sizeof any), 0);
-  std::string received;
+  TurnLog received;
   std::thread receiver([&] {
     char data[4];
     sockaddr_in from{};
     socklen_t length = sizeof from;
     const ssize_t count =
         recvfrom(socketFile, data, sizeof data, 0, reinterpret_cast<sockaddr*>(&from), &length);
-    received = std::string(data, static_cast<size_t>(count)) + ":" + std::to_string(ntohs(from.sin_port));
+    received.Add(std::string(data, static_cast<size_t>(count)) + ":" + std::to_string(ntohs(from.sin_port)));
     sendto(socketFile, "reply", 5, 0, reinterpret_cast<sockaddr*>(&from), length);
   });
   sleep(60);
-  EXPECT_EQ(received, "");
+  EXPECT_EQ(received.Take(), "");
   ASSERT_TRUE(rack::Post(*time.Control, "hello"));
   usleep(1000);
   receiver.join();
-  EXPECT_EQ(received, "hell:40000");
+  EXPECT_EQ(received.Take(), "hell:40000");
   EXPECT_EQ(time.Control->Replies, 1U);
   close(socketFile);
 }
@@ -244,20 +243,20 @@ TEST(VirtualTimeTest, TimeStandsWhereItIsToldUntilTheNextCommand) {
 std::string RunOfEight(unsigned seed) {
   const VirtualTime time(seed);
   std::mutex mutexes[2];
-  std::string log;
+  TurnLog log;
   std::vector<std::thread> threads;
   for (int thread = 0; thread < 8; ++thread) {
     threads.emplace_back([&, thread] {
       for (int i = 0; i < 20; ++i) {
         const std::lock_guard hold(mutexes[(thread + i) % 2]);
         for (int access = 0; access < 5 + thread; ++access) rack::SpendAccess();
-        log += std::to_string(thread) + "@" + std::to_string(rack::VirtualNow()) + " ";
+        log.Add(std::to_string(thread) + "@" + std::to_string(rack::VirtualNow()) + " ");
         if (i % 5 == thread % 5) usleep(100);
       }
     });
   }
   for (std::thread& thread : threads) thread.join();
-  return log;
+  return log.Take();
 }
 
 TEST(VirtualTimeTest, TheSameSeedGivesTheSameRunAndAnotherOneAnother) {

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -20,15 +21,20 @@ class MemoryBus final : public rack::BusTarget {
  public:
   int Read(std::uint8_t port) override {
     rack::SpendAccess();
+    const std::lock_guard hold(Mutex);
     return Registers[Selected][port];
   }
   void Write(std::uint8_t port, std::uint8_t value) override {
     rack::SpendAccess();
+    const std::lock_guard hold(Mutex);
     if (port == 0) Selected = value % Registers.size();
     Registers[Selected][port] = value;
   }
   std::array<std::array<std::uint8_t, 256>, 13> Registers{};
   std::size_t Selected = 0;
+
+ private:
+  rack::OwnMutex Mutex;
 };
 
 struct OpenCard : CkOVA_IOS {
