@@ -27,9 +27,11 @@ namespace {
 namespace fs = std::filesystem;
 using tool::Snapshot;
 
-// How far the machine runs before what happened is looked at. The journal must hold what comes in that time,
-// with a bus access a microsecond.
+// How far the machine runs before what happened is looked at: at most so long, and no further than the journal
+// holds so many bus accesses.
 constexpr Nanos kStride = 200 * kMillisecond;
+constexpr Nanos kStrideAccesses = 200'000;
+static_assert(kStrideAccesses < kJournalCapacity);
 // While an event waits for something to happen: so much later than meant it comes at most.
 constexpr Nanos kShortStride = 10 * kMillisecond;
 constexpr int kLookMicros = 50;
@@ -253,7 +255,8 @@ bool Run::Advance(Nanos time) {
 
 // The next time at which something is to be done, or to be looked at.
 Nanos Run::NextStop(Nanos now) const {
-  Nanos next = std::min(now + kStride, scenario_.limit);
+  const Nanos accesses = std::max<Nanos>(State().Time.Setup.AccessNanos, 1) * kStrideAccesses;
+  Nanos next = std::min(now + std::min(kStride, accesses), scenario_.limit);
   for (std::size_t i = 0; i < scenario_.events.size(); ++i) {
     if (done_[i]) continue;
     const std::optional<Nanos> due = judge_->TimeOf(scenario_.events[i].when);

@@ -55,7 +55,7 @@ INSTANTIATE_TEST_SUITE_P(Cases, FailingCaseTest, testing::ValuesIn(FailingCases(
 TEST_F(CasesTest, PassingScenariosPassAndLeaveNothing) {
   const std::string output = Run("velmo-rack test pass");
   EXPECT_EQ(shell.Status(), 0) << output;
-  EXPECT_THAT(output, testing::StartsWith("TAP version 13\n1..29\n# pass/alarm.toml, 3.410 s of the machine\n"
+  EXPECT_THAT(output, testing::StartsWith("TAP version 13\n1..29\n# pass/alarm.toml, 3.020 s of the machine\n"
                                           "ok 1 - alarm: cylinder 3.0 alarm within 10 ms after jam\n"));
   // An hour was allowed.
   EXPECT_THAT(output, testing::HasSubstr("# pass/ends-early.toml, 1.200 s of the machine\n"));
@@ -109,9 +109,9 @@ TEST_F(CasesTest, JunitHasEveryExpectation) {
           "  <testsuite name=\"level\" tests=\"2\" failures=\"0\" errors=\"0\" skipped=\"0\" "
           "time=\"1.200\">\n"
           "    <testcase classname=\"level\" name=\"clamped on by 2 s\" file=\"pass/level.toml\" line=\"10\" "
-          "time=\"1.180\"/>\n"));
+          "time=\"1.190\"/>\n"));
   EXPECT_THAT(xml,
-              testing::HasSubstr("<failure message=\"at 3.200 s, the end: counter parts is 2 since 1.981 s\">"
+              testing::HasSubstr("<failure message=\"at 3.200 s, the end: counter parts is 2 since 1.991 s\">"
                                  "fail/end.toml:17\n"));
   EXPECT_THAT(xml, testing::EndsWith("</failure>\n    </testcase>\n  </testsuite>\n</testsuites>\n"));
 }
