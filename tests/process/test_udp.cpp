@@ -1,18 +1,12 @@
 // The network task, asked through real sockets.
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <net/if.h>
 #include <netinet/in.h>
-#include <sched.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <cstring>
-
 #include "machine.h"
+#include "network.h"
 
 namespace {
 
@@ -57,22 +51,6 @@ class Client {
   int Port = 0;
 };
 
-// Until the task has bound its port, a datagram is lost.
-void AwaitPort(TestMachine& machine, int port) {
-  char text[16];
-  std::snprintf(text, sizeof text, ":%04X ", static_cast<unsigned>(port));
-  const std::string sockets = "/proc/" + std::to_string(machine.Controller()) + "/net/udp";
-  EXPECT_TRUE(Eventually([&] {
-    std::string all;
-    char part[4096];
-    const int file = open(sockets.c_str(), O_RDONLY | O_CLOEXEC);
-    ssize_t count;
-    while ((count = read(file, part, sizeof part)) > 0) all.append(part, static_cast<size_t>(count));
-    close(file);
-    return all.find(text) != std::string::npos;
-  }));
-}
-
 TEST(Network, TwoClientsEmptyAndOversizedDatagrams) {
   const int port = FreePort();
   TestMachine machine;
@@ -116,29 +94,6 @@ TEST(Network, ATakenPortIsToldAndTheMachineRunsOn) {
   EXPECT_TRUE(Eventually([&] { return machine.Errors() == "bind error: Address already in use\n"; }))
       << machine.Errors();
 }
-
-// Programs outside may hold the usual port: a network of its own, where the user may make one.
-class OwnNetwork {
- public:
-  OwnNetwork() : Before(open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC)) {
-    if (unshare(CLONE_NEWNET) != 0) return;
-    const int handle = socket(AF_INET, SOCK_DGRAM, 0);
-    ifreq request = {};
-    std::strcpy(request.ifr_name, "lo");
-    request.ifr_flags = IFF_UP;
-    EXPECT_EQ(ioctl(handle, SIOCSIFFLAGS, &request), 0);
-    close(handle);
-  }
-  ~OwnNetwork() {
-    setns(Before, CLONE_NEWNET);
-    close(Before);
-  }
-  OwnNetwork(const OwnNetwork&) = delete;
-  OwnNetwork& operator=(const OwnNetwork&) = delete;
-
- private:
-  int Before;
-};
 
 TEST(Network, TheUsualPortWithoutConfiguration) {
   const char* configurations[] = {nullptr, "[UDP]\nSpeed=1\n", "[TCP]\nPort=99\n", "[UDP]\r\nPort=99\r\n"};

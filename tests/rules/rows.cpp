@@ -286,55 +286,52 @@ void SwitchesOffEachTime(TestMachine& machine, int) {
   EXPECT_EQ(LevelsOf(machine, kIoSlot, 5).substr(0, 6), "101010");
 }
 
+void CutsCountAndPosition(TestMachine& machine, int task) {
+  EXPECT_THAT(machine.Bus(task), HasSubstr("#8 15<00 #8 14<00 #8 13<00 #8 12<02 "));
+  EXPECT_TRUE(Eventually([&] { return CountOf(machine.Bus(task), "#9 6<35 ") > 0; })) << machine.Bus(task);
+}
+
 Group Values() {
   const std::string spill = "4000&20&0&0&0&0&2";
   const std::string stopInput = "4000&20&0&0&0&4&1";
-  return {
-      "Values",
-      {
-          {"mot-flag", nullptr, Then::Ends, Mot(2, 0, "4000&20&2") + End(2),
-           "#8 7<00 #8 8<00 #8 7<00 #8 9<14 #8 11<00 #8 10<14 #8 15<00 #8 14<00 #8 13<1F #8 12<40 "
-           "#8 17<00 #8 16<14 #8 29<00 #8 28<00 #8 27<00 #8 26<00 #8 24<01 #8 24>01 "},
-          {"mot-flag", "MOT: 2, 3, 4000&20&0&0&0&0&2\nEND", Then::Ends, Mot(2, 3, spill) + End(2),
-           "#8 7<03 #8 8<80 #8 7<03 #8 9<14 #8 11<00 #8 10<14 #8 15<00 #8 14<00 #8 13<1F #8 12<40 "
-           "#8 17<00 #8 16<14 #8 29<00 #8 28<00 #8 27<00 #8 26<00 #8 24<01 #8 24>01 "},
-          {"mot-flag", "MOT: 4, 0, 4000&20&0&0&0&4&1\nEND", Then::Ends, Mot(4, 0, stopInput) + End(4),
-           "#10 5<00 #10 8<44 #10 5<00 #10 9<14 #10 15<00 #10 14<00 #10 13<1F #10 12<40 "
-           "#10 29<00 #10 28<00 #10 27<00 #10 26<00 #10 24<01 #10 24>01 "},
-          {"value-cut", "MOT: 2, 1, 4000&300&1\nMOT: 2, 2, 2147483649&20&1\nDG: 3, 0, 261\nLDG: 3, 0,\nEND",
-           Then::Ends,
-           Mot(2, 1, "4000&300&1") + Mot(2, 2, "2147483649&20&1") + Flow("DG", 3, 0, "261") +
-               "SYN_DG: SlotIdx:3 ChIdx:0 261\n",
-           nullptr,
-           [](TestMachine& machine, int task) {
-             const std::string bus = machine.Bus(task);
-             EXPECT_THAT(bus, HasSubstr("#8 7<01 #8 9<2C #8 11<00 #8 10<2C #8 15<00 #8 14<00 #8 13<1F "));
-             EXPECT_THAT(bus, HasSubstr("#8 7<02 #8 9<14 #8 11<00 #8 10<14 #8 15<00 #8 14<00 #8 13<00 "
-                                        "#8 12<02 "));
-             EXPECT_TRUE(Eventually([&] { return CountOf(machine.Bus(task), "#9 6<35 ") > 0; }));
-           }},
-          {"value-cut", nullptr, Then::Ends, Mot(2, 0, "4000&300&1") + End(2), nullptr},
-          {"level-never", nullptr, Then::Stays, Waits("LD", 1, 0, "2", "SYN_LD: SlotIdx:1  ChIdx:0 2\n"),
-           "#7 8>01 #7 8>01 #7 8>01 "},
-          {"level-never",
-           "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nIF: 1, 0, 2&A.PLC&B.PLC\nIF: 1, 1, "
-           "2&A.PLC&B.PLC\nEND\n"
-           "== plc1/A.PLC\nEND\n== plc1/B.PLC\nEND",
-           Then::Ends,
-           Flow("IF", 1, 0, "2&A.PLC&B.PLC") + "SYN_IF: SlotIdx:1 ChIdx:0 2&A.PLC&B.PLC\n" +
-               Line("END", 1, -1, "", "B.PLC") + "SYN_END:1 \n" + Flow("IF", 1, 1, "2&A.PLC&B.PLC") +
-               "SYN_IF: SlotIdx:1 ChIdx:1 2&A.PLC&B.PLC\n" + Line("END", 1, -1, "", "B.PLC") +
-               "SYN_END:1 \n" + EndAgain(1),
-           "#7 8>01 #7 8>01 "},
-          {"out-value",
-           "OUT: 1, 5, 1\nOUT: 1, 5, ON\nOUT: 1, 5, 1\nOUT: 1, 5, 2\nOUT: 1, 5, 1\nOUT: 1, 5,\nEND",
-           Then::Ends,
-           Flow("OUT", 1, 5, "1") + Flow("OUT", 1, 5, "ON") + Flow("OUT", 1, 5, "1") +
-               Flow("OUT", 1, 5, "2") + Flow("OUT", 1, 5, "1") + Flow("OUT", 1, 5, "") + End(1),
-           "#7 5>00 #7 5<20 #7 5>20 #7 5<00 #7 5>00 #7 5<20 #7 5>20 #7 5<00 #7 5>00 #7 5<20 #7 5>20 "
-           "#7 5<00 ",
-           SwitchesOffEachTime},
-      }};
+  return {"Values",
+          {
+              {"mot-flag", nullptr, Then::Ends, Mot(2, 0, "4000&20&2") + End(2),
+               "#8 7<00 #8 8<00 #8 7<00 #8 9<14 #8 11<00 #8 10<14 #8 15<00 #8 14<00 #8 13<1F #8 12<40 "
+               "#8 17<00 #8 16<14 #8 29<00 #8 28<00 #8 27<00 #8 26<00 #8 24<01 #8 24>01 "},
+              {"mot-flag", "MOT: 2, 3, 4000&20&0&0&0&0&2\nEND", Then::Ends, Mot(2, 3, spill) + End(2),
+               "#8 7<03 #8 8<80 #8 7<03 #8 9<14 #8 11<00 #8 10<14 #8 15<00 #8 14<00 #8 13<1F #8 12<40 "
+               "#8 17<00 #8 16<14 #8 29<00 #8 28<00 #8 27<00 #8 26<00 #8 24<01 #8 24>01 "},
+              {"mot-flag", "MOT: 4, 0, 4000&20&0&0&0&4&1\nEND", Then::Ends, Mot(4, 0, stopInput) + End(4),
+               "#10 5<00 #10 8<44 #10 5<00 #10 9<14 #10 15<00 #10 14<00 #10 13<1F #10 12<40 "
+               "#10 29<00 #10 28<00 #10 27<00 #10 26<00 #10 24<01 #10 24>01 "},
+              {"value-cut", "MOT: 2, 1, 2147483649&20&1\nDG: 3, 0, 261\nLDG: 3, 0,\nEND", Then::Ends,
+               Mot(2, 1, "2147483649&20&1") + Flow("DG", 3, 0, "261") + "SYN_DG: SlotIdx:3 ChIdx:0 261\n",
+               nullptr, CutsCountAndPosition},
+              {"value-cut", nullptr, Then::Ends, Mot(2, 0, "4000&300&1") + End(2),
+               "#8 7<00 #8 8<80 #8 7<00 #8 9<2C #8 11<00 #8 10<2C #8 15<00 #8 14<00 #8 13<1F #8 12<40 "
+               "#8 17<00 #8 16<2C #8 29<00 #8 28<00 #8 27<00 #8 26<00 #8 24<01 #8 24>01 "},
+              {"level-never", nullptr, Then::Stays, Waits("LD", 1, 0, "2", "SYN_LD: SlotIdx:1  ChIdx:0 2\n"),
+               "#7 8>01 #7 8>01 #7 8>01 "},
+              {"level-never",
+               "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nIF: 1, 0, 2&A.PLC&B.PLC\nIF: 1, 1, "
+               "2&A.PLC&B.PLC\nEND\n"
+               "== plc1/A.PLC\nEND\n== plc1/B.PLC\nEND",
+               Then::Ends,
+               Flow("IF", 1, 0, "2&A.PLC&B.PLC") + "SYN_IF: SlotIdx:1 ChIdx:0 2&A.PLC&B.PLC\n" +
+                   Line("END", 1, -1, "", "B.PLC") + "SYN_END:1 \n" + Flow("IF", 1, 1, "2&A.PLC&B.PLC") +
+                   "SYN_IF: SlotIdx:1 ChIdx:1 2&A.PLC&B.PLC\n" + Line("END", 1, -1, "", "B.PLC") +
+                   "SYN_END:1 \n" + EndAgain(1),
+               "#7 8>01 #7 8>01 "},
+              {"out-value",
+               "OUT: 1, 5, 1\nOUT: 1, 5, ON\nOUT: 1, 5, 1\nOUT: 1, 5, 2\nOUT: 1, 5, 1\nOUT: 1, 5,\nEND",
+               Then::Ends,
+               Flow("OUT", 1, 5, "1") + Flow("OUT", 1, 5, "ON") + Flow("OUT", 1, 5, "1") +
+                   Flow("OUT", 1, 5, "2") + Flow("OUT", 1, 5, "1") + Flow("OUT", 1, 5, "") + End(1),
+               "#7 5>00 #7 5<20 #7 5>20 #7 5<00 #7 5>00 #7 5<20 #7 5>20 #7 5<00 #7 5>00 #7 5<20 #7 5>20 "
+               "#7 5<00 ",
+               SwitchesOffEachTime},
+          }};
 }
 
 // The second move takes back what the first has done so far, and the rest of its own way.
@@ -359,6 +356,11 @@ void AsksForChannelOne(TestMachine& machine, int task) {
   EXPECT_THAT(bus, EndsWith("#8 24>01 #8 24>01 #8 24>01 "));
 }
 
+// The last access is the end of the command's own handshake.
+void NothingAskedForThePosition(TestMachine& machine, int task) {
+  EXPECT_THAT(machine.Bus(task), EndsWith("#9 5<01 #9 5>00 "));
+}
+
 void WasSetUpAgainAndAgain(TestMachine& machine, int task) {
   EXPECT_TRUE(Eventually([&] {
     machine.Press(kDec);
@@ -381,6 +383,9 @@ Group MotionAndKeys() {
                nullptr},
               {"out-value", nullptr, Then::Ends, Flow("OUT", 1, 3, "ON") + End(1), "#7 5>00 #7 5<00 "},
               {"no-action", nullptr, Then::Ends, Flow("LED", 0, 0, "1") + End(0), ""},
+              {"two-field-wait", "DG: 3, 1, 15\nLDG: 1,\nEND", Then::Ends,
+               Flow("DG", 3, 1, "15") + "SYN_DG: SlotIdx:3 ChIdx:1 15\n" + Flow("LDG", 0, 1, "") + End(0),
+               nullptr, NothingAskedForThePosition},
           }};
 }
 
