@@ -195,7 +195,7 @@ TEST_F(TimeRunTest, TimeStandsAtALineAndGoesOnByStepsWhileThePanelWorks) {
   EXPECT_EQ(End(), 143);
 }
 
-TEST_F(TimeRunTest, AnHourIsOverSoonAndAScaledMinuteInASecond) {
+TEST_F(TimeRunTest, TenMinutesAreOverSoonAndAScaledRunAsSoonAsItSays) {
   Program(1, "LD: 1, 0, 1\n");
   Run({"--time", "virtual", "--tasks", "1", "--for", "10min"});
   EXPECT_EQ(End(0), 0);
