@@ -74,7 +74,7 @@ TEST(Network, TwoClientsEmptyAndOversizedDatagrams) {
   EXPECT_FALSE(second.HasMore());
 
   const auto lines = [](const Client& client, const std::string& length, const std::string& text) {
-    const std::string from = "Client IP is 127.0.0.1, Port is " + client.PortText() + "\n";
+    std::string from = "Client IP is 127.0.0.1, Port is " + client.PortText() + "\n";
     if (length == "0") return from;
     return from + "Server received[" + length + "]:" + text +
            "\nSendto IP:127.0.0.1 Port:" + client.PortText() + "\n";
