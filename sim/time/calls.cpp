@@ -242,9 +242,10 @@ char* WorkingDirectory(char* buffer, std::size_t size) {
 }
 
 // Condition calls have two versions; a plain look-up may find the old one, of another layout.
-void* ConditionCall(const char* name) {
+template <class Function>
+Function* NextCondition(const char* name) {
   void* const call = dlvsym(RTLD_NEXT, name, "GLIBC_2.3.2");
-  return call != nullptr ? call : dlsym(RTLD_NEXT, name);
+  return call != nullptr ? reinterpret_cast<Function*>(call) : Next<Function>(name);
 }
 
 }  // namespace
@@ -255,8 +256,7 @@ using rack::IsScaled;
 using rack::Next;
 
 #define RACK_NEXT(name, type) static auto* const next = Next<type>(#name)
-#define RACK_NEXT_CONDITION(name, type) \
-  static auto* const next = reinterpret_cast<std::add_pointer_t<type>>(rack::ConditionCall(#name))
+#define RACK_NEXT_CONDITION(name, type) static auto* const next = rack::NextCondition<type>(#name)
 
 extern "C" {
 

@@ -34,15 +34,15 @@ std::string Press(Machine& machine, const Key& key, int holdMillis) {
   std::uint32_t number = 0;
   const std::string error = machine.Ask(request, &number);
   if (!error.empty()) return error;
-  if (machine.Standing()) {
-    std::printf("%s: waits for time to go on\n", key.name);
-    return "";
-  }
   const Nanos limit = MonotonicNow() + request.Duration + kTakenLimit;
   for (;;) {
     const KeyState& keys = machine.Live().Keys;
     const bool taken = Taken(keys, number);
     if (taken && !Held(keys)) return "";
+    if (machine.Standing()) {
+      std::printf("%s: waits for time to go on\n", key.name);
+      return "";
+    }
     if (!machine.Running()) return "the controller ended before it took the key";
     if (MonotonicNow() > limit)
       return taken ? "the key is still held" : "the controller has not taken the key";

@@ -20,7 +20,7 @@ namespace {
 
 // How the options say that time goes; the text says what is wrong.
 std::string ChooseTime(const RunOptions& options, TimeSetup& setup, TimeCommand& command) {
-  const std::string wrong = ParseTime(options.time, setup);
+  std::string wrong = ParseTime(options.time, setup);
   if (!wrong.empty()) return wrong;
   setup.Seed = options.seed;
   setup.StartStopped = options.stopped ? 1 : 0;

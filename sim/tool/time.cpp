@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <optional>
 
 #include "tool/commands.h"
 #include "tool/stop.h"
@@ -21,8 +22,10 @@ constexpr int kLookMillis = 2;
 constexpr int kTasks = 8;
 constexpr double kLeastFactor = 0.001;
 constexpr double kMostFactor = 1000;
-// Real time without a call that virtual time knows: it hangs in one that it does not know, or computes.
+// Real time without a call that virtual time knows: then it hangs in one that it does not know, or, after longer,
+// computes.
 constexpr Nanos kStandstill = 5 * kSecond;
+constexpr Nanos kComputing = 60 * kSecond;
 
 struct CallName {
   long number;
@@ -71,11 +74,13 @@ constexpr CallName kCallNames[] = {
     {SYS_semtimedop, "semtimedop"},
 };
 
-// The system call in which a thread waits, by its name, its number, or empty while it runs.
-std::string WaitsIn(std::int32_t process, std::uint32_t thread) {
+// The system call in which a thread waits, by its name or number; empty while it runs, nothing when there is no
+// such thread.
+std::optional<std::string> WaitsIn(std::int32_t process, std::uint32_t thread) {
   std::ifstream file("/proc/" + std::to_string(process) + "/task/" + std::to_string(thread) + "/syscall");
   std::string number;
-  if (!(file >> number) || number == "running") return "";
+  if (!(file >> number)) return std::nullopt;
+  if (number == "running") return "";
   for (const CallName& call : kCallNames) {
     if (std::to_string(call.number) == number) return call.name;
   }
@@ -138,7 +143,7 @@ std::string ParsePlace(const std::string& word, TimeCommand& command) {
   if (first == std::string::npos || first == 0 || last <= first + 1) {
     return "\"" + word + "\" is no place: TASK:FILE:LINE is wanted, such as 1:FLOW.PLC:12";
   }
-  const std::string wrongTask = ParseTask(word.substr(0, first), command.HoldTask);
+  std::string wrongTask = ParseTask(word.substr(0, first), command.HoldTask);
   if (!wrongTask.empty()) return wrongTask;
   const std::optional<int> line = WholeNumber(word.substr(last + 1));
   if (!line || *line < 1) return "\"" + word.substr(last + 1) + "\" is no line number";
@@ -178,10 +183,17 @@ std::string StandstillWatch::operator()() {
     return "";
   }
   if (MonotonicNow() - since_ < kStandstill) return "";
-  const std::string call = WaitsIn(state_.Live.Controller.Process, time.Turn);
+  const std::optional<std::string> call = WaitsIn(state_.Live.Controller.Process, time.Turn);
+  if (!call) {  // a controller that is only just starting
+    since_ = MonotonicNow();
+    return "";
+  }
   const std::string thread = "thread " + std::to_string(time.Turn) + " of the controller ";
-  if (call.empty()) return thread + "has computed for 5 s without a call: virtual time cannot go on";
-  return thread + "waits in the call " + call + ", which virtual time does not know: it cannot go on";
+  if (!call->empty()) {
+    return thread + "waits in the call " + *call + ", which virtual time does not know: it cannot go on";
+  }
+  if (MonotonicNow() - since_ < kComputing) return "";
+  return thread + "has computed for 60 s without a call: virtual time cannot go on";
 }
 
 int Step(const StepOptions& options) {

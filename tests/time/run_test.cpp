@@ -123,10 +123,11 @@ class Load {
 
 TEST_F(TimeRunTest, TwoRunsAreTheSameByteForByteAlsoOnALoadedComputer) {
   for (int task = 1; task <= 8; ++task) {
-    const std::string channel = std::to_string(task);
-    Program(task, "#LE: 1\nOUT: 1, " + channel + ", 1\nMOT: 2, " + std::to_string(task % 4) +
-                      ", 50&20&0\nLD: 1, 0, 1\nOUT: 1, " + channel + ", 0\n" +
-                      (task == 8 ? "DG: 3, 0, -1\nLDG: 3, 0,\n" : "LMOT: 2, 0,\n") + "GO: 1\n");
+    std::ostringstream text;
+    text << "#LE: 1\nOUT: 1, " << task << ", 1\nMOT: 2, " << task % 4 << ", 50&20&0\nLD: 1, 0, 1\nOUT: 1, "
+         << task << ", 0\n"
+         << (task == 8 ? "DG: 3, 0, -1\nLDG: 3, 0,\n" : "LMOT: 2, 0,\n") << "GO: 1\n";
+    Program(task, text.str());
   }
   const auto record = [&](const std::string& seed) {
     Run({"--time", "virtual", "--seed", seed, "--stopped", "--for", "2s"});

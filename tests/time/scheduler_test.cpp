@@ -23,8 +23,6 @@
 
 namespace {
 
-using rack::kMicrosecond;
-using rack::kMillisecond;
 using rack::kSecond;
 using testing::ElementsAre;
 using Seconds = std::chrono::seconds;
@@ -245,6 +243,7 @@ std::string RunOfEight(unsigned seed) {
   std::mutex mutexes[2];
   TurnLog log;
   std::vector<std::thread> threads;
+  threads.reserve(8);
   for (int thread = 0; thread < 8; ++thread) {
     threads.emplace_back([&, thread] {
       for (int i = 0; i < 20; ++i) {

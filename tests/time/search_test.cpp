@@ -59,6 +59,7 @@ class SearchTest : public testing::Test {
     const VirtualTime time(seed);
     Bus.Registers[3].fill(0);
     std::vector<std::thread> tasks;
+    tasks.reserve(3);
     for (int channel = 0; channel < 3; ++channel) {
       tasks.emplace_back([this, channel] {
         char on[] = "1";
