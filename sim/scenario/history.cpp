@@ -107,6 +107,7 @@ std::vector<std::string> History::Story(const std::vector<const Happening*>& hap
   std::stable_sort(told.begin(), told.end(),
                    [](const Entry* a, const Entry* b) { return a->time < b->time; });
   std::vector<std::string> lines;
+  lines.reserve(told.size());
   for (const Entry* entry : told) lines.push_back(Line(*entry));
   return lines;
 }

@@ -230,12 +230,11 @@ bool Reader::SortOf(const Value& owner, const Sorts& sorts, const std::vector<st
   for (const Sort& row : sorts) {
     if (sort == row.word) fitting.insert(fitting.end(), row.with.begin(), row.with.end());
   }
+  const auto has = [](const std::vector<std::string>& list, const std::string& word) {
+    return std::find(list.begin(), list.end(), word) != list.end();
+  };
   for (const auto& [word, value] : owner.as_table()) {
-    const auto isWord = [&](const std::string& each) { return each == word; };
-    if (std::none_of(known.begin(), known.end(), isWord) ||
-        std::any_of(fitting.begin(), fitting.end(), isWord)) {
-      continue;
-    }
+    if (!has(known, word) || has(fitting, word)) continue;
     Fail(value, Quoted(word) + " does not go with " + Quoted(sort));
   }
   return true;
