@@ -32,7 +32,7 @@ std::string Press(Machine& machine, const Key& key, int holdMillis) {
   const int usual = key.function ? kFunctionMillis : kTapMillis;
   request.Duration = (holdMillis > 0 ? holdMillis : usual) * kMillisecond;
   std::uint32_t number = 0;
-  const std::string error = machine.Ask(request, &number);
+  std::string error = machine.Ask(request, &number);
   if (!error.empty()) return error;
   const Nanos limit = MonotonicNow() + request.Duration + kTakenLimit;
   for (;;) {
