@@ -21,6 +21,9 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr auto kLimit = 90s;
+// How far a machine in virtual time goes on before what is waited for is looked at again: no further than the
+// journal holds.
+constexpr rack::Nanos kStride = 10 * rack::kMillisecond;
 
 bool StartsWith(const std::string& text, const std::string& prefix) {
   return text.compare(0, prefix.size(), prefix) == 0;
@@ -65,11 +68,11 @@ std::string LineWithEnd(const std::string& keyword, int slot, int channel, const
 
 }  // namespace
 
-bool Eventually(const std::function<bool()>& condition) {
+bool Eventually(const std::function<bool()>& condition, std::chrono::microseconds pause) {
   const auto limit = std::chrono::steady_clock::now() + kLimit;
   while (!condition()) {
     if (std::chrono::steady_clock::now() > limit) return false;
-    std::this_thread::sleep_for(3ms);
+    std::this_thread::sleep_for(pause);
   }
   return true;
 }
@@ -85,7 +88,7 @@ int FreePort() {
   return ntohs(address.sin_port);
 }
 
-TestMachine::TestMachine(const std::string& rack) {
+TestMachine::TestMachine(const std::string& rack, rack::TimeMode mode) : Mode(mode) {
   char name[] = "/tmp/velmo-process-XXXXXX";
   EXPECT_NE(mkdtemp(name), nullptr);
   Directory = std::filesystem::path(name) / "machine";
@@ -111,6 +114,7 @@ std::string TestMachine::Read(const std::string& name) const {
 
 pid_t TestMachine::Launch(std::vector<std::string> options, int output) {
   options.insert(options.begin(), {VELMO_RACK_PROGRAM, "run"});
+  if (Mode == rack::TimeMode::Virtual) options.insert(options.end(), {"--time", "virtual", "--stopped"});
   options.push_back(Directory);
   const int errors = open(Path("../errors").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
   const pid_t parent = getpid();
@@ -135,6 +139,35 @@ void TestMachine::Attach() {
   ASSERT_TRUE(Eventually([&] {
     return View.Open(Directory).empty() && View.State().Live.Controller.Attaches != 0;
   })) << Errors();
+  Reader.emplace(View.State().Journal, rack::JournalReader::Start::Oldest);
+  Lost = Reader->Number();
+  if (Mode == rack::TimeMode::Real) return;
+  ASSERT_TRUE(StandsAfter(0)) << Errors();
+}
+
+bool TestMachine::StandsAfter(std::uint32_t command) {
+  const auto isOver = [&] { return rack::Stands(View.State().Time, command) || !View.Running(); };
+  return Eventually(isOver, 50us) && View.Running();
+}
+
+bool TestMachine::GoOn() {
+  Stood += kStride;
+  rack::TimeCommand command = {};
+  command.HoldAt = Stood;
+  return StandsAfter(View.Give(command));
+}
+
+bool TestMachine::Await(const std::function<bool()>& condition) {
+  const auto isThere = [&] {
+    KeepJournal();
+    return condition();
+  };
+  if (Mode == rack::TimeMode::Real) return Eventually(isThere);
+  const rack::Nanos limit = Stood + std::chrono::nanoseconds(kLimit).count();
+  while (!isThere()) {
+    if (Stood > limit || !GoOn()) return false;
+  }
+  return true;
 }
 
 void TestMachine::Start(std::vector<std::string> options) {
@@ -166,6 +199,7 @@ void TestMachine::Stop() {
 
 int TestMachine::WaitForEnd() {
   int status = 0;
+  if (Mode == rack::TimeMode::Virtual && Reader) View.Give({});  // one that stands does not end
   waitpid(Tool, &status, 0);
   Tool = -1;
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
@@ -173,8 +207,9 @@ int TestMachine::WaitForEnd() {
 
 std::string TestMachine::Console() const {
   std::string text = Read("../console");
-  const std::string process = std::to_string(View.State().Live.Controller.Process);
-  ReplaceAll(text, Directory, "DIRECTORY");
+  const bool isReal = Mode == rack::TimeMode::Real;
+  const std::string process = isReal ? std::to_string(View.State().Live.Controller.Process) : "1000";
+  ReplaceAll(text, isReal ? "RunEnv: " + Directory.string() : "RunEnv: .", "RunEnv: DIRECTORY");
   ReplaceAll(text, "ID:" + process + ",", "ID:PROCESS,");
   ReplaceAll(text, "ID: " + process + ",", "ID: PROCESS,");
   ReplaceNumbers(text, "Load ISA Driver successfully![", "HANDLE");
@@ -217,25 +252,26 @@ std::string TestMachine::FullLog() const {
   return log;
 }
 
-bool TestMachine::WaitForLog(const std::string& text, int task) const {
-  const bool found = Eventually([&] { return Log(task).find(text) != std::string::npos; });
+bool TestMachine::WaitForLog(const std::string& text, int task) {
+  const bool found = Await([&] { return Log(task).find(text) != std::string::npos; });
   EXPECT_TRUE(found) << "no \"" << text << "\" in the log of task " << task << ":\n" << Console() << Errors();
   return found;
 }
 
-bool TestMachine::WaitForConsole(const std::string& text) const {
-  const bool found = Eventually([&] { return Console().find(text) != std::string::npos; });
+bool TestMachine::WaitForConsole(const std::string& text) {
+  const bool found = Await([&] { return Console().find(text) != std::string::npos; });
   EXPECT_TRUE(found) << "no \"" << text << "\" on the console:\n" << Console() << Errors();
   return found;
 }
 
-const std::vector<rack::JournalRecord>& TestMachine::Journal() {
-  rack::JournalReader reader(View.State().Journal, rack::JournalReader::Start::Oldest);
-  std::uint64_t lost = reader.Number();
+void TestMachine::KeepJournal() {
   rack::JournalRecord record;
-  Records.clear();
-  while (reader.Next(record, lost) == rack::JournalReader::Result::Record) Records.push_back(record);
-  EXPECT_EQ(lost, 0U) << "the journal has not kept all records";
+  while (Reader->Next(record, Lost) == rack::JournalReader::Result::Record) Records.push_back(record);
+}
+
+const std::vector<rack::JournalRecord>& TestMachine::Journal() {
+  KeepJournal();
+  EXPECT_EQ(Lost, 0U) << "the journal has not kept all records";
   return Records;
 }
 
@@ -284,7 +320,7 @@ std::size_t TestMachine::Polls() {
 // A key stays in the mailbox until the end of the next poll; the poll behind it tells that it has ended.
 void TestMachine::AwaitPolls() {
   const std::size_t before = Polls();
-  EXPECT_TRUE(Eventually([&] { return Polls() >= before + 2; })) << Console();
+  EXPECT_TRUE(Await([&] { return Polls() >= before + 2; })) << Console();
 }
 
 void TestMachine::Tap(int code) {
@@ -294,7 +330,7 @@ void TestMachine::Tap(int code) {
   request.Duration = 60 * rack::kMillisecond;
   std::uint32_t number = 0;
   EXPECT_EQ(View.Ask(request, &number), "") << Console() << Errors();
-  EXPECT_TRUE(Eventually([&] {
+  EXPECT_TRUE(Await([&] {
     const rack::KeyState& keys = View.Live().Keys;
     return keys.PressRequest == number && keys.TakenRequest == number;
   })) << Console();
@@ -311,7 +347,7 @@ void TestMachine::HoldFunctionKeys(int bits, int millis) {
   request.Value = bits;
   request.Duration = millis * rack::kMillisecond;
   Ask(request);
-  EXPECT_TRUE(Eventually([&] { return View.Live().Keys.FunctionBits == 0; })) << Console();
+  EXPECT_TRUE(Await([&] { return View.Live().Keys.FunctionBits == 0; })) << Console();
   AwaitPolls();
 }
 

@@ -3,27 +3,34 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "rack/journal.h"
 #include "rack/requests.h"
+#include "time/control.h"
 #include "tool/machine.h"
 
-// Whether the condition comes true, within a limit that only a broken controller reaches.
-bool Eventually(const std::function<bool()>& condition);
+// Whether the condition comes true in real time, within a limit that only a broken controller reaches. Looks again
+// after each pause.
+bool Eventually(const std::function<bool()>& condition,
+                std::chrono::microseconds pause = std::chrono::milliseconds(3));
 
 // A port of UDP that nobody uses.
 int FreePort();
 
 class TestMachine {
  public:
-  // Makes the directory with a rack file and a Velmo.conf whose port is free.
-  explicit TestMachine(const std::string& rack = "");
+  // Makes the directory with a rack file and a Velmo.conf whose port is free. In virtual time the machine stands
+  // while the test looks and acts, and goes on in what waits. Real time is for tests of what is real: sockets,
+  // pipes, threads that run at once, the processor's time.
+  explicit TestMachine(const std::string& rack = "", rack::TimeMode mode = rack::TimeMode::Virtual);
   // Stops the controller and removes the directory.
   ~TestMachine();
   TestMachine(const TestMachine&) = delete;
@@ -56,9 +63,11 @@ class TestMachine {
   std::string FullLog() const;
   // Lines of the console that begin so, without that beginning.
   std::string LinesWith(const std::string& prefix) const;
+  // Lets the machine run until the condition comes true, within a limit that only a broken controller reaches.
+  bool Await(const std::function<bool()>& condition);
   // Waits until the log of a task contains a text. False, and a failure, when it never does.
-  bool WaitForLog(const std::string& text, int task = 1) const;
-  bool WaitForConsole(const std::string& text) const;
+  bool WaitForLog(const std::string& text, int task = 1);
+  bool WaitForConsole(const std::string& text);
 
   // Everything in the journal so far.
   const std::vector<rack::JournalRecord>& Journal();
@@ -89,14 +98,22 @@ class TestMachine {
  private:
   pid_t Launch(std::vector<std::string> options, int output);
   void Attach();
+  // Virtual time: waits until the machine stands after a command, lets it run for a stride. False: it has ended.
+  bool StandsAfter(std::uint32_t command);
+  bool GoOn();
+  void KeepJournal();
   void Ask(const rack::Request& request);
   std::vector<std::string> ConsoleLines() const;
   std::size_t Polls();
 
   std::filesystem::path Directory;
   pid_t Tool = -1;
+  rack::TimeMode Mode;
+  rack::Nanos Stood = 0;  // virtual time: up to where it has run
   rack::tool::Machine View;
+  std::optional<rack::JournalReader> Reader;
   std::vector<rack::JournalRecord> Records;
+  std::uint64_t Lost = 0;
 };
 
 // Scan codes of the keypad, as the card latches them.

@@ -39,7 +39,7 @@ void RunCases(const std::vector<FlowCase>& cases) {
   machine.Start({"--tasks", std::to_string(cases.size())});
   for (size_t i = 0; i < cases.size(); ++i) {
     const int task = static_cast<int>(i) + 1;
-    Eventually([&] { return machine.Log(task).size() >= cases[i].Log.size(); });
+    machine.Await([&] { return machine.Log(task).size() >= cases[i].Log.size(); });
   }
   machine.AwaitPolls();  // what a case logs beyond its expectation shows
   for (size_t i = 0; i < cases.size(); ++i) {
@@ -287,7 +287,7 @@ TEST(Flow, Pauses) {
 
 // No pause follows a call, so that an empty block is called again at full speed.
 TEST(Flow, AnEmptyBlockRepeatsItsCall) {
-  TestMachine machine;
+  TestMachine machine("", rack::TimeMode::Real);
   machine.Write("plc1/RESET.PLC", "FL: E.PLC\nEXIT\n");
   machine.Write("plc1/E.PLC", "");
   const int console = machine.StartOnPipe();

@@ -59,7 +59,7 @@ TEST(Keys, EnterNumAndDec) {
   machine.StartUntil("rests");
   const auto log = [&] { return Collapsed(Without(machine.Log(), "rests")); };
   const auto waitForRest = [&](const std::string& file) {
-    EXPECT_TRUE(Eventually([&] { return CountOf(Collapsed(machine.Log()), "rests] [] [" + file) > 0; }));
+    EXPECT_TRUE(machine.Await([&] { return CountOf(Collapsed(machine.Log()), "rests] [] [" + file) > 0; }));
     machine.AwaitPolls();
   };
   std::string expected = Deaf("RESET.PLC");
@@ -83,7 +83,7 @@ TEST(Keys, EnterNumAndDec) {
   EXPECT_EQ(log(), expected);
   waitForRest("FLOW.PLC");
 
-  EXPECT_TRUE(Eventually([&] { return machine.Log().rfind("rests") > machine.Log().rfind("DLY"); }));
+  EXPECT_TRUE(machine.Await([&] { return machine.Log().rfind("rests") > machine.Log().rfind("DLY"); }));
   machine.Press(kDec);
   EXPECT_EQ(log(), expected + Deaf("RESET.PLC"));
 }
@@ -94,7 +94,7 @@ TEST(Keys, DecAbandonsABlockAndItsWait) {
   machine.Write("plc1/A.PLC", "LDG: 9, 0, ; for ever\nEND\n");
   machine.StartUntil("for ever");
   machine.Press(kDec);
-  EXPECT_TRUE(Eventually([&] { return CountOf(Collapsed(machine.Log()), "for ever") == 2; }));
+  EXPECT_TRUE(machine.Await([&] { return CountOf(Collapsed(machine.Log()), "for ever") == 2; }));
   const std::string once =
       Deaf("RESET.PLC") + Line("FL", 0, -1, "A.PLC") + Line("LDG", 9, 0, "", "A.PLC", "for ever");
   EXPECT_EQ(Collapsed(machine.Log()), once + once);
@@ -211,14 +211,14 @@ TEST_F(StepMode, HoldsBehindGatedCommandsUntilAReleaseKey) {
   for (const auto& row : rows) {
     machine.HoldFunctionKeys(row.Key, 150);
     expected += row.Released;
-    EXPECT_TRUE(Eventually([&] { return Log().size() >= expected.size(); }));
+    EXPECT_TRUE(machine.Await([&] { return Log().size() >= expected.size(); }));
     machine.AwaitPolls();
     EXPECT_EQ(Log(), expected);
   }
 
   machine.Press(kDec);  // step mode is over, and so is its latch
   expected += Line("OUT", 0, 1, "1", "A.PLC") + deaf + Line("OUT", 0, 2, "1", "A.PLC") + deaf;
-  EXPECT_TRUE(Eventually([&] { return Log().size() >= expected.size(); }));
+  EXPECT_TRUE(machine.Await([&] { return Log().size() >= expected.size(); }));
   EXPECT_EQ(Log().substr(0, expected.size()), expected);
 }
 

@@ -8,7 +8,7 @@
 namespace {
 
 TEST(EightTasks, AKeyStartsEveryProduction) {
-  TestMachine machine("[rack]\ntask_count = 8\n[slots]\n12 = \"io\"\n");
+  TestMachine machine("[rack]\ntask_count = 8\n[slots]\n12 = \"io\"\n", rack::TimeMode::Real);
   for (int task = 1; task <= 8; ++task) {
     const std::string number = std::to_string(task);
     machine.Write("plc" + number + "/RESET.PLC", "EXIT\n");
@@ -35,7 +35,7 @@ TEST(EightTasks, AKeyStartsEveryProduction) {
 }
 
 TEST(EightTasks, IdleOnesCostNextToNothing) {
-  TestMachine machine("[rack]\ntask_count = 8\n");
+  TestMachine machine("[rack]\ntask_count = 8\n", rack::TimeMode::Real);
   for (int task = 1; task <= 8; ++task) machine.Write("plc" + std::to_string(task) + "/RESET.PLC", "EXIT\n");
   machine.Start();
   for (int task = 1; task <= 8; ++task) machine.WaitForLog("EXIT", task);

@@ -127,7 +127,7 @@ TEST(StartUp, NumberOfTasks) {
                                         : std::vector<std::string>{"--tasks=" + std::string(row.Argument)});
     // The network thread is made last; a task without a program leaves.
     machine.WaitForConsole("Load TaskNet.\n");
-    EXPECT_TRUE(Eventually([&] { return CountOf(machine.Console(), ": Leave TaskPLC") == row.Tasks; }));
+    EXPECT_TRUE(machine.Await([&] { return CountOf(machine.Console(), ": Leave TaskPLC") == row.Tasks; }));
     EXPECT_THAT(machine.Console(), HasSubstr(row.Line));
     EXPECT_EQ(CountOf(machine.Console(), ": Load TaskPLC"), row.Tasks);
   }
@@ -147,7 +147,7 @@ TEST(StartUp, EveryThreadHasItsLines) {
                                                             "RESET.PLC lost Task quit!\nLeave TaskPLC" +
                                                             number + ".\n");
   }
-  EXPECT_TRUE(Eventually([&] {
+  EXPECT_TRUE(machine.Await([&] {
     return CountOf(machine.Console(), "\nID: PROCESS, TID: THREAD, g_Flag: FLAG.\n") == 2;
   })) << machine.Console();
   const std::string raw = machine.Read("../console");
@@ -242,7 +242,7 @@ TEST(Restart, AfterAFailedRestartTheMachineRunsOn) {
   machine.Write("reboot.txt", "");
   machine.Start({"--restart-fails"});
   machine.WaitForConsole("Velmo: Reboot!\n");
-  EXPECT_TRUE(Eventually([&] { return machine.Live().Controller.Restarts == 1; }));
+  EXPECT_TRUE(machine.Await([&] { return machine.Live().Controller.Restarts == 1; }));
   EXPECT_EQ(machine.Live().Controller.Syncs, 1U);
   EXPECT_FALSE(std::filesystem::exists(machine.Path("reboot.txt")));
   machine.SetInput(0, 0, true);
@@ -251,19 +251,19 @@ TEST(Restart, AfterAFailedRestartTheMachineRunsOn) {
 }
 
 TEST(Console, TheMachineRunsOnWhenItsConsoleIsGone) {
-  TestMachine machine;
+  TestMachine machine("", rack::TimeMode::Real);
   machine.Write("plc1/RESET.PLC", "LD: 0, 0, 1\nOUT: 0, 3, 1\nEXIT\n");
   const int console = machine.StartOnPipe();
-  EXPECT_TRUE(Eventually([&] { return machine.Live().Tasks[1].Line == 1; }));
+  EXPECT_TRUE(machine.Await([&] { return machine.Live().Tasks[1].Line == 1; }));
   close(console);
   machine.AwaitPolls();
   machine.SetInput(0, 0, true);
-  EXPECT_TRUE(Eventually([&] { return machine.Bus().find("5<08") != std::string::npos; }));
+  EXPECT_TRUE(machine.Await([&] { return machine.Bus().find("5<08") != std::string::npos; }));
   EXPECT_EQ(kill(machine.Controller(), 0), 0);
 }
 
 TEST(Console, RepeatedLinesLeaveAtOnceThroughAPipe) {
-  TestMachine machine;
+  TestMachine machine("", rack::TimeMode::Real);
   machine.Write("plc1/RESET.PLC", "LMOT: 0, 0, ; once\nROW: 0, 0, 1\n");
   const int console = machine.StartOnPipe();
   std::string text;

@@ -53,7 +53,7 @@ class Client {
 
 TEST(Network, TwoClientsEmptyAndOversizedDatagrams) {
   const int port = FreePort();
-  TestMachine machine;
+  TestMachine machine("", rack::TimeMode::Real);
   machine.Write("Velmo.conf", "[udp]\nPort=" + std::to_string(port) + "\n");
   machine.Start();
   AwaitPort(machine, port);
@@ -86,12 +86,12 @@ TEST(Network, TwoClientsEmptyAndOversizedDatagrams) {
 }
 
 TEST(Network, ATakenPortIsToldAndTheMachineRunsOn) {
-  TestMachine machine;
+  TestMachine machine("", rack::TimeMode::Real);
   const Client owner(1);
   machine.Write("Velmo.conf", "[UDP]\nPort=" + owner.PortText() + "\n");
   machine.Write("plc1/RESET.PLC", "OUT: 0, 1, 1\nEXIT\n");
   machine.StartUntil("EXIT");
-  EXPECT_TRUE(Eventually([&] { return machine.Errors() == "bind error: Address already in use\n"; }))
+  EXPECT_TRUE(machine.Await([&] { return machine.Errors() == "bind error: Address already in use\n"; }))
       << machine.Errors();
 }
 
@@ -99,7 +99,7 @@ TEST(Network, TheUsualPortWithoutConfiguration) {
   const char* configurations[] = {nullptr, "[UDP]\nSpeed=1\n", "[TCP]\nPort=99\n", "[UDP]\r\nPort=99\r\n"};
   const OwnNetwork network;
   for (const char* configuration : configurations) {
-    TestMachine machine;
+    TestMachine machine("", rack::TimeMode::Real);
     std::filesystem::remove(machine.Path("Velmo.conf"));
     if (configuration != nullptr) machine.Write("Velmo.conf", configuration);
     machine.Start();

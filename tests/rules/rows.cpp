@@ -126,7 +126,7 @@ Group NumbersAndTexts() {
 }
 
 void WasRepeatedAtTheEndOfTheFile(TestMachine& machine, int task) {
-  EXPECT_TRUE(Eventually([&] { return machine.Live().Tasks[task].EndReads >= 2; }));
+  EXPECT_TRUE(machine.Await([&] { return machine.Live().Tasks[task].EndReads >= 2; }));
 }
 
 Group LabelsAndBlocks() {
@@ -288,7 +288,7 @@ void SwitchesOffEachTime(TestMachine& machine, int) {
 
 void CutsCountAndPosition(TestMachine& machine, int task) {
   EXPECT_THAT(machine.Bus(task), HasSubstr("#8 15<00 #8 14<00 #8 13<00 #8 12<02 "));
-  EXPECT_TRUE(Eventually([&] { return CountOf(machine.Bus(task), "#9 6<35 ") > 0; })) << machine.Bus(task);
+  EXPECT_TRUE(machine.Await([&] { return CountOf(machine.Bus(task), "#9 6<35 ") > 0; })) << machine.Bus(task);
 }
 
 Group Values() {
@@ -336,7 +336,7 @@ Group Values() {
 
 // The second move takes back what the first has done so far, and the rest of its own way.
 void EndsBeforeItsStart(TestMachine& machine, int) {
-  EXPECT_TRUE(Eventually([&] { return MovesEnded(machine, kServoSlot, 0) > 0; }));
+  EXPECT_TRUE(machine.Await([&] { return MovesEnded(machine, kServoSlot, 0) > 0; }));
   const auto& journal = machine.Journal();
   int position = 0;
   for (const rack::JournalRecord& record : journal) {
@@ -362,7 +362,7 @@ void NothingAskedForThePosition(TestMachine& machine, int task) {
 }
 
 void WasSetUpAgainAndAgain(TestMachine& machine, int task) {
-  EXPECT_TRUE(Eventually([&] {
+  EXPECT_TRUE(machine.Await([&] {
     machine.Press(kDec);
     return CountOf(machine.Log(task), Again("DG", 3, 0, "-1")) > 0;
   })) << machine.Log(task);
@@ -396,7 +396,7 @@ void EndedWhileChannelZeroMoves(TestMachine& machine, int task) {
 }
 
 void UndoEachOther(TestMachine& machine, int task) {
-  EXPECT_TRUE(Eventually([&] { return LevelsOf(machine, kIoSlot, 3).find("10") != std::string::npos; }));
+  EXPECT_TRUE(machine.Await([&] { return LevelsOf(machine, kIoSlot, 3).find("10") != std::string::npos; }));
   for (const int writer : {task, task + 1}) {
     EXPECT_THAT(machine.Log(writer), HasSubstr(Flow("OUT", 1, 3, writer == task ? "1" : "0")));
   }
