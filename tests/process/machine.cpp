@@ -381,16 +381,14 @@ pid_t TestMachine::Controller() {
 }
 
 double TestMachine::ProcessorSeconds() {
-  std::ifstream stat("/proc/" + std::to_string(Controller()) + "/stat");
-  std::string text;
-  std::getline(stat, text);
-  std::istringstream fields(text.substr(text.rfind(')') + 2));
-  std::string skipped;
-  for (int i = 0; i < 11; ++i) fields >> skipped;
-  double user = 0;
-  double system = 0;
-  fields >> user >> system;
-  return (user + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
+  double nanos = 0;
+  for (const auto& thread :
+       std::filesystem::directory_iterator("/proc/" + std::to_string(Controller()) + "/task")) {
+    double run = 0;
+    std::ifstream(thread.path() / "schedstat") >> run;
+    nanos += run;
+  }
+  return nanos / 1e9;
 }
 
 std::string Line(const std::string& keyword, int slot, int channel, const std::string& parameter,

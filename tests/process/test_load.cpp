@@ -35,6 +35,9 @@ TEST(EightTasks, AKeyStartsEveryProduction) {
 }
 
 TEST(EightTasks, IdleOnesCostNextToNothing) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "the limit is that of the controller as it ships, not of an instrumented one";
+#endif
   TestMachine machine("[rack]\ntask_count = 8\n", rack::TimeMode::Real);
   for (int task = 1; task <= 8; ++task) machine.Write("plc" + std::to_string(task) + "/RESET.PLC", "EXIT\n");
   machine.Start();
@@ -43,7 +46,9 @@ TEST(EightTasks, IdleOnesCostNextToNothing) {
   const double before = machine.ProcessorSeconds();
   for (int i = 0; i < 10; ++i) machine.AwaitPolls();
   const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - begin;
-  EXPECT_LT(machine.ProcessorSeconds() - before, 0.02 * elapsed.count());
+  const double used = machine.ProcessorSeconds() - before;
+  EXPECT_GT(used, 0);
+  EXPECT_LT(used, 0.02 * elapsed.count());
 }
 
 }  // namespace

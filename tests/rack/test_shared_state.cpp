@@ -35,10 +35,10 @@ TEST(JournalTest, ReaderIsToldWhatItMissed) {
 TEST(JournalTest, RecordsComeWholeWhileTheyAreWritten) {
   const auto ring = std::make_unique<rack::JournalRing>();
   constexpr std::int32_t count = 600000;
+  JournalReader reader(*ring, JournalReader::Start::Oldest);
   std::thread writer([&] {
     for (std::int32_t i = 0; i < count; ++i) Append(*ring, Numbered(i));
   });
-  JournalReader reader(*ring, JournalReader::Start::Oldest);
   std::uint64_t lost = 0;
   std::uint64_t seen = 0;
   JournalRecord record{};
