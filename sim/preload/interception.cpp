@@ -20,9 +20,9 @@
 #include <cstring>
 
 #include "preload/bus_target.h"
-#include "preload/clock.h"
 #include "preload/next.h"
 #include "preload/session.h"
+#include "preload/time_source.h"
 
 namespace rack {
 namespace {
@@ -93,7 +93,7 @@ int OpenDevice(std::uint32_t number) {
   }
   // A descriptor of its own, so that no other file gets the same number.
   int descriptor = PassOpen("/dev/null", O_RDWR | O_CLOEXEC, 0);
-  if (descriptor >= 0 && CurrentClock().ShowsFixed()) descriptor = MovedHandle(descriptor);
+  if (descriptor >= 0 && CurrentTime().ShowsFixed()) descriptor = MovedHandle(descriptor);
   if (descriptor < 0) return -1;
   if (ReplaceHandle(0, descriptor + 1)) return descriptor;
   close(descriptor);
@@ -172,7 +172,7 @@ void NoteConsole(ssize_t written) {
   const auto count = static_cast<std::size_t>(written > 0 ? written : 0);
   Session* session = OwnSession();
   if (session != nullptr && count != 0) session->ConsoleWritten(count);
-  CurrentClock().ConsoleEnds(count);
+  CurrentTime().ConsoleEnds(count);
   errno = reason;
 }
 
@@ -255,7 +255,7 @@ ssize_t write(int descriptor, const void* buffer, size_t count) {
   static auto* const next = rack::Next<ssize_t(int, const void*, size_t)>("write");
   if (rack::IsHandle(descriptor)) return rack::WriteDevice(buffer, count);
   if (descriptor != STDOUT_FILENO) return next(descriptor, buffer, count);
-  rack::CurrentClock().ConsoleBegins();
+  rack::CurrentTime().ConsoleBegins();
   const ssize_t written = next(descriptor, buffer, count);
   rack::NoteConsole(written);
   return written;

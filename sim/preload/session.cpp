@@ -7,7 +7,7 @@
 #include <cstring>
 #include <mutex>
 
-#include "preload/clock.h"
+#include "preload/time_source.h"
 
 namespace rack {
 namespace {
@@ -64,7 +64,7 @@ Session::Session(const char* path, std::string& error) {
 }
 
 Nanos Session::Now() const {
-  return CurrentClock().Now() - State.State()->PowerOn;
+  return CurrentTime().Now() - State.State()->PowerOn;
 }
 
 Origin Session::Caller() const {
@@ -79,7 +79,7 @@ Origin Session::Caller() const {
 }
 
 int Session::Read(std::uint8_t port) {
-  CurrentClock().BusAccess();
+  CurrentTime().BusAccess();
   const std::lock_guard<OwnMutex> lock(Guard);
   Origin origin = Caller();
   if (origin.Task == kUnknownTask && port == kKeypadPort && State.State()->Live.SelectedSlot == 0) {
@@ -91,7 +91,7 @@ int Session::Read(std::uint8_t port) {
 }
 
 void Session::Write(std::uint8_t port, std::uint8_t value) {
-  CurrentClock().BusAccess();
+  CurrentTime().BusAccess();
   const std::lock_guard<OwnMutex> lock(Guard);
   Machine->WritePort(port, value, Now(), Caller());
   NoteAccess(port);
@@ -213,7 +213,7 @@ void Session::FileRewound(FILE* stream) {
 
 void Session::LineRead(FILE* stream, const void* caller, const char* line) {
   const DueLine due = TakeLine(stream, caller, line);
-  if (due.FileNumber != 0) CurrentClock().LineDue(due);
+  if (due.FileNumber != 0) CurrentTime().LineDue(due);
 }
 
 // The line that is executed next; its FileNumber is 0 when this read leads to none.

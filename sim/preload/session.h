@@ -1,7 +1,7 @@
 // The process's link to the rack: the mapped state, and what the controller's own file calls tell about its
 // tasks.
 //
-// Any thread may call any operation; one lock guards it all. Time comes from CurrentClock.
+// Any thread may call any operation; one lock guards it all. Time comes from CurrentTime.
 #pragma once
 
 #include <cstdio>
@@ -9,8 +9,8 @@
 #include <string>
 
 #include "preload/bus_target.h"
-#include "preload/clock.h"
 #include "preload/next.h"
+#include "preload/time_source.h"
 #include "rack/rack.h"
 
 namespace rack {

@@ -18,7 +18,7 @@
 #include "plant/plant.h"
 #include "rack/journal.h"
 #include "rack/requests.h"
-#include "time/control.h"
+#include "rack/time_control.h"
 
 namespace rack {
 

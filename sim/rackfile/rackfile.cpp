@@ -10,7 +10,8 @@
 #include <sstream>
 #include <utility>
 
-#include "rackfile/toml_error.h"
+#include "toml/toml_error.h"
+#include "toml/words.h"
 
 namespace rack {
 namespace {

@@ -28,7 +28,4 @@ bool ReadRackText(const std::string& text, const std::string& name, RackSetup& s
 // "0.5": entry and channel. False for anything else.
 bool ParseAddress(const std::string& text, int& entry, int& channel);
 
-// The candidate that differs least from the word; empty when none is near.
-std::string Nearest(const std::string& word, const std::vector<std::string>& candidates);
-
 }  // namespace rack

@@ -1,6 +1,3 @@
-#include <algorithm>
-#include <numeric>
-
 #include "rackfile/rackfile.h"
 
 namespace rack {
@@ -63,29 +60,6 @@ const std::vector<RackWord>& RackWords() {
       {"when", "inverted", "true: the condition is turned round"},
   };
   return words;
-}
-
-std::string Nearest(const std::string& word, const std::vector<std::string>& candidates) {
-  std::string best;
-  std::size_t bestDistance = std::max<std::size_t>(2, word.size() / 2);
-  for (const std::string& candidate : candidates) {
-    // Edits from the first i letters of the word to the first j of the candidate, row by row.
-    std::vector<std::size_t> row(candidate.size() + 1);
-    std::iota(row.begin(), row.end(), std::size_t{0});
-    for (std::size_t i = 1; i <= word.size(); ++i) {
-      std::size_t diagonal = row[0];
-      row[0] = i;
-      for (std::size_t j = 1; j <= candidate.size(); ++j) {
-        const std::size_t replaced = diagonal + (word[i - 1] == candidate[j - 1] ? 0 : 1);
-        diagonal = row[j];
-        row[j] = std::min({row[j] + 1, row[j - 1] + 1, replaced});
-      }
-    }
-    if (row.back() > bestDistance || (row.back() == bestDistance && !best.empty())) continue;
-    best = candidate;
-    bestDistance = row.back();
-  }
-  return best;
 }
 
 }  // namespace rack

@@ -4,18 +4,13 @@
 #include <charconv>
 #include <optional>
 
-#include "tool/key_names.h"
-#include "tool/signals.h"
-#include "tool/words.h"
+#include "machine/key_names.h"
+#include "machine/signals.h"
+#include "toml/words.h"
 
 namespace rack::scenario {
 
 namespace {
-
-using tool::ChooseChannel;
-using tool::ChooseSignal;
-using tool::SignalChoice;
-using tool::Snapshot;
 
 struct Speaker {
   const char* word;
@@ -102,8 +97,8 @@ class Parser {
   void ParseRest() {
     const std::string& first = words_[0];
     if (words_.size() >= 3 && words_[1] == "prints") return ParsePrints();
-    if (first == "motor") return ParseMover(kMotorVerbs, tool::MotorChannels);
-    if (first == "cylinder") return ParseMover(kCylinderVerbs, tool::CylinderChannels);
+    if (first == "motor") return ParseMover(kMotorVerbs, MotorChannels);
+    if (first == "cylinder") return ParseMover(kCylinderVerbs, CylinderChannels);
     if (first == "counter") return ParseCounter();
     if (first == "key") return ParseKey();
     if (first == "line") return ParseLine();
@@ -112,7 +107,7 @@ class Parser {
       return;
     }
     if (words_.back() == "on" || words_.back() == "off") return ParseLevel();
-    const std::string near = tool::Suggestion(choice_.happening.text, events_);
+    const std::string near = Suggestion(choice_.happening.text, events_);
     Refuse("\"" + choice_.happening.text + "\" is nothing that can happen" +
            (near.empty() ? std::string(": ") + kForms : near));
   }
@@ -135,7 +130,7 @@ class Parser {
   void ParseMover(const Verb (&verbs)[Count], int (*channels)(CardKind)) {
     std::vector<std::string> known;
     for (const Verb& verb : verbs) known.push_back(verb.number ? std::string(verb.word) + " N" : verb.word);
-    const std::string usage = "write \"" + words_[0] + " ENTRY.CHANNEL " + tool::Join(known, "|") +
+    const std::string usage = "write \"" + words_[0] + " ENTRY.CHANNEL " + Join(known, "|") +
                               "\", N a number or a range such as 795..805";
     const auto* const verb = words_.size() < 3
                                  ? std::end(verbs)
@@ -167,18 +162,18 @@ class Parser {
       return;
     }
     std::vector<std::string> names;
-    for (const tool::CounterView& counter : machine_.counters) {
+    for (const CounterView& counter : machine_.counters) {
       names.push_back(counter.name);
       if (counter.name != words_[1]) continue;
       choice_.happening.kind = HappeningKind::Counter;
       choice_.happening.channel = counter.link;
       return;
     }
-    Refuse("no counter is called \"" + words_[1] + "\"" + tool::Suggestion(words_[1], names));
+    Refuse("no counter is called \"" + words_[1] + "\"" + Suggestion(words_[1], names));
   }
 
   void ParseKey() {
-    const std::optional<tool::Key> key = words_.size() == 2 ? tool::FindKey(words_[1]) : std::nullopt;
+    const std::optional<Key> key = words_.size() == 2 ? FindKey(words_[1]) : std::nullopt;
     if (!key || key->function) {
       Refuse(
           "write \"key NAME\" with a key that the controller takes: 0 to 9, Enter, Dec, Plus, Num, Star, "
@@ -191,8 +186,7 @@ class Parser {
 
   void ParseLine() {
     const std::size_t colon = words_.size() == 2 ? words_[1].rfind(':') : std::string::npos;
-    const int line =
-        colon == std::string::npos ? 0 : tool::WholeNumber(words_[1].substr(colon + 1)).value_or(0);
+    const int line = colon == std::string::npos ? 0 : WholeNumber(words_[1].substr(colon + 1)).value_or(0);
     const bool path = words_.size() == 2 && words_[1].rfind("plc", 0) == 0 && words_[1].size() > 5 &&
                       words_[1][3] >= '1' && words_[1][3] <= '8' && words_[1][4] == '/';
     if (line < 1 || !path) {
@@ -218,7 +212,7 @@ class Parser {
       return;
     }
     std::vector<std::string> names;
-    for (const tool::NamedSignal& signal : machine_.signals) {
+    for (const NamedSignal& signal : machine_.signals) {
       names.push_back(signal.name);
       if (signal.name != words_[0]) continue;
       happening.signal = signal.kind;
@@ -229,7 +223,7 @@ class Parser {
              "\" or \"output " + happening.text + "\"");
       return;
     }
-    Refuse("no signal is called \"" + words_[0] + "\"" + tool::Suggestion(words_[0], names));
+    Refuse("no signal is called \"" + words_[0] + "\"" + Suggestion(words_[0], names));
   }
 
   const Snapshot& machine_;

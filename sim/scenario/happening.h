@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "tool/snapshot.h"
+#include "machine/snapshot.h"
 
 namespace rack::scenario {
 
@@ -47,7 +47,7 @@ struct HappeningChoice {
   Happening happening;
   std::string error;  // empty: the happening is good
 };
-HappeningChoice ParseHappening(const std::string& text, const tool::Snapshot& machine,
+HappeningChoice ParseHappening(const std::string& text, const Snapshot& machine,
                                const std::vector<std::string>& events);
 
 // Whether it is a state that lasts, so that one can ask whether it holds at a moment.

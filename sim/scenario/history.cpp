@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "tool/trace_text.h"
+#include "machine/trace_text.h"
 
 namespace rack::scenario {
 
@@ -53,7 +53,7 @@ void History::See(const JournalRecord& record) {
     uses_[record.Slot][record.Task] = true;
   }
   if (IsTold(record.Kind))
-    Add({record.Time, record.Task, tool::EventText(machine_, record), false, 1, record.Time});
+    Add({record.Time, record.Task, EventText(machine_, record), false, 1, record.Time});
 }
 
 // A task that waits prints the same few lines again and again: each is told once.
@@ -115,7 +115,7 @@ std::vector<std::string> History::Story(const std::vector<const Happening*>& hap
 std::string History::Line(const Entry& entry) {
   char text[64];
   std::snprintf(text, sizeof text, "%10.3f  %-4s  ", static_cast<double>(entry.time) / 1e9,
-                tool::Who(static_cast<std::uint8_t>(entry.who)).c_str());
+                Who(static_cast<std::uint8_t>(entry.who)).c_str());
   std::string line = text + entry.text;
   if (entry.times == 1) return line;
   std::snprintf(text, sizeof text, " (%d times until %.3f)", entry.times,

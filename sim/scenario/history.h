@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "machine/snapshot.h"
 #include "rack/journal.h"
 #include "scenario/happening.h"
-#include "tool/snapshot.h"
 
 namespace rack::scenario {
 
@@ -17,7 +17,7 @@ bool IsAccess(JournalKind kind);
 
 class History {
  public:
-  explicit History(tool::Snapshot machine) : machine_(std::move(machine)) {}
+  explicit History(Snapshot machine) : machine_(std::move(machine)) {}
 
   void See(const JournalRecord& record);
   void SeeLine(Nanos time, int who, const std::string& line);
@@ -41,7 +41,7 @@ class History {
   void Add(const Entry& entry);
   std::vector<bool> Concerned(const std::vector<const Happening*>& happenings) const;
 
-  tool::Snapshot machine_;
+  Snapshot machine_;
   std::deque<Entry> entries_;
   std::array<std::array<bool, kTaskRecords>, kSlots> uses_{};  // by slot and task: it has addressed that card
 };

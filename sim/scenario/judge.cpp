@@ -4,7 +4,7 @@
 
 namespace rack::scenario {
 
-Judge::Judge(const Scenario& scenario, const tool::Snapshot& machine, const tool::FileNames& files)
+Judge::Judge(const Scenario& scenario, const Snapshot& machine, const FileNames& files)
     : scenario_(scenario),
       history_(machine),
       occurrences_(scenario.happenings.size()),

@@ -22,7 +22,7 @@ struct Outcome {
 
 class Judge {
  public:
-  Judge(const Scenario& scenario, const tool::Snapshot& machine, const tool::FileNames& files);
+  Judge(const Scenario& scenario, const Snapshot& machine, const FileNames& files);
 
   // What happens, in order of time.
   void See(const JournalRecord& record);

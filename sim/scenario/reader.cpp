@@ -7,21 +7,20 @@
 #include <iterator>
 #include <sstream>
 
+#include "machine/faults.h"
+#include "machine/key_names.h"
+#include "machine/machine.h"
+#include "machine/signals.h"
 #include "rackfile/rackfile.h"
-#include "rackfile/toml_error.h"
 #include "scenario/scenario.h"
-#include "tool/faults.h"
-#include "tool/key_names.h"
-#include "tool/machine.h"
-#include "tool/signals.h"
-#include "tool/words.h"
+#include "toml/toml_error.h"
+#include "toml/words.h"
 
 namespace rack::scenario {
 
 namespace {
 
 using Value = toml::value;
-using tool::Snapshot;
 
 constexpr Nanos kUsualLimit = 60 * kSecond;
 constexpr Nanos kUsualHold = 200 * kMillisecond;
@@ -145,9 +144,9 @@ void Reader::CheckWords(const Value& owner, std::vector<std::string> known) {
   for (const auto& [word, value] : owner.as_table()) {
     if (std::find(known.begin(), known.end(), word) != known.end()) continue;
     const std::string near = Nearest(word, known);
-    Fail(value, "unknown word " + Quoted(word) + "; " +
-                    (near.empty() ? "known here: " + tool::Join(known, ", ")
-                                  : "did you mean " + Quoted(near) + "?"));
+    Fail(value,
+         "unknown word " + Quoted(word) + "; " +
+             (near.empty() ? "known here: " + Join(known, ", ") : "did you mean " + Quoted(near) + "?"));
   }
 }
 
@@ -168,7 +167,7 @@ Nanos Reader::Time(const Value& owner, const char* word, Nanos absent) {
   std::string text = value->is_string() ? value->as_string().str : "";
   const bool united = !text.empty() && text.find_first_not_of("0123456789. ") != std::string::npos;
   text.erase(std::remove(text.begin(), text.end(), ' '), text.end());
-  const std::optional<long long> millis = united ? tool::DurationMillis(text) : std::nullopt;
+  const std::optional<long long> millis = united ? DurationMillis(text) : std::nullopt;
   if (millis) return *millis * kMillisecond;
   Fail(*value, Quoted(word) + " " + kTimeForm);
   return absent;
@@ -207,7 +206,7 @@ bool Reader::OneOf(const Value& owner, const std::vector<std::string>& words, st
     ++count;
   }
   if (count == 1) return true;
-  Fail(owner, "exactly one of " + tool::Join(words, ", ") + " is wanted here");
+  Fail(owner, "exactly one of " + Join(words, ", ") + " is wanted here");
   return false;
 }
 
@@ -268,7 +267,7 @@ bool Reader::ReadMachine(const Value& root) {
   scenario_.setup = setup;
   const auto state = std::make_unique<RackState>();
   PowerOn(*state, *setup, 0);
-  machine_ = tool::SnapshotOf(state->Image, state->Live);
+  machine_ = SnapshotOf(state->Image, state->Live);
   return true;
 }
 
@@ -347,9 +346,9 @@ void Reader::ReadAction(const Value& table, const std::string& action, Event& ev
 void Reader::ReadKey(const Value& table, Event& event) {
   std::string name;
   if (!Text(table, "key", name)) return;
-  const std::optional<tool::Key> key = tool::FindKey(name);
+  const std::optional<Key> key = FindKey(name);
   if (!key) {
-    Fail(*Get(table, "key"), "there is no key " + Quoted(name) + tool::Suggestion(name, tool::KeyNames()));
+    Fail(*Get(table, "key"), "there is no key " + Quoted(name) + Suggestion(name, KeyNames()));
     return;
   }
   event.kind = ActionKind::Key;
@@ -368,7 +367,7 @@ void Reader::ReadInput(const Value& table, Event& event) {
     Fail(*Get(table, "input"), "\"input\" wants a signal and on, off or release, such as \"clamped off\"");
     return;
   }
-  const tool::SignalChoice input = tool::ChooseSignal(machine_, SignalKind::Input, text.substr(0, blank));
+  const SignalChoice input = ChooseSignal(machine_, SignalKind::Input, text.substr(0, blank));
   if (!input.found) {
     Fail(*Get(table, "input"), input.error);
     return;
@@ -395,8 +394,8 @@ void Reader::ReadFault(const Value& table, const char* word, Event& event) {
   std::istringstream stream(text);
   for (std::string each; stream >> each;) words.push_back(each);
   if (words.empty()) words.emplace_back();
-  const tool::FaultChoice choice =
-      tool::ChooseFault(machine_, words, clear ? RequestKind::EndFault : RequestKind::BeginFault);
+  const FaultChoice choice =
+      ChooseFault(machine_, words, clear ? RequestKind::EndFault : RequestKind::BeginFault);
   if (!choice.error.empty()) Fail(*Get(table, word), choice.error);
   event.request = choice.request;
   event.request.Duration = Time(table, "for", 0);

@@ -15,17 +15,16 @@
 #include <optional>
 #include <thread>
 
-#include "tool/launch.h"
-#include "tool/machine.h"
-#include "tool/time.h"
-#include "tool/waveform.h"
+#include "machine/launch.h"
+#include "machine/machine.h"
+#include "machine/standstill.h"
+#include "machine/waveform.h"
 
 namespace rack::scenario {
 
 namespace {
 
 namespace fs = std::filesystem;
-using tool::Snapshot;
 
 // How far the machine runs before what happened is looked at: at most so long, and no further than the journal
 // holds so many bus accesses.
@@ -106,7 +105,7 @@ int TakeSpeaker(std::string& line) {
 // The controller's process, started again after each restart, in a thread of its own.
 class ControllerThread {
  public:
-  ControllerThread(const tool::Launch& launch, const RackState& state) : launch_(launch), state_(state) {
+  ControllerThread(const Launch& launch, const RackState& state) : launch_(launch), state_(state) {
     thread_ = std::thread([this] { Run(); });
   }
   ~ControllerThread() { Finish(); }
@@ -134,9 +133,9 @@ class ControllerThread {
     bool again = true;
     while (again) {
       const std::uint32_t restarts = state_.Live.Controller.Restarts;
-      const tool::AttachWatch attach(state_);
-      tool::StandstillWatch standstill(state_);
-      const tool::RunEnd end = tool::RunController(launch_, [&]() -> std::string {
+      const AttachWatch attach(state_);
+      StandstillWatch standstill(state_);
+      const RunEnd end = RunController(launch_, [&]() -> std::string {
         if (finishing_) return "the scenario is over";
         const std::string wrong = attach();
         return wrong.empty() ? standstill() : wrong;
@@ -152,7 +151,7 @@ class ControllerThread {
     ended_.store(true, std::memory_order_release);
   }
 
-  const tool::Launch& launch_;
+  const Launch& launch_;
   const RackState& state_;
   std::atomic<bool> finishing_{false};
   std::atomic<bool> ended_{false};
@@ -178,7 +177,7 @@ class Run {
  private:
   Snapshot Look() {
     CopyLive(State().Live, *live_);
-    return tool::SnapshotOf(State().Image, *live_);
+    return SnapshotOf(State().Image, *live_);
   }
   RackState& State() const { return *file_.State(); }
   bool Advance(Nanos time);
@@ -195,12 +194,12 @@ class Run {
   std::string machine_;
   StateFile file_;
   std::unique_ptr<RackLive> live_;
-  tool::Launch launch_;
+  Launch launch_;
   std::optional<ControllerThread> controller_;
   std::unique_ptr<Judge> judge_;
   std::unique_ptr<JournalReader> journal_;
   std::ofstream recording_;
-  std::unique_ptr<tool::Waveform> waveform_;
+  std::unique_ptr<Waveform> waveform_;
   std::ifstream console_;
   std::string rest_;        // of the console: a line that has not ended yet
   std::vector<bool> done_;  // by event
@@ -211,22 +210,22 @@ class Run {
 std::string Run::Prepare(const RunPlaces& places) {
   std::string error = CopyMachine(scenario_.machine, machine_);
   if (!error.empty()) return error;
-  if (mkdir(tool::RunDirectory(machine_).c_str(), 0755) != 0) return machine_ + ": " + std::strerror(errno);
-  error = tool::PrepareRun(machine_, places.library);
+  if (mkdir(RunDirectory(machine_).c_str(), 0755) != 0) return machine_ + ": " + std::strerror(errno);
+  error = PrepareRun(machine_, places.library);
   if (!error.empty()) return error;
   RackSetup setup = *scenario_.setup;
   setup.Time.Mode = TimeMode::Virtual;
   setup.Time.Seed = scenario_.seed;
   setup.Time.StartStopped = 1;
-  if (!file_.Create(tool::StatePath(machine_), setup, error)) return error;
+  if (!file_.Create(StatePath(machine_), setup, error)) return error;
 
-  launch_ = tool::MakeLaunch(machine_, places.controller, scenario_.tasks);
+  launch_ = MakeLaunch(machine_, places.controller, scenario_.tasks);
   launch_.output = folder_ + "/console";
   std::ofstream(launch_.output) << std::flush;
   console_.open(launch_.output, std::ios::binary);
   recording_.open(folder_ + "/recording");
   const Snapshot start = Look();
-  waveform_ = std::make_unique<tool::Waveform>(recording_, start);
+  waveform_ = std::make_unique<Waveform>(recording_, start);
   waveform_->Begin({}, 0);
   journal_ = std::make_unique<JournalReader>(State().Journal, JournalReader::Start::Oldest);
   judge_ = std::make_unique<Judge>(scenario_, start, [this](std::uint32_t number) -> std::string {

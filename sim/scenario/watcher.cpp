@@ -10,16 +10,16 @@ namespace {
 constexpr std::uint8_t kAlarmBit = 0x80;
 constexpr std::uint8_t kInPositionBit = 0x10;
 
-std::string LabelOf(const Happening& happening, const tool::Snapshot& machine) {
+std::string LabelOf(const Happening& happening, const Snapshot& machine) {
   const std::string address = std::to_string(happening.entry) + "." + std::to_string(happening.channel);
   switch (happening.kind) {
     case HappeningKind::Level:
-      return tool::SignalText(machine, happening.signal, happening.entry, happening.channel);
+      return SignalText(machine, happening.signal, happening.entry, happening.channel);
     case HappeningKind::CylinderAt:
     case HappeningKind::CylinderAlarm:
       return "cylinder " + address;
     case HappeningKind::Counter:
-      for (const tool::CounterView& counter : machine.counters) {
+      for (const CounterView& counter : machine.counters) {
         if (counter.link == happening.channel) return "counter " + counter.name;
       }
       return "counter";
@@ -30,13 +30,13 @@ std::string LabelOf(const Happening& happening, const tool::Snapshot& machine) {
 
 }  // namespace
 
-Watcher::Watcher(const Happening& happening, const tool::Snapshot& machine, tool::FileNames files)
+Watcher::Watcher(const Happening& happening, const Snapshot& machine, FileNames files)
     : happening_(happening), files_(std::move(files)), label_(LabelOf(happening, machine)) {
   const auto channel = static_cast<std::size_t>(happening.channel);
   const auto entry = static_cast<std::size_t>(happening.entry);
   switch (happening.kind) {
     case HappeningKind::Level: {
-      const tool::CardView& card = machine.cards[entry];
+      const CardView& card = machine.cards[entry];
       const std::uint32_t levels = happening.signal == SignalKind::Input ? card.inputs : card.outputs;
       value_ = levels >> channel & 1;
       break;
@@ -52,7 +52,7 @@ Watcher::Watcher(const Happening& happening, const tool::Snapshot& machine, tool
       break;
     case HappeningKind::CylinderAt:
     case HappeningKind::CylinderAlarm: {
-      const tool::CylinderView& cylinder = machine.cards[entry].cylinders[channel];
+      const CylinderView& cylinder = machine.cards[entry].cylinders[channel];
       const bool alarm = (cylinder.status & kAlarmBit) != 0;
       standing_ = (cylinder.status & kInPositionBit) != 0;
       alarm_ = alarm;

@@ -3,16 +3,16 @@
 
 #include <string>
 
+#include "machine/trace_text.h"
 #include "rack/journal.h"
 #include "scenario/happening.h"
-#include "tool/trace_text.h"
 
 namespace rack::scenario {
 
 class Watcher {
  public:
   // The machine as it stands at power-on. `files` names a program file by its number.
-  Watcher(const Happening& happening, const tool::Snapshot& machine, tool::FileNames files);
+  Watcher(const Happening& happening, const Snapshot& machine, FileNames files);
 
   void See(const JournalRecord& record);
   // A line on the console.
@@ -40,7 +40,7 @@ class Watcher {
   void SeeMotor(const JournalRecord& record);
 
   Happening happening_;
-  tool::FileNames files_;
+  FileNames files_;
   std::string label_;       // what it is about: "clamped (1.1)"
   std::int64_t value_ = 0;  // level, position, count, number of pulses
   bool moving_ = false;     // of a motor

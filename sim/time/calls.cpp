@@ -20,9 +20,9 @@
 #include <ctime>
 
 #include "preload/next.h"
-#include "time/clocks.h"
 #include "time/locks.h"
 #include "time/scheduler.h"
+#include "time/shown_time.h"
 
 namespace rack {
 namespace {

@@ -11,7 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "time/control.h"
+#include "rack/time_control.h"
 
 namespace rack {
 

@@ -1,13 +1,13 @@
 // Puts the controller of the preloaded library under the time that its state asks for, before its first step.
-#include "preload/clock.h"
 #include "preload/session.h"
-#include "time/clocks.h"
+#include "preload/time_source.h"
 #include "time/scheduler.h"
+#include "time/shown_time.h"
 
 namespace rack {
 namespace {
 
-class VirtualTime final : public Clock {
+class VirtualTime final : public TimeSource {
  public:
   Nanos Now() override { return kVirtualPowerOn + VirtualNow(); }
   void BusAccess() override {
@@ -23,7 +23,7 @@ class VirtualTime final : public Clock {
   bool ShowsFixed() override { return true; }
 };
 
-class ScaledTime final : public Clock {
+class ScaledTime final : public TimeSource {
  public:
   explicit ScaledTime(RackState& state) : State(state) {}
   // Also right for a controller that was started again later than the machine was switched on.
@@ -46,12 +46,12 @@ void ServeSession() {
   RackState& state = session->Shared();
   const TimeSetup& setup = state.Time.Setup;
   if (setup.Mode == TimeMode::Scaled) {
-    UseClock(new ScaledTime(state));
+    UseTimeSource(new ScaledTime(state));
     ScaleTime(setup.FactorMillis / 1000.0);
   }
   if (setup.Mode != TimeMode::Virtual) return;
   session->Attach();
-  UseClock(new VirtualTime);
+  UseTimeSource(new VirtualTime);
   Engage({&state.Time, state.Live.Now, &ServeSession, true});
 }
 

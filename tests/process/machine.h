@@ -12,10 +12,10 @@
 #include <utility>
 #include <vector>
 
+#include "machine/machine.h"
 #include "rack/journal.h"
 #include "rack/requests.h"
-#include "time/control.h"
-#include "tool/machine.h"
+#include "rack/time_control.h"
 
 // Whether the condition comes true in real time, within a limit that only a broken controller reaches. Looks again
 // after each pause.
@@ -90,7 +90,7 @@ class TestMachine {
 
   const rack::RackLive& Live() { return View.Live(); }
   // Everything in the rack at this moment.
-  rack::tool::Snapshot Picture() { return View.Take(); }
+  rack::Snapshot Picture() { return View.Take(); }
   pid_t Controller();
   // Processor time of the controller so far, in seconds.
   double ProcessorSeconds();
@@ -110,7 +110,7 @@ class TestMachine {
   pid_t Tool = -1;
   rack::TimeMode Mode;
   rack::Nanos Stood = 0;  // virtual time: up to where it has run
-  rack::tool::Machine View;
+  rack::Machine View;
   std::optional<rack::JournalReader> Reader;
   std::vector<rack::JournalRecord> Records;
   std::uint64_t Lost = 0;

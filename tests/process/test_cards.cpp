@@ -84,7 +84,7 @@ TEST(Cards, OutputsRelaysAndInputs) {
                         "PLC1: SYN_LD: SlotIdx:2  ChIdx:0 1\nSTMTR: Cmd_LD\nPLC1: " + Line("OUT", 3, 0, "1") +
                         "ASDA: Cmd_Out\nPLC1: " + Line("LD", 3, 0, "1") +
                         "PLC1: SYN_LD: SlotIdx:3  ChIdx:0 1\nASDA: Cmd_Ld\nPLC1: " + Line("OUT", 4, 0, "1")));
-  const rack::tool::Snapshot picture = machine.Picture();
+  const rack::Snapshot picture = machine.Picture();
   EXPECT_EQ(picture.cards[0].outputs, 0x0080U);
   EXPECT_EQ(picture.cards[1].outputs, 0x028101U);
 }
@@ -207,7 +207,7 @@ TEST(Cards, EightTasksOnOneOutputByteLoseNoBit) {
   }
   machine.Start({"--tasks", "8"});
   for (int task = 1; task <= 8; ++task) machine.WaitForLog("EXIT", task);
-  const rack::tool::Snapshot picture = machine.Picture();
+  const rack::Snapshot picture = machine.Picture();
   EXPECT_EQ(picture.cards[1].outputs, 0xFFU);
   std::map<int, int> changes;
   for (const rack::JournalRecord& record : machine.Journal()) {

@@ -47,7 +47,7 @@ class JudgeTest : public testing::Test {
     return verdicts;
   }
 
-  tool::Snapshot machine;
+  Snapshot machine;
   Scenario scenario;
   std::vector<Outcome> outcomes;
 };

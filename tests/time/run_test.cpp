@@ -11,10 +11,10 @@
 #include <functional>
 #include <thread>
 
+#include "machine/machine.h"
 #include "preload/next.h"
 #include "rack/requests.h"
 #include "support/scratch.h"
-#include "tool/machine.h"
 
 namespace {
 
@@ -80,7 +80,7 @@ class TimeRunTest : public ScratchTest {
   void AwaitStanding(std::uint32_t number) {
     const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
     while (std::chrono::steady_clock::now() < limit) {
-      rack::tool::Machine machine;
+      rack::Machine machine;
       if (machine.Open(".").empty() && rack::Stands(machine.State().Time, number)) return;
       std::this_thread::yield();
     }
@@ -132,7 +132,7 @@ TEST_F(TimeRunTest, TwoRunsAreTheSameByteForByteAlsoOnALoadedComputer) {
   const auto record = [&](const std::string& seed) {
     Run({"--time", "virtual", "--seed", seed, "--stopped", "--for", "2s"});
     AwaitStanding(0);
-    rack::tool::Machine machine;
+    rack::Machine machine;
     EXPECT_EQ(machine.Open("."), "");
     const auto holdAt = [&](rack::Nanos time) {
       rack::TimeCommand command{};
@@ -200,7 +200,7 @@ TEST_F(TimeRunTest, TenMinutesAreOverSoonAndAScaledRunAsSoonAsItSays) {
   Program(1, "LD: 1, 0, 1\n");
   Run({"--time", "virtual", "--tasks", "1", "--for", "10min"});
   EXPECT_EQ(End(0), 0);
-  rack::tool::Machine machine;
+  rack::Machine machine;
   ASSERT_EQ(machine.Open("."), "");
   EXPECT_EQ(machine.Take().nowNanos, 600 * kSecond);
 
@@ -210,7 +210,7 @@ TEST_F(TimeRunTest, TenMinutesAreOverSoonAndAScaledRunAsSoonAsItSays) {
   const auto passed = std::chrono::steady_clock::now() - start;
   EXPECT_GE(passed, std::chrono::milliseconds(1000));
   EXPECT_LT(passed, std::chrono::seconds(20));
-  rack::tool::Machine scaled;
+  rack::Machine scaled;
   ASSERT_EQ(scaled.Open("."), "");
   EXPECT_GT(scaled.State().Live.Now, 25 * kSecond);
 
@@ -228,7 +228,7 @@ TEST_F(TimeRunTest, ASlowConsoleCostsTime) {
   Run({"--time", "virtual", "--tasks", "1", "--until", "1:RESET.PLC:2"});
   AwaitStanding(0);
   const std::string console = Read("console");
-  rack::tool::Machine machine;
+  rack::Machine machine;
   ASSERT_EQ(machine.Open("."), "");
   const auto bytes = static_cast<rack::Nanos>(console.size());
   EXPECT_GE(machine.State().Live.Now, (bytes - 400) * 10 * kSecond / 9600);

@@ -4,16 +4,16 @@
 
 #include <sstream>
 
-#include "tool/faults.h"
-#include "tool/key_names.h"
-#include "tool/machine.h"
-#include "tool/register_names.h"
-#include "tool/signals.h"
-#include "tool/trace_text.h"
-#include "tool/vcd_writer.h"
-#include "tool/words.h"
+#include "machine/faults.h"
+#include "machine/key_names.h"
+#include "machine/machine.h"
+#include "machine/register_names.h"
+#include "machine/signals.h"
+#include "machine/trace_text.h"
+#include "machine/vcd_writer.h"
+#include "toml/words.h"
 
-namespace rack::tool {
+namespace rack {
 namespace {
 
 Snapshot SmallRack() {
@@ -173,4 +173,4 @@ TEST(StepFollower, PlusLatchesUntilDec) {
 }
 
 }  // namespace
-}  // namespace rack::tool
+}  // namespace rack

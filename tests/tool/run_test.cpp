@@ -12,10 +12,10 @@
 #include <fstream>
 #include <functional>
 
-#include "tool/machine.h"
-#include "tool/supervise.h"
+#include "machine/machine.h"
+#include "machine/supervise.h"
 
-namespace rack::tool {
+namespace rack {
 namespace {
 
 using std::filesystem::path;
@@ -172,4 +172,4 @@ TEST_F(RunTest, ABadRackFileAndAMissingDirectoryStartNothing) {
 }
 
 }  // namespace
-}  // namespace rack::tool
+}  // namespace rack

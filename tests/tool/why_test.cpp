@@ -2,9 +2,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tool/why.h"
+#include "machine/why.h"
 
-namespace rack::tool {
+namespace rack {
 namespace {
 
 class WhyTest : public testing::Test {
@@ -119,4 +119,4 @@ TEST_F(WhyTest, EndsOfFilesAndLostFiles) {
 }
 
 }  // namespace
-}  // namespace rack::tool
+}  // namespace rack

@@ -8,8 +8,8 @@
 #include "check/topics.h"
 #include "drvlib.h"
 #include "numbers.h"
-#include "rackfile/rackfile.h"
 #include "readini.h"
+#include "toml/words.h"
 
 namespace check {
 

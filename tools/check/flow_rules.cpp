@@ -5,7 +5,6 @@
 #include "check/flow.h"
 #include "check/topics.h"
 #include "public.h"
-#include "rackfile/rackfile.h"
 
 namespace check {
 

@@ -8,7 +8,7 @@
 #include "check/topics.h"
 #include "drvlib.h"
 #include "numbers.h"
-#include "rackfile/rackfile.h"
+#include "toml/words.h"
 
 namespace check {
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "check/check.h"
-#include "rackfile/rackfile.h"
+#include "toml/words.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 #include "drvlib.h"
 #include "numbers.h"
 #include "public.h"
-#include "rackfile/rackfile.h"
 #include "readini.h"
+#include "toml/words.h"
 
 namespace check {
 

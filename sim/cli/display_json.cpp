@@ -1,0 +1,88 @@
+#include <nlohmann/json.hpp>
+
+#include "cli/display.h"
+#include "machine/why.h"
+
+namespace rack::cli {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+Json Levels(const Snapshot& snapshot, SignalKind kind, int entry, std::uint32_t levels, int count,
+            std::uint32_t forced) {
+  Json list = Json::array();
+  for (int channel = 0; channel < count; ++channel) {
+    Json signal = {{"channel", channel}, {"on", (levels >> channel & 1) != 0}};
+    const std::string label = SignalLabel(snapshot, kind, entry, channel);
+    if (label.find('.') == std::string::npos) signal["name"] = label;
+    if ((forced >> channel & 1) != 0) signal["forced"] = true;
+    list.push_back(signal);
+  }
+  return list;
+}
+
+Json Card(const Snapshot& snapshot, int entry) {
+  const CardView& card = snapshot.cards[static_cast<std::size_t>(entry)];
+  Json json = {{"entry", entry}, {"slot", card.slot}, {"kind", KindName(card.kind)}, {"pulled", card.pulled}};
+  if (const int inputs = InputChannels(card.kind); inputs > 0) {
+    json["inputs"] = Levels(snapshot, SignalKind::Input, entry, card.inputs, inputs, card.forced);
+  }
+  if (const int outputs = OutputChannels(card.kind); outputs > 0) {
+    json["outputs"] = Levels(snapshot, SignalKind::Output, entry, card.outputs, outputs, 0);
+  }
+  if (card.kind == CardKind::Cpu) {
+    json["key_code"] = card.keyCode;
+    json["function_keys"] = card.functionKeys;
+  }
+  for (const MotorView& motor : card.motors) {
+    json["motors"].push_back({{"busy", motor.busy},
+                              {"position", motor.position},
+                              {"count", motor.count},
+                              {"blocked", motor.blocked}});
+  }
+  for (const CylinderView& cylinder : card.cylinders) {
+    json["cylinders"].push_back({{"position", cylinder.thousandths / 1000.0},
+                                 {"target", cylinder.target},
+                                 {"status", cylinder.status},
+                                 {"alarm", (cylinder.status & 0x80) != 0}});
+  }
+  return json;
+}
+
+Json Task(const Snapshot& snapshot, const TaskView& task) {
+  return {{"task", task.task},
+          {"file", task.file},
+          {"line", task.line},
+          {"text", task.text},
+          {"main", task.mainFile},
+          {"block", task.blockFile},
+          {"step_mode", task.stepMode},
+          {"stands_seconds", static_cast<double>(task.standsNanos) / 1e9},
+          {"why", WhyStanding(snapshot, task)}};
+}
+
+}  // namespace
+
+std::string JsonOf(const Snapshot& snapshot) {
+  Json json = {{"running", snapshot.running},
+               {"process", snapshot.process},
+               {"seconds", static_cast<double>(snapshot.nowNanos) / 1e9},
+               {"restarts", snapshot.restarts},
+               {"syncs", snapshot.syncs},
+               {"cards", Json::array()},
+               {"tasks", Json::array()},
+               {"counters", Json::array()},
+               {"faults", snapshot.faults}};
+  for (std::size_t entry = 0; entry < snapshot.cards.size(); ++entry) {
+    json["cards"].push_back(Card(snapshot, static_cast<int>(entry)));
+  }
+  for (const TaskView& task : snapshot.tasks) json["tasks"].push_back(Task(snapshot, task));
+  for (const CounterView& counter : snapshot.counters) {
+    json["counters"].push_back({{"name", counter.name}, {"count", counter.count}, {"goal", counter.goal}});
+  }
+  // Program texts may hold any byte: what is no UTF-8 is replaced.
+  return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+}  // namespace rack::cli

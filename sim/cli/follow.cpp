@@ -1,0 +1,57 @@
+#include "cli/follow.h"
+
+#include "cli/stop_signals.h"
+#include "toml/words.h"
+
+namespace rack::cli {
+
+namespace {
+
+constexpr int kLookMillis = 20;
+
+}  // namespace
+
+FollowSummary Follow(Machine& machine, JournalReader& reader, const FollowOptions& options,
+                     const std::function<void(const JournalRecord&)>& record,
+                     const std::function<void(std::uint64_t)>& lost) {
+  FollowSummary summary;
+  const StopSignals stop;
+  const Nanos limit = MonotonicNow() + options.forMillis * kMillisecond;
+  for (;;) {
+    // Asked before the journal is read to its end: what a run that has ended left behind is still handed on.
+    const bool last = options.once || !machine.Running() || machine.Replaced() ||
+                      (options.forMillis >= 0 && MonotonicNow() >= limit);
+    JournalRecord next{};
+    std::uint64_t missed = 0;
+    const auto tellLost = [&] {
+      if (missed != 0) lost(missed);
+      summary.lost += missed;
+      missed = 0;
+    };
+    while (reader.Next(next, missed) == JournalReader::Result::Record) {
+      tellLost();
+      ++summary.records;
+      record(next);
+    }
+    tellLost();
+    if (last || stop.Within(kLookMillis)) return summary;
+  }
+}
+
+std::string SummaryText(const FollowSummary& summary) {
+  const std::string records = std::to_string(summary.records) + " records";
+  return summary.lost == 0 ? "complete, " + records : records + ", " + std::to_string(summary.lost) + " lost";
+}
+
+bool ParseLimit(const std::string& text, FollowOptions& options, std::string& error) {
+  if (text.empty()) return true;
+  const std::optional<long long> millis = DurationMillis(text);
+  if (!millis) {
+    error = "\"" + text + "\" is no time: such as 500ms, 2s or 1min";
+    return false;
+  }
+  options.forMillis = *millis;
+  return true;
+}
+
+}  // namespace rack::cli

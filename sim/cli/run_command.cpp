@@ -1,0 +1,110 @@
+// velmo-rack run
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include "cli/commands.h"
+#include "machine/launch.h"
+#include "machine/machine.h"
+#include "machine/standstill.h"
+#include "machine/supervise.h"
+#include "machine/time_words.h"
+#include "rackfile/rackfile.h"
+#include "toml/words.h"
+
+namespace rack::cli {
+
+namespace {
+
+// How the options say that time goes; the text says what is wrong.
+std::string ChooseTime(const RunOptions& options, TimeSetup& setup, TimeCommand& command) {
+  std::string wrong = ParseTime(options.time, setup);
+  if (!wrong.empty()) return wrong;
+  setup.Seed = options.seed;
+  setup.StartStopped = options.stopped ? 1 : 0;
+  if (!options.duration.empty()) {
+    const std::optional<long long> millis = DurationMillis(options.duration);
+    if (!millis || *millis == 0) return "\"" + options.duration + "\" is no time: such as 500ms, 2s or 60min";
+    setup.EndAt = *millis * kMillisecond;
+  }
+  const bool controlled = options.stopped || options.seed != 0 || !options.until.empty();
+  if (controlled && setup.Mode != TimeMode::Virtual)
+    return "--seed, --until and --stopped want --time virtual";
+  return options.until.empty() ? "" : ParsePlace(options.until, command);
+}
+
+// Real and scaled time: whether the run has lasted as long as it is to last.
+bool IsOver(const RackState& state) {
+  const TimeSetup& setup = state.Time.Setup;
+  return setup.Mode != TimeMode::Virtual && setup.EndAt != 0 &&
+         PassedTime(setup, state.PowerOn, MonotonicNow()) >= setup.EndAt;
+}
+
+int RunUntilEnd(const Launch& launch, const RackState& state, bool once) {
+  for (;;) {
+    const std::uint32_t restarts = state.Live.Controller.Restarts;
+    const AttachWatch attach(state);
+    StandstillWatch standstill(state);
+    const RunEnd end = RunController(launch, [&] {
+      const std::string wrong = attach();
+      return wrong.empty() ? standstill() : wrong;
+    });
+    if (end.over) return kDone;
+    if (!end.error.empty()) return Complain(kFailed, end.error);
+    if (end.stopSignal == 0 && !attach.Attached()) {
+      return Complain(kFailed, "the controller ended with status " + std::to_string(end.status) +
+                                   " before it came to the rack");
+    }
+    const bool restart = end.status == kRestartStatus && state.Live.Controller.Restarts != restarts;
+    if (!restart || once) return end.status;
+    std::fputs("velmo-rack: the controller restarted the machine, starting it again\n", stderr);
+  }
+}
+
+}  // namespace
+
+int Run(const RunOptions& options) {
+  struct stat status = {};
+  if (stat(options.directory.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
+    return Complain(kWrongUse, options.directory + " is no directory; \"velmo-rack new " + options.directory +
+                                   "\" makes a machine");
+  }
+  const std::string machine = Absolute(options.directory);
+  const std::string library = LibraryPath();
+  const std::string controller =
+      Absolute(options.controller.empty() ? ProgramDirectory() + "/Velmo" : options.controller);
+  const std::string refusal = WhyNotStart(controller, library);
+  if (!refusal.empty()) return Complain(kFailed, refusal);
+
+  const auto setup = std::make_unique<RackSetup>();
+  std::vector<std::string> findings;
+  const std::string rackFile = options.rackFile.empty() ? machine + "/rack.toml" : options.rackFile;
+  if (!ReadRackFile(rackFile, *setup, findings)) {
+    for (const std::string& finding : findings) std::fprintf(stderr, "%s\n", finding.c_str());
+    return kFailed;
+  }
+  TimeCommand command{};
+  const std::string wrongTime = ChooseTime(options, setup->Time, command);
+  if (!wrongTime.empty()) return Complain(kWrongUse, wrongTime);
+  setup->Image.RestartFails = options.restartFails ? 1 : 0;
+
+  if (mkdir(RunDirectory(machine).c_str(), 0755) != 0 && errno != EEXIST) {
+    return Complain(kFailed, RunDirectory(machine) + ": " + std::strerror(errno));
+  }
+  const MachineLock lock(LockPath(machine));
+  if (!lock.Error().empty()) return Complain(kFailed, lock.Error());
+  if (!lock.Held()) return Complain(kFailed, "the machine in " + machine + " runs already");
+  std::string error = PrepareRun(machine, library);
+  if (!error.empty()) return Complain(kFailed, error);
+  StateFile state;
+  if (!state.Create(StatePath(machine), *setup, error)) return Complain(kFailed, error);
+  state.State()->Time.Command = command;
+  Launch launch = MakeLaunch(machine, controller, options.tasks);
+  launch.over = [&state] { return IsOver(*state.State()); };
+  return RunUntilEnd(launch, *state.State(), options.once);
+}
+
+}  // namespace rack::cli

@@ -1,0 +1,46 @@
+// velmo-rack trace
+#include <cstdio>
+
+#include "cli/commands.h"
+#include "cli/follow.h"
+#include "machine/trace_text.h"
+
+namespace rack::cli {
+
+int Trace(const TraceOptions& options) {
+  FollowOptions follow;
+  follow.once = options.once;
+  std::string error;
+  if (!ParseLimit(options.duration, follow, error)) return Complain(kWrongUse, error);
+  Machine machine;
+  const std::string unopened = machine.Open(options.machine);
+  if (!unopened.empty()) return Complain(kFailed, unopened);
+  const bool oldest = options.fromStart || options.once;
+  JournalReader reader(machine.State().Journal,
+                       oldest ? JournalReader::Start::Oldest : JournalReader::Start::Newest);
+  const Snapshot snapshot = machine.Take();
+  // A file's name stands in the state before the first record with its number does, and never changes.
+  const FileNames files = [&](std::uint32_t number) -> std::string {
+    return number == 0 || number > kMaxProgramFiles ? "" : machine.State().Live.ProgramFiles[number - 1];
+  };
+  if (options.csv) std::puts(kTraceHeader);
+  const auto tellLost = [](std::uint64_t lost) {
+    std::fprintf(stderr, "velmo-rack: %llu records lost here\n", static_cast<unsigned long long>(lost));
+  };
+  const std::uint64_t before = oldest ? reader.Number() : 0;
+  if (before != 0) tellLost(before);
+  FollowSummary summary = Follow(
+      machine, reader, follow,
+      [&](const JournalRecord& record) {
+        const std::string line =
+            options.csv ? TraceRow(snapshot, files, record) : TraceLine(snapshot, files, record);
+        std::puts(line.c_str());
+      },
+      tellLost);
+  summary.lost += before;
+  std::fflush(stdout);
+  std::fprintf(stderr, "velmo-rack: %s\n", SummaryText(summary).c_str());
+  return std::ferror(stdout) != 0 ? Complain(kFailed, "the output could not be written") : kDone;
+}
+
+}  // namespace rack::cli

@@ -1,0 +1,68 @@
+// velmo-rack vcd
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+
+#include "cli/commands.h"
+#include "cli/follow.h"
+#include "machine/waveform.h"
+
+namespace rack::cli {
+
+namespace {
+
+// The recording's name with the ending of the view file.
+std::string ViewPath(const std::string& path) {
+  const std::size_t dot = path.rfind(".vcd");
+  return (dot == std::string::npos ? path : path.substr(0, dot)) + ".gtkw";
+}
+
+// What happened up to now, from the start of the journal.
+std::vector<JournalRecord> Past(JournalReader& reader, std::uint64_t& lost) {
+  std::vector<JournalRecord> records;
+  JournalRecord record{};
+  while (reader.Next(record, lost) == JournalReader::Result::Record) records.push_back(record);
+  return records;
+}
+
+}  // namespace
+
+int RecordVcd(const VcdOptions& options) {
+  FollowOptions follow;
+  follow.once = options.once;
+  std::string error;
+  if (!ParseLimit(options.duration, follow, error)) return Complain(kWrongUse, error);
+  Machine machine;
+  const std::string unopened = machine.Open(options.machine);
+  if (!unopened.empty()) return Complain(kFailed, unopened);
+  std::ofstream file(options.file);
+  if (!file) return Complain(kFailed, options.file + ": " + std::strerror(errno));
+
+  const bool oldest = options.fromStart || options.once;
+  JournalReader reader(machine.State().Journal,
+                       oldest ? JournalReader::Start::Oldest : JournalReader::Start::Newest);
+  std::uint64_t lost = oldest ? reader.Number() : 0;
+  const std::vector<JournalRecord> past = oldest ? Past(reader, lost) : std::vector<JournalRecord>();
+  const Snapshot snapshot = machine.Take();
+  Waveform waveform(file, snapshot);
+  waveform.Begin(past, oldest ? 0 : snapshot.nowNanos);
+  if (lost != 0) waveform.Lost(lost);
+  for (const JournalRecord& record : past) waveform.See(record);
+  FollowSummary summary = Follow(
+      machine, reader, follow, [&](const JournalRecord& record) { waveform.See(record); },
+      [&](std::uint64_t missed) { waveform.Lost(missed); });
+  summary.records += past.size();
+  summary.lost += lost;
+  waveform.End(machine.Take().nowNanos);
+
+  std::ofstream view(ViewPath(options.file));
+  const std::size_t slash = options.file.rfind('/');
+  view << waveform.View(slash == std::string::npos ? options.file : options.file.substr(slash + 1));
+  view.flush();
+  if (!file || !view) return Complain(kFailed, options.file + ": could not be written");
+  std::fprintf(stderr, "velmo-rack: %s: %s\n", options.file.c_str(), SummaryText(summary).c_str());
+  return kDone;
+}
+
+}  // namespace rack::cli

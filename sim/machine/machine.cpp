@@ -1,0 +1,285 @@
+#include "machine/machine.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <ctime>
+
+#include "machine/faults.h"
+#include "machine/key_names.h"
+#include "rack/rack.h"
+
+namespace rack {
+
+namespace {
+
+constexpr int kLookMillis = 2;
+constexpr Nanos kAnswerLimit = 5 * kSecond;
+
+std::string FromEnvironment() {
+  const char* directory = std::getenv("VELMO_MACHINE");
+  return directory == nullptr || *directory == '\0' ? "." : directory;
+}
+
+// What the controller's side answers to a request it cannot do.
+const char* RefusalText(RequestResult result) {
+  switch (result) {
+    case RequestResult::NoSuchCard:
+      return "there is no such card in that slot";
+    case RequestResult::NoSuchChannel:
+      return "the card has no such channel";
+    case RequestResult::NoFunctionKeys:
+      return "the CPU card has no function keys: the rack file gives it none";
+    case RequestResult::TooManyFaults:
+      return "too many faults at once: clear some first";
+    case RequestResult::NoSuchFault:
+      return "there is no such fault";
+    case RequestResult::BadValue:
+      return "the value is out of range";
+    default:
+      return "not done";
+  }
+}
+
+std::string Trimmed(const char* text) {
+  constexpr const char* kBlank = " \t\r\n";
+  const std::string whole(text);
+  const std::size_t first = whole.find_first_not_of(kBlank);
+  if (first == std::string::npos) return "";
+  return whole.substr(first, whole.find_last_not_of(kBlank) - first + 1);
+}
+
+std::string FileName(const RackLive& live, std::uint32_t number) {
+  return number == 0 || number > kMaxProgramFiles ? "" : live.ProgramFiles[number - 1];
+}
+
+std::int64_t UntilEnd(const PulseChannel& channel, Nanos now) {
+  const std::optional<Nanos> end = channel.MoveEnd();
+  return end ? *end - now : -1;
+}
+
+void ViewMotors(PulseChannelState* channels, int count, Nanos now, CardView& view) {
+  for (int i = 0; i < count; ++i) {
+    const PulseChannel channel(channels[i]);
+    MotorView motor;
+    motor.busy = channel.Busy(now);
+    motor.blocked = channels[i].Blocked != 0;
+    motor.position = channel.PositionAt(now);
+    motor.count = channel.EncoderAt(now);
+    motor.endsInNanos = motor.busy ? UntilEnd(channel, now) : -1;
+    view.motors.push_back(motor);
+  }
+}
+
+void ViewCylinders(CylinderCardState& state, Nanos now, CardView& view) {
+  const CylinderCard card(state);
+  for (int i = 0; i < kCylinderChannels; ++i) {
+    view.cylinders.push_back({card.PlaceAt(i, now), state.Channels[i].To / 1000, card.Status(i, now)});
+  }
+}
+
+CardView ViewCard(RackLive& live, int slot, Nanos now) {
+  CardState& card = live.Cards[slot];
+  const InputLevels& inputs = live.Inputs[slot];
+  CardView view;
+  view.kind = card.Kind;
+  view.slot = slot;
+  view.inputs = inputs.Shown();
+  view.forced = static_cast<std::uint16_t>(inputs.SetMask | inputs.StuckMask);
+  for (int channel = 0; channel < OutputChannels(card.Kind); ++channel) {
+    if (OutputLevel(card, channel)) view.outputs |= 1U << channel;
+  }
+  switch (card.Kind) {
+    case CardKind::Cpu:
+      view.keyCode = card.Cpu.KeyCode;
+      view.functionKeys = card.Cpu.FunctionKeys;
+      view.hasFunctionKeys = card.Cpu.FunctionPort != 0;
+      break;
+    case CardKind::Stepper:
+      view.selectedChannel = card.Stepper.Selected;
+      ViewMotors(card.Stepper.Channels, kStepperChannels, now, view);
+      break;
+    case CardKind::Servo:
+      view.selectedChannel = card.Servo.Selected;
+      ViewMotors(card.Servo.Channels, kServoChannels, now, view);
+      break;
+    case CardKind::Cylinder:
+      view.selectedChannel = card.Cylinder.Selected;
+      ViewCylinders(card.Cylinder, now, view);
+      break;
+    default:
+      break;
+  }
+  return view;
+}
+
+TaskView ViewTask(const RackLive& live, int number, Nanos now) {
+  const TaskRecord& record = live.Tasks[number];
+  TaskView task;
+  task.task = number;
+  task.mainFile = FileName(live, record.MainFile);
+  task.blockFile = FileName(live, record.BlockFile);
+  task.file = FileName(live, record.File);
+  task.line = static_cast<int>(record.Line);
+  task.text = Trimmed(record.Text);
+  task.standsNanos = now - record.LineSince;
+  task.endReads = record.EndReads;
+  task.labelMissing = record.SearchFailed != 0;
+  if (record.FailedOpens != 0 && record.FailedAt >= record.LineSince) task.missingFile = record.FailedPath;
+  return task;
+}
+
+void ViewSignals(const RackImage& image, Snapshot& snapshot) {
+  for (const SignalName& signal : image.Signals) {
+    if (signal.Name[0] == '\0') return;
+    const SignalKind kind = signal.Output != 0 ? SignalKind::Output : SignalKind::Input;
+    snapshot.signals.push_back({signal.Name, kind, signal.Entry, signal.Channel});
+  }
+}
+
+void ViewCounters(const RackImage& image, const PlantState& plant, Snapshot& snapshot) {
+  for (std::uint32_t i = 0; i < plant.LinkCount && i < kMaxLinks; ++i) {
+    if (plant.Links[i].Then != Effect::Count) continue;
+    const std::string name =
+        image.LinkNames[i][0] != '\0' ? image.LinkNames[i] : "counter " + std::to_string(i);
+    snapshot.counters.push_back({static_cast<int>(i), name, plant.States[i].Count, plant.Links[i].Goal});
+  }
+}
+
+}  // namespace
+
+std::string RunDirectory(const std::string& machine) {
+  return machine + "/.velmo-rack";
+}
+std::string StatePath(const std::string& machine) {
+  return RunDirectory(machine) + "/state";
+}
+std::string LockPath(const std::string& machine) {
+  return RunDirectory(machine) + "/lock";
+}
+
+void StepFollower::See(const JournalRecord& record) {
+  if (record.Kind == JournalKind::Device && record.Value == 1) {
+    step_ = latch_ = false;
+    return;
+  }
+  if (record.Kind != JournalKind::KeyTaken) return;
+  const std::optional<Key> key = KeyOfCode(static_cast<std::uint8_t>(record.Value));
+  const std::string name = key ? key->name : "";
+  if (name == "Plus") step_ = latch_ = true;
+  if (name == "Dec") step_ = latch_ = false;
+  if (name == "Enter" && !latch_) step_ = false;
+}
+
+std::string Machine::Open(const std::string& directory) {
+  directory_ = directory.empty() ? FromEnvironment() : directory;
+  struct stat status = {};
+  if (stat(directory_.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
+    return directory_ +
+           " is no directory: give the machine's directory with --machine DIR or in VELMO_MACHINE";
+  }
+  const std::string path = StatePath(directory_);
+  if (access(path.c_str(), F_OK) != 0) {
+    return directory_ + " holds no machine that was switched on: start it with \"velmo-rack run " +
+           directory_ + "\", or give another directory with --machine DIR or in VELMO_MACHINE";
+  }
+  std::string error;
+  if (!file_.Open(path, error)) return error;
+  keys_.emplace(State().Journal, JournalReader::Start::Oldest);
+  live_ = std::make_unique<RackLive>();
+  return "";
+}
+
+bool Machine::Running() const {
+  const std::int32_t process = State().Live.Controller.Process;
+  return process > 0 && (kill(process, 0) == 0 || errno == EPERM);
+}
+
+Nanos Machine::Now() const {
+  const RackState& state = State();
+  if (state.Time.Setup.Mode == TimeMode::Virtual) return state.Live.Now;
+  return PassedTime(state.Time.Setup, state.PowerOn, MonotonicNow());
+}
+
+const RackLive& Machine::Live() {
+  CopyLive(State().Live, *live_);
+  return *live_;
+}
+
+Snapshot SnapshotOf(const RackImage& image, RackLive& live) {
+  Snapshot snapshot;
+  const Nanos now = live.Now;
+  snapshot.process = live.Controller.Process;
+  snapshot.nowNanos = now;
+  snapshot.restarts = live.Controller.Restarts;
+  snapshot.syncs = live.Controller.Syncs;
+  for (std::uint32_t entry = 0; entry < image.EntryCount; ++entry) {
+    snapshot.cards.push_back(ViewCard(live, image.EntrySlot[entry], now));
+  }
+  ViewSignals(image, snapshot);
+  ViewCounters(image, live.Plant, snapshot);
+  for (const FaultRecord& fault : live.Faults) {
+    if (fault.Kind == FaultKind::None) continue;
+    snapshot.busFails = snapshot.busFails || fault.Kind == FaultKind::BusReadsFail;
+    for (CardView& card : snapshot.cards) {
+      card.pulled = card.pulled || (fault.Kind == FaultKind::CardPulled && card.slot == fault.Slot);
+    }
+    snapshot.faults.push_back(FaultText(snapshot, fault, now));
+  }
+  return snapshot;
+}
+
+Snapshot Machine::Take() {
+  const bool running = Running();
+  Live();
+  if (running) Rack(State().Image, *live_).AdvanceTo(Now());
+  Snapshot snapshot = SnapshotOf(State().Image, *live_);
+  snapshot.running = running;
+  const Nanos now = snapshot.nowNanos;
+  JournalRecord record;
+  std::uint64_t lost = 0;
+  while (keys_->Next(record, lost) == JournalReader::Result::Record) step_.See(record);
+  for (int task = 1; task <= 8; ++task) {
+    const TaskRecord& known = live_->Tasks[task];
+    if (known.File == 0 && known.MainFile == 0 && known.FailedOpens == 0) continue;
+    snapshot.tasks.push_back(ViewTask(*live_, task, now));
+    snapshot.tasks.back().stepMode = step_.On();
+  }
+  return snapshot;
+}
+
+std::uint32_t Machine::Give(const TimeCommand& command) {
+  const StateFile::SenderLock lock(file_);
+  return Order(State().Time, command);
+}
+
+std::string Machine::Ask(const Request& request, std::uint32_t* number) {
+  if (!Running()) return "the machine in " + directory_ + " does not run";
+  std::uint32_t sent = 0;
+  {
+    const StateFile::SenderLock lock(file_);
+    if (!Send(State().Requests, request, sent))
+      return "the controller takes no requests: too many are waiting";
+  }
+  if (number != nullptr) *number = sent;
+  const Nanos limit = MonotonicNow() + kAnswerLimit;
+  for (;;) {
+    const RequestResult result = ResultOf(State().Requests, sent);
+    if (result == RequestResult::Done) return "";
+    if (result != RequestResult::Pending) return RefusalText(result);
+    if (!Running()) return "the controller ended before it took the request";
+    if (MonotonicNow() > limit)
+      return "the controller made no bus access for 5 s: the request is still waiting";
+    Doze(kLookMillis);
+  }
+}
+
+void Doze(int millis) {
+  const timespec pause = {millis / 1000, static_cast<long>(millis % 1000) * 1'000'000};
+  nanosleep(&pause, nullptr);
+}
+
+}  // namespace rack

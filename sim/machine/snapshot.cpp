@@ -1,0 +1,49 @@
+#include "machine/snapshot.h"
+
+namespace rack {
+
+namespace {
+
+const NamedSignal* Named(const Snapshot& snapshot, SignalKind kind, int entry, int channel) {
+  for (const NamedSignal& signal : snapshot.signals) {
+    if (signal.kind == kind && signal.entry == entry && signal.channel == channel) return &signal;
+  }
+  return nullptr;
+}
+
+std::string Address(int entry, int channel) {
+  return std::to_string(entry) + "." + std::to_string(channel);
+}
+
+}  // namespace
+
+std::string SignalText(const Snapshot& snapshot, SignalKind kind, int entry, int channel) {
+  const NamedSignal* signal = Named(snapshot, kind, entry, channel);
+  const std::string address = Address(entry, channel);
+  return signal == nullptr ? address : signal->name + " (" + address + ")";
+}
+
+std::string SignalLabel(const Snapshot& snapshot, SignalKind kind, int entry, int channel) {
+  const NamedSignal* signal = Named(snapshot, kind, entry, channel);
+  return signal == nullptr ? Address(entry, channel) : signal->name;
+}
+
+int InputChannels(CardKind kind) {
+  return kind == CardKind::Cpu || kind == CardKind::Io ? 16 : 0;
+}
+
+int OutputChannels(CardKind kind) {
+  if (kind == CardKind::Cpu) return 16;
+  return kind == CardKind::Io ? 24 : 0;
+}
+
+int MotorChannels(CardKind kind) {
+  if (kind == CardKind::Stepper) return kStepperChannels;
+  return kind == CardKind::Servo ? kServoChannels : 0;
+}
+
+int CylinderChannels(CardKind kind) {
+  return kind == CardKind::Cylinder ? kCylinderChannels : 0;
+}
+
+}  // namespace rack

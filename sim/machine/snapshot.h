@@ -1,0 +1,97 @@
+// The machine at one moment, as plain values: what the displays and the explanations work from.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "rack/state.h"
+
+namespace rack {
+
+// A signal that the rack file names. Channels from 16 on of an I/O card's outputs are its relays.
+struct NamedSignal {
+  std::string name;
+  SignalKind kind = SignalKind::Input;
+  int entry = 0;
+  int channel = 0;
+};
+
+struct MotorView {
+  bool busy = false;
+  bool blocked = false;           // a fault holds the motor
+  std::int64_t position = 0;      // where the motor stands, in steps
+  std::int64_t count = 0;         // encoder counter
+  std::int64_t endsInNanos = -1;  // until the end of the running move; negative when it never ends
+};
+
+struct CylinderView {
+  int thousandths = 0;  // where it is, in thousandths of a position
+  int target = 0;       // position of the command given last
+  std::uint8_t status = 0;
+};
+
+struct CardView {
+  CardKind kind = CardKind::None;
+  int slot = 0;
+  bool pulled = false;        // every read answers 0xFF
+  int selectedChannel = 0;    // of the motor and cylinder cards
+  std::uint16_t inputs = 0;   // as the card shows them
+  std::uint16_t forced = 0;   // inputs that a person or a fault holds
+  std::uint32_t outputs = 0;  // relays from bit 16
+  std::uint8_t keyCode = 0;   // latched code of the CPU card
+  std::uint8_t functionKeys = 0;
+  bool hasFunctionKeys = false;
+  std::vector<MotorView> motors;
+  std::vector<CylinderView> cylinders;
+};
+
+// What a PLC task's reads of its program files show.
+struct TaskView {
+  int task = 0;
+  bool stepMode = false;
+  std::string mainFile;          // open main program, empty: none
+  std::string blockFile;         // open block, empty: none
+  std::string file;              // of the line below, empty before any
+  int line = 0;                  // 1 for the first line
+  std::string text;              // trimmed
+  std::int64_t standsNanos = 0;  // since that line was read
+  unsigned endReads = 0;         // reads that found the end of the file since that line
+  bool labelMissing = false;     // the label search made for that line found nothing
+  std::string missingFile;       // a program file that could not be opened since that line
+};
+
+struct CounterView {
+  int link = 0;  // row of the plant's list
+  std::string name;
+  unsigned count = 0;
+  unsigned goal = 0;  // 0: none
+};
+
+struct Snapshot {
+  bool running = false;
+  bool busFails = false;  // the driver's reads fail
+  int process = 0;
+  std::int64_t nowNanos = 0;  // since power-on
+  unsigned restarts = 0;
+  unsigned syncs = 0;
+  std::vector<CardView> cards;  // by entry of the card table
+  std::vector<TaskView> tasks;
+  std::vector<NamedSignal> signals;
+  std::vector<CounterView> counters;
+  std::vector<std::string> faults;  // each as a sentence
+};
+
+// "clamp_closed (0.5)" for a named signal, "0.5" for another.
+std::string SignalText(const Snapshot& snapshot, SignalKind kind, int entry, int channel);
+
+// The name of a signal, or its address when it has none.
+std::string SignalLabel(const Snapshot& snapshot, SignalKind kind, int entry, int channel);
+
+// How many channels of each sort a card of this kind has; outputs include the relays.
+int InputChannels(CardKind kind);
+int OutputChannels(CardKind kind);
+int MotorChannels(CardKind kind);
+int CylinderChannels(CardKind kind);
+
+}  // namespace rack

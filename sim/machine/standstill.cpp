@@ -1,0 +1,105 @@
+#include "machine/standstill.h"
+
+#include <sys/syscall.h>
+
+#include <fstream>
+#include <optional>
+
+namespace rack {
+
+namespace {
+
+// Real time without a call that virtual time knows: then it hangs in one that it does not know, or, after longer,
+// computes.
+constexpr Nanos kStandstill = 5 * kSecond;
+constexpr Nanos kComputing = 60 * kSecond;
+
+struct CallName {
+  long number;
+  const char* name;
+};
+constexpr CallName kCallNames[] = {
+    {SYS_read, "read"},
+    {SYS_write, "write"},
+    {SYS_pread64, "pread64"},
+    {SYS_readv, "readv"},
+    {SYS_writev, "writev"},
+    {SYS_futex, "futex (a lock or condition)"},
+#ifdef SYS_poll
+    {SYS_poll, "poll"},
+#endif
+#ifdef SYS_select
+    {SYS_select, "select"},
+#endif
+#ifdef SYS_pause
+    {SYS_pause, "pause"},
+#endif
+#ifdef SYS_epoll_wait
+    {SYS_epoll_wait, "epoll_wait"},
+#endif
+    {SYS_ppoll, "ppoll"},
+    {SYS_pselect6, "pselect"},
+    {SYS_epoll_pwait, "epoll_pwait"},
+    {SYS_nanosleep, "nanosleep"},
+    {SYS_clock_nanosleep, "clock_nanosleep"},
+    {SYS_wait4, "wait4"},
+    {SYS_waitid, "waitid"},
+    {SYS_rt_sigtimedwait, "sigtimedwait"},
+    {SYS_rt_sigsuspend, "sigsuspend"},
+    {SYS_flock, "flock"},
+    {SYS_fcntl, "fcntl"},
+    {SYS_accept, "accept"},
+    {SYS_accept4, "accept4"},
+    {SYS_connect, "connect"},
+    {SYS_recvmsg, "recvmsg"},
+    {SYS_recvmmsg, "recvmmsg"},
+    {SYS_sendmsg, "sendmsg"},
+    {SYS_recvfrom, "recvfrom"},
+    {SYS_sendto, "sendto"},
+    {SYS_openat, "open"},
+    {SYS_msgrcv, "msgrcv"},
+    {SYS_semtimedop, "semtimedop"},
+};
+
+// The system call in which a thread waits, by its name or number; empty while it runs, nothing when there is no
+// such thread.
+std::optional<std::string> WaitsIn(std::int32_t process, std::uint32_t thread) {
+  std::ifstream file("/proc/" + std::to_string(process) + "/task/" + std::to_string(thread) + "/syscall");
+  std::string number;
+  if (!(file >> number)) return std::nullopt;
+  if (number == "running") return "";
+  for (const CallName& call : kCallNames) {
+    if (std::to_string(call.number) == number) return call.name;
+  }
+  return "number " + number;
+}
+
+}  // namespace
+
+StandstillWatch::StandstillWatch(const RackState& state)
+    : state_(state), beat_(state.Time.Beat), since_(MonotonicNow()) {}
+
+std::string StandstillWatch::operator()() {
+  const TimeControl& time = state_.Time;
+  if (time.Setup.Mode != TimeMode::Virtual) return "";
+  const std::uint32_t beat = time.Beat;
+  if (beat != beat_ || time.Standing != 0 || time.InConsole != 0) {
+    beat_ = beat;
+    since_ = MonotonicNow();
+    return "";
+  }
+  if (MonotonicNow() - since_ < kStandstill) return "";
+  const std::optional<std::string> call = WaitsIn(state_.Live.Controller.Process, time.Turn);
+  if (!call) {  // a controller that is only just starting
+    since_ = MonotonicNow();
+    return "";
+  }
+  const std::string thread = "thread " + std::to_string(time.Turn) + " of the controller ";
+  if (!call->empty()) {
+    return thread + "waits in the call " + *call + ", which virtual time does not know: it cannot go on";
+  }
+  if (MonotonicNow() - since_ < kComputing) return "";
+  return thread + "has computed for 60 s without a call: virtual time cannot go on";
+}
+
+}  // namespace rack

@@ -1,0 +1,221 @@
+#include "machine/supervise.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <linux/capability.h>
+#include <sys/file.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+namespace rack {
+
+namespace {
+
+constexpr const char* kRealDevices[] = {"/dev/em_isa", "/dev/em335x_isa"};
+constexpr int kNotStarted = 127;
+
+// Takes the right to restart the machine away for good: from the bounding set, so that no later program
+// regains it, and from every set of this process. True when it is gone.
+bool DropRestartRight() {
+  constexpr std::uint32_t kRestartBit = 1U << CAP_SYS_BOOT;
+  if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) return false;
+  // Without the right to change the bounding set there is no restart right in force either; the check below
+  // tells.
+  prctl(PR_CAPBSET_DROP, CAP_SYS_BOOT, 0, 0, 0);
+  prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_LOWER, CAP_SYS_BOOT, 0, 0);
+  __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+  __user_cap_data_struct sets[_LINUX_CAPABILITY_U32S_3] = {};
+  if (syscall(SYS_capget, &header, sets) != 0) return false;
+  sets[0].effective &= ~kRestartBit;
+  sets[0].permitted &= ~kRestartBit;
+  sets[0].inheritable &= ~kRestartBit;
+  if (syscall(SYS_capset, &header, sets) != 0) return false;
+  // A process of the superuser gets the bounding set back at exec.
+  return geteuid() != 0 || prctl(PR_CAPBSET_READ, CAP_SYS_BOOT, 0, 0, 0) == 0;
+}
+
+std::vector<std::string> Environment(const Launch& launch) {
+  std::vector<std::string> environment;
+  for (char** entry = environ; *entry != nullptr; ++entry) {
+    const std::string_view inherited = *entry;
+    const std::string_view name = inherited.substr(0, inherited.find('=') + 1);
+    const auto replaces = [&](const std::string& own) { return own.compare(0, name.size(), name) == 0; };
+    if (std::none_of(launch.environment.begin(), launch.environment.end(), replaces)) {
+      environment.emplace_back(inherited);
+    }
+  }
+  environment.insert(environment.end(), launch.environment.begin(), launch.environment.end());
+  return environment;
+}
+
+std::vector<char*> Pointers(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  pointers.reserve(texts.size() + 1);
+  for (std::string& text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+bool RedirectOutput(const std::string& path) {
+  const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+  return file >= 0 && dup2(file, STDOUT_FILENO) >= 0;
+}
+
+void Report(int pipe, const char* what) {
+  const std::string text = std::string(what) + ": " + std::strerror(errno);
+  static_cast<void>(!write(pipe, text.data(), text.size()));
+  _exit(kNotStarted);
+}
+
+// The child's side: everything up to the controller's program. Whatever fails is told through the pipe.
+[[noreturn]] void BecomeController(const Launch& launch, pid_t parent, int pipe) {
+  if (prctl(PR_SET_PDEATHSIG, SIGKILL, 0, 0, 0) != 0) Report(pipe, "tie to the tool");
+  if (getppid() != parent) _exit(kNotStarted);
+  if (!DropRestartRight()) Report(pipe, "drop the right to restart the machine");
+  if (!launch.output.empty() && !RedirectOutput(launch.output)) Report(pipe, launch.output.c_str());
+  if (chdir(launch.directory.c_str()) != 0) Report(pipe, launch.directory.c_str());
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+  std::vector<std::string> words = launch.arguments;
+  words.insert(words.begin(), launch.controller);
+  std::vector<std::string> environment = Environment(launch);
+  const std::vector<char*> argv = Pointers(words);
+  const std::vector<char*> envp = Pointers(environment);
+  execve(launch.controller.c_str(), argv.data(), envp.data());
+  Report(pipe, launch.controller.c_str());
+  _exit(kNotStarted);
+}
+
+// What the child had to say before it became the controller: empty when it got there.
+std::string StartError(int pipe) {
+  std::string text;
+  char part[256];
+  for (;;) {
+    const ssize_t count = read(pipe, part, sizeof part);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return text;
+    text.append(part, static_cast<std::size_t>(count));
+  }
+}
+
+int StatusOf(int waited) {
+  return WIFEXITED(waited) ? WEXITSTATUS(waited) : 128 + WTERMSIG(waited);
+}
+
+// The signals that tell this process to stop, and the news of a child's end: taken by waiting for them.
+class TakenSignals {
+ public:
+  TakenSignals() {
+    sigemptyset(&taken_);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGCHLD}) sigaddset(&taken_, signal);
+    sigprocmask(SIG_BLOCK, &taken_, &before_);
+  }
+  ~TakenSignals() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
+  TakenSignals(const TakenSignals&) = delete;
+  TakenSignals& operator=(const TakenSignals&) = delete;
+  TakenSignals(TakenSignals&&) = delete;
+  TakenSignals& operator=(TakenSignals&&) = delete;
+
+  // The next signal, or 0 after a tenth of a second.
+  int Next() const {
+    constexpr timespec kPeriod = {0, 100'000'000};
+    const int signal = sigtimedwait(&taken_, nullptr, &kPeriod);
+    return signal < 0 ? 0 : signal;
+  }
+
+ private:
+  sigset_t taken_;
+  sigset_t before_;
+};
+
+void Supervise(pid_t child, const TakenSignals& signals, const Launch& launch,
+               const std::function<std::string()>& watch, RunEnd& end) {
+  int waited = 0;
+  bool told = false;
+  while (waitpid(child, &waited, WNOHANG) == 0) {
+    const int signal = signals.Next();
+    if (signal != 0 && signal != SIGCHLD) end.stopSignal = signal;
+    if (end.stopSignal == 0 && !told) end.error = watch();
+    end.over = end.over || (launch.over && launch.over());
+    const bool stop = end.stopSignal != 0 || end.over || !end.error.empty();
+    // The controller has nothing to tidy up: its end is the same as a machine that is switched off.
+    if (stop && !told) kill(child, SIGKILL);
+    told = told || stop;
+  }
+  end.status = end.stopSignal != 0 ? 128 + end.stopSignal : StatusOf(waited);
+}
+
+}  // namespace
+
+RunEnd RunController(const Launch& launch, const std::function<std::string()>& watch) {
+  RunEnd end;
+  int pipe[2];
+  if (pipe2(pipe, O_CLOEXEC) != 0) {
+    end.error = std::strerror(errno);
+    return end;
+  }
+  const TakenSignals signals;
+  const pid_t parent = getpid();
+  const pid_t child = fork();
+  if (child == 0) BecomeController(launch, parent, pipe[1]);
+  close(pipe[1]);
+  if (child < 0) {
+    end.error = std::string("fork: ") + std::strerror(errno);
+    close(pipe[0]);
+    return end;
+  }
+  const std::string error = StartError(pipe[0]);
+  close(pipe[0]);
+  end.started = error.empty();
+  Supervise(child, signals, launch, watch, end);
+  if (!error.empty()) end.error = error;
+  return end;
+}
+
+std::string WhyNotStart(const std::string& controller, const std::string& library) {
+  for (const char* device : kRealDevices) {
+    if (access(device, F_OK) == 0) {
+      return std::string(device) + " exists: this is a real machine, the simulated rack does not start on it";
+    }
+  }
+  if (access(controller.c_str(), X_OK) != 0) return "controller " + controller + ": " + std::strerror(errno);
+  void* handle = dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (handle == nullptr) return std::string("the rack's library cannot be loaded: ") + dlerror();
+  dlclose(handle);
+  return "";
+}
+
+MachineLock::MachineLock(const std::string& path)
+    : file_(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644)) {
+  if (file_ < 0) {
+    error_ = path + ": " + std::strerror(errno);
+    return;
+  }
+  held_ = flock(file_, LOCK_EX | LOCK_NB) == 0;
+  if (!held_ && errno != EWOULDBLOCK) error_ = path + ": " + std::strerror(errno);
+}
+
+MachineLock::~MachineLock() {
+  if (file_ >= 0) close(file_);
+}
+
+std::string ProgramDirectory() {
+  char path[PATH_MAX];
+  const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
+  if (length <= 0) return ".";
+  const std::string program(path, static_cast<std::size_t>(length));
+  return program.substr(0, program.rfind('/'));
+}
+
+}  // namespace rack

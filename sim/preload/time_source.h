@@ -1,0 +1,39 @@
+// Where the preloaded library has its time from.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "cards/card.h"
+
+namespace rack {
+
+// A program line that the controller has read and is about to execute.
+struct DueLine {
+  std::uint8_t Task;
+  std::uint32_t FileNumber;
+  const char* File;
+  std::uint32_t Line;
+  const char* Text;
+};
+
+// A clock under control learns what the controller does, and may let it cost time or hold it. It is told
+// outside of the library's locks.
+class TimeSource {
+ public:
+  virtual ~TimeSource() = default;
+  // On the scale of the controller's CLOCK_MONOTONIC.
+  virtual Nanos Now() = 0;
+  virtual void BusAccess() {}  // ahead of each
+  virtual void LineDue(const DueLine& /*line*/) {}
+  virtual void ConsoleBegins() {}  // around each write to the console
+  virtual void ConsoleEnds(std::size_t /*bytes*/) {}
+  // Whether numbers that differ from run to run are to be shown as fixed ones.
+  virtual bool ShowsFixed() { return false; }
+};
+
+// The system's clock, until UseTimeSource puts another in its place (null: the system's again).
+TimeSource& CurrentTime();
+void UseTimeSource(TimeSource* clock);
+
+}  // namespace rack

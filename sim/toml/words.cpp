@@ -1,0 +1,94 @@
+#include "toml/words.h"
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <numeric>
+
+namespace rack {
+
+namespace {
+
+struct Unit {
+  std::string_view name;
+  double millis;
+};
+constexpr Unit kUnits[] = {{"ms", 1}, {"s", 1000}, {"min", 60000}, {"", 1000}};
+constexpr double kLongestMillis = 1e12;
+
+}  // namespace
+
+std::string Lower(std::string_view text) {
+  std::string lower(text);
+  for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return lower;
+}
+
+std::string Nearest(const std::string& word, const std::vector<std::string>& candidates) {
+  std::string best;
+  std::size_t bestDistance = std::max<std::size_t>(2, word.size() / 2);
+  for (const std::string& candidate : candidates) {
+    // Edits from the first i letters of the word to the first j of the candidate, row by row.
+    std::vector<std::size_t> row(candidate.size() + 1);
+    std::iota(row.begin(), row.end(), std::size_t{0});
+    for (std::size_t i = 1; i <= word.size(); ++i) {
+      std::size_t diagonal = row[0];
+      row[0] = i;
+      for (std::size_t j = 1; j <= candidate.size(); ++j) {
+        const std::size_t replaced = diagonal + (word[i - 1] == candidate[j - 1] ? 0 : 1);
+        diagonal = row[j];
+        row[j] = std::min({row[j] + 1, row[j - 1] + 1, replaced});
+      }
+    }
+    if (row.back() > bestDistance || (row.back() == bestDistance && !best.empty())) continue;
+    best = candidate;
+    bestDistance = row.back();
+  }
+  return best;
+}
+
+std::string Suggestion(std::string_view word, const std::vector<std::string>& candidates) {
+  const std::string nearest = Nearest(std::string(word), candidates);
+  return nearest.empty() ? "" : "; did you mean " + nearest + "?";
+}
+
+std::optional<int> WholeNumber(std::string_view text) {
+  int value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return value;
+}
+
+std::optional<long long> DurationMillis(std::string_view text) {
+  const std::string copy(text);
+  if (copy.empty() || std::isdigit(static_cast<unsigned char>(copy[0])) == 0) return std::nullopt;
+  char* rest = nullptr;
+  const double number = std::strtod(copy.c_str(), &rest);
+  for (const Unit& unit : kUnits) {
+    if (unit.name != rest) continue;
+    const double millis = number * unit.millis;
+    if (!(millis >= 0 && millis <= kLongestMillis)) return std::nullopt;
+    return std::llround(millis);
+  }
+  return std::nullopt;
+}
+
+std::string Join(const std::vector<std::string>& words, std::string_view separator) {
+  std::string joined;
+  for (const std::string& word : words) {
+    if (!joined.empty()) joined += separator;
+    joined += word;
+  }
+  return joined;
+}
+
+std::string Seconds(long long nanos) {
+  char text[40];
+  std::snprintf(text, sizeof text, "%.1f s", static_cast<double>(nanos) / 1e9);
+  return text;
+}
+
+}  // namespace rack
