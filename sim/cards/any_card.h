@@ -11,18 +11,18 @@
 namespace rack {
 
 struct CardState {
-  CardKind Kind;  // says which member of the union counts
-  std::uint8_t Reserved[7];
+  CardKind kind;  // says which member of the union counts
+  std::uint8_t reserved[7];
   union {
-    CpuCardState Cpu;
-    IoCardState Io;
-    StepperCardState Stepper;
-    ServoCardState Servo;
-    CylinderCardState Cylinder;
+    CpuCardState cpu;
+    IoCardState io;
+    StepperCardState stepper;
+    ServoCardState servo;
+    CylinderCardState cylinder;
   };
 };
 static_assert(std::is_trivially_copyable_v<CardState> && std::is_standard_layout_v<CardState>);
-static_assert(sizeof(CardState) == 8 + sizeof(StepperCardState) && offsetof(CardState, Stepper) == 8);
+static_assert(sizeof(CardState) == 8 + sizeof(StepperCardState) && offsetof(CardState, stepper) == 8);
 
 // The card as it is when power comes. Settings of the rack file are put into the state afterwards.
 void PowerOn(CardState& card, CardKind kind);

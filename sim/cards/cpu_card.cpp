@@ -22,33 +22,34 @@ constexpr std::uint8_t kFunctionKeyBits = 0x0F;
 }  // namespace
 
 void CpuCard::PowerOn() {
-  State = CpuCardState{};
-  State.Version = kCardVersion;
-  State.Type = kCpuType;
-  State.TaskCount = 1;
+  state_ = CpuCardState{};
+  state_.version = kCardVersion;
+  state_.type = kCpuType;
+  state_.taskCount = 1;
 }
 
 std::uint8_t CpuCard::Read(std::uint8_t port, Nanos /*now*/) {
-  if (port >= kFirstFunctionPort && port == State.FunctionPort) return State.FunctionKeys & kFunctionKeyBits;
+  if (port >= kFirstFunctionPort && port == state_.functionPort)
+    return state_.functionKeys & kFunctionKeyBits;
   switch (port) {
     case kVersion:
-      return State.Version;
+      return state_.version;
     case kTypeOrKeyClear:
-      return State.Type;
+      return state_.type;
     case kKeyOrStatus:
-      return State.KeyCode;
+      return state_.keyCode;
     case kInputsLow:
-      return ByteOf(State.Inputs, 0);
+      return ByteOf(state_.inputs, 0);
     case kInputsHigh:
-      return ByteOf(State.Inputs, 1);
+      return ByteOf(state_.inputs, 1);
     case kOutputsLow:
-      return ByteOf(State.Outputs, 0);
+      return ByteOf(state_.outputs, 0);
     case kOutputsHigh:
-      return ByteOf(State.Outputs, 1);
+      return ByteOf(state_.outputs, 1);
     case kSettings:
-      return State.Settings;
+      return state_.settings;
     case kTaskCount:
-      return State.TaskCount;
+      return state_.taskCount;
     default:
       return kOpenBus;
   }
@@ -57,18 +58,18 @@ std::uint8_t CpuCard::Read(std::uint8_t port, Nanos /*now*/) {
 void CpuCard::Write(std::uint8_t port, std::uint8_t value, Nanos /*now*/) {
   switch (port) {
     case kTypeOrKeyClear:
-      if (value != 0 || State.KeyCode == 0) return;
-      State.KeyCode = 0;
-      ++State.KeyClears;
+      if (value != 0 || state_.keyCode == 0) return;
+      state_.keyCode = 0;
+      ++state_.keyClears;
       return;
     case kKeyOrStatus:
-      State.Status = value;
+      state_.status = value;
       return;
     case kOutputsLow:
-      SetByte(State.Outputs, 0, value);
+      SetByte(state_.outputs, 0, value);
       return;
     case kOutputsHigh:
-      SetByte(State.Outputs, 1, value);
+      SetByte(state_.outputs, 1, value);
       return;
     default:
       return;

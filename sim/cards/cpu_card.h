@@ -11,7 +11,7 @@
 //   7     settings                                  -
 //   8     task count                                -
 //   F     function keys held down, bits 3 to 0      -
-//         F: the port in FunctionPort, 9 to 255; none when 0
+//         F: the port in functionPort, 9 to 255; none when 0
 //
 // Any other port reads 0xFF; writes marked "-" and to other ports are lost.
 #pragma once
@@ -21,33 +21,33 @@
 namespace rack {
 
 struct CpuCardState {
-  std::uint8_t Version;
-  std::uint8_t Type;
-  std::uint8_t Settings;
-  std::uint8_t TaskCount;
-  std::uint8_t FunctionPort;  // port of the function-key register; 0: the card has none
-  std::uint8_t FunctionKeys;  // bit 3 RUN, 2 STEP, 1 ZERO, 0 CANCEL
-  std::uint8_t KeyCode;       // latched make code, 0 when none
-  std::uint8_t Status;        // byte last written to port 2
-  std::uint16_t Outputs;
-  std::uint16_t Inputs;     // levels at the terminals
-  std::uint32_t KeyClears;  // how many times a latched code was cleared by a write to port 1
+  std::uint8_t version;
+  std::uint8_t type;
+  std::uint8_t settings;
+  std::uint8_t taskCount;
+  std::uint8_t functionPort;  // port of the function-key register; 0: the card has none
+  std::uint8_t functionKeys;  // bit 3 RUN, 2 STEP, 1 ZERO, 0 CANCEL
+  std::uint8_t keyCode;       // latched make code, 0 when none
+  std::uint8_t status;        // byte last written to port 2
+  std::uint16_t outputs;
+  std::uint16_t inputs;     // levels at the terminals
+  std::uint32_t keyClears;  // how many times a latched code was cleared by a write to port 1
 };
 static_assert(kSharable<CpuCardState> && sizeof(CpuCardState) == 16);
 
 class CpuCard {
  public:
-  explicit CpuCard(CpuCardState& state) : State(state) {}
+  explicit CpuCard(CpuCardState& state) : state_(state) {}
   // Everything off and default settings: one task, no function keys. What the rack file says is set
   // afterwards.
   void PowerOn();
   std::uint8_t Read(std::uint8_t port, Nanos now);
   void Write(std::uint8_t port, std::uint8_t value, Nanos now);
   // A code byte comes from the keypad: it overwrites a code that nobody has read yet.
-  void LatchKey(std::uint8_t code) { State.KeyCode = code; }
+  void LatchKey(std::uint8_t code) { state_.keyCode = code; }
 
  private:
-  CpuCardState& State;
+  CpuCardState& state_;
 };
 
 }  // namespace rack

@@ -36,53 +36,53 @@ bool Exists(int channel) {
 }
 
 std::int32_t Place(const CylinderChannelState& channel, Nanos now) {
-  if (channel.Phase != kPhaseTravel) return channel.To;
-  const std::int64_t way = channel.To - channel.From;
-  return channel.From +
-         static_cast<std::int32_t>(way * (now - channel.Start) / (channel.End - channel.Start));
+  if (channel.phase != kPhaseTravel) return channel.to;
+  const std::int64_t way = channel.to - channel.from;
+  return channel.from +
+         static_cast<std::int32_t>(way * (now - channel.start) / (channel.end - channel.start));
 }
 
 // The channel as it is now, a phase that has ended taken to its end.
 CylinderChannelState Settled(CylinderChannelState channel, Nanos now) {
-  if (channel.Phase == kPhaseStill || now < channel.End) return channel;
-  if (channel.Phase == kPhaseReset && channel.AlarmsToCome > 0) {
-    channel.Alarm = 1;
-    if (channel.AlarmsToCome != kAlarmForEver) --channel.AlarmsToCome;
+  if (channel.phase == kPhaseStill || now < channel.end) return channel;
+  if (channel.phase == kPhaseReset && channel.alarmsToCome > 0) {
+    channel.alarm = 1;
+    if (channel.alarmsToCome != kAlarmForEver) --channel.alarmsToCome;
   }
-  channel.Phase = kPhaseStill;
-  channel.From = channel.To;
+  channel.phase = kPhaseStill;
+  channel.from = channel.to;
   return channel;
 }
 
 void Begin(CylinderChannelState& channel, Phase phase, std::int32_t to, Nanos duration, Nanos now) {
-  channel.From = Place(channel, now);
-  channel.To = to;
-  channel.Phase = phase;
-  channel.Start = now;
-  channel.End = now + std::max(duration, kShortestCommand);
+  channel.from = Place(channel, now);
+  channel.to = to;
+  channel.phase = phase;
+  channel.start = now;
+  channel.end = now + std::max(duration, kShortestCommand);
 }
 
 }  // namespace
 
 void CylinderCard::PowerOn() {
-  State = CylinderCardState{};
-  State.Version = kCardVersion;
-  State.Type = kCylinderType;
-  State.TravelTime = 100 * kMillisecond;
-  State.SetupTime = 500 * kMillisecond;
-  State.ResetTime = 50 * kMillisecond;
+  state_ = CylinderCardState{};
+  state_.version = kCardVersion;
+  state_.type = kCylinderType;
+  state_.travelTime = 100 * kMillisecond;
+  state_.setupTime = 500 * kMillisecond;
+  state_.resetTime = 50 * kMillisecond;
 }
 
 std::uint8_t CylinderCard::Read(std::uint8_t port, Nanos now) {
   switch (port) {
     case kVersion:
-      return State.Version;
+      return state_.version;
     case kType:
-      return State.Type;
+      return state_.type;
     case kSelect:
-      return HoldsCommand(State.Selected, now) ? 1 : 0;
+      return HoldsCommand(state_.selected, now) ? 1 : 0;
     case kCommand:
-      return Status(State.Selected, now);
+      return Status(state_.selected, now);
     default:
       return kOpenBus;
   }
@@ -91,13 +91,13 @@ std::uint8_t CylinderCard::Read(std::uint8_t port, Nanos now) {
 void CylinderCard::Write(std::uint8_t port, std::uint8_t value, Nanos now) {
   switch (port) {
     case kSelect:
-      State.Selected = value;
+      state_.selected = value;
       return;
     case kCommand:
       Command(value, now);
       return;
     case kDelay:
-      State.Delay = value;
+      state_.delay = value;
       return;
     default:
       return;
@@ -106,95 +106,95 @@ void CylinderCard::Write(std::uint8_t port, std::uint8_t value, Nanos now) {
 
 bool CylinderCard::HoldsCommand(int channel, Nanos now) const {
   if (!Exists(channel)) return false;
-  const CylinderChannelState& state = State.Channels[channel];
-  if (state.Handshake == kCommandTaken) return now < state.CommandAt + kReleaseTime;
-  return state.Handshake == kCommandHeld;
+  const CylinderChannelState& state = state_.channels[channel];
+  if (state.handshake == kCommandTaken) return now < state.commandAt + kReleaseTime;
+  return state.handshake == kCommandHeld;
 }
 
 std::uint8_t CylinderCard::Status(int channel, Nanos now) const {
   if (!Exists(channel)) return kOpenBus;
-  const CylinderChannelState state = Settled(State.Channels[channel], now);
+  const CylinderChannelState state = Settled(state_.channels[channel], now);
   int status = 0;
-  if (state.Handshake == kCommandTaken && now >= state.CommandAt + kTakeTime &&
-      (state.Phase != kPhaseStill || now < state.CommandAt + kShortestCommand)) {
+  if (state.handshake == kCommandTaken && now >= state.commandAt + kTakeTime &&
+      (state.phase != kPhaseStill || now < state.commandAt + kShortestCommand)) {
     status |= kTaken;
   }
-  if (state.Alarm != 0) return static_cast<std::uint8_t>(status | kAlarm);
-  if (state.Phase == kPhaseTravel) return static_cast<std::uint8_t>(status | kMoving | kNotInPosition);
-  if (state.Phase == kPhaseReset) return static_cast<std::uint8_t>(status | kResetting | kNotInPosition);
-  return static_cast<std::uint8_t>(status | (state.To % kPosition == 0 ? kInPosition : kNotInPosition));
+  if (state.alarm != 0) return static_cast<std::uint8_t>(status | kAlarm);
+  if (state.phase == kPhaseTravel) return static_cast<std::uint8_t>(status | kMoving | kNotInPosition);
+  if (state.phase == kPhaseReset) return static_cast<std::uint8_t>(status | kResetting | kNotInPosition);
+  return static_cast<std::uint8_t>(status | (state.to % kPosition == 0 ? kInPosition : kNotInPosition));
 }
 
 int CylinderCard::StandsAt(int channel, Nanos now) const {
   if (!Exists(channel)) return -1;
-  const CylinderChannelState state = Settled(State.Channels[channel], now);
-  if (state.Phase == kPhaseTravel || state.To % kPosition != 0) return -1;
-  return state.To / kPosition;
+  const CylinderChannelState state = Settled(state_.channels[channel], now);
+  if (state.phase == kPhaseTravel || state.to % kPosition != 0) return -1;
+  return state.to / kPosition;
 }
 
 std::int32_t CylinderCard::PlaceAt(int channel, Nanos now) const {
-  return Exists(channel) ? Place(Settled(State.Channels[channel], now), now) : 0;
+  return Exists(channel) ? Place(Settled(state_.channels[channel], now), now) : 0;
 }
 
 bool CylinderCard::InAlarm(int channel, Nanos now) const {
-  return Exists(channel) && Settled(State.Channels[channel], now).Alarm != 0;
+  return Exists(channel) && Settled(state_.channels[channel], now).alarm != 0;
 }
 
 std::optional<Nanos> CylinderCard::NextEvent(int channel, Nanos now) const {
   if (!Exists(channel)) return std::nullopt;
-  const CylinderChannelState& state = State.Channels[channel];
-  if (state.Phase == kPhaseStill || state.End <= now) return std::nullopt;
-  return state.End;
+  const CylinderChannelState& state = state_.channels[channel];
+  if (state.phase == kPhaseStill || state.end <= now) return std::nullopt;
+  return state.end;
 }
 
 void CylinderCard::RaiseAlarm(int channel, std::uint8_t alarmsToCome, Nanos now) {
   if (!Exists(channel)) return;
   CylinderChannelState& state = Settle(channel, now);
-  state.From = state.To = Place(state, now);
-  state.Phase = kPhaseStill;
-  state.Alarm = 1;
-  state.AlarmsToCome = alarmsToCome;
+  state.from = state.to = Place(state, now);
+  state.phase = kPhaseStill;
+  state.alarm = 1;
+  state.alarmsToCome = alarmsToCome;
 }
 
 void CylinderCard::EndAlarmCause(int channel, Nanos now) {
-  if (Exists(channel)) Settle(channel, now).AlarmsToCome = 0;
+  if (Exists(channel)) Settle(channel, now).alarmsToCome = 0;
 }
 
 void CylinderCard::SetNoAcknowledge(int channel, bool fault, Nanos now) {
   if (!Exists(channel)) return;
   CylinderChannelState& state = Settle(channel, now);
-  state.NoAcknowledge = fault;
+  state.noAcknowledge = fault;
   // What was held meanwhile is lost.
-  if (!fault && state.Handshake == kCommandHeld) state.Handshake = kNoCommand;
+  if (!fault && state.handshake == kCommandHeld) state.handshake = kNoCommand;
 }
 
 CylinderChannelState& CylinderCard::Settle(int channel, Nanos now) {
-  CylinderChannelState& state = State.Channels[channel];
+  CylinderChannelState& state = state_.channels[channel];
   state = Settled(state, now);
   return state;
 }
 
 void CylinderCard::Command(std::uint8_t value, Nanos now) {
-  if (!Exists(State.Selected)) return;
+  if (!Exists(state_.selected)) return;
   const bool move = (value & ~kMovePosition) == kMoveCommand;
   if (value != kResetCommand && value != kSetupCommand && !move) return;
-  CylinderChannelState& channel = Settle(State.Selected, now);
-  channel.CommandAt = now;
-  channel.Handshake = channel.NoAcknowledge != 0 ? kCommandHeld : kCommandTaken;
-  if (channel.NoAcknowledge != 0) return;
+  CylinderChannelState& channel = Settle(state_.selected, now);
+  channel.commandAt = now;
+  channel.handshake = channel.noAcknowledge != 0 ? kCommandHeld : kCommandTaken;
+  if (channel.noAcknowledge != 0) return;
   if (value == kResetCommand) {
-    channel.Alarm = 0;
-    Begin(channel, kPhaseReset, Place(channel, now), State.ResetTime, now);
+    channel.alarm = 0;
+    Begin(channel, kPhaseReset, Place(channel, now), state_.resetTime, now);
     return;
   }
-  if (channel.Alarm != 0 || channel.Phase == kPhaseReset) return;
+  if (channel.alarm != 0 || channel.phase == kPhaseReset) return;
   if (value == kSetupCommand) {
-    Begin(channel, kPhaseTravel, 0, State.SetupTime, now);
+    Begin(channel, kPhaseTravel, 0, state_.setupTime, now);
     return;
   }
   const std::int32_t target = (value & kMovePosition) * kPosition;
   const Nanos way = std::abs(target - Place(channel, now));
-  Begin(channel, kPhaseTravel, target, way * State.TravelTime / kPosition, now);
+  Begin(channel, kPhaseTravel, target, way * state_.travelTime / kPosition, now);
 }
 
 }  // namespace rack

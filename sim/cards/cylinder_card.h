@@ -36,37 +36,37 @@ constexpr int kCylinderChannels = 3;
 constexpr std::uint8_t kAlarmForEver = 0xFF;
 
 struct CylinderChannelState {
-  Nanos CommandAt;  // when the command last written came
-  Nanos Start;      // when the phase began
-  Nanos End;        // when it ends
+  Nanos commandAt;  // when the command last written came
+  Nanos start;      // when the phase began
+  Nanos end;        // when it ends
   // Thousandths of a position.
-  std::int32_t From;
-  std::int32_t To;
-  std::uint8_t Phase;
-  std::uint8_t Alarm;          // 1: in alarm
-  std::uint8_t AlarmsToCome;   // how many resets end in alarm again; kAlarmForEver: all
-  std::uint8_t NoAcknowledge;  // fault, 1: commands are held and neither taken nor let go
-  std::uint8_t Handshake;      // what became of the command last written
-  std::uint8_t Reserved[3];
+  std::int32_t from;
+  std::int32_t to;
+  std::uint8_t phase;
+  std::uint8_t alarm;          // 1: in alarm
+  std::uint8_t alarmsToCome;   // how many resets end in alarm again; kAlarmForEver: all
+  std::uint8_t noAcknowledge;  // fault, 1: commands are held and neither taken nor let go
+  std::uint8_t handshake;      // what became of the command last written
+  std::uint8_t reserved[3];
 };
 static_assert(kSharable<CylinderChannelState> && sizeof(CylinderChannelState) == 40);
 
 struct CylinderCardState {
-  std::uint8_t Version;
-  std::uint8_t Type;
-  std::uint8_t Selected;
-  std::uint8_t Delay;
-  std::uint8_t Reserved[4];
-  Nanos TravelTime;  // for one position
-  Nanos SetupTime;
-  Nanos ResetTime;
-  CylinderChannelState Channels[kCylinderChannels];
+  std::uint8_t version;
+  std::uint8_t type;
+  std::uint8_t selected;
+  std::uint8_t delay;
+  std::uint8_t reserved[4];
+  Nanos travelTime;  // for one position
+  Nanos setupTime;
+  Nanos resetTime;
+  CylinderChannelState channels[kCylinderChannels];
 };
 static_assert(kSharable<CylinderCardState> && sizeof(CylinderCardState) == 152);
 
 class CylinderCard {
  public:
-  explicit CylinderCard(CylinderCardState& state) : State(state) {}
+  explicit CylinderCard(CylinderCardState& state) : state_(state) {}
   // All cylinders stand at position 0; 100 ms per position, setup 500 ms, reset 50 ms.
   void PowerOn();
   std::uint8_t Read(std::uint8_t port, Nanos now);
@@ -93,7 +93,7 @@ class CylinderCard {
   CylinderChannelState& Settle(int channel, Nanos now);
   void Command(std::uint8_t value, Nanos now);
 
-  CylinderCardState& State;
+  CylinderCardState& state_;
 };
 
 }  // namespace rack

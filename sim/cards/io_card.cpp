@@ -16,29 +16,29 @@ enum Port : std::uint8_t {
 }  // namespace
 
 void IoCard::PowerOn() {
-  State = IoCardState{};
-  State.Version = kCardVersion;
-  State.Type = kIoType;
+  state_ = IoCardState{};
+  state_.version = kCardVersion;
+  state_.type = kIoType;
 }
 
 std::uint8_t IoCard::Read(std::uint8_t port, Nanos /*now*/) {
-  if (port >= kOutputsLow && port <= kRelays) return ByteOf(State.Outputs, port - kOutputsLow);
+  if (port >= kOutputsLow && port <= kRelays) return ByteOf(state_.outputs, port - kOutputsLow);
   switch (port) {
     case kVersion:
-      return State.Version;
+      return state_.version;
     case kType:
-      return State.Type;
+      return state_.type;
     case kInputsLow:
-      return ByteOf(State.Inputs, 0);
+      return ByteOf(state_.inputs, 0);
     case kInputsHigh:
-      return ByteOf(State.Inputs, 1);
+      return ByteOf(state_.inputs, 1);
     default:
       return kOpenBus;
   }
 }
 
 void IoCard::Write(std::uint8_t port, std::uint8_t value, Nanos /*now*/) {
-  if (port >= kOutputsLow && port <= kRelays) SetByte(State.Outputs, port - kOutputsLow, value);
+  if (port >= kOutputsLow && port <= kRelays) SetByte(state_.outputs, port - kOutputsLow, value);
 }
 
 }  // namespace rack

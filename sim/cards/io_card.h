@@ -17,22 +17,22 @@
 namespace rack {
 
 struct IoCardState {
-  std::uint8_t Version;
-  std::uint8_t Type;
-  std::uint16_t Inputs;   // levels at the terminals
-  std::uint32_t Outputs;  // bits 0 to 15 outputs, 16 to 23 relays
+  std::uint8_t version;
+  std::uint8_t type;
+  std::uint16_t inputs;   // levels at the terminals
+  std::uint32_t outputs;  // bits 0 to 15 outputs, 16 to 23 relays
 };
 static_assert(kSharable<IoCardState> && sizeof(IoCardState) == 8);
 
 class IoCard {
  public:
-  explicit IoCard(IoCardState& state) : State(state) {}
+  explicit IoCard(IoCardState& state) : state_(state) {}
   void PowerOn();
   std::uint8_t Read(std::uint8_t port, Nanos now);
   void Write(std::uint8_t port, std::uint8_t value, Nanos now);
 
  private:
-  IoCardState& State;
+  IoCardState& state_;
 };
 
 }  // namespace rack

@@ -18,66 +18,66 @@ constexpr std::uint32_t kCountZero = 0x80000000;
 }  // namespace
 
 void PulseChannel::PowerOn() {
-  State = PulseChannelState{};
-  State.EncoderLatch = kCountZero;
+  state_ = PulseChannelState{};
+  state_.encoderLatch = kCountZero;
 }
 
 void PulseChannel::WriteSteps(int byte, std::uint8_t value) {
-  SetByte(State.Steps, byte, value);
+  SetByte(state_.steps, byte, value);
 }
 void PulseChannel::WriteStopCount(int byte, std::uint8_t value) {
-  SetByte(State.StopCount, byte, value);
+  SetByte(state_.stopCount, byte, value);
 }
 void PulseChannel::WriteStartSteps(int byte, std::uint8_t value) {
-  SetByte(State.StartSteps, byte, value);
+  SetByte(state_.startSteps, byte, value);
 }
 void PulseChannel::WriteCompensation(int byte, std::uint8_t value) {
-  SetByte(State.Compensation, byte, value);
+  SetByte(state_.compensation, byte, value);
 }
 
 void PulseChannel::Start(std::uint32_t pulsesPerUnit, Nanos now) {
   Settle(now);
-  State.Running = 0;
-  if (State.Held != 0 || StopActive(State.Control)) return;
-  State.SettledPulses = 0;
-  State.MoveStart = now;
-  State.MoveSteps = State.Steps / 2;
-  State.MoveStop = State.StopCount / 2;
-  State.MoveRate = std::int64_t{State.Frequency} * pulsesPerUnit;
-  State.MoveControl = State.Control;
-  State.Running = State.MoveSteps > 0;
-  ++State.Moves;
+  state_.running = 0;
+  if (state_.held != 0 || StopActive(state_.control)) return;
+  state_.settledPulses = 0;
+  state_.moveStart = now;
+  state_.moveSteps = state_.steps / 2;
+  state_.moveStop = state_.stopCount / 2;
+  state_.moveRate = std::int64_t{state_.frequency} * pulsesPerUnit;
+  state_.moveControl = state_.control;
+  state_.running = state_.moveSteps > 0;
+  ++state_.moves;
 }
 
 void PulseChannel::ClearGenerator(std::uint8_t value, Nanos now) {
-  State.Held = value != 0;
+  state_.held = value != 0;
   if (value == 0) return;
   Settle(now);
-  State.Running = 0;
+  state_.running = 0;
 }
 
 void PulseChannel::ClearEncoder(std::uint8_t value, Nanos now) {
   if (value == 0) return;
   Settle(now);
-  State.Encoder = 0;
+  state_.encoder = 0;
 }
 
 std::uint8_t PulseChannel::ReadEncoder(int byte, Nanos now) {
-  if (byte == 0) State.EncoderLatch = static_cast<std::uint32_t>(EncoderAt(now)) ^ kCountZero;
-  return ByteOf(State.EncoderLatch, byte);
+  if (byte == 0) state_.encoderLatch = static_cast<std::uint32_t>(EncoderAt(now)) ^ kCountZero;
+  return ByteOf(state_.encoderLatch, byte);
 }
 
 bool PulseChannel::Busy(Nanos now) const {
-  if (!Counts()) return State.Running != 0;
+  if (!Counts()) return state_.running != 0;
   return now < PulseTime(LastPulse());
 }
 
 std::int64_t PulseChannel::PositionAt(Nanos now) const {
-  return State.Position + Direction() * (MovedAfter(PulsesAt(now)) - MovedAfter(State.SettledPulses));
+  return state_.position + Direction() * (MovedAfter(PulsesAt(now)) - MovedAfter(state_.settledPulses));
 }
 
 std::int64_t PulseChannel::EncoderAt(Nanos now) const {
-  return State.Encoder + PositionAt(now) - State.Position;
+  return state_.encoder + PositionAt(now) - state_.position;
 }
 
 std::optional<Nanos> PulseChannel::MoveEnd() const {
@@ -87,7 +87,7 @@ std::optional<Nanos> PulseChannel::MoveEnd() const {
 
 std::optional<Nanos> PulseChannel::ReachTime(std::int64_t position) const {
   if (!Counts()) return std::nullopt;
-  const std::int64_t steps = Direction() * (position - State.Position);
+  const std::int64_t steps = Direction() * (position - state_.position);
   if (steps <= 0) return std::nullopt;
   const std::optional<std::int64_t> pulse = PulseThatMoves(steps);
   if (!pulse || *pulse > LastPulse()) return std::nullopt;
@@ -97,65 +97,65 @@ std::optional<Nanos> PulseChannel::ReachTime(std::int64_t position) const {
 void PulseChannel::SetStopInput(int input, bool level, Nanos now) {
   Settle(now);
   const int bit = 1 << (input & kStopInput);
-  State.StopInputs = static_cast<std::uint8_t>(level ? State.StopInputs | bit : State.StopInputs & ~bit);
-  if (StopActive(State.MoveControl)) State.Running = 0;
+  state_.stopInputs = static_cast<std::uint8_t>(level ? state_.stopInputs | bit : state_.stopInputs & ~bit);
+  if (StopActive(state_.moveControl)) state_.running = 0;
 }
 
 void PulseChannel::SetBlocked(bool blocked, Nanos now) {
   Settle(now);
-  State.Blocked = blocked;
+  state_.blocked = blocked;
 }
 
 void PulseChannel::SetLoseEvery(std::uint32_t every, Nanos now) {
   Settle(now);
-  State.LoseEvery = every;
+  state_.loseEvery = every;
 }
 
 // The number of the pulse with which the running move ends.
 std::int64_t PulseChannel::LastPulse() const {
-  if ((State.MoveControl & kCountStop) == 0) return State.MoveSteps;
-  const std::int64_t next = State.SettledPulses + 1;
-  const std::int64_t ahead = Direction() * State.Encoder;
-  const std::int64_t afterNext = ahead + MovedAfter(next) - MovedAfter(State.SettledPulses);
-  if (afterNext >= State.MoveStop || afterNext <= -State.MoveStop) return std::min(next, State.MoveSteps);
-  return std::min(PulseThatMoves(State.MoveStop - ahead).value_or(State.MoveSteps), State.MoveSteps);
+  if ((state_.moveControl & kCountStop) == 0) return state_.moveSteps;
+  const std::int64_t next = state_.settledPulses + 1;
+  const std::int64_t ahead = Direction() * state_.encoder;
+  const std::int64_t afterNext = ahead + MovedAfter(next) - MovedAfter(state_.settledPulses);
+  if (afterNext >= state_.moveStop || afterNext <= -state_.moveStop) return std::min(next, state_.moveSteps);
+  return std::min(PulseThatMoves(state_.moveStop - ahead).value_or(state_.moveSteps), state_.moveSteps);
 }
 
 std::int64_t PulseChannel::PulsesAt(Nanos now) const {
-  if (!Counts() || now <= State.MoveStart) return State.SettledPulses;
+  if (!Counts() || now <= state_.moveStart) return state_.settledPulses;
   // In two parts: the product of a long time and the rate does not fit into 64 bits.
-  const Nanos elapsed = now - State.MoveStart;
+  const Nanos elapsed = now - state_.moveStart;
   const std::int64_t pulses =
-      elapsed / kSecond * State.MoveRate + elapsed % kSecond * State.MoveRate / kSecond;
-  return std::max(State.SettledPulses, std::min(pulses, LastPulse()));
+      elapsed / kSecond * state_.moveRate + elapsed % kSecond * state_.moveRate / kSecond;
+  return std::max(state_.settledPulses, std::min(pulses, LastPulse()));
 }
 
 Nanos PulseChannel::PulseTime(std::int64_t pulse) const {
-  return State.MoveStart + (pulse * kSecond + State.MoveRate - 1) / State.MoveRate;
+  return state_.moveStart + (pulse * kSecond + state_.moveRate - 1) / state_.moveRate;
 }
 
 // The steps made by that many pulses of a move.
 std::int64_t PulseChannel::MovedAfter(std::int64_t pulse) const {
-  if (State.Blocked != 0) return 0;
-  if (State.LoseEvery == 0) return pulse;
-  return pulse - pulse / State.LoseEvery;
+  if (state_.blocked != 0) return 0;
+  if (state_.loseEvery == 0) return pulse;
+  return pulse - pulse / state_.loseEvery;
 }
 
 // The pulse that makes the last of so many steps (1 or more), counted from where things were settled.
 std::optional<std::int64_t> PulseChannel::PulseThatMoves(std::int64_t steps) const {
-  if (State.Blocked != 0 || State.LoseEvery == 1) return std::nullopt;
-  const std::int64_t inMove = steps + MovedAfter(State.SettledPulses);
-  if (State.LoseEvery == 0) return inMove;
-  return inMove + (inMove - 1) / (std::int64_t{State.LoseEvery} - 1);
+  if (state_.blocked != 0 || state_.loseEvery == 1) return std::nullopt;
+  const std::int64_t inMove = steps + MovedAfter(state_.settledPulses);
+  if (state_.loseEvery == 0) return inMove;
+  return inMove + (inMove - 1) / (std::int64_t{state_.loseEvery} - 1);
 }
 
 int PulseChannel::Direction() const {
-  return (State.MoveControl & kCountsDown) != 0 ? -1 : 1;
+  return (state_.moveControl & kCountsDown) != 0 ? -1 : 1;
 }
 
 bool PulseChannel::StopActive(std::uint8_t control) const {
   if ((control & kExternalStop) == 0 || (control & kForce) != 0) return false;
-  const bool level = (State.StopInputs >> (control & kStopInput) & 1) != 0;
+  const bool level = (state_.stopInputs >> (control & kStopInput) & 1) != 0;
   return level == ((control & kStopLevel) != 0);
 }
 
@@ -164,10 +164,10 @@ void PulseChannel::Settle(Nanos now) {
   const bool busy = Busy(now);
   const std::int64_t pulses = PulsesAt(now);
   const std::int64_t position = PositionAt(now);
-  State.Encoder += position - State.Position;
-  State.Position = position;
-  State.SettledPulses = pulses;
-  State.Running = busy;
+  state_.encoder += position - state_.position;
+  state_.position = position;
+  state_.settledPulses = pulses;
+  state_.running = busy;
 }
 
 }  // namespace rack

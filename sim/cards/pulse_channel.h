@@ -27,38 +27,38 @@ constexpr std::uint32_t kDefaultPulsesPerUnit = 100;
 constexpr std::uint32_t kMaxPulsesPerUnit = 1000000;
 
 struct PulseChannelState {
-  // Where things stood after SettledPulses pulses of the move that started last.
-  std::int64_t Position;  // of the mechanics, in steps; no clear touches it
-  std::int64_t Encoder;   // counts
-  std::int64_t SettledPulses;
+  // Where things stood after settledPulses pulses of the move that started last.
+  std::int64_t position;  // of the mechanics, in steps; no clear touches it
+  std::int64_t encoder;   // counts
+  std::int64_t settledPulses;
   // The move that started last, its registers as they were at the start.
-  Nanos MoveStart;
-  std::int64_t MoveSteps;
-  std::int64_t MoveRate;  // pulses per second
-  std::int64_t MoveStop;  // stop count
+  Nanos moveStart;
+  std::int64_t moveSteps;
+  std::int64_t moveRate;  // pulses per second
+  std::int64_t moveStop;  // stop count
   // Registers.
-  std::uint32_t Steps;      // twice the number of steps
-  std::uint32_t StopCount;  // twice the stop count
-  std::uint32_t EncoderLatch;
-  // Fault: every LoseEvery-th pulse moves nothing; 0: none is lost.
-  std::uint32_t LoseEvery;
-  std::uint32_t Moves;  // started since power-on
-  std::uint16_t StartSteps;
-  std::uint16_t Compensation;
-  std::uint8_t Control;
-  std::uint8_t Frequency;
-  std::uint8_t MoveControl;
-  std::uint8_t Running;  // 1 from the start until the end of the move has been settled; see Busy
-  std::uint8_t Held;     // 1 while the generator's clear register is not 0: no move starts
-  std::uint8_t Blocked;  // fault, 1: pulses come, nothing moves
-  std::uint8_t StopInputs;
-  std::uint8_t Reserved;
+  std::uint32_t steps;      // twice the number of steps
+  std::uint32_t stopCount;  // twice the stop count
+  std::uint32_t encoderLatch;
+  // Fault: every loseEvery-th pulse moves nothing; 0: none is lost.
+  std::uint32_t loseEvery;
+  std::uint32_t moves;  // started since power-on
+  std::uint16_t startSteps;
+  std::uint16_t compensation;
+  std::uint8_t control;
+  std::uint8_t frequency;
+  std::uint8_t moveControl;
+  std::uint8_t running;  // 1 from the start until the end of the move has been settled; see Busy
+  std::uint8_t held;     // 1 while the generator's clear register is not 0: no move starts
+  std::uint8_t blocked;  // fault, 1: pulses come, nothing moves
+  std::uint8_t stopInputs;
+  std::uint8_t reserved;
 };
 static_assert(kSharable<PulseChannelState> && sizeof(PulseChannelState) == 88);
 
 class PulseChannel {
  public:
-  explicit PulseChannel(PulseChannelState& state) : State(state) {}
+  explicit PulseChannel(PulseChannelState& state) : state_(state) {}
   void PowerOn();
 
   // Byte 0 (lowest) to 3 of the step and stop registers, byte 0 or 1 of the two short ones.
@@ -92,7 +92,7 @@ class PulseChannel {
   void SetLoseEvery(std::uint32_t every, Nanos now);
 
  private:
-  bool Counts() const { return State.Running != 0 && State.MoveRate > 0; }
+  bool Counts() const { return state_.running != 0 && state_.moveRate > 0; }
   std::int64_t LastPulse() const;
   Nanos PulseTime(std::int64_t pulse) const;
   std::int64_t MovedAfter(std::int64_t pulse) const;
@@ -101,7 +101,7 @@ class PulseChannel {
   bool StopActive(std::uint8_t control) const;
   void Settle(Nanos now);
 
-  PulseChannelState& State;
+  PulseChannelState& state_;
 };
 
 }  // namespace rack

@@ -24,45 +24,45 @@ enum Port : std::uint8_t {
 }  // namespace
 
 void ServoCard::PowerOn() {
-  State = ServoCardState{};
-  State.Version = kCardVersion;
-  State.Type = kServoType;
-  State.PulsesPerUnit = kDefaultPulsesPerUnit;
-  for (PulseChannelState& channel : State.Channels) PulseChannel(channel).PowerOn();
+  state_ = ServoCardState{};
+  state_.version = kCardVersion;
+  state_.type = kServoType;
+  state_.pulsesPerUnit = kDefaultPulsesPerUnit;
+  for (PulseChannelState& channel : state_.channels) PulseChannel(channel).PowerOn();
 }
 
 std::uint8_t ServoCard::Busy(Nanos now) const {
   int busy = 0;
   for (int channel = 0; channel < kServoChannels; ++channel) {
-    if (PulseChannel(State.Channels[channel]).Busy(now)) busy |= 1 << channel;
+    if (PulseChannel(state_.channels[channel]).Busy(now)) busy |= 1 << channel;
   }
   return static_cast<std::uint8_t>(busy);
 }
 
 std::uint8_t ServoCard::Read(std::uint8_t port, Nanos now) {
-  if (port == kVersion) return State.Version;
-  if (port == kType) return State.Type;
+  if (port == kVersion) return state_.version;
+  if (port == kType) return state_.type;
   if (port == kBusyOrStart) return Busy(now);
-  if (State.Selected >= kServoChannels || port < kEncoder || port > kEncoderEnd) return kOpenBus;
-  return PulseChannel(State.Channels[State.Selected]).ReadEncoder(port - kEncoder, now);
+  if (state_.selected >= kServoChannels || port < kEncoder || port > kEncoderEnd) return kOpenBus;
+  return PulseChannel(state_.channels[state_.selected]).ReadEncoder(port - kEncoder, now);
 }
 
 void ServoCard::Write(std::uint8_t port, std::uint8_t value, Nanos now) {
   if (port == kSelect) {
-    State.Selected = value;
+    state_.selected = value;
     return;
   }
-  if (State.Selected >= kServoChannels) return;
-  PulseChannelState& registers = State.Channels[State.Selected];
+  if (state_.selected >= kServoChannels) return;
+  PulseChannelState& registers = state_.channels[state_.selected];
   PulseChannel channel(registers);
   if (port >= kPulses && port <= kPulsesEnd) return channel.WriteSteps(port - kPulses, value);
   if (port >= kStop && port <= kStopEnd) return channel.WriteStopCount(port - kStop, value);
   switch (port) {
     case kControl:
-      registers.Control = value;
+      registers.control = value;
       return;
     case kFrequency:
-      registers.Frequency = value;
+      registers.frequency = value;
       return;
     case kGeneratorClear:
       channel.ClearGenerator(value, now);
@@ -71,7 +71,7 @@ void ServoCard::Write(std::uint8_t port, std::uint8_t value, Nanos now) {
       channel.ClearEncoder(value, now);
       return;
     case kBusyOrStart:
-      if (value == 1) channel.Start(State.PulsesPerUnit, now);
+      if (value == 1) channel.Start(state_.pulsesPerUnit, now);
       return;
     default:
       return;
@@ -79,7 +79,7 @@ void ServoCard::Write(std::uint8_t port, std::uint8_t value, Nanos now) {
 }
 
 void ServoCard::SetStopInput(int input, bool level, Nanos now) {
-  for (PulseChannelState& channel : State.Channels) PulseChannel(channel).SetStopInput(input, level, now);
+  for (PulseChannelState& channel : state_.channels) PulseChannel(channel).SetStopInput(input, level, now);
 }
 
 }  // namespace rack

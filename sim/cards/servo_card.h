@@ -26,18 +26,18 @@ constexpr int kServoChannels = 4;
 constexpr int kServoStopInputs = 4;
 
 struct ServoCardState {
-  std::uint8_t Version;
-  std::uint8_t Type;
-  std::uint8_t Selected;
-  std::uint8_t Reserved;
-  std::uint32_t PulsesPerUnit;  // as on the stepper card
-  PulseChannelState Channels[kServoChannels];
+  std::uint8_t version;
+  std::uint8_t type;
+  std::uint8_t selected;
+  std::uint8_t reserved;
+  std::uint32_t pulsesPerUnit;  // as on the stepper card
+  PulseChannelState channels[kServoChannels];
 };
 static_assert(kSharable<ServoCardState> && sizeof(ServoCardState) == 360);
 
 class ServoCard {
  public:
-  explicit ServoCard(ServoCardState& state) : State(state) {}
+  explicit ServoCard(ServoCardState& state) : state_(state) {}
   void PowerOn();
   std::uint8_t Read(std::uint8_t port, Nanos now);
   void Write(std::uint8_t port, std::uint8_t value, Nanos now);
@@ -47,7 +47,7 @@ class ServoCard {
  private:
   std::uint8_t Busy(Nanos now) const;
 
-  ServoCardState& State;
+  ServoCardState& state_;
 };
 
 }  // namespace rack

@@ -30,38 +30,39 @@ constexpr std::uint8_t kStopInputBits = 0x03;
 }  // namespace
 
 void StepperCard::PowerOn() {
-  State = StepperCardState{};
-  State.Version = kCardVersion;
-  State.Type = kStepperType;
-  State.PulsesPerUnit = kDefaultPulsesPerUnit;
-  for (PulseChannelState& channel : State.Channels) PulseChannel(channel).PowerOn();
+  state_ = StepperCardState{};
+  state_.version = kCardVersion;
+  state_.type = kStepperType;
+  state_.pulsesPerUnit = kDefaultPulsesPerUnit;
+  for (PulseChannelState& channel : state_.channels) PulseChannel(channel).PowerOn();
 }
 
 std::uint8_t StepperCard::Read(std::uint8_t port, Nanos now) {
-  if (port == kVersion) return State.Version;
-  if (port == kType) return State.Type;
-  const bool selected = State.Selected < kStepperChannels;
-  if (port == kBusyOrStart) return selected && PulseChannel(State.Channels[State.Selected]).Busy(now) ? 1 : 0;
+  if (port == kVersion) return state_.version;
+  if (port == kType) return state_.type;
+  const bool selected = state_.selected < kStepperChannels;
+  if (port == kBusyOrStart)
+    return selected && PulseChannel(state_.channels[state_.selected]).Busy(now) ? 1 : 0;
   if (!selected || port < kEncoder || port > kEncoderEnd) return kOpenBus;
-  return PulseChannel(State.Channels[State.Selected]).ReadEncoder(port - kEncoder, now);
+  return PulseChannel(state_.channels[state_.selected]).ReadEncoder(port - kEncoder, now);
 }
 
 void StepperCard::Write(std::uint8_t port, std::uint8_t value, Nanos now) {
   if (port == kSelect) {
-    State.Selected = value;
+    state_.selected = value;
     return;
   }
-  if (State.Selected >= kStepperChannels) return;
-  PulseChannelState& registers = State.Channels[State.Selected];
+  if (state_.selected >= kStepperChannels) return;
+  PulseChannelState& registers = state_.channels[state_.selected];
   PulseChannel channel(registers);
   if (port >= kSteps && port <= kStepsEnd) return channel.WriteSteps(port - kSteps, value);
   if (port >= kStop && port <= kStopEnd) return channel.WriteStopCount(port - kStop, value);
   switch (port) {
     case kControl:
-      registers.Control = value & static_cast<std::uint8_t>(~kStopInputBits);
+      registers.control = value & static_cast<std::uint8_t>(~kStopInputBits);
       return;
     case kFrequency:
-      registers.Frequency = value;
+      registers.frequency = value;
       return;
     case kStartStepsLow:
     case kStartStepsHigh:
@@ -78,7 +79,7 @@ void StepperCard::Write(std::uint8_t port, std::uint8_t value, Nanos now) {
       channel.ClearEncoder(value, now);
       return;
     case kBusyOrStart:
-      if (value == 1) channel.Start(State.PulsesPerUnit, now);
+      if (value == 1) channel.Start(state_.pulsesPerUnit, now);
       return;
     default:
       return;

@@ -27,24 +27,24 @@ namespace rack {
 constexpr int kStepperChannels = 8;
 
 struct StepperCardState {
-  std::uint8_t Version;
-  std::uint8_t Type;
-  std::uint8_t Selected;
-  std::uint8_t Reserved;
-  std::uint32_t PulsesPerUnit;  // pulses per second and unit of frequency code, at most kMaxPulsesPerUnit
-  PulseChannelState Channels[kStepperChannels];
+  std::uint8_t version;
+  std::uint8_t type;
+  std::uint8_t selected;
+  std::uint8_t reserved;
+  std::uint32_t pulsesPerUnit;  // pulses per second and unit of frequency code, at most kMaxPulsesPerUnit
+  PulseChannelState channels[kStepperChannels];
 };
 static_assert(kSharable<StepperCardState> && sizeof(StepperCardState) == 712);
 
 class StepperCard {
  public:
-  explicit StepperCard(StepperCardState& state) : State(state) {}
+  explicit StepperCard(StepperCardState& state) : state_(state) {}
   void PowerOn();
   std::uint8_t Read(std::uint8_t port, Nanos now);
   void Write(std::uint8_t port, std::uint8_t value, Nanos now);
 
  private:
-  StepperCardState& State;
+  StepperCardState& state_;
 };
 
 }  // namespace rack

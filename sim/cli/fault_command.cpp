@@ -31,7 +31,7 @@ int Fault(const FaultOptions& options) {
   std::vector<std::string> words = options.words;
   if (words.size() == 1 && words[0] == "list") return List(snapshot);
   Request request{};
-  request.Kind = RequestKind::EndAllFaults;
+  request.kind = RequestKind::EndAllFaults;
   if (words.size() == 1 && words[0] == "clear") return Send(machine, request);
   const bool clear = words[0] == "clear";
   if (clear) words.erase(words.begin());
@@ -44,7 +44,7 @@ int Fault(const FaultOptions& options) {
     if (!millis || *millis == 0) {
       return Complain(kWrongUse, "\"" + options.duration + "\" is no time: such as 500ms, 2s or 1min");
     }
-    request.Duration = *millis * kMillisecond;
+    request.duration = *millis * kMillisecond;
   }
   return Send(machine, request);
 }

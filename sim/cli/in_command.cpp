@@ -19,10 +19,10 @@ int SetInput(const InputOptions& options) {
   const SignalChoice input = ChooseSignal(snapshot, SignalKind::Input, options.signal);
   if (!input.found) return Complain(kWrongUse, input.error);
   Request request{};
-  request.Kind = release ? RequestKind::ReleaseInput : RequestKind::SetInput;
-  request.Slot = static_cast<std::uint8_t>(snapshot.cards[static_cast<std::size_t>(input.entry)].slot);
-  request.Channel = static_cast<std::uint8_t>(input.channel);
-  request.Value = options.level == "on" ? 1 : 0;
+  request.kind = release ? RequestKind::ReleaseInput : RequestKind::SetInput;
+  request.slot = static_cast<std::uint8_t>(snapshot.cards[static_cast<std::size_t>(input.entry)].slot);
+  request.channel = static_cast<std::uint8_t>(input.channel);
+  request.value = options.level == "on" ? 1 : 0;
   const std::string error = machine.Ask(request);
   const std::string signal = SignalText(snapshot, SignalKind::Input, input.entry, input.channel);
   if (!error.empty()) return Complain(kFailed, signal + ": " + error);

@@ -17,26 +17,26 @@ constexpr int kFunctionMillis = 250;
 constexpr Nanos kTakenLimit = 10 * kSecond;
 
 bool Taken(const KeyState& keys, std::uint32_t number) {
-  return keys.PressCount != 0 && keys.PressRequest == number && keys.TakenRequest == number;
+  return keys.pressCount != 0 && keys.pressRequest == number && keys.takenRequest == number;
 }
 
 bool Held(const KeyState& keys) {
-  return keys.Code != 0 || keys.FunctionBits != 0;
+  return keys.code != 0 || keys.functionBits != 0;
 }
 
 // Presses one key and waits until the controller has taken it and the finger is off again.
 std::string Press(Machine& machine, const Key& key, int holdMillis) {
   Request request{};
-  request.Kind = key.function ? RequestKind::PressFunctionKeys : RequestKind::PressKey;
-  request.Value = key.code;
+  request.kind = key.function ? RequestKind::PressFunctionKeys : RequestKind::PressKey;
+  request.value = key.code;
   const int usual = key.function ? kFunctionMillis : kTapMillis;
-  request.Duration = (holdMillis > 0 ? holdMillis : usual) * kMillisecond;
+  request.duration = (holdMillis > 0 ? holdMillis : usual) * kMillisecond;
   std::uint32_t number = 0;
   std::string error = machine.Ask(request, &number);
   if (!error.empty()) return error;
-  const Nanos limit = MonotonicNow() + request.Duration + kTakenLimit;
+  const Nanos limit = MonotonicNow() + request.duration + kTakenLimit;
   for (;;) {
-    const KeyState& keys = machine.Live().Keys;
+    const KeyState& keys = machine.Live().keys;
     const bool taken = Taken(keys, number);
     if (taken && !Held(keys)) return "";
     if (machine.Standing()) {

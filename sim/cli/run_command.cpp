@@ -23,29 +23,29 @@ namespace {
 std::string ChooseTime(const RunOptions& options, TimeSetup& setup, TimeCommand& command) {
   std::string wrong = ParseTime(options.time, setup);
   if (!wrong.empty()) return wrong;
-  setup.Seed = options.seed;
-  setup.StartStopped = options.stopped ? 1 : 0;
+  setup.seed = options.seed;
+  setup.startStopped = options.stopped ? 1 : 0;
   if (!options.duration.empty()) {
     const std::optional<long long> millis = DurationMillis(options.duration);
     if (!millis || *millis == 0) return "\"" + options.duration + "\" is no time: such as 500ms, 2s or 60min";
-    setup.EndAt = *millis * kMillisecond;
+    setup.endAt = *millis * kMillisecond;
   }
   const bool controlled = options.stopped || options.seed != 0 || !options.until.empty();
-  if (controlled && setup.Mode != TimeMode::Virtual)
+  if (controlled && setup.mode != TimeMode::Virtual)
     return "--seed, --until and --stopped want --time virtual";
   return options.until.empty() ? "" : ParsePlace(options.until, command);
 }
 
 // Real and scaled time: whether the run has lasted as long as it is to last.
 bool IsOver(const RackState& state) {
-  const TimeSetup& setup = state.Time.Setup;
-  return setup.Mode != TimeMode::Virtual && setup.EndAt != 0 &&
-         PassedTime(setup, state.PowerOn, MonotonicNow()) >= setup.EndAt;
+  const TimeSetup& setup = state.time.setup;
+  return setup.mode != TimeMode::Virtual && setup.endAt != 0 &&
+         PassedTime(setup, state.powerOn, MonotonicNow()) >= setup.endAt;
 }
 
 int RunUntilEnd(const Launch& launch, const RackState& state, bool once) {
   for (;;) {
-    const std::uint32_t restarts = state.Live.Controller.Restarts;
+    const std::uint32_t restarts = state.live.controller.restarts;
     const AttachWatch attach(state);
     StandstillWatch standstill(state);
     const RunEnd end = RunController(launch, [&] {
@@ -58,7 +58,7 @@ int RunUntilEnd(const Launch& launch, const RackState& state, bool once) {
       return Complain(kFailed, "the controller ended with status " + std::to_string(end.status) +
                                    " before it came to the rack");
     }
-    const bool restart = end.status == kRestartStatus && state.Live.Controller.Restarts != restarts;
+    const bool restart = end.status == kRestartStatus && state.live.controller.restarts != restarts;
     if (!restart || once) return end.status;
     std::fputs("velmo-rack: the controller restarted the machine, starting it again\n", stderr);
   }
@@ -87,9 +87,9 @@ int Run(const RunOptions& options) {
     return kFailed;
   }
   TimeCommand command{};
-  const std::string wrongTime = ChooseTime(options, setup->Time, command);
+  const std::string wrongTime = ChooseTime(options, setup->time, command);
   if (!wrongTime.empty()) return Complain(kWrongUse, wrongTime);
-  setup->Image.RestartFails = options.restartFails ? 1 : 0;
+  setup->image.restartFails = options.restartFails ? 1 : 0;
 
   if (mkdir(RunDirectory(machine).c_str(), 0755) != 0 && errno != EEXIST) {
     return Complain(kFailed, RunDirectory(machine) + ": " + std::strerror(errno));
@@ -101,7 +101,7 @@ int Run(const RunOptions& options) {
   if (!error.empty()) return Complain(kFailed, error);
   StateFile state;
   if (!state.Create(StatePath(machine), *setup, error)) return Complain(kFailed, error);
-  state.State()->Time.Command = command;
+  state.State()->time.command = command;
   Launch launch = MakeLaunch(machine, controller, options.tasks);
   launch.over = [&state] { return IsOver(*state.State()); };
   return RunUntilEnd(launch, *state.State(), options.once);

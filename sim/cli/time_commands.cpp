@@ -17,15 +17,15 @@ int Command(const std::string& directory, const TimeCommand& command) {
   Machine machine;
   const std::string unopened = machine.Open(directory);
   if (!unopened.empty()) return Complain(kFailed, unopened);
-  if (machine.State().Time.Setup.Mode != TimeMode::Virtual) {
+  if (machine.State().time.setup.mode != TimeMode::Virtual) {
     return Complain(
         kFailed, "time is not under control here: start the machine with \"velmo-rack run --time virtual\"");
   }
   if (!machine.Running()) return Complain(kFailed, "the machine in " + machine.Directory() + " does not run");
   const std::uint32_t number = machine.Give(command);
-  const bool stands = command.HoldLine != 0 || command.Step != 0;
+  const bool stands = command.holdLine != 0 || command.step != 0;
   const StopSignals stop;
-  TimeControl& time = machine.State().Time;
+  TimeControl& time = machine.State().time;
   while (stands && !Stands(time, number)) {
     if (!machine.Running()) return Complain(kFailed, "the run ended before time stood");
     if (stop.Within(kLookMillis)) return kFailed;
@@ -38,8 +38,8 @@ int Command(const std::string& directory, const TimeCommand& command) {
 
 int Step(const StepOptions& options) {
   TimeCommand command{};
-  command.Step = 1;
-  const std::string wrong = ParseTask(options.task, command.HoldTask);
+  command.step = 1;
+  const std::string wrong = ParseTask(options.task, command.holdTask);
   return wrong.empty() ? Command(options.machine, command) : Complain(kWrongUse, wrong);
 }
 

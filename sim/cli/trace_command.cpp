@@ -16,12 +16,12 @@ int Trace(const TraceOptions& options) {
   const std::string unopened = machine.Open(options.machine);
   if (!unopened.empty()) return Complain(kFailed, unopened);
   const bool oldest = options.fromStart || options.once;
-  JournalReader reader(machine.State().Journal,
+  JournalReader reader(machine.State().journal,
                        oldest ? JournalReader::Start::Oldest : JournalReader::Start::Newest);
   const Snapshot snapshot = machine.Take();
   // A file's name stands in the state before the first record with its number does, and never changes.
   const FileNames files = [&](std::uint32_t number) -> std::string {
-    return number == 0 || number > kMaxProgramFiles ? "" : machine.State().Live.ProgramFiles[number - 1];
+    return number == 0 || number > kMaxProgramFiles ? "" : machine.State().live.programFiles[number - 1];
   };
   if (options.csv) std::puts(kTraceHeader);
   const auto tellLost = [](std::uint64_t lost) {

@@ -40,7 +40,7 @@ int RecordVcd(const VcdOptions& options) {
   if (!file) return Complain(kFailed, options.file + ": " + std::strerror(errno));
 
   const bool oldest = options.fromStart || options.once;
-  JournalReader reader(machine.State().Journal,
+  JournalReader reader(machine.State().journal,
                        oldest ? JournalReader::Start::Oldest : JournalReader::Start::Newest);
   std::uint64_t lost = oldest ? reader.Number() : 0;
   const std::vector<JournalRecord> past = oldest ? Past(reader, lost) : std::vector<JournalRecord>();

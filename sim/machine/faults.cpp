@@ -93,13 +93,13 @@ std::string UsageOf(const Row& row) {
 std::string TargetText(const Snapshot& snapshot, Target target, const FaultRecord& fault) {
   for (std::size_t entry = 0; entry < snapshot.cards.size(); ++entry) {
     const CardView& card = snapshot.cards[entry];
-    if (card.slot != fault.Slot) continue;
+    if (card.slot != fault.slot) continue;
     const int number = static_cast<int>(entry);
     if (target == Target::Card) return " " + std::to_string(number) + " (" + KindName(card.kind) + ")";
     return " " + SignalText(snapshot, target == Target::Input ? SignalKind::Input : SignalKind::None, number,
-                            fault.Channel);
+                            fault.channel);
   }
-  return " slot " + std::to_string(fault.Slot);
+  return " slot " + std::to_string(fault.slot);
 }
 
 }  // namespace
@@ -113,9 +113,9 @@ FaultChoice ChooseFault(const Snapshot& snapshot, const std::vector<std::string>
                   " (faults: " + Join(known, ", ") + ")");
   }
   FaultChoice choice;
-  choice.request.Kind = kind;
-  choice.request.Fault = row->kind;
-  choice.request.Value = row->usualValue;
+  choice.request.kind = kind;
+  choice.request.fault = row->kind;
+  choice.request.value = row->usualValue;
   const std::size_t targets = row->target == Target::None ? 0 : 1;
   const bool valued = row->value != Value::None && kind == RequestKind::BeginFault;
   const std::size_t most = 1 + targets + (row->value != Value::None ? 1U : 0U);
@@ -124,25 +124,25 @@ FaultChoice ChooseFault(const Snapshot& snapshot, const std::vector<std::string>
   if (targets == 1) {
     const SignalChoice target = ChooseTarget(snapshot, row->target, words[1]);
     if (!target.found) return Refuse(target.error);
-    choice.request.Slot =
+    choice.request.slot =
         static_cast<std::uint8_t>(snapshot.cards[static_cast<std::size_t>(target.entry)].slot);
-    choice.request.Channel = static_cast<std::uint8_t>(target.channel);
+    choice.request.channel = static_cast<std::uint8_t>(target.channel);
   }
   if (words.size() == 1 + targets) return choice;
   const std::optional<int> value = ParseValue(row->value, words.back());
   if (!value) return Refuse("\"" + words.back() + "\" is no value" + UsageOf(*row));
-  choice.request.Value = *value;
+  choice.request.value = *value;
   return choice;
 }
 
 std::string FaultText(const Snapshot& snapshot, const FaultRecord& fault, Nanos now) {
-  const Row* row = FindRow(fault.Kind);
+  const Row* row = FindRow(fault.kind);
   if (row == nullptr) return "unknown fault";
   std::string text = row->word;
   if (row->target != Target::None) text += TargetText(snapshot, row->target, fault);
-  if (row->value == Value::Level) text += fault.Value != 0 ? " on" : " off";
-  if (row->value == Value::Number) text += " " + std::to_string(fault.Value);
-  if (fault.End != 0) text += ", " + Seconds(fault.End - now) + " left";
+  if (row->value == Value::Level) text += fault.value != 0 ? " on" : " off";
+  if (row->value == Value::Number) text += " " + std::to_string(fault.value);
+  if (fault.end != 0) text += ", " + Seconds(fault.end - now) + " left";
   return text;
 }
 

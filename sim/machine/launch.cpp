@@ -61,7 +61,7 @@ Launch MakeLaunch(const std::string& machine, const std::string& controller, con
 }
 
 AttachWatch::AttachWatch(const RackState& state)
-    : state_(state), before_(state.Live.Controller.Attaches), limit_(MonotonicNow() + kAttachLimit) {}
+    : state_(state), before_(state.live.controller.attaches), limit_(MonotonicNow() + kAttachLimit) {}
 
 std::string AttachWatch::operator()() const {
   if (Attached() || MonotonicNow() < limit_) return "";

@@ -31,7 +31,7 @@ class AttachWatch {
 
   // Why the controller must not go on; empty while nothing is wrong.
   std::string operator()() const;
-  bool Attached() const { return state_.Live.Controller.Attaches != before_; }
+  bool Attached() const { return state_.live.controller.attaches != before_; }
 
  private:
   const RackState& state_;

@@ -53,7 +53,7 @@ std::string Trimmed(const char* text) {
 }
 
 std::string FileName(const RackLive& live, std::uint32_t number) {
-  return number == 0 || number > kMaxProgramFiles ? "" : live.ProgramFiles[number - 1];
+  return number == 0 || number > kMaxProgramFiles ? "" : live.programFiles[number - 1];
 }
 
 std::int64_t UntilEnd(const PulseChannel& channel, Nanos now) {
@@ -66,7 +66,7 @@ void ViewMotors(PulseChannelState* channels, int count, Nanos now, CardView& vie
     const PulseChannel channel(channels[i]);
     MotorView motor;
     motor.busy = channel.Busy(now);
-    motor.blocked = channels[i].Blocked != 0;
+    motor.blocked = channels[i].blocked != 0;
     motor.position = channel.PositionAt(now);
     motor.count = channel.EncoderAt(now);
     motor.endsInNanos = motor.busy ? UntilEnd(channel, now) : -1;
@@ -77,38 +77,38 @@ void ViewMotors(PulseChannelState* channels, int count, Nanos now, CardView& vie
 void ViewCylinders(CylinderCardState& state, Nanos now, CardView& view) {
   const CylinderCard card(state);
   for (int i = 0; i < kCylinderChannels; ++i) {
-    view.cylinders.push_back({card.PlaceAt(i, now), state.Channels[i].To / 1000, card.Status(i, now)});
+    view.cylinders.push_back({card.PlaceAt(i, now), state.channels[i].to / 1000, card.Status(i, now)});
   }
 }
 
 CardView ViewCard(RackLive& live, int slot, Nanos now) {
-  CardState& card = live.Cards[slot];
-  const InputLevels& inputs = live.Inputs[slot];
+  CardState& card = live.cards[slot];
+  const InputLevels& inputs = live.inputs[slot];
   CardView view;
-  view.kind = card.Kind;
+  view.kind = card.kind;
   view.slot = slot;
   view.inputs = inputs.Shown();
-  view.forced = static_cast<std::uint16_t>(inputs.SetMask | inputs.StuckMask);
-  for (int channel = 0; channel < OutputChannels(card.Kind); ++channel) {
+  view.forced = static_cast<std::uint16_t>(inputs.setMask | inputs.stuckMask);
+  for (int channel = 0; channel < OutputChannels(card.kind); ++channel) {
     if (OutputLevel(card, channel)) view.outputs |= 1U << channel;
   }
-  switch (card.Kind) {
+  switch (card.kind) {
     case CardKind::Cpu:
-      view.keyCode = card.Cpu.KeyCode;
-      view.functionKeys = card.Cpu.FunctionKeys;
-      view.hasFunctionKeys = card.Cpu.FunctionPort != 0;
+      view.keyCode = card.cpu.keyCode;
+      view.functionKeys = card.cpu.functionKeys;
+      view.hasFunctionKeys = card.cpu.functionPort != 0;
       break;
     case CardKind::Stepper:
-      view.selectedChannel = card.Stepper.Selected;
-      ViewMotors(card.Stepper.Channels, kStepperChannels, now, view);
+      view.selectedChannel = card.stepper.selected;
+      ViewMotors(card.stepper.channels, kStepperChannels, now, view);
       break;
     case CardKind::Servo:
-      view.selectedChannel = card.Servo.Selected;
-      ViewMotors(card.Servo.Channels, kServoChannels, now, view);
+      view.selectedChannel = card.servo.selected;
+      ViewMotors(card.servo.channels, kServoChannels, now, view);
       break;
     case CardKind::Cylinder:
-      view.selectedChannel = card.Cylinder.Selected;
-      ViewCylinders(card.Cylinder, now, view);
+      view.selectedChannel = card.cylinder.selected;
+      ViewCylinders(card.cylinder, now, view);
       break;
     default:
       break;
@@ -117,35 +117,35 @@ CardView ViewCard(RackLive& live, int slot, Nanos now) {
 }
 
 TaskView ViewTask(const RackLive& live, int number, Nanos now) {
-  const TaskRecord& record = live.Tasks[number];
+  const TaskRecord& record = live.tasks[number];
   TaskView task;
   task.task = number;
-  task.mainFile = FileName(live, record.MainFile);
-  task.blockFile = FileName(live, record.BlockFile);
-  task.file = FileName(live, record.File);
-  task.line = static_cast<int>(record.Line);
-  task.text = Trimmed(record.Text);
-  task.standsNanos = now - record.LineSince;
-  task.endReads = record.EndReads;
-  task.labelMissing = record.SearchFailed != 0;
-  if (record.FailedOpens != 0 && record.FailedAt >= record.LineSince) task.missingFile = record.FailedPath;
+  task.mainFile = FileName(live, record.mainFile);
+  task.blockFile = FileName(live, record.blockFile);
+  task.file = FileName(live, record.file);
+  task.line = static_cast<int>(record.line);
+  task.text = Trimmed(record.text);
+  task.standsNanos = now - record.lineSince;
+  task.endReads = record.endReads;
+  task.labelMissing = record.searchFailed != 0;
+  if (record.failedOpens != 0 && record.failedAt >= record.lineSince) task.missingFile = record.failedPath;
   return task;
 }
 
 void ViewSignals(const RackImage& image, Snapshot& snapshot) {
-  for (const SignalName& signal : image.Signals) {
-    if (signal.Name[0] == '\0') return;
-    const SignalKind kind = signal.Output != 0 ? SignalKind::Output : SignalKind::Input;
-    snapshot.signals.push_back({signal.Name, kind, signal.Entry, signal.Channel});
+  for (const SignalName& signal : image.signals) {
+    if (signal.name[0] == '\0') return;
+    const SignalKind kind = signal.output != 0 ? SignalKind::Output : SignalKind::Input;
+    snapshot.signals.push_back({signal.name, kind, signal.entry, signal.channel});
   }
 }
 
 void ViewCounters(const RackImage& image, const PlantState& plant, Snapshot& snapshot) {
-  for (std::uint32_t i = 0; i < plant.LinkCount && i < kMaxLinks; ++i) {
-    if (plant.Links[i].Then != Effect::Count) continue;
+  for (std::uint32_t i = 0; i < plant.linkCount && i < kMaxLinks; ++i) {
+    if (plant.links[i].then != Effect::Count) continue;
     const std::string name =
-        image.LinkNames[i][0] != '\0' ? image.LinkNames[i] : "counter " + std::to_string(i);
-    snapshot.counters.push_back({static_cast<int>(i), name, plant.States[i].Count, plant.Links[i].Goal});
+        image.linkNames[i][0] != '\0' ? image.linkNames[i] : "counter " + std::to_string(i);
+    snapshot.counters.push_back({static_cast<int>(i), name, plant.states[i].count, plant.links[i].goal});
   }
 }
 
@@ -162,12 +162,12 @@ std::string LockPath(const std::string& machine) {
 }
 
 void StepFollower::See(const JournalRecord& record) {
-  if (record.Kind == JournalKind::Device && record.Value == 1) {
+  if (record.kind == JournalKind::Device && record.value == 1) {
     step_ = latch_ = false;
     return;
   }
-  if (record.Kind != JournalKind::KeyTaken) return;
-  const std::optional<Key> key = KeyOfCode(static_cast<std::uint8_t>(record.Value));
+  if (record.kind != JournalKind::KeyTaken) return;
+  const std::optional<Key> key = KeyOfCode(static_cast<std::uint8_t>(record.value));
   const std::string name = key ? key->name : "";
   if (name == "Plus") step_ = latch_ = true;
   if (name == "Dec") step_ = latch_ = false;
@@ -188,44 +188,44 @@ std::string Machine::Open(const std::string& directory) {
   }
   std::string error;
   if (!file_.Open(path, error)) return error;
-  keys_.emplace(State().Journal, JournalReader::Start::Oldest);
+  keys_.emplace(State().journal, JournalReader::Start::Oldest);
   live_ = std::make_unique<RackLive>();
   return "";
 }
 
 bool Machine::Running() const {
-  const std::int32_t process = State().Live.Controller.Process;
+  const std::int32_t process = State().live.controller.process;
   return process > 0 && (kill(process, 0) == 0 || errno == EPERM);
 }
 
 Nanos Machine::Now() const {
   const RackState& state = State();
-  if (state.Time.Setup.Mode == TimeMode::Virtual) return state.Live.Now;
-  return PassedTime(state.Time.Setup, state.PowerOn, MonotonicNow());
+  if (state.time.setup.mode == TimeMode::Virtual) return state.live.now;
+  return PassedTime(state.time.setup, state.powerOn, MonotonicNow());
 }
 
 const RackLive& Machine::Live() {
-  CopyLive(State().Live, *live_);
+  CopyLive(State().live, *live_);
   return *live_;
 }
 
 Snapshot SnapshotOf(const RackImage& image, RackLive& live) {
   Snapshot snapshot;
-  const Nanos now = live.Now;
-  snapshot.process = live.Controller.Process;
+  const Nanos now = live.now;
+  snapshot.process = live.controller.process;
   snapshot.nowNanos = now;
-  snapshot.restarts = live.Controller.Restarts;
-  snapshot.syncs = live.Controller.Syncs;
-  for (std::uint32_t entry = 0; entry < image.EntryCount; ++entry) {
-    snapshot.cards.push_back(ViewCard(live, image.EntrySlot[entry], now));
+  snapshot.restarts = live.controller.restarts;
+  snapshot.syncs = live.controller.syncs;
+  for (std::uint32_t entry = 0; entry < image.entryCount; ++entry) {
+    snapshot.cards.push_back(ViewCard(live, image.entrySlot[entry], now));
   }
   ViewSignals(image, snapshot);
-  ViewCounters(image, live.Plant, snapshot);
-  for (const FaultRecord& fault : live.Faults) {
-    if (fault.Kind == FaultKind::None) continue;
-    snapshot.busFails = snapshot.busFails || fault.Kind == FaultKind::BusReadsFail;
+  ViewCounters(image, live.plant, snapshot);
+  for (const FaultRecord& fault : live.faults) {
+    if (fault.kind == FaultKind::None) continue;
+    snapshot.busFails = snapshot.busFails || fault.kind == FaultKind::BusReadsFail;
     for (CardView& card : snapshot.cards) {
-      card.pulled = card.pulled || (fault.Kind == FaultKind::CardPulled && card.slot == fault.Slot);
+      card.pulled = card.pulled || (fault.kind == FaultKind::CardPulled && card.slot == fault.slot);
     }
     snapshot.faults.push_back(FaultText(snapshot, fault, now));
   }
@@ -235,16 +235,16 @@ Snapshot SnapshotOf(const RackImage& image, RackLive& live) {
 Snapshot Machine::Take() {
   const bool running = Running();
   Live();
-  if (running) Rack(State().Image, *live_).AdvanceTo(Now());
-  Snapshot snapshot = SnapshotOf(State().Image, *live_);
+  if (running) Rack(State().image, *live_).AdvanceTo(Now());
+  Snapshot snapshot = SnapshotOf(State().image, *live_);
   snapshot.running = running;
   const Nanos now = snapshot.nowNanos;
   JournalRecord record;
   std::uint64_t lost = 0;
   while (keys_->Next(record, lost) == JournalReader::Result::Record) step_.See(record);
   for (int task = 1; task <= 8; ++task) {
-    const TaskRecord& known = live_->Tasks[task];
-    if (known.File == 0 && known.MainFile == 0 && known.FailedOpens == 0) continue;
+    const TaskRecord& known = live_->tasks[task];
+    if (known.file == 0 && known.mainFile == 0 && known.failedOpens == 0) continue;
     snapshot.tasks.push_back(ViewTask(*live_, task, now));
     snapshot.tasks.back().stepMode = step_.On();
   }
@@ -253,7 +253,7 @@ Snapshot Machine::Take() {
 
 std::uint32_t Machine::Give(const TimeCommand& command) {
   const StateFile::SenderLock lock(file_);
-  return Order(State().Time, command);
+  return Order(State().time, command);
 }
 
 std::string Machine::Ask(const Request& request, std::uint32_t* number) {
@@ -261,13 +261,13 @@ std::string Machine::Ask(const Request& request, std::uint32_t* number) {
   std::uint32_t sent = 0;
   {
     const StateFile::SenderLock lock(file_);
-    if (!Send(State().Requests, request, sent))
+    if (!Send(State().requests, request, sent))
       return "the controller takes no requests: too many are waiting";
   }
   if (number != nullptr) *number = sent;
   const Nanos limit = MonotonicNow() + kAnswerLimit;
   for (;;) {
-    const RequestResult result = ResultOf(State().Requests, sent);
+    const RequestResult result = ResultOf(State().requests, sent);
     if (result == RequestResult::Done) return "";
     if (result != RequestResult::Pending) return RefusalText(result);
     if (!Running()) return "the controller ended before it took the request";

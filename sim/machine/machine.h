@@ -59,7 +59,7 @@ class Machine {
   std::uint32_t Give(const TimeCommand& command);
 
   // Whether its time stands.
-  bool Standing() const { return State().Time.Standing != 0; }
+  bool Standing() const { return State().time.standing != 0; }
 
   // Sends a request and waits until the controller's side has applied it. The text says why it was not;
   // number, where given, gets the request's number.

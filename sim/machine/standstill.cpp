@@ -77,24 +77,24 @@ std::optional<std::string> WaitsIn(std::int32_t process, std::uint32_t thread) {
 }  // namespace
 
 StandstillWatch::StandstillWatch(const RackState& state)
-    : state_(state), beat_(state.Time.Beat), since_(MonotonicNow()) {}
+    : state_(state), beat_(state.time.beat), since_(MonotonicNow()) {}
 
 std::string StandstillWatch::operator()() {
-  const TimeControl& time = state_.Time;
-  if (time.Setup.Mode != TimeMode::Virtual) return "";
-  const std::uint32_t beat = time.Beat;
-  if (beat != beat_ || time.Standing != 0 || time.InConsole != 0) {
+  const TimeControl& time = state_.time;
+  if (time.setup.mode != TimeMode::Virtual) return "";
+  const std::uint32_t beat = time.beat;
+  if (beat != beat_ || time.standing != 0 || time.inConsole != 0) {
     beat_ = beat;
     since_ = MonotonicNow();
     return "";
   }
   if (MonotonicNow() - since_ < kStandstill) return "";
-  const std::optional<std::string> call = WaitsIn(state_.Live.Controller.Process, time.Turn);
+  const std::optional<std::string> call = WaitsIn(state_.live.controller.process, time.turn);
   if (!call) {  // a controller that is only just starting
     since_ = MonotonicNow();
     return "";
   }
-  const std::string thread = "thread " + std::to_string(time.Turn) + " of the controller ";
+  const std::string thread = "thread " + std::to_string(time.turn) + " of the controller ";
   if (!call->empty()) {
     return thread + "waits in the call " + *call + ", which virtual time does not know: it cannot go on";
   }

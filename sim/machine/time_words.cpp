@@ -18,10 +18,10 @@ constexpr double kMostFactor = 1000;
 }  // namespace
 
 std::string ParseTime(const std::string& word, TimeSetup& setup) {
-  setup.Mode = TimeMode::Real;
+  setup.mode = TimeMode::Real;
   if (word.empty() || word == "real") return "";
   if (word == "virtual") {
-    setup.Mode = TimeMode::Virtual;
+    setup.mode = TimeMode::Virtual;
     return "";
   }
   char* rest = nullptr;
@@ -29,8 +29,8 @@ std::string ParseTime(const std::string& word, TimeSetup& setup) {
   if (rest == word.c_str() || *rest != '\0' || !(factor >= kLeastFactor && factor <= kMostFactor)) {
     return "--time " + word + ": real, virtual, or a factor from 0.001 to 1000 is wanted";
   }
-  setup.FactorMillis = static_cast<std::uint32_t>(std::lround(factor * 1000));
-  if (setup.FactorMillis != 1000) setup.Mode = TimeMode::Scaled;
+  setup.factorMillis = static_cast<std::uint32_t>(std::lround(factor * 1000));
+  if (setup.factorMillis != 1000) setup.mode = TimeMode::Scaled;
   return "";
 }
 
@@ -49,31 +49,31 @@ std::string ParsePlace(const std::string& word, TimeCommand& command) {
   if (first == std::string::npos || first == 0 || last <= first + 1) {
     return "\"" + word + "\" is no place: TASK:FILE:LINE is wanted, such as 1:FLOW.PLC:12";
   }
-  std::string wrongTask = ParseTask(word.substr(0, first), command.HoldTask);
+  std::string wrongTask = ParseTask(word.substr(0, first), command.holdTask);
   if (!wrongTask.empty()) return wrongTask;
   const std::optional<int> line = WholeNumber(word.substr(last + 1));
   if (!line || *line < 1) return "\"" + word.substr(last + 1) + "\" is no line number";
-  command.HoldLine = static_cast<std::uint32_t>(*line);
+  command.holdLine = static_cast<std::uint32_t>(*line);
   std::string file = word.substr(first + 1, last - first - 1);
   const std::string folder = "plc" + word.substr(0, first) + "/";
   if (file.compare(0, folder.size(), folder) != 0) file.insert(0, folder);
-  if (file.size() >= sizeof command.HoldFile) return "the file's name is too long";
-  std::memcpy(command.HoldFile, file.c_str(), file.size() + 1);
+  if (file.size() >= sizeof command.holdFile) return "the file's name is too long";
+  std::memcpy(command.holdFile, file.c_str(), file.size() + 1);
   return "";
 }
 
 std::string StandText(const RackState& state) {
-  const TimeControl& time = state.Time;
+  const TimeControl& time = state.time;
   char at[40];
-  std::snprintf(at, sizeof at, "%.6f s", static_cast<double>(state.Live.Now) / static_cast<double>(kSecond));
-  if (time.StandsTask < 1 || time.StandsTask > kTasks || time.StandsFile < 1 ||
-      time.StandsFile > kMaxProgramFiles) {
+  std::snprintf(at, sizeof at, "%.6f s", static_cast<double>(state.live.now) / static_cast<double>(kSecond));
+  if (time.standsTask < 1 || time.standsTask > kTasks || time.standsFile < 1 ||
+      time.standsFile > kMaxProgramFiles) {
     return std::string("time stands at ") + at;
   }
-  std::string text = state.Live.Tasks[time.StandsTask].Text;
+  std::string text = state.live.tasks[time.standsTask].text;
   text.erase(text.find_last_not_of(" \t\r\n") + 1);
-  return "task " + std::to_string(time.StandsTask) + " stands at " + at + " before " +
-         state.Live.ProgramFiles[time.StandsFile - 1] + ":" + std::to_string(time.StandsLine) + "  " + text;
+  return "task " + std::to_string(time.standsTask) + " stands at " + at + " before " +
+         state.live.programFiles[time.standsFile - 1] + ":" + std::to_string(time.standsLine) + "  " + text;
 }
 
 }  // namespace rack

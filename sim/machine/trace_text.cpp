@@ -34,30 +34,30 @@ std::string Hex(std::int32_t value) {
 
 // The signals that a byte shows as on: " [clamp_closed 0.7]".
 std::string SignalsOn(const Snapshot& snapshot, const JournalRecord& record) {
-  const SignalGroup group = SignalsOfPort(KindOf(snapshot, record.Slot), record.Port);
+  const SignalGroup group = SignalsOfPort(KindOf(snapshot, record.slot), record.port);
   std::vector<std::string> on;
   for (int bit = 0; bit < group.count; ++bit) {
-    if ((record.Value >> bit & 1) == 0) continue;
-    on.push_back(SignalLabel(snapshot, group.kind, EntryOf(snapshot, record.Slot), group.firstChannel + bit));
+    if ((record.value >> bit & 1) == 0) continue;
+    on.push_back(SignalLabel(snapshot, group.kind, EntryOf(snapshot, record.slot), group.firstChannel + bit));
   }
   return on.empty() ? "" : " [" + Join(on, " ") + "]";
 }
 
 std::string AccessText(const Snapshot& snapshot, const JournalRecord& record) {
-  if (record.Kind == JournalKind::Write && record.Port == 0)
-    return "slot select = " + std::to_string(record.Value);
-  const bool write = record.Kind == JournalKind::Write;
-  const std::string where = CardText(snapshot, record.Slot) + ": " +
-                            RegisterName(KindOf(snapshot, record.Slot), record.Port, write);
-  if (record.Kind == JournalKind::ReadFailed) return where + ": the read failed";
-  const std::string value = std::to_string(record.Value) + " (" + Hex(record.Value) + ")";
+  if (record.kind == JournalKind::Write && record.port == 0)
+    return "slot select = " + std::to_string(record.value);
+  const bool write = record.kind == JournalKind::Write;
+  const std::string where = CardText(snapshot, record.slot) + ": " +
+                            RegisterName(KindOf(snapshot, record.slot), record.port, write);
+  if (record.kind == JournalKind::ReadFailed) return where + ": the read failed";
+  const std::string value = std::to_string(record.value) + " (" + Hex(record.value) + ")";
   return where + (write ? " = " : " reads ") + value + SignalsOn(snapshot, record);
 }
 
 std::string SignalEvent(const Snapshot& snapshot, const JournalRecord& record, SignalKind kind) {
-  const int entry = EntryOf(snapshot, record.Slot);
+  const int entry = EntryOf(snapshot, record.slot);
   return std::string(kind == SignalKind::Input ? "input " : "output ") +
-         SignalText(snapshot, kind, entry, record.Port) + (record.Value != 0 ? " on" : " off");
+         SignalText(snapshot, kind, entry, record.port) + (record.value != 0 ? " on" : " off");
 }
 
 std::string KeyText(std::int32_t code) {
@@ -66,19 +66,19 @@ std::string KeyText(std::int32_t code) {
 }
 
 std::string ChannelEvent(const Snapshot& snapshot, const JournalRecord& record, const char* what) {
-  return CardText(snapshot, record.Slot) + ": " + what + " " + std::to_string(record.Port);
+  return CardText(snapshot, record.slot) + ": " + what + " " + std::to_string(record.port);
 }
 
 std::string CounterName(const Snapshot& snapshot, const JournalRecord& record) {
   for (const CounterView& counter : snapshot.counters) {
-    if (counter.link == record.Port) return counter.name;
+    if (counter.link == record.port) return counter.name;
   }
-  return std::to_string(record.Port);
+  return std::to_string(record.port);
 }
 
 std::string Where(const FileNames& files, const JournalRecord& record) {
-  const std::string file = files(record.File);
-  return file.empty() ? "-" : file + ":" + std::to_string(record.Line);
+  const std::string file = files(record.file);
+  return file.empty() ? "-" : file + ":" + std::to_string(record.line);
 }
 
 std::string Quoted(const std::string& text) {
@@ -98,7 +98,7 @@ std::string Who(std::uint8_t task) {
 
 std::string EventText(const Snapshot& snapshot, const JournalRecord& record) {
   const auto counted = [&](const char* what) { return ChannelEvent(snapshot, record, what); };
-  switch (record.Kind) {
+  switch (record.kind) {
     case JournalKind::Read:
     case JournalKind::ReadFailed:
     case JournalKind::Write:
@@ -109,32 +109,32 @@ std::string EventText(const Snapshot& snapshot, const JournalRecord& record) {
     case JournalKind::RelayChange:
       return SignalEvent(snapshot, record, SignalKind::Output);
     case JournalKind::Key:
-      return "key " + KeyText(record.Value) + (record.Port == 1 ? " (held)" : "");
+      return "key " + KeyText(record.value) + (record.port == 1 ? " (held)" : "");
     case JournalKind::KeyTaken:
-      return "key " + KeyText(record.Value) + " taken";
+      return "key " + KeyText(record.value) + " taken";
     case JournalKind::FunctionKeys:
-      return "function keys " + Hex(record.Value);
+      return "function keys " + Hex(record.value);
     case JournalKind::MotorMove:
-      return counted("motor") + (record.Value != 0 ? " starts" : " stands");
+      return counted("motor") + (record.value != 0 ? " starts" : " stands");
     case JournalKind::MotorCount:
-      return counted("motor") + " count " + std::to_string(record.Value);
+      return counted("motor") + " count " + std::to_string(record.value);
     case JournalKind::MotorPulses:
-      return counted("motor") + " had " + std::to_string(record.Value) + " pulses";
+      return counted("motor") + " had " + std::to_string(record.value) + " pulses";
     case JournalKind::MotorPosition:
-      return counted("motor") + " at " + std::to_string(record.Value);
+      return counted("motor") + " at " + std::to_string(record.value);
     case JournalKind::ConsoleText:
-      return std::to_string(record.Value) + " bytes to the console";
+      return std::to_string(record.value) + " bytes to the console";
     case JournalKind::CylinderState:
-      return counted("cylinder") + " status " + Hex(record.Value & 0xFF) + ", position " +
-             std::to_string(record.Value >> 8 & 0xFF);
+      return counted("cylinder") + " status " + Hex(record.value & 0xFF) + ", position " +
+             std::to_string(record.value >> 8 & 0xFF);
     case JournalKind::CounterValue:
-      return "counter " + CounterName(snapshot, record) + " " + std::to_string(record.Value);
+      return "counter " + CounterName(snapshot, record) + " " + std::to_string(record.value);
     case JournalKind::FaultBegins:
-      return "fault begins on " + CardText(snapshot, record.Slot);
+      return "fault begins on " + CardText(snapshot, record.slot);
     case JournalKind::FaultEnds:
-      return "fault ends on " + CardText(snapshot, record.Slot);
+      return "fault ends on " + CardText(snapshot, record.slot);
     case JournalKind::Device:
-      return record.Value != 0 ? "device opened" : "device closed";
+      return record.value != 0 ? "device opened" : "device closed";
     case JournalKind::ProgramLine:
       return "line read";
     case JournalKind::ProgramEnd:
@@ -155,8 +155,8 @@ std::string EventText(const Snapshot& snapshot, const JournalRecord& record) {
 
 std::string TraceLine(const Snapshot& snapshot, const FileNames& files, const JournalRecord& record) {
   char head[40];
-  std::snprintf(head, sizeof head, "%12.6f  %-4s  ", static_cast<double>(record.Time) / 1e9,
-                Who(record.Task).c_str());
+  std::snprintf(head, sizeof head, "%12.6f  %-4s  ", static_cast<double>(record.time) / 1e9,
+                Who(record.task).c_str());
   return head + Where(files, record) + "  " + EventText(snapshot, record);
 }
 
@@ -164,8 +164,8 @@ const char* const kTraceHeader = "nanos,kind,task,file,line,slot,port,value,text
 
 std::string TraceRow(const Snapshot& snapshot, const FileNames& files, const JournalRecord& record) {
   const auto number = [](auto value) { return std::to_string(static_cast<long long>(value)) + ","; };
-  return number(record.Time) + number(record.Kind) + Who(record.Task) + "," + Quoted(files(record.File)) +
-         "," + number(record.Line) + number(record.Slot) + number(record.Port) + number(record.Value) +
+  return number(record.time) + number(record.kind) + Who(record.task) + "," + Quoted(files(record.file)) +
+         "," + number(record.line) + number(record.slot) + number(record.port) + number(record.value) +
          Quoted(EventText(snapshot, record));
 }
 

@@ -92,12 +92,12 @@ void Waveform::Begin(const std::vector<JournalRecord>& past, Nanos start) {
   // Of a level that changed, the first change tells what it was before; everything else starts at 0.
   std::set<Source> changed;
   for (const JournalRecord& record : past) {
-    const Source source = {record.Kind, record.Slot, record.Port};
+    const Source source = {record.kind, record.slot, record.port};
     const auto wire = wires_.find(source);
-    const bool level = record.Kind == JournalKind::InputEdge || record.Kind == JournalKind::OutputChange ||
-                       record.Kind == JournalKind::RelayChange;
+    const bool level = record.kind == JournalKind::InputEdge || record.kind == JournalKind::OutputChange ||
+                       record.kind == JournalKind::RelayChange;
     if (level && wire != wires_.end() && changed.insert(source).second) {
-      values_[static_cast<std::size_t>(wire->second)] = record.Value != 0 ? 0 : 1;
+      values_[static_cast<std::size_t>(wire->second)] = record.value != 0 ? 0 : 1;
     }
   }
   if (!past.empty()) {
@@ -118,38 +118,38 @@ void Waveform::Set(const Source& source, std::int64_t value, Nanos time) {
 }
 
 void Waveform::See(const JournalRecord& record) {
-  switch (record.Kind) {
+  switch (record.kind) {
     case JournalKind::InputEdge:
     case JournalKind::OutputChange:
     case JournalKind::RelayChange:
     case JournalKind::MotorMove:
     case JournalKind::MotorCount:
-      Set({record.Kind, record.Slot, record.Port}, record.Value, record.Time);
+      Set({record.kind, record.slot, record.port}, record.value, record.time);
       break;
     case JournalKind::CylinderState:
-      Set({record.Kind, record.Slot, record.Port}, record.Value & 0xFF, record.Time);
-      Set({record.Kind, record.Slot, record.Port + kPositionOffset}, record.Value >> 8 & 0xFF, record.Time);
+      Set({record.kind, record.slot, record.port}, record.value & 0xFF, record.time);
+      Set({record.kind, record.slot, record.port + kPositionOffset}, record.value >> 8 & 0xFF, record.time);
       break;
     case JournalKind::CounterValue:
-      Set({record.Kind, 0, record.Port}, record.Value, record.Time);
+      Set({record.kind, 0, record.port}, record.value, record.time);
       break;
     case JournalKind::Key:
-      Set({JournalKind::Key, 0, 0}, record.Value, record.Time);
+      Set({JournalKind::Key, 0, 0}, record.value, record.time);
       break;
     case JournalKind::KeyTaken:
-      Set({JournalKind::Key, 0, 0}, 0, record.Time);
+      Set({JournalKind::Key, 0, 0}, 0, record.time);
       break;
     case JournalKind::FunctionKeys:
       for (int bit = 0; bit < kFunctionKeyBits; ++bit)
-        Set({record.Kind, 0, bit}, record.Value >> bit & 1, record.Time);
+        Set({record.kind, 0, bit}, record.value >> bit & 1, record.time);
       break;
     case JournalKind::ProgramLine:
-      Set({record.Kind, record.Task, 0}, record.Line, record.Time);
+      Set({record.kind, record.task, 0}, record.line, record.time);
       break;
     case JournalKind::FaultBegins:
     case JournalKind::FaultEnds:
-      faults_ += record.Kind == JournalKind::FaultBegins ? 1 : -1;
-      Set({JournalKind::FaultBegins, 0, 0}, faults_, record.Time);
+      faults_ += record.kind == JournalKind::FaultBegins ? 1 : -1;
+      Set({JournalKind::FaultBegins, 0, 0}, faults_, record.time);
       break;
     default:
       break;

@@ -4,20 +4,20 @@
 // The plant is a list of links. Each link watches one condition and has one effect:
 //
 //   Condition       true while
-//   Signal          the input or output Source is on
-//   MotorWithin     the position of the motor Entry.Channel lies in From to To, both included
-//   CylinderStands  the cylinder Entry.Channel stands at position From
-//   CylinderAlarm   the cylinder Entry.Channel is in alarm
+//   Signal          the input or output `source` is on
+//   MotorWithin     the position of the motor entry.channel lies in `from` to `to`, both included
+//   CylinderStands  the cylinder entry.channel stands at position `from`
+//   CylinderAlarm   the cylinder entry.channel is in alarm
 //
 //   Effect   does
-//   Follow   the input Target follows the condition: on after OnDelay, off after OffDelay; a condition that
+//   Follow   the input `target` follows the condition: on after onDelay, off after offDelay; a condition that
 //            does not last that long changes nothing
-//   Arrive   the input Target goes on OnDelay after the condition has become true, and off OffDelay after the
-//            signal Removal has gone on; without a Removal, OffDelay after the condition has become false
-//   Stop     the stop input StopChannel of the motor card StopEntry follows the condition
+//   Arrive   the input `target` goes on onDelay after the condition has become true, and off offDelay after
+//            the signal `removal` has gone on; without one, offDelay after the condition has become false
+//   Stop     the stop input stopChannel of the motor card stopEntry follows the condition
 //   Count    each time the condition becomes true counts one
 //
-// Inverted turns the condition round. Several links may drive one input: it is on while one of them wants it
+// `inverted` turns the condition round. Several links may drive one input: it is on while one of them wants it
 // on. At power-on Follow and Stop take their level at once; for Arrive and Count power-on is no change. Links
 // see the natural levels of the inputs, those without any force.
 #pragma once
@@ -32,42 +32,42 @@ enum class SignalKind : std::uint8_t { None = 0, Input = 1, Output = 2 };
 
 // A channel as programs address it: relays are outputs 16 to 23 of an I/O card.
 struct SignalRef {
-  std::uint8_t Entry;
-  SignalKind Kind;
-  std::uint8_t Channel;
-  std::uint8_t Reserved;
+  std::uint8_t entry;
+  SignalKind kind;
+  std::uint8_t channel;
+  std::uint8_t reserved;
 };
 
 enum class Condition : std::uint8_t { Signal = 0, MotorWithin = 1, CylinderStands = 2, CylinderAlarm = 3 };
 enum class Effect : std::uint8_t { Follow = 0, Arrive = 1, Stop = 2, Count = 3 };
 
 struct PlantLink {
-  std::int64_t From;
-  std::int64_t To;
-  Nanos OnDelay;
-  Nanos OffDelay;
-  SignalRef Source;
-  SignalRef Target;
-  SignalRef Removal;   // Kind None: no removal
-  std::uint32_t Goal;  // of a counter, for those who look at it; 0: none
-  Condition When;
-  Effect Then;
-  std::uint8_t Entry;
-  std::uint8_t Channel;
-  std::uint8_t StopEntry;
-  std::uint8_t StopChannel;
-  std::uint8_t Inverted;
-  std::uint8_t StartsOn;  // of Arrive: Target is on at power-on
+  std::int64_t from;
+  std::int64_t to;
+  Nanos onDelay;
+  Nanos offDelay;
+  SignalRef source;
+  SignalRef target;
+  SignalRef removal;   // kind None: no removal
+  std::uint32_t goal;  // of a counter, for those who look at it; 0: none
+  Condition when;
+  Effect then;
+  std::uint8_t entry;
+  std::uint8_t channel;
+  std::uint8_t stopEntry;
+  std::uint8_t stopChannel;
+  std::uint8_t inverted;
+  std::uint8_t startsOn;  // of Arrive: `target` is on at power-on
 };
 static_assert(kSharable<PlantLink> && sizeof(PlantLink) == 56);
 
 struct PlantLinkState {
-  Nanos DueAt;  // when Level becomes DueLevel; kNever: nothing is under way
-  std::uint32_t Count;
-  std::uint8_t Holds;  // the condition, inversion included
-  std::uint8_t Level;  // what the link wants of its target
-  std::uint8_t DueLevel;
-  std::uint8_t Removing;  // level of Removal
+  Nanos dueAt;  // when `level` becomes dueLevel; kNever: nothing is under way
+  std::uint32_t count;
+  std::uint8_t holds;  // the condition, inversion included
+  std::uint8_t level;  // what the link wants of its target
+  std::uint8_t dueLevel;
+  std::uint8_t removing;  // level of `removal`
 };
 static_assert(kSharable<PlantLinkState> && sizeof(PlantLinkState) == 16);
 
@@ -75,19 +75,19 @@ constexpr int kMaxLinks = 64;
 constexpr Nanos kNever = INT64_MAX;
 
 struct PlantState {
-  Nanos Time;  // up to which everything has happened
-  std::uint32_t LinkCount;
-  std::uint32_t Reserved;
-  std::uint16_t Inputs[kMaxEntries];  // natural levels, bit n = input n
-  std::uint16_t Manual[kMaxEntries];  // those switched on by SetInput
-  PlantLink Links[kMaxLinks];
-  PlantLinkState States[kMaxLinks];
+  Nanos time;  // up to which everything has happened
+  std::uint32_t linkCount;
+  std::uint32_t reserved;
+  std::uint16_t inputs[kMaxEntries];  // natural levels, bit n = input n
+  std::uint16_t manual[kMaxEntries];  // those switched on by SetInput
+  PlantLink links[kMaxLinks];
+  PlantLinkState states[kMaxLinks];
 };
 static_assert(kSharable<PlantState> && sizeof(PlantState) == 64 + kMaxLinks * 72);
 
 // The cards by entry; null where there is none.
 struct MachineView {
-  CardState* Entries[kMaxEntries];
+  CardState* entries[kMaxEntries];
 };
 
 // Told of what happens, in order of time. The plant does not touch the cards' input terminals: the receiver
@@ -102,7 +102,7 @@ class EventSink {
 class Plant {
  public:
   Plant(PlantState& state, const MachineView& machine, EventSink& sink)
-      : State(state), Machine(machine), Sink(sink) {}
+      : state_(state), machine_(machine), sink_(sink) {}
 
   // Starts with the links that stand in the state, after the cards have been powered on. Inputs that are on
   // at once are reported at time 0.
@@ -131,9 +131,9 @@ class Plant {
   void Apply(int index, bool level, Nanos at);
   void RefreshInput(SignalRef input, Nanos at);
 
-  PlantState& State;
-  const MachineView& Machine;
-  EventSink& Sink;
+  PlantState& state_;
+  const MachineView& machine_;
+  EventSink& sink_;
 };
 
 }  // namespace rack

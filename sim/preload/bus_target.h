@@ -26,9 +26,9 @@ void UseBus(BusTarget* bus);
 
 // Calls that were kept from the system since the process began.
 struct InterceptedCalls {
-  std::uint32_t Syncs;
-  std::uint32_t Restarts;
-  std::uint32_t RestartCommand;  // of the last one
+  std::uint32_t syncs;
+  std::uint32_t restarts;
+  std::uint32_t restartCommand;  // of the last one
 };
 InterceptedCalls CallsSoFar();
 

@@ -16,15 +16,15 @@ class OwnMutex {
  public:
   void lock() {
     static auto* const next = Next<int(pthread_mutex_t*)>("pthread_mutex_lock");
-    next(&Mutex);
+    next(&mutex_);
   }
   void unlock() {
     static auto* const next = Next<int(pthread_mutex_t*)>("pthread_mutex_unlock");
-    next(&Mutex);
+    next(&mutex_);
   }
 
  private:
-  pthread_mutex_t Mutex = PTHREAD_MUTEX_INITIALIZER;
+  pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
 };
 
 }  // namespace rack

@@ -47,7 +47,7 @@ Session* Session::Get() {
     if (path == nullptr) return nullptr;
     std::string error;
     auto* made = new Session(path, error);
-    if (made->Machine != nullptr) return made;
+    if (made->machine_ != nullptr) return made;
     error = "velmo-rack library: " + error + "\n";
     if (write(STDERR_FILENO, error.data(), error.size()) < 0) return nullptr;
     return nullptr;
@@ -56,109 +56,109 @@ Session* Session::Get() {
 }
 
 Session::Session(const char* path, std::string& error) {
-  if (!State.Open(path, error)) return;
-  Home = path;
-  const std::size_t slash = Home.rfind('/');
-  Home = slash == std::string::npos ? "." : Home.substr(0, slash);
-  Machine = std::make_unique<Rack>(*State.State());
+  if (!state_.Open(path, error)) return;
+  home_ = path;
+  const std::size_t slash = home_.rfind('/');
+  home_ = slash == std::string::npos ? "." : home_.substr(0, slash);
+  machine_ = std::make_unique<Rack>(*state_.State());
 }
 
 Nanos Session::Now() const {
-  return CurrentTime().Now() - State.State()->PowerOn;
+  return CurrentTime().Now() - state_.State()->powerOn;
 }
 
 Origin Session::Caller() const {
   Origin origin;
-  origin.Task = ThisTask;
-  if (ThisTask == kUnknownTask && syscall(SYS_gettid) == syscall(SYS_getpid)) origin.Task = kMainThread;
+  origin.task = ThisTask;
+  if (ThisTask == kUnknownTask && syscall(SYS_gettid) == syscall(SYS_getpid)) origin.task = kMainThread;
   if (ThisTask >= kTaskRecords) return origin;
-  const TaskRecord& task = State.State()->Live.Tasks[ThisTask];
-  origin.File = task.File;
-  origin.Line = task.Line;
+  const TaskRecord& task = state_.State()->live.tasks[ThisTask];
+  origin.file = task.file;
+  origin.line = task.line;
   return origin;
 }
 
 int Session::Read(std::uint8_t port) {
   CurrentTime().BusAccess();
-  const std::lock_guard<OwnMutex> lock(Guard);
+  const std::lock_guard<OwnMutex> lock(guard_);
   Origin origin = Caller();
-  if (origin.Task == kUnknownTask && port == kKeypadPort && State.State()->Live.SelectedSlot == 0) {
-    ThisTask = origin.Task = kKeypadTask;
+  if (origin.task == kUnknownTask && port == kKeypadPort && state_.State()->live.selectedSlot == 0) {
+    ThisTask = origin.task = kKeypadTask;
   }
-  const int value = Machine->ReadPort(port, Now(), origin);
+  const int value = machine_->ReadPort(port, Now(), origin);
   NoteAccess(port);
   return value;
 }
 
 void Session::Write(std::uint8_t port, std::uint8_t value) {
   CurrentTime().BusAccess();
-  const std::lock_guard<OwnMutex> lock(Guard);
-  Machine->WritePort(port, value, Now(), Caller());
+  const std::lock_guard<OwnMutex> lock(guard_);
+  machine_->WritePort(port, value, Now(), Caller());
   NoteAccess(port);
 }
 
 void Session::NoteAccess(std::uint8_t port) {
   if (ThisTask >= kTaskRecords) return;
-  RackLive& live = State.State()->Live;
+  RackLive& live = state_.State()->live;
   const LiveChange change(live);
-  TaskRecord& task = live.Tasks[ThisTask];
-  task.LastAccess = live.Now;
-  task.LastSlot = static_cast<std::uint8_t>(live.SelectedSlot);
-  task.LastPort = port;
+  TaskRecord& task = live.tasks[ThisTask];
+  task.lastAccess = live.now;
+  task.lastSlot = static_cast<std::uint8_t>(live.selectedSlot);
+  task.lastPort = port;
 }
 
 void Session::Attach() {
-  const std::lock_guard<OwnMutex> lock(Guard);
-  const LiveChange change(State.State()->Live);
+  const std::lock_guard<OwnMutex> lock(guard_);
+  const LiveChange change(state_.State()->live);
   NoteController();
 }
 
 void Session::Serve() {
-  const std::lock_guard<OwnMutex> lock(Guard);
-  Machine->AdvanceTo(Now());
+  const std::lock_guard<OwnMutex> lock(guard_);
+  machine_->AdvanceTo(Now());
 }
 
 void Session::NoteController() {
-  RackLive& live = State.State()->Live;
-  ControllerRecord& controller = live.Controller;
+  RackLive& live = state_.State()->live;
+  ControllerRecord& controller = live.controller;
   const auto process = static_cast<std::int32_t>(syscall(SYS_getpid));
-  if (controller.Process == process) return;
-  controller.Process = process;
-  controller.AttachedAt = live.Now;
-  ++controller.Attaches;
-  std::memset(live.Tasks, 0, sizeof live.Tasks);
+  if (controller.process == process) return;
+  controller.process = process;
+  controller.attachedAt = live.now;
+  ++controller.attaches;
+  std::memset(live.tasks, 0, sizeof live.tasks);
 }
 
 void Session::DeviceTried(bool opened) {
-  const std::lock_guard<OwnMutex> lock(Guard);
-  Machine->AdvanceTo(Now());
-  RackLive& live = State.State()->Live;
+  const std::lock_guard<OwnMutex> lock(guard_);
+  machine_->AdvanceTo(Now());
+  RackLive& live = state_.State()->live;
   const LiveChange change(live);
   NoteController();
   if (!opened) return;
-  live.Controller.DeviceOpen = 1;
-  Machine->Note(JournalKind::Device, 0, 0, 1, Caller());
+  live.controller.deviceOpen = 1;
+  machine_->Note(JournalKind::Device, 0, 0, 1, Caller());
 }
 
 void Session::DeviceClosed() {
-  const std::lock_guard<OwnMutex> lock(Guard);
-  Machine->AdvanceTo(Now());
-  RackLive& live = State.State()->Live;
+  const std::lock_guard<OwnMutex> lock(guard_);
+  machine_->AdvanceTo(Now());
+  RackLive& live = state_.State()->live;
   const LiveChange change(live);
-  live.Controller.DeviceOpen = 0;
-  Machine->Note(JournalKind::Device, 0, 0, 0, Caller());
+  live.controller.deviceOpen = 0;
+  machine_->Note(JournalKind::Device, 0, 0, 0, Caller());
 }
 
 Session::OpenProgram* Session::Find(const FILE* stream) {
-  for (OpenProgram& program : Programs) {
-    if (program.Stream == stream) return &program;
+  for (OpenProgram& program : programs_) {
+    if (program.stream == stream) return &program;
   }
   return nullptr;
 }
 
 // 0 when the list is full.
 std::uint32_t Session::FileNumber(const char* path) {
-  auto& files = State.State()->Live.ProgramFiles;
+  auto& files = state_.State()->live.programFiles;
   for (std::uint32_t row = 0; row < kMaxProgramFiles; ++row) {
     if (files[row][0] == '\0') CopyText(files[row], kPathSize, path);
     if (std::strncmp(files[row], path, kPathSize - 1) == 0) return row + 1;
@@ -169,133 +169,133 @@ std::uint32_t Session::FileNumber(const char* path) {
 void Session::FileOpened(const char* path, FILE* stream) {
   const std::uint8_t number = TaskOfPath(path);
   if (number == 0) return;
-  const std::lock_guard<OwnMutex> lock(Guard);
+  const std::lock_guard<OwnMutex> lock(guard_);
   ThisTask = number;
-  Machine->AdvanceTo(Now());
-  RackLive& live = State.State()->Live;
+  machine_->AdvanceTo(Now());
+  RackLive& live = state_.State()->live;
   const LiveChange change(live);
-  TaskRecord& task = live.Tasks[number];
+  TaskRecord& task = live.tasks[number];
   const std::uint32_t file = FileNumber(path);
   Origin origin{number, file, 0};
   if (stream == nullptr) {
-    ++task.FailedOpens;
-    task.FailedAt = live.Now;
-    CopyText(task.FailedPath, kPathSize, path);
-    Machine->Note(JournalKind::ProgramMissing, 0, 0, 0, origin);
+    ++task.failedOpens;
+    task.failedAt = live.now;
+    CopyText(task.failedPath, kPathSize, path);
+    machine_->Note(JournalKind::ProgramMissing, 0, 0, 0, origin);
     return;
   }
   // The runner closes its main program before it opens another: a second one is called as a block.
-  std::uint32_t& place = IsMainProgram(path) && task.MainFile == 0 ? task.MainFile : task.BlockFile;
+  std::uint32_t& place = IsMainProgram(path) && task.mainFile == 0 ? task.mainFile : task.blockFile;
   place = file;
-  Machine->Note(JournalKind::ProgramOpened, 0, 0, 0, origin);
+  machine_->Note(JournalKind::ProgramOpened, 0, 0, 0, origin);
   if (OpenProgram* free = Find(nullptr)) *free = {stream, number, file, 0, false, false};
 }
 
 void Session::FileClosed(FILE* stream) {
-  const std::lock_guard<OwnMutex> lock(Guard);
+  const std::lock_guard<OwnMutex> lock(guard_);
   OpenProgram* program = Find(stream);
   if (program == nullptr) return;
-  const LiveChange change(State.State()->Live);
-  TaskRecord& task = State.State()->Live.Tasks[program->Task];
+  const LiveChange change(state_.State()->live);
+  TaskRecord& task = state_.State()->live.tasks[program->task];
   // Both hold the same number while a main program is called as a block too: the block is closed first.
-  std::uint32_t& place = task.BlockFile == program->File ? task.BlockFile : task.MainFile;
-  if (place == program->File) place = 0;
+  std::uint32_t& place = task.blockFile == program->file ? task.blockFile : task.mainFile;
+  if (place == program->file) place = 0;
   *program = OpenProgram{};
 }
 
 void Session::FileRewound(FILE* stream) {
-  const std::lock_guard<OwnMutex> lock(Guard);
+  const std::lock_guard<OwnMutex> lock(guard_);
   OpenProgram* program = Find(stream);
   if (program == nullptr) return;
-  program->Line = 0;
-  program->InLine = false;
+  program->line = 0;
+  program->inLine = false;
 }
 
 void Session::LineRead(FILE* stream, const void* caller, const char* line) {
   const DueLine due = TakeLine(stream, caller, line);
-  if (due.FileNumber != 0) CurrentTime().LineDue(due);
+  if (due.fileNumber != 0) CurrentTime().LineDue(due);
 }
 
-// The line that is executed next; its FileNumber is 0 when this read leads to none.
+// The line that is executed next; its fileNumber is 0 when this read leads to none.
 DueLine Session::TakeLine(FILE* stream, const void* caller, const char* line) {
-  const std::lock_guard<OwnMutex> lock(Guard);
+  const std::lock_guard<OwnMutex> lock(guard_);
   OpenProgram* program = Find(stream);
   if (program == nullptr) return {};
   if (RunnerReads == nullptr) RunnerReads = caller;
-  Machine->AdvanceTo(Now());
-  RackLive& live = State.State()->Live;
+  machine_->AdvanceTo(Now());
+  RackLive& live = state_.State()->live;
   const LiveChange change(live);
   const bool due = line != nullptr ? NoteLine(*program, caller, line) : NoteEnd(*program);
-  const TaskRecord& task = live.Tasks[program->Task];
-  if (!due || task.File == 0) return {};
-  return {program->Task, task.File, live.ProgramFiles[task.File - 1], task.Line, task.Text};
+  const TaskRecord& task = live.tasks[program->task];
+  if (!due || task.file == 0) return {};
+  return {program->task, task.file, live.programFiles[task.file - 1], task.line, task.text};
 }
 
 // Whether it is a line to be executed, not one that a label search passes over.
 bool Session::NoteLine(OpenProgram& program, const void* caller, const char* text) {
-  RackLive& live = State.State()->Live;
-  TaskRecord& task = live.Tasks[program.Task];
-  if (!program.InLine) ++program.Line;
-  program.InLine = std::strchr(text, '\n') == nullptr;
+  RackLive& live = state_.State()->live;
+  TaskRecord& task = live.tasks[program.task];
+  if (!program.inLine) ++program.line;
+  program.inLine = std::strchr(text, '\n') == nullptr;
   if (caller != RunnerReads) {
-    if (!program.Searching) ++task.Searches;
-    program.Searching = true;
-    task.SearchFailed = 0;
+    if (!program.searching) ++task.searches;
+    program.searching = true;
+    task.searchFailed = 0;
     return false;
   }
-  program.Searching = false;
-  task.File = program.File;
-  task.Line = program.Line;
-  task.EndReads = 0;
-  task.LineSince = live.Now;
-  CopyText(task.Text, kLineSize, text);
-  Machine->Note(JournalKind::ProgramLine, 0, 0, 0, {program.Task, program.File, program.Line});
+  program.searching = false;
+  task.file = program.file;
+  task.line = program.line;
+  task.endReads = 0;
+  task.lineSince = live.now;
+  CopyText(task.text, kLineSize, text);
+  machine_->Note(JournalKind::ProgramLine, 0, 0, 0, {program.task, program.file, program.line});
   return true;
 }
 
 // Whether the line read last is executed again.
 bool Session::NoteEnd(OpenProgram& program) {
-  RackLive& live = State.State()->Live;
-  TaskRecord& task = live.Tasks[program.Task];
-  if (program.Searching) {
-    program.Searching = false;
-    task.SearchFailed = 1;
+  RackLive& live = state_.State()->live;
+  TaskRecord& task = live.tasks[program.task];
+  if (program.searching) {
+    program.searching = false;
+    task.searchFailed = 1;
     return false;
   }
-  ++task.EndReads;
-  task.LastEndRead = live.Now;
-  Machine->Note(JournalKind::ProgramEnd, 0, 0, 0, {program.Task, task.File, task.Line});
+  ++task.endReads;
+  task.lastEndRead = live.now;
+  machine_->Note(JournalKind::ProgramEnd, 0, 0, 0, {program.task, task.file, task.line});
   return true;
 }
 
 void Session::ConsoleWritten(std::size_t count) {
-  const std::lock_guard<OwnMutex> lock(Guard);
-  Machine->AdvanceTo(Now());
-  Machine->Note(JournalKind::ConsoleText, 0, 0, static_cast<std::int32_t>(count), Caller());
+  const std::lock_guard<OwnMutex> lock(guard_);
+  machine_->AdvanceTo(Now());
+  machine_->Note(JournalKind::ConsoleText, 0, 0, static_cast<std::int32_t>(count), Caller());
 }
 
 void Session::Synced() {
-  const std::lock_guard<OwnMutex> lock(Guard);
-  Machine->AdvanceTo(Now());
-  const LiveChange change(State.State()->Live);
-  ++State.State()->Live.Controller.Syncs;
-  Machine->Note(JournalKind::Sync, 0, 0, 0, Caller());
+  const std::lock_guard<OwnMutex> lock(guard_);
+  machine_->AdvanceTo(Now());
+  const LiveChange change(state_.State()->live);
+  ++state_.State()->live.controller.syncs;
+  machine_->Note(JournalKind::Sync, 0, 0, 0, Caller());
 }
 
 bool Session::RestartFails() {
-  const std::lock_guard<OwnMutex> lock(Guard);
-  Machine->AdvanceTo(Now());
-  RackLive& live = State.State()->Live;
+  const std::lock_guard<OwnMutex> lock(guard_);
+  machine_->AdvanceTo(Now());
+  RackLive& live = state_.State()->live;
   const LiveChange change(live);
-  ++live.Controller.Restarts;
-  live.Controller.RestartAt = live.Now;
-  Machine->Note(JournalKind::Restart, 0, 0, 0, Caller());
-  return State.State()->Image.RestartFails != 0;
+  ++live.controller.restarts;
+  live.controller.restartAt = live.now;
+  machine_->Note(JournalKind::Restart, 0, 0, 0, Caller());
+  return state_.State()->image.restartFails != 0;
 }
 
 bool Session::Redirect(const char* path, char* kept, std::size_t size) const {
   const bool outside = std::strncmp(path, kOutside, sizeof kOutside - 1) == 0;
-  const int length = std::snprintf(kept, size, "%s%s", outside ? Home.c_str() : "", path);
+  const int length = std::snprintf(kept, size, "%s%s", outside ? home_.c_str() : "", path);
   return length >= 0 && static_cast<std::size_t>(length) < size;
 }
 

@@ -21,11 +21,11 @@ class Session final : public BusTarget {
   // may come before any constructor of the library has run.
   static Session* Get();
 
-  DeviceName Device() override { return State.State()->Image.Device; }
+  DeviceName Device() override { return state_.State()->image.device; }
   int Read(std::uint8_t port) override;
   void Write(std::uint8_t port, std::uint8_t value) override;
 
-  RackState& Shared() { return *State.State(); }
+  RackState& Shared() { return *state_.State(); }
   // The library answers for a controller from now on, whatever it calls first.
   void Attach();
   // Works the machine out up to now and applies requests, without an access.
@@ -55,12 +55,12 @@ class Session final : public BusTarget {
 
  private:
   struct OpenProgram {
-    FILE* Stream;
-    std::uint8_t Task;
-    std::uint32_t File;
-    std::uint32_t Line;
-    bool InLine;     // the last read ended in the middle of a line
-    bool Searching;  // a label search is reading
+    FILE* stream;
+    std::uint8_t task;
+    std::uint32_t file;
+    std::uint32_t line;
+    bool inLine;     // the last read ended in the middle of a line
+    bool searching;  // a label search is reading
   };
 
   Session(const char* path, std::string& error);
@@ -74,11 +74,11 @@ class Session final : public BusTarget {
   bool NoteEnd(OpenProgram& program);
   void NoteAccess(std::uint8_t port);
 
-  OwnMutex Guard;
-  StateFile State;
-  std::unique_ptr<Rack> Machine;
-  std::string Home;  // folder of the run, without a slash at its end
-  OpenProgram Programs[64]{};
+  OwnMutex guard_;
+  StateFile state_;
+  std::unique_ptr<Rack> machine_;
+  std::string home_;  // folder of the run, without a slash at its end
+  OpenProgram programs_[64]{};
 };
 
 }  // namespace rack

@@ -10,11 +10,11 @@ namespace rack {
 
 // A program line that the controller has read and is about to execute.
 struct DueLine {
-  std::uint8_t Task;
-  std::uint32_t FileNumber;
-  const char* File;
-  std::uint32_t Line;
-  const char* Text;
+  std::uint8_t task;
+  std::uint32_t fileNumber;
+  const char* file;
+  std::uint32_t line;
+  const char* text;
 };
 
 // A clock under control learns what the controller does, and may let it cost time or hold it. It is told

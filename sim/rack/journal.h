@@ -44,17 +44,17 @@ enum class JournalKind : std::uint8_t {
 constexpr std::uint8_t kMainThread = 0xFE;
 constexpr std::uint8_t kUnknownTask = 0xFF;
 
-// One record. Task: 0 keypad, 1 to 8 PLC task, 9 network, kMainThread or kUnknownTask. File: number of the
-// program file in the state's list, counted from 1, 0 for none. Line counts from 1.
+// One record. task: 0 keypad, 1 to 8 PLC task, 9 network, kMainThread or kUnknownTask. file: number of the
+// program file in the state's list, counted from 1, 0 for none. `line` counts from 1.
 struct JournalRecord {
-  Nanos Time;
-  JournalKind Kind;
-  std::uint8_t Task;
-  std::uint8_t Slot;
-  std::uint8_t Port;  // or channel
-  std::int32_t Value;
-  std::uint32_t Line;
-  std::uint32_t File;
+  Nanos time;
+  JournalKind kind;
+  std::uint8_t task;
+  std::uint8_t slot;
+  std::uint8_t port;  // or channel
+  std::int32_t value;
+  std::uint32_t line;
+  std::uint32_t file;
 };
 static_assert(sizeof(JournalRecord) == 24);
 
@@ -64,17 +64,17 @@ constexpr std::uint32_t kRecordWords = sizeof(JournalRecord) / sizeof(std::uint3
 // A record as it lies in the ring: its number plus one, 0 while it is being written, then its contents word
 // by word.
 struct JournalCell {
-  std::atomic<std::uint32_t> Stamp;
-  std::atomic<std::uint32_t> Words[kRecordWords];
-  std::uint32_t Reserved;
+  std::atomic<std::uint32_t> stamp;
+  std::atomic<std::uint32_t> words[kRecordWords];
+  std::uint32_t reserved;
 };
 static_assert(sizeof(JournalCell) == 32);
 static_assert(std::atomic<std::uint32_t>::is_always_lock_free);
 
 struct JournalRing {
-  std::atomic<std::uint32_t> Next;  // number of the record to be written next; wraps at 32 bits
-  std::uint32_t Reserved;
-  JournalCell Cells[kJournalCapacity];
+  std::atomic<std::uint32_t> next;  // number of the record to be written next; wraps at 32 bits
+  std::uint32_t reserved;
+  JournalCell cells[kJournalCapacity];
 };
 
 // Appends a record. One writer at a time.
@@ -93,11 +93,11 @@ class JournalReader {
 
   // Number of the record that comes next, counted from 0 at power-on; at the start with the oldest one, so
   // many were overwritten before.
-  std::uint32_t Number() const { return Position; }
+  std::uint32_t Number() const { return position_; }
 
  private:
-  const JournalRing& Ring;
-  std::uint32_t Position;
+  const JournalRing& ring_;
+  std::uint32_t position_;
 };
 
 }  // namespace rack

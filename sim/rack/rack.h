@@ -14,9 +14,9 @@ namespace rack {
 
 // Who makes a bus access: task number (see JournalRecord) and the program line that it executes, if known.
 struct Origin {
-  std::uint8_t Task = kUnknownTask;
-  std::uint32_t File = 0;
-  std::uint32_t Line = 0;
+  std::uint8_t task = kUnknownTask;
+  std::uint32_t file = 0;
+  std::uint32_t line = 0;
 };
 
 // A motor card has at most this many channels, a cylinder card fewer.
@@ -48,9 +48,9 @@ class Rack final : private EventSink {
  private:
   // What the journal was told last of a motor or cylinder, so that it is told again only of what has changed.
   struct Mover {
-    Nanos SampledAt;
-    std::int32_t Shown;  // encoder count, or cylinder state as in the journal
-    bool Busy;
+    Nanos sampledAt;
+    std::int32_t shown;  // encoder count, or cylinder state as in the journal
+    bool busy;
   };
 
   void InputEdge(SignalRef input, bool level, Nanos at) override;
@@ -86,15 +86,15 @@ class Rack final : private EventSink {
   void ApplyStuck(int slot);
   bool Faulty(FaultKind kind, int slot) const;
 
-  const RackImage& Image;
-  RackLive& Live;
-  RequestRing* Requests = nullptr;
-  JournalRing* Journal = nullptr;
-  MachineView View{};
-  Plant Machine;
-  Mover Movers[kSlots][kMaxMovers]{};
+  const RackImage& image_;
+  RackLive& live_;
+  RequestRing* requests_ = nullptr;
+  JournalRing* journal_ = nullptr;
+  MachineView view_{};
+  Plant machine_;
+  Mover movers_[kSlots][kMaxMovers]{};
   // Before this time nothing happens by itself: time alone moves on. A write to a card and a request end it.
-  Nanos QuietUntil = 0;
+  Nanos quietUntil_ = 0;
 };
 
 }  // namespace rack

@@ -1,7 +1,7 @@
 // Requests to the rack: how another program turns a signal, presses a key or raises a fault.
 //
-// A ring in the rack's state. Only the tool's side writes requests and moves Sent; only the controller's side
-// applies them, at its next bus access and in order, writes the results and moves Done. Several tools take
+// A ring in the rack's state. Only the tool's side writes requests and moves `sent`; only the controller's side
+// applies them, at its next bus access and in order, writes the results and moves `done`. Several tools take
 // turns by a lock on the state file.
 #pragma once
 
@@ -14,23 +14,23 @@ namespace rack {
 
 enum class RequestKind : std::uint32_t {
   None = 0,
-  SetInput,           // Slot, Channel, Value 0 or 1: the input shows this level until it is released
-  ReleaseInput,       // Slot, Channel: the machine drives the input again
-  PressKey,           // Value: scan code; Duration: how long it is held
-  PressFunctionKeys,  // Value: function-key bits; Duration: how long they are held
-  BeginFault,         // Fault, Slot, Channel, Value by the kind of the fault; Duration: 0 until it is cleared
-  EndFault,           // Fault, Slot, Channel: as they were given
+  SetInput,           // slot, channel, value 0 or 1: the input shows this level until it is released
+  ReleaseInput,       // slot, channel: the machine drives the input again
+  PressKey,           // value: scan code; duration: how long it is held
+  PressFunctionKeys,  // value: function-key bits; duration: how long they are held
+  BeginFault,         // fault, slot, channel, value by the kind of the fault; duration: 0 until it is cleared
+  EndFault,           // fault, slot, channel: as they were given
   EndAllFaults
 };
 
 enum class FaultKind : std::uint8_t {
   None = 0,
-  CardPulled,       // Slot: reads give 0xFF, writes are lost
-  InputStuck,       // Slot, Channel, Value 0 or 1
-  CylinderAlarm,    // Slot, Channel; Value: alarms that come back after a reset
-  MotorBlocked,     // Slot, Channel: pulses come, the motor stands still
-  MotorLosesSteps,  // Slot, Channel; Value: every so many steps one is lost
-  CardSilent,       // Slot: the card does not acknowledge commands
+  CardPulled,       // slot: reads give 0xFF, writes are lost
+  InputStuck,       // slot, channel, value 0 or 1
+  CylinderAlarm,    // slot, channel; value: alarms that come back after a reset
+  MotorBlocked,     // slot, channel: pulses come, the motor stands still
+  MotorLosesSteps,  // slot, channel; value: every so many steps one is lost
+  CardSilent,       // slot: the card does not acknowledge commands
   BusReadsFail      // the read call of the device fails
 };
 constexpr int kFaultKinds = 8;
@@ -47,14 +47,14 @@ enum class RequestResult : std::uint32_t {
 };
 
 struct Request {
-  RequestKind Kind;
-  FaultKind Fault;
-  std::uint8_t Slot;
-  std::uint8_t Channel;
-  std::uint8_t Reserved;
-  std::int32_t Value;
-  std::uint32_t Reserved2;
-  Nanos Duration;
+  RequestKind kind;
+  FaultKind fault;
+  std::uint8_t slot;
+  std::uint8_t channel;
+  std::uint8_t reserved;
+  std::int32_t value;
+  std::uint32_t reserved2;
+  Nanos duration;
 };
 static_assert(sizeof(Request) == 24);
 
@@ -62,15 +62,15 @@ constexpr std::uint32_t kRequestCapacity = 64;
 constexpr std::uint32_t kRequestWords = sizeof(Request) / sizeof(std::uint32_t);
 
 struct RequestCell {
-  std::atomic<std::uint32_t> Result;  // RequestResult
-  std::atomic<std::uint32_t> Words[kRequestWords];
+  std::atomic<std::uint32_t> result;  // RequestResult
+  std::atomic<std::uint32_t> words[kRequestWords];
 };
 static_assert(sizeof(RequestCell) == 28);
 
 struct RequestRing {
-  std::atomic<std::uint32_t> Sent;  // requests ever sent; wraps at 32 bits
-  std::atomic<std::uint32_t> Done;  // requests ever applied
-  RequestCell Cells[kRequestCapacity];
+  std::atomic<std::uint32_t> sent;  // requests ever sent; wraps at 32 bits
+  std::atomic<std::uint32_t> done;  // requests ever applied
+  RequestCell cells[kRequestCapacity];
 };
 
 // Puts a request into the ring and yields its number. False when the ring is full: nobody has applied

@@ -37,48 +37,48 @@ const char* KindName(CardKind kind) {
 
 void MakeEmptySetup(RackSetup& setup) {
   std::memset(&setup, 0, sizeof setup);
-  setup.Image.Device = DeviceName::EmIsa;
-  setup.Time.AccessNanos = kUsualAccessNanos;
+  setup.image.device = DeviceName::EmIsa;
+  setup.time.accessNanos = kUsualAccessNanos;
   InsertCard(setup, 0, CardKind::Cpu);
   AssignEntries(setup);
 }
 
 void InsertCard(RackSetup& setup, int slot, CardKind kind) {
-  PowerOn(setup.Cards[slot], kind);
+  PowerOn(setup.cards[slot], kind);
 }
 
 void AssignEntries(RackSetup& setup) {
-  RackImage& image = setup.Image;
-  image.EntryCount = 0;
-  for (std::uint8_t slot = 0; slot < kSlots && image.EntryCount < kMaxEntries; ++slot) {
-    if (setup.Cards[slot].Kind != CardKind::None) image.EntrySlot[image.EntryCount++] = slot;
+  RackImage& image = setup.image;
+  image.entryCount = 0;
+  for (std::uint8_t slot = 0; slot < kSlots && image.entryCount < kMaxEntries; ++slot) {
+    if (setup.cards[slot].kind != CardKind::None) image.entrySlot[image.entryCount++] = slot;
   }
 }
 
 int SlotOfEntry(const RackImage& image, int entry) {
-  if (entry < 0 || static_cast<std::uint32_t>(entry) >= image.EntryCount) return -1;
-  return image.EntrySlot[entry];
+  if (entry < 0 || static_cast<std::uint32_t>(entry) >= image.entryCount) return -1;
+  return image.entrySlot[entry];
 }
 
 int EntryOfSlot(const RackImage& image, int slot) {
-  for (std::uint32_t entry = 0; entry < image.EntryCount; ++entry) {
-    if (image.EntrySlot[entry] == slot) return static_cast<int>(entry);
+  for (std::uint32_t entry = 0; entry < image.entryCount; ++entry) {
+    if (image.entrySlot[entry] == slot) return static_cast<int>(entry);
   }
   return -1;
 }
 
 const SignalName* NameOf(const RackImage& image, bool output, int entry, int channel) {
-  for (const SignalName& signal : image.Signals) {
-    if (signal.Name[0] == '\0') break;
-    if ((signal.Output != 0) == output && signal.Entry == entry && signal.Channel == channel) return &signal;
+  for (const SignalName& signal : image.signals) {
+    if (signal.name[0] == '\0') break;
+    if ((signal.output != 0) == output && signal.entry == entry && signal.channel == channel) return &signal;
   }
   return nullptr;
 }
 
 const SignalName* FindSignal(const RackImage& image, const char* name) {
-  for (const SignalName& signal : image.Signals) {
-    if (signal.Name[0] == '\0') break;
-    if (std::strcmp(signal.Name, name) == 0) return &signal;
+  for (const SignalName& signal : image.signals) {
+    if (signal.name[0] == '\0') break;
+    if (std::strcmp(signal.name, name) == 0) return &signal;
   }
   return nullptr;
 }
@@ -90,17 +90,17 @@ Nanos MonotonicNow() {
 }
 
 void PowerOn(RackState& state, const RackSetup& setup, Nanos monotonic) {
-  std::memcpy(state.Magic, kStateMagic, sizeof state.Magic);
-  state.Version = kStateVersion;
-  state.Size = sizeof(RackState);
-  state.PowerOn = monotonic;
-  state.Image = setup.Image;
-  state.Time.Setup = setup.Time;
-  state.Time.Setup.RealStart = monotonic;
-  if (setup.Time.Mode == TimeMode::Virtual) state.PowerOn = kVirtualPowerOn;
-  std::memcpy(state.Live.Cards, setup.Cards, sizeof state.Live.Cards);
-  state.Live.Plant = setup.Plant;
-  Rack(state).PowerOn(setup.InputsOn);
+  std::memcpy(state.magic, kStateMagic, sizeof state.magic);
+  state.version = kStateVersion;
+  state.size = sizeof(RackState);
+  state.powerOn = monotonic;
+  state.image = setup.image;
+  state.time.setup = setup.time;
+  state.time.setup.realStart = monotonic;
+  if (setup.time.mode == TimeMode::Virtual) state.powerOn = kVirtualPowerOn;
+  std::memcpy(state.live.cards, setup.cards, sizeof state.live.cards);
+  state.live.plant = setup.plant;
+  Rack(state).PowerOn(setup.inputsOn);
 }
 
 StateFile::~StateFile() {
@@ -108,27 +108,27 @@ StateFile::~StateFile() {
 }
 
 void StateFile::Close() {
-  if (Mapped != nullptr) munmap(Mapped, sizeof(RackState));
-  if (Descriptor >= 0) close(Descriptor);
-  Mapped = nullptr;
-  Descriptor = -1;
+  if (mapped_ != nullptr) munmap(mapped_, sizeof(RackState));
+  if (descriptor_ >= 0) close(descriptor_);
+  mapped_ = nullptr;
+  descriptor_ = -1;
 }
 
 bool StateFile::Map(int descriptor, std::string& error) {
   void* memory = mmap(nullptr, sizeof(RackState), PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
   if (memory == MAP_FAILED) {
-    error = SystemError(Path);
+    error = SystemError(path_);
     close(descriptor);
     return false;
   }
-  Mapped = static_cast<RackState*>(memory);
-  Descriptor = descriptor;
+  mapped_ = static_cast<RackState*>(memory);
+  descriptor_ = descriptor;
   return true;
 }
 
 bool StateFile::Create(const std::string& path, const RackSetup& setup, std::string& error) {
   Close();
-  Path = path;
+  path_ = path;
   // Made beside the old file and moved over it: whoever opens the path finds a whole state.
   const std::string fresh = path + ".new";
   const int descriptor = open(fresh.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
@@ -142,7 +142,7 @@ bool StateFile::Create(const std::string& path, const RackSetup& setup, std::str
     return false;
   }
   if (!Map(descriptor, error)) return false;
-  rack::PowerOn(*Mapped, setup, MonotonicNow());
+  rack::PowerOn(*mapped_, setup, MonotonicNow());
   if (rename(fresh.c_str(), path.c_str()) != 0) {
     error = SystemError(path);
     Close();
@@ -153,7 +153,7 @@ bool StateFile::Create(const std::string& path, const RackSetup& setup, std::str
 
 bool StateFile::Open(const std::string& path, std::string& error) {
   Close();
-  Path = path;
+  path_ = path;
   const int descriptor = open(path.c_str(), O_RDWR | O_CLOEXEC);
   if (descriptor < 0) {
     error = SystemError(path);
@@ -166,8 +166,8 @@ bool StateFile::Open(const std::string& path, std::string& error) {
     return false;
   }
   if (!Map(descriptor, error)) return false;
-  if (std::memcmp(Mapped->Magic, kStateMagic, sizeof kStateMagic) == 0 && Mapped->Version == kStateVersion &&
-      Mapped->Size == sizeof(RackState)) {
+  if (std::memcmp(mapped_->magic, kStateMagic, sizeof kStateMagic) == 0 &&
+      mapped_->version == kStateVersion && mapped_->size == sizeof(RackState)) {
     return true;
   }
   error = path + ": not the state of a rack, or of another version of this program";
@@ -178,37 +178,37 @@ bool StateFile::Open(const std::string& path, std::string& error) {
 bool StateFile::Replaced() const {
   struct stat mapped {};
   struct stat named {};
-  if (fstat(Descriptor, &mapped) != 0 || stat(Path.c_str(), &named) != 0) return true;
+  if (fstat(descriptor_, &mapped) != 0 || stat(path_.c_str(), &named) != 0) return true;
   return mapped.st_ino != named.st_ino || mapped.st_dev != named.st_dev;
 }
 
-StateFile::SenderLock::SenderLock(const StateFile& file) : Descriptor(file.Descriptor) {
-  while (flock(Descriptor, LOCK_EX) != 0 && errno == EINTR) {
+StateFile::SenderLock::SenderLock(const StateFile& file) : descriptor_(file.descriptor_) {
+  while (flock(descriptor_, LOCK_EX) != 0 && errno == EINTR) {
   }
 }
 
 StateFile::SenderLock::~SenderLock() {
-  flock(Descriptor, LOCK_UN);
+  flock(descriptor_, LOCK_UN);
 }
 
 bool CopyLive(RackLive& live, RackLive& copy) {
   for (int attempt = 0; attempt < kCopyAttempts; ++attempt) {
-    const std::uint32_t before = live.Change.load(std::memory_order_acquire);
+    const std::uint32_t before = live.change.load(std::memory_order_acquire);
     std::memcpy(static_cast<void*>(&copy), &live, sizeof copy);
     // Adding 0 writes nothing new, but unlike a load it stays behind the copy.
-    if (before % 2 == 0 && live.Change.fetch_add(0, std::memory_order_acq_rel) == before) return true;
+    if (before % 2 == 0 && live.change.fetch_add(0, std::memory_order_acq_rel) == before) return true;
     Pause(kCopyPause);
   }
   return false;
 }
 
-LiveChange::LiveChange(RackLive& live) : Live(live) {
+LiveChange::LiveChange(RackLive& live) : live_(live) {
   // Odd already if a controller ended in the middle of a change.
-  Live.Change.fetch_or(1U, std::memory_order_acq_rel);
+  live_.change.fetch_or(1U, std::memory_order_acq_rel);
 }
 
 LiveChange::~LiveChange() {
-  Live.Change.store(Live.Change.load(std::memory_order_relaxed) + 1U, std::memory_order_release);
+  live_.change.store(live_.change.load(std::memory_order_relaxed) + 1U, std::memory_order_release);
 }
 
 }  // namespace rack

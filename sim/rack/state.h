@@ -1,9 +1,9 @@
 // The rack's state: one file, mapped into memory by the controller's side and by the tools.
 //
 // Fixed-width fields at the same offsets in 32-bit and 64-bit processes, no lock inside. Who writes what:
-//  - Image: the tool, when it creates the file (power-on); constant from then on.
-//  - Live: the controller's side only, between BeginChange and EndChange.
-//  - Requests: see requests.h. Journal: the controller's side appends. Time: see time/control.h.
+//  - image: the tool, when it creates the file (power-on); constant from then on.
+//  - live: the controller's side only, within a LiveChange.
+//  - requests: see requests.h. journal: the controller's side appends. time: see time_control.h.
 // The file outlasts a restart of the controller, as the cards' registers do.
 #pragma once
 
@@ -39,148 +39,148 @@ const char* KindName(CardKind kind);
 enum class DeviceName : std::uint32_t { None = 0, EmIsa, Em335xIsa };
 
 struct SignalName {
-  std::uint8_t Output;  // 1: an output or relay, 0: an input
-  std::uint8_t Entry;
-  std::uint8_t Channel;
-  std::uint8_t Reserved;
-  char Name[kSignalNameSize];  // empty: row not used, nor any behind it
+  std::uint8_t output;  // 1: an output or relay, 0: an input
+  std::uint8_t entry;
+  std::uint8_t channel;
+  std::uint8_t reserved;
+  char name[kSignalNameSize];  // empty: row not used, nor any behind it
 };
 static_assert(sizeof(SignalName) == 44);
 
 // What the rack file says of the rack as a whole, and the options of the run.
 struct RackImage {
-  DeviceName Device;
-  std::uint32_t RestartFails;  // 1: the restart call returns an error instead of ending the process
-  std::uint32_t EntryCount;    // rows of the card table after the controller's scan
-  std::uint8_t EntrySlot[kMaxEntries];
-  SignalName Signals[kMaxSignals];
-  char LinkNames[kMaxLinks][kSignalNameSize];  // what the rack file calls the plant's links; empty: nothing
+  DeviceName device;
+  std::uint32_t restartFails;  // 1: the restart call returns an error instead of ending the process
+  std::uint32_t entryCount;    // rows of the card table after the controller's scan
+  std::uint8_t entrySlot[kMaxEntries];
+  SignalName signals[kMaxSignals];
+  char linkNames[kMaxLinks][kSignalNameSize];  // what the rack file calls the plant's links; empty: nothing
 };
 static_assert(sizeof(RackImage) == 24 + 44 * kMaxSignals + 40 * kMaxLinks);
 
 // Inputs 0 to 15 of a card, one bit each. The card shows the natural level, over it what was set by hand,
 // over both what a fault holds.
 struct InputLevels {
-  std::uint16_t Natural;
-  std::uint16_t SetMask;
-  std::uint16_t SetLevel;
-  std::uint16_t StuckMask;
-  std::uint16_t StuckLevel;
-  std::uint16_t Reserved;
+  std::uint16_t natural;
+  std::uint16_t setMask;
+  std::uint16_t setLevel;
+  std::uint16_t stuckMask;
+  std::uint16_t stuckLevel;
+  std::uint16_t reserved;
 
   std::uint16_t Shown() const {
-    const unsigned set = (Natural & ~unsigned{SetMask}) | (SetLevel & unsigned{SetMask});
-    return static_cast<std::uint16_t>((set & ~unsigned{StuckMask}) | (StuckLevel & unsigned{StuckMask}));
+    const unsigned set = (natural & ~unsigned{setMask}) | (setLevel & unsigned{setMask});
+    return static_cast<std::uint16_t>((set & ~unsigned{stuckMask}) | (stuckLevel & unsigned{stuckMask}));
   }
 };
 static_assert(sizeof(InputLevels) == 12);
 
 struct FaultRecord {
-  FaultKind Kind;  // None: row not used
-  std::uint8_t Slot;
-  std::uint8_t Channel;
-  std::uint8_t Reserved;
-  std::int32_t Value;
-  Nanos Begin;
-  Nanos End;  // 0: lasts until it is cleared
+  FaultKind kind;  // None: row not used
+  std::uint8_t slot;
+  std::uint8_t channel;
+  std::uint8_t reserved;
+  std::int32_t value;
+  Nanos begin;
+  Nanos end;  // 0: lasts until it is cleared
 };
 static_assert(sizeof(FaultRecord) == 24);
 
 // The key that is held down, and what became of keys pressed by request.
 struct KeyState {
-  std::uint32_t Code;          // 0: none is held
-  std::uint32_t FunctionBits;  // held function keys
-  Nanos NextRepeat;
-  Nanos Release;
-  Nanos FunctionRelease;
-  std::uint32_t PressRequest;  // number of the request that pressed last
-  std::uint32_t TakenRequest;  // number of the last press whose code (function bits) the controller has taken
-  std::uint32_t TakenCount;    // codes taken since power-on
-  std::uint32_t PressCount;    // presses since power-on; with none, the two numbers above mean nothing
+  std::uint32_t code;          // 0: none is held
+  std::uint32_t functionBits;  // held function keys
+  Nanos nextRepeat;
+  Nanos release;
+  Nanos functionRelease;
+  std::uint32_t pressRequest;  // number of the request that pressed last
+  std::uint32_t takenRequest;  // number of the last press whose code (function bits) the controller has taken
+  std::uint32_t takenCount;    // codes taken since power-on
+  std::uint32_t pressCount;    // presses since power-on; with none, the two numbers above mean nothing
 };
 static_assert(sizeof(KeyState) == 48);
 
 // What the controller's own file calls tell about a task. File numbers count from 1 in
-// RackLive::ProgramFiles.
+// RackLive::programFiles.
 struct TaskRecord {
-  std::uint32_t MainFile;      // open main program, 0: none
-  std::uint32_t BlockFile;     // open block file, 0: none
-  std::uint32_t File;          // file of the line read last, 0: none yet
-  std::uint32_t Line;          // its line, counted from 1
-  std::uint32_t EndReads;      // reads at the end of a file since that line: it is executed again at each
-  std::uint32_t FailedOpens;   // program files that could not be opened, since power-on
-  std::uint32_t Searches;      // label searches since power-on
-  std::uint32_t SearchFailed;  // 1: the last label search found nothing
-  Nanos LineSince;             // when the line was read
-  Nanos LastEndRead;
-  Nanos FailedAt;
-  Nanos LastAccess;  // last bus access of this thread
-  std::uint8_t LastSlot;
-  std::uint8_t LastPort;
-  std::uint8_t Reserved[6];
-  char Text[kLineSize];        // the line, as read
-  char FailedPath[kPathSize];  // the file that could not be opened last
+  std::uint32_t mainFile;      // open main program, 0: none
+  std::uint32_t blockFile;     // open block file, 0: none
+  std::uint32_t file;          // file of the line read last, 0: none yet
+  std::uint32_t line;          // its line, counted from 1
+  std::uint32_t endReads;      // reads at the end of a file since that line: it is executed again at each
+  std::uint32_t failedOpens;   // program files that could not be opened, since power-on
+  std::uint32_t searches;      // label searches since power-on
+  std::uint32_t searchFailed;  // 1: the last label search found nothing
+  Nanos lineSince;             // when the line was read
+  Nanos lastEndRead;
+  Nanos failedAt;
+  Nanos lastAccess;  // last bus access of this thread
+  std::uint8_t lastSlot;
+  std::uint8_t lastPort;
+  std::uint8_t reserved[6];
+  char text[kLineSize];        // the line, as read
+  char failedPath[kPathSize];  // the file that could not be opened last
 };
 static_assert(sizeof(TaskRecord) == 72 + kLineSize + kPathSize);
-static_assert(offsetof(TaskRecord, LineSince) == 32);
+static_assert(offsetof(TaskRecord, lineSince) == 32);
 
 struct ControllerRecord {
-  std::int32_t Process;    // process number of the controller that attached last
-  std::uint32_t Attaches;  // controllers that opened (or tried to open) the device since power-on
-  std::uint32_t DeviceOpen;
-  std::uint32_t Syncs;
-  std::uint32_t Restarts;
-  std::uint32_t Reserved;
-  Nanos AttachedAt;
-  Nanos RestartAt;
+  std::int32_t process;    // process number of the controller that attached last
+  std::uint32_t attaches;  // controllers that opened (or tried to open) the device since power-on
+  std::uint32_t deviceOpen;
+  std::uint32_t syncs;
+  std::uint32_t restarts;
+  std::uint32_t reserved;
+  Nanos attachedAt;
+  Nanos restartAt;
 };
 static_assert(sizeof(ControllerRecord) == 40);
 
 struct RackLive {
-  std::atomic<std::uint32_t> Change;  // odd while the controller's side is changing what follows
-  std::uint32_t SelectedSlot;
-  Nanos Now;  // time up to which the machine has been worked out
-  ControllerRecord Controller;
-  KeyState Keys;
-  InputLevels Inputs[kSlots];
-  std::uint32_t Reserved;
-  FaultRecord Faults[kMaxFaults];
-  CardState Cards[kSlots];  // by slot
-  PlantState Plant;
-  TaskRecord Tasks[kTaskRecords];
-  char ProgramFiles[kMaxProgramFiles][kPathSize];
+  std::atomic<std::uint32_t> change;  // odd while the controller's side is changing what follows
+  std::uint32_t selectedSlot;
+  Nanos now;  // time up to which the machine has been worked out
+  ControllerRecord controller;
+  KeyState keys;
+  InputLevels inputs[kSlots];
+  std::uint32_t reserved;
+  FaultRecord faults[kMaxFaults];
+  CardState cards[kSlots];  // by slot
+  PlantState plant;
+  TaskRecord tasks[kTaskRecords];
+  char programFiles[kMaxProgramFiles][kPathSize];
 };
-static_assert(offsetof(RackLive, Controller) == 16);
-static_assert(offsetof(RackLive, Keys) == 56);
-static_assert(offsetof(RackLive, Inputs) == 104);
-static_assert(offsetof(RackLive, Faults) == 264);
-static_assert(offsetof(RackLive, Cards) == 264 + 24 * kMaxFaults);
+static_assert(offsetof(RackLive, controller) == 16);
+static_assert(offsetof(RackLive, keys) == 56);
+static_assert(offsetof(RackLive, inputs) == 104);
+static_assert(offsetof(RackLive, faults) == 264);
+static_assert(offsetof(RackLive, cards) == 264 + 24 * kMaxFaults);
 
 constexpr char kStateMagic[8] = {'V', 'e', 'l', 'm', 'o', 'R', 'c', 'k'};
 constexpr std::uint32_t kStateVersion = 2;
 
 struct RackState {
-  char Magic[8];
-  std::uint32_t Version;
-  std::uint32_t Size;
-  Nanos PowerOn;  // what CLOCK_MONOTONIC shows the controller at power-on: the rack's time 0
-  RackImage Image;
-  alignas(8) RackLive Live;
-  RequestRing Requests;
-  JournalRing Journal;
-  TimeControl Time;
+  char magic[8];
+  std::uint32_t version;
+  std::uint32_t size;
+  Nanos powerOn;  // what CLOCK_MONOTONIC shows the controller at power-on: the rack's time 0
+  RackImage image;
+  alignas(8) RackLive live;
+  RequestRing requests;
+  JournalRing journal;
+  TimeControl time;
 };
-static_assert(offsetof(RackState, PowerOn) == 16);
-static_assert(offsetof(RackState, Image) == 24);
+static_assert(offsetof(RackState, powerOn) == 16);
+static_assert(offsetof(RackState, image) == 24);
 static_assert(std::is_standard_layout_v<RackState>);
 
 // A rack as the rack file describes it, before its power-on.
 struct RackSetup {
-  RackImage Image;
-  TimeSetup Time;
-  CardState Cards[kSlots];
-  PlantState Plant;                     // its links
-  std::uint16_t InputsOn[kMaxEntries];  // inputs that are switched on at power-on, by entry
+  RackImage image;
+  TimeSetup time;
+  CardState cards[kSlots];
+  PlantState plant;                     // its links
+  std::uint16_t inputsOn[kMaxEntries];  // inputs that are switched on at power-on, by entry
 };
 
 // An empty rack: device "em_isa", a CPU card with one task, nothing in the slots.
@@ -223,7 +223,7 @@ class StateFile {
   bool Replaced() const;
   void Close();
 
-  RackState* State() const { return Mapped; }
+  RackState* State() const { return mapped_; }
 
   // Held by a tool while it sends requests.
   class SenderLock {
@@ -234,15 +234,15 @@ class StateFile {
     SenderLock& operator=(const SenderLock&) = delete;
 
    private:
-    int Descriptor;
+    int descriptor_;
   };
 
  private:
   bool Map(int descriptor, std::string& error);
 
-  RackState* Mapped = nullptr;
-  int Descriptor = -1;
-  std::string Path;
+  RackState* mapped_ = nullptr;
+  int descriptor_ = -1;
+  std::string path_;
 };
 
 // Puts the power-on state of a rack into zeroed memory.
@@ -261,7 +261,7 @@ class LiveChange {
   LiveChange& operator=(const LiveChange&) = delete;
 
  private:
-  RackLive& Live;
+  RackLive& live_;
 };
 
 }  // namespace rack

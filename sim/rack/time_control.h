@@ -2,8 +2,8 @@
 //
 // Who writes what:
 //  - TimeSetup: the tool, at power-on; constant from then on.
-//  - Command: the tool, one tool at a time (StateFile::SenderLock), then Ordered.
-//  - Mail: the tool appends, then Posted; the controller's side takes, then Taken.
+//  - command: the tool, one tool at a time (StateFile::SenderLock), then `ordered`.
+//  - mail: the tool appends, then `posted`; the controller's side takes, then `taken`.
 //  - the rest: the controller's side.
 #pragma once
 
@@ -23,14 +23,14 @@ enum class TimeMode : std::uint32_t {
 };
 
 struct TimeSetup {
-  TimeMode Mode;
-  std::uint32_t Seed;          // 0: threads take turns in the order in which they came
-  std::uint32_t FactorMillis;  // Scaled: thousandths of a second of the machine per second
-  std::uint32_t ConsoleBaud;   // Virtual: bits per second of the console, 0: it costs no time
-  std::uint32_t AccessNanos;   // Virtual: what a bus access costs
-  std::uint32_t StartStopped;  // Virtual: 1: time stands before the controller's first step
-  Nanos RealStart;             // Scaled: CLOCK_MONOTONIC at power-on
-  Nanos EndAt;                 // Virtual: the run ends at this time since power-on, 0: never
+  TimeMode mode;
+  std::uint32_t seed;          // 0: threads take turns in the order in which they came
+  std::uint32_t factorMillis;  // Scaled: thousandths of a second of the machine per second
+  std::uint32_t consoleBaud;   // Virtual: bits per second of the console, 0: it costs no time
+  std::uint32_t accessNanos;   // Virtual: what a bus access costs
+  std::uint32_t startStopped;  // Virtual: 1: time stands before the controller's first step
+  Nanos realStart;             // Scaled: CLOCK_MONOTONIC at power-on
+  Nanos endAt;                 // Virtual: the run ends at this time since power-on, 0: never
 };
 static_assert(sizeof(TimeSetup) == 40);
 
@@ -44,12 +44,12 @@ constexpr int kHoldFileSize = 208;
 // Lets a standing machine go on, and says where it is to stand next. The first of several that is met counts;
 // all zero: nowhere.
 struct TimeCommand {
-  Nanos HoldAt;            // time since power-on, 0: none. Met when everything before it has happened
-  std::uint32_t HoldLine;  // line of HoldFile, 0: none
-  std::uint8_t HoldTask;   // task of HoldLine or of a step, 1 to 8 or kAnyTask
-  std::uint8_t Step;       // 1: at the next line that is read to be executed
-  std::uint8_t Reserved[2];
-  char HoldFile[kHoldFileSize];  // as the controller opens it, "plc1/FLOW.PLC"
+  Nanos holdAt;            // time since power-on, 0: none. Met when everything before it has happened
+  std::uint32_t holdLine;  // line of holdFile, 0: none
+  std::uint8_t holdTask;   // task of holdLine or of a step, 1 to 8 or kAnyTask
+  std::uint8_t step;       // 1: at the next line that is read to be executed
+  std::uint8_t reserved[2];
+  char holdFile[kHoldFileSize];  // as the controller opens it, "plc1/FLOW.PLC"
 };
 static_assert(sizeof(TimeCommand) == 16 + kHoldFileSize);
 
@@ -57,36 +57,36 @@ constexpr std::uint32_t kMailCapacity = 16;
 constexpr std::uint32_t kMailSize = 2048;
 
 struct MailItem {
-  std::uint32_t Address;  // of the sender, as a number: 127.0.0.1 is 0x7F000001
-  std::uint16_t Port;     // of the sender
-  std::uint16_t Length;
-  char Data[kMailSize];
+  std::uint32_t address;  // of the sender, as a number: 127.0.0.1 is 0x7F000001
+  std::uint16_t port;     // of the sender
+  std::uint16_t length;
+  char data[kMailSize];
 };
 static_assert(sizeof(MailItem) == 8 + kMailSize);
 
 struct TimeControl {
-  TimeSetup Setup;
-  TimeCommand Command;
-  std::atomic<std::uint32_t> Ordered;   // commands given
-  std::atomic<std::uint32_t> Answered;  // commands taken up
-  std::atomic<std::uint32_t> Standing;  // 1: time stands, until the next command
-  std::uint32_t StandsTask;             // where it stands: task, 0 for a time
-  std::uint32_t StandsFile;             // number of the program file, as in RackLive::ProgramFiles
-  std::uint32_t StandsLine;
-  std::atomic<std::uint32_t> Beat;       // changes while the controller makes calls that time knows
-  std::atomic<std::uint32_t> Turn;       // thread number of the thread whose turn it is
-  std::atomic<std::uint32_t> InConsole;  // 1: it writes to the console, which may take long
-  std::atomic<std::uint32_t> Deadlock;   // 1: every thread waits for another one
-  std::atomic<std::uint32_t> Ended;      // 1: EndAt was reached
-  std::uint32_t Reserved;
-  std::atomic<std::uint32_t> Posted;   // datagrams to the controller
-  std::atomic<std::uint32_t> Taken;    // of them received
-  std::atomic<std::uint32_t> Replies;  // datagrams that the controller has sent
-  std::uint32_t Reserved2;
-  MailItem Mail[kMailCapacity];
+  TimeSetup setup;
+  TimeCommand command;
+  std::atomic<std::uint32_t> ordered;   // commands given
+  std::atomic<std::uint32_t> answered;  // commands taken up
+  std::atomic<std::uint32_t> standing;  // 1: time stands, until the next command
+  std::uint32_t standsTask;             // where it stands: task, 0 for a time
+  std::uint32_t standsFile;             // number of the program file, as in RackLive::programFiles
+  std::uint32_t standsLine;
+  std::atomic<std::uint32_t> beat;       // changes while the controller makes calls that time knows
+  std::atomic<std::uint32_t> turn;       // thread number of the thread whose turn it is
+  std::atomic<std::uint32_t> inConsole;  // 1: it writes to the console, which may take long
+  std::atomic<std::uint32_t> deadlock;   // 1: every thread waits for another one
+  std::atomic<std::uint32_t> ended;      // 1: endAt was reached
+  std::uint32_t reserved;
+  std::atomic<std::uint32_t> posted;   // datagrams to the controller
+  std::atomic<std::uint32_t> taken;    // of them received
+  std::atomic<std::uint32_t> replies;  // datagrams that the controller has sent
+  std::uint32_t reserved2;
+  MailItem mail[kMailCapacity];
 };
 static_assert(sizeof(TimeControl) == 40 + sizeof(TimeCommand) + 64 + kMailCapacity * sizeof(MailItem));
-static_assert(offsetof(TimeControl, Ordered) == 40 + 16 + kHoldFileSize);
+static_assert(offsetof(TimeControl, ordered) == 40 + 16 + kHoldFileSize);
 
 // Status of a controller all of whose threads wait for each other.
 constexpr int kDeadlockStatus = 86;

@@ -32,15 +32,15 @@ std::string Join(const std::vector<std::string>& words) {
 class Reader {
  public:
   Reader(std::string name, RackSetup& setup, std::vector<std::string>& errors)
-      : Name(std::move(name)), Setup(setup), Errors(errors) {}
+      : name_(std::move(name)), setup_(setup), errors_(errors) {}
 
   void Read(const Value& root);
 
  private:
   struct Finding {
-    std::size_t Line;
-    std::size_t Column;
-    std::string Message;
+    std::size_t line;
+    std::size_t column;
+    std::string message;
   };
 
   void ReadAll(const Value& root);
@@ -75,11 +75,11 @@ class Reader {
   void ReadCounter(const Value& counter);
   void AddLink(const Value& owner, const PlantLink& link, const std::string& name);
 
-  std::string Name;
-  RackSetup& Setup;
-  std::vector<std::string>& Errors;
-  std::vector<Finding> Findings;
-  int Signals = 0;
+  std::string name_;
+  RackSetup& setup_;
+  std::vector<std::string>& errors_;
+  std::vector<Finding> findings_;
+  int signals_ = 0;
 };
 
 const Value* Get(const Value& owner, const char* word) {
@@ -90,24 +90,24 @@ const Value* Get(const Value& owner, const char* word) {
 
 void Reader::Fail(const Value& value, const std::string& message) {
   const toml::source_location place = value.location();
-  Findings.push_back({place.line(), place.column(), message});
+  findings_.push_back({place.line(), place.column(), message});
 }
 
 // Tables are read in no particular order; people read from top to bottom.
 void Reader::Report() {
-  std::stable_sort(Findings.begin(), Findings.end(), [](const Finding& a, const Finding& b) {
-    return std::pair(a.Line, a.Column) < std::pair(b.Line, b.Column);
+  std::stable_sort(findings_.begin(), findings_.end(), [](const Finding& a, const Finding& b) {
+    return std::pair(a.line, a.column) < std::pair(b.line, b.column);
   });
-  for (const Finding& finding : Findings) {
-    Errors.push_back(Name + ":" + std::to_string(finding.Line) + ":" + std::to_string(finding.Column) + ": " +
-                     finding.Message);
+  for (const Finding& finding : findings_) {
+    errors_.push_back(name_ + ":" + std::to_string(finding.line) + ":" + std::to_string(finding.column) +
+                      ": " + finding.message);
   }
 }
 
 void Reader::CheckWords(const Table& table, const std::vector<std::string>& scopes) {
   std::vector<std::string> known;
   for (const RackWord& word : RackWords()) {
-    if (std::find(scopes.begin(), scopes.end(), word.Table) != scopes.end()) known.emplace_back(word.Word);
+    if (std::find(scopes.begin(), scopes.end(), word.table) != scopes.end()) known.emplace_back(word.word);
   }
   for (const auto& [word, value] : table) {
     if (std::find(known.begin(), known.end(), word) != known.end()) continue;
@@ -175,19 +175,19 @@ bool Reader::Text(const Value& value, std::string& text) {
 
 void Reader::ReadRack(const Value& rack) {
   CheckWords(rack.as_table(), {"rack"});
-  CpuCardState& cpu = Setup.Cards[0].Cpu;
-  cpu.TaskCount = static_cast<std::uint8_t>(Number(rack, "task_count", 0, 255, cpu.TaskCount));
-  cpu.Settings = static_cast<std::uint8_t>(Number(rack, "settings", 0, 255, 0));
-  cpu.FunctionPort = static_cast<std::uint8_t>(Number(rack, "function_port", 0, 255, 0));
-  if (cpu.FunctionPort != 0 && cpu.FunctionPort < 9) {
+  CpuCardState& cpu = setup_.cards[0].cpu;
+  cpu.taskCount = static_cast<std::uint8_t>(Number(rack, "task_count", 0, 255, cpu.taskCount));
+  cpu.settings = static_cast<std::uint8_t>(Number(rack, "settings", 0, 255, 0));
+  cpu.functionPort = static_cast<std::uint8_t>(Number(rack, "function_port", 0, 255, 0));
+  if (cpu.functionPort != 0 && cpu.functionPort < 9) {
     Fail(*Get(rack, "function_port"),
          "the ports below 9 are taken: \"function_port\" wants 9 to 255, or 0 for none");
   }
-  TimeSetup& time = Setup.Time;
-  time.AccessNanos =
-      static_cast<std::uint32_t>(Number(rack, "bus_access_ns", 10, 1'000'000, time.AccessNanos));
-  time.ConsoleBaud = static_cast<std::uint32_t>(Number(rack, "console_baud", 0, 10'000'000, 0));
-  if (time.ConsoleBaud != 0 && time.ConsoleBaud < 300) {
+  TimeSetup& time = setup_.time;
+  time.accessNanos =
+      static_cast<std::uint32_t>(Number(rack, "bus_access_ns", 10, 1'000'000, time.accessNanos));
+  time.consoleBaud = static_cast<std::uint32_t>(Number(rack, "console_baud", 0, 10'000'000, 0));
+  if (time.consoleBaud != 0 && time.consoleBaud < 300) {
     Fail(*Get(rack, "console_baud"),
          "\"console_baud\" wants 300 to 10000000, or 0 for a console without cost");
   }
@@ -200,7 +200,7 @@ void Reader::ReadRack(const Value& rack) {
     Fail(*device, "unknown device \"" + name + "\"; known: em_isa, em335x_isa, none");
     return;
   }
-  Setup.Image.Device = static_cast<DeviceName>(found - names.begin());
+  setup_.image.device = static_cast<DeviceName>(found - names.begin());
 }
 
 void Reader::ReadSlots(const Value& slots) {
@@ -235,18 +235,18 @@ void Reader::ReadSlot(const Value& value, int slot) {
              (near.empty() ? "known: io, stepper, servo, cylinder" : "did you mean \"" + near + "\"?"));
     return;
   }
-  InsertCard(Setup, slot, *kind);
+  InsertCard(setup_, slot, *kind);
   if (!value.is_table()) return;
-  CardState& state = Setup.Cards[slot];
+  CardState& state = setup_.cards[slot];
   if (*kind == CardKind::Stepper || *kind == CardKind::Servo) {
     std::uint32_t& rate =
-        *kind == CardKind::Stepper ? state.Stepper.PulsesPerUnit : state.Servo.PulsesPerUnit;
+        *kind == CardKind::Stepper ? state.stepper.pulsesPerUnit : state.servo.pulsesPerUnit;
     rate = static_cast<std::uint32_t>(Number(value, "pulses_per_unit", 1, kMaxPulsesPerUnit, rate));
   }
   if (*kind == CardKind::Cylinder) {
-    state.Cylinder.TravelTime = Time(value, "travel_time", state.Cylinder.TravelTime);
-    state.Cylinder.SetupTime = Time(value, "setup_time", state.Cylinder.SetupTime);
-    state.Cylinder.ResetTime = Time(value, "reset_time", state.Cylinder.ResetTime);
+    state.cylinder.travelTime = Time(value, "travel_time", state.cylinder.travelTime);
+    state.cylinder.setupTime = Time(value, "setup_time", state.cylinder.setupTime);
+    state.cylinder.resetTime = Time(value, "reset_time", state.cylinder.resetTime);
   }
 }
 
@@ -257,9 +257,9 @@ bool Reader::Address(const Value& value, int& entry, int& channel) {
     Fail(value, "\"" + text + "\" is no address: entry and channel are wanted, such as \"0.5\"");
     return false;
   }
-  if (SlotOfEntry(Setup.Image, entry) >= 0) return true;
+  if (SlotOfEntry(setup_.image, entry) >= 0) return true;
   Fail(value, "no entry " + std::to_string(entry) + ": this rack has the entries 0 to " +
-                  std::to_string(Setup.Image.EntryCount - 1));
+                  std::to_string(setup_.image.entryCount - 1));
   return false;
 }
 
@@ -276,24 +276,24 @@ void Reader::ReadNames(const Value& names, bool output) {
       Fail(value, "a name has 1 to " + std::to_string(kSignalNameSize - 1) + " characters");
       continue;
     }
-    if (FindSignal(Setup.Image, word.c_str()) != nullptr) {
+    if (FindSignal(setup_.image, word.c_str()) != nullptr) {
       Fail(value, "the name \"" + word + "\" is given twice");
       continue;
     }
     if (!Signal(value, output, signal)) continue;
-    if (NameOf(Setup.Image, output, signal.Entry, signal.Channel) != nullptr) {
+    if (NameOf(setup_.image, output, signal.entry, signal.channel) != nullptr) {
       Fail(value, "this channel has the name \"" +
-                      std::string(NameOf(Setup.Image, output, signal.Entry, signal.Channel)->Name) +
+                      std::string(NameOf(setup_.image, output, signal.entry, signal.channel)->name) +
                       "\" already");
       continue;
     }
-    if (Signals >= kMaxSignals) {
+    if (signals_ >= kMaxSignals) {
       Fail(value, "more than " + std::to_string(kMaxSignals) + " names");
       return;
     }
-    SignalName& row = Setup.Image.Signals[Signals++];
-    row = {static_cast<std::uint8_t>(output ? 1 : 0), signal.Entry, signal.Channel, 0, {}};
-    std::memcpy(row.Name, word.data(), word.size());
+    SignalName& row = setup_.image.signals[signals_++];
+    row = {static_cast<std::uint8_t>(output ? 1 : 0), signal.entry, signal.channel, 0, {}};
+    std::memcpy(row.name, word.data(), word.size());
   }
 }
 
@@ -302,22 +302,22 @@ bool Reader::Signal(const Value& value, bool output, SignalRef& signal) {
   std::string text;
   if (!Text(value, text)) return false;
   const char* sort = output ? "output" : "input";
-  const SignalName* named = FindSignal(Setup.Image, text.c_str());
+  const SignalName* named = FindSignal(setup_.image, text.c_str());
   int entry = 0;
   int channel = 0;
   if (named != nullptr) {
-    if ((named->Output != 0) != output) {
+    if ((named->output != 0) != output) {
       Fail(value, "\"" + text + "\" is no " + sort);
       return false;
     }
-    entry = named->Entry;
-    channel = named->Channel;
+    entry = named->entry;
+    channel = named->channel;
   } else {
     if (text.find('.') == std::string::npos) {
       std::vector<std::string> names;
-      for (const SignalName& row : Setup.Image.Signals) {
-        if (row.Name[0] == '\0') break;
-        if ((row.Output != 0) == output) names.emplace_back(row.Name);
+      for (const SignalName& row : setup_.image.signals) {
+        if (row.name[0] == '\0') break;
+        if ((row.output != 0) == output) names.emplace_back(row.name);
       }
       const std::string near = Nearest(text, names);
       Fail(value, "no " + std::string(sort) + " is called \"" + text + "\"" +
@@ -326,12 +326,12 @@ bool Reader::Signal(const Value& value, bool output, SignalRef& signal) {
     }
     if (!Address(value, entry, channel)) return false;
   }
-  const CardState& card = Setup.Cards[SlotOfEntry(Setup.Image, entry)];
+  const CardState& card = setup_.cards[SlotOfEntry(setup_.image, entry)];
   const int count = output ? OutputCount(card) : InputCount(card);
   if (channel >= count) {
     const std::string has = count == 0 ? "no " + std::string(sort) + "s"
                                        : std::string(sort) + "s 0 to " + std::to_string(count - 1);
-    Fail(value, "the " + std::string(KindName(card.Kind)) + " card in entry " + std::to_string(entry) +
+    Fail(value, "the " + std::string(KindName(card.kind)) + " card in entry " + std::to_string(entry) +
                     " has " + has);
     return false;
   }
@@ -344,11 +344,11 @@ bool Reader::Mover(const Value& value, bool motor, std::uint8_t& entry, std::uin
   int row = 0;
   int number = 0;
   if (!Address(value, row, number)) return false;
-  const CardState& card = Setup.Cards[SlotOfEntry(Setup.Image, row)];
+  const CardState& card = setup_.cards[SlotOfEntry(setup_.image, row)];
   const int count = motor ? MotorCount(card) : CylinderCount(card);
   if (number >= count) {
     const std::string sort = motor ? "motors" : "cylinders";
-    Fail(value, "the " + std::string(KindName(card.Kind)) + " card in entry " + std::to_string(row) +
+    Fail(value, "the " + std::string(KindName(card.kind)) + " card in entry " + std::to_string(row) +
                     " has " + (count == 0 ? "no " + sort : sort + " 0 to " + std::to_string(count - 1)));
     return false;
   }
@@ -362,31 +362,31 @@ bool Reader::When(const Value& owner, PlantLink& link) {
   bool right = true;
   if (const Value* input = Get(owner, "when_input")) {
     ++given;
-    right = Signal(*input, false, link.Source);
+    right = Signal(*input, false, link.source);
   }
   if (const Value* output = Get(owner, "when_output")) {
     ++given;
-    right = Signal(*output, true, link.Source);
+    right = Signal(*output, true, link.source);
   }
   if (const Value* motor = Get(owner, "when_motor")) {
     ++given;
-    link.When = Condition::MotorWithin;
-    link.From = Number(owner, "from", -kMaxSteps, kMaxSteps, -kMaxSteps);
-    link.To = Number(owner, "to", -kMaxSteps, kMaxSteps, kMaxSteps);
-    right = Mover(*motor, true, link.Entry, link.Channel);
+    link.when = Condition::MotorWithin;
+    link.from = Number(owner, "from", -kMaxSteps, kMaxSteps, -kMaxSteps);
+    link.to = Number(owner, "to", -kMaxSteps, kMaxSteps, kMaxSteps);
+    right = Mover(*motor, true, link.entry, link.channel);
   }
   if (const Value* cylinder = Get(owner, "when_cylinder")) {
     ++given;
-    link.When = Condition::CylinderStands;
-    link.From = Number(owner, "at", 0, 15, 0);
-    right = Mover(*cylinder, false, link.Entry, link.Channel);
+    link.when = Condition::CylinderStands;
+    link.from = Number(owner, "at", 0, 15, 0);
+    right = Mover(*cylinder, false, link.entry, link.channel);
   }
   if (const Value* alarm = Get(owner, "when_alarm")) {
     ++given;
-    link.When = Condition::CylinderAlarm;
-    right = Mover(*alarm, false, link.Entry, link.Channel);
+    link.when = Condition::CylinderAlarm;
+    right = Mover(*alarm, false, link.entry, link.channel);
   }
-  link.Inverted = Flag(owner, "inverted") ? 1 : 0;
+  link.inverted = Flag(owner, "inverted") ? 1 : 0;
   if (given == 1) return right;
   Fail(owner,
        "exactly one of when_input, when_output, when_motor, when_cylinder and when_alarm is wanted here");
@@ -394,13 +394,13 @@ bool Reader::When(const Value& owner, PlantLink& link) {
 }
 
 void Reader::AddLink(const Value& owner, const PlantLink& link, const std::string& name) {
-  if (Setup.Plant.LinkCount >= kMaxLinks) {
+  if (setup_.plant.linkCount >= kMaxLinks) {
     Fail(owner, "more than " + std::to_string(kMaxLinks) + " things hang on the cards");
     return;
   }
-  char(&label)[kSignalNameSize] = Setup.Image.LinkNames[Setup.Plant.LinkCount];
+  char(&label)[kSignalNameSize] = setup_.image.linkNames[setup_.plant.linkCount];
   std::memcpy(label, name.data(), std::min(name.size(), sizeof label - 1));
-  Setup.Plant.Links[Setup.Plant.LinkCount++] = link;
+  setup_.plant.links[setup_.plant.linkCount++] = link;
 }
 
 template <class Function>
@@ -425,10 +425,10 @@ void Reader::AxisSwitch(const Value& axis, const char* input, std::int64_t from,
   const Value* motor = Get(axis, "motor");
   if (name == nullptr || motor == nullptr) return;
   PlantLink link{};
-  link.When = Condition::MotorWithin;
-  link.From = from;
-  link.To = to;
-  if (!Mover(*motor, true, link.Entry, link.Channel) || !Signal(*name, false, link.Target)) return;
+  link.when = Condition::MotorWithin;
+  link.from = from;
+  link.to = to;
+  if (!Mover(*motor, true, link.entry, link.channel) || !Signal(*name, false, link.target)) return;
   AddLink(axis, link, "");
 }
 
@@ -447,10 +447,10 @@ void Reader::ReadAxis(const Value& axis) {
 void Reader::ReadCylinder(const Value& cylinder) {
   const Value* which = Need(cylinder, "cylinder");
   PlantLink link{};
-  if (which == nullptr || !Mover(*which, false, link.Entry, link.Channel)) return;
+  if (which == nullptr || !Mover(*which, false, link.entry, link.channel)) return;
   const Value* alarm = Get(cylinder, "alarm");
-  link.When = Condition::CylinderAlarm;
-  if (alarm != nullptr && Signal(*alarm, false, link.Target)) AddLink(cylinder, link, "");
+  link.when = Condition::CylinderAlarm;
+  if (alarm != nullptr && Signal(*alarm, false, link.target)) AddLink(cylinder, link, "");
 
   const Value* switches = Get(cylinder, "switches");
   if (switches == nullptr) return;
@@ -458,17 +458,17 @@ void Reader::ReadCylinder(const Value& cylinder) {
     Fail(*switches, "\"switches\" is a table such as { 0 = \"arm_back\", 5 = \"arm_out\" }");
     return;
   }
-  link.When = Condition::CylinderStands;
+  link.when = Condition::CylinderStands;
   const std::map<std::string, Value> ordered(switches->as_table().begin(), switches->as_table().end());
   for (const auto& [word, input] : ordered) {
     const bool digits =
         !word.empty() && word.size() <= 2 && word.find_first_not_of("0123456789") == std::string::npos;
-    link.From = digits ? std::stoi(word) : -1;
-    if (link.From < 0 || link.From > 15) {
+    link.from = digits ? std::stoi(word) : -1;
+    if (link.from < 0 || link.from > 15) {
       Fail(input, "no position \"" + word + "\": a cylinder has the positions 0 to 15");
       continue;
     }
-    if (Signal(input, false, link.Target)) AddLink(cylinder, link, "");
+    if (Signal(input, false, link.target)) AddLink(cylinder, link, "");
   }
 }
 
@@ -477,30 +477,30 @@ void Reader::ReadValve(const Value& valve) {
   const Value* sensor = Need(valve, "sensor");
   PlantLink link{};
   if (output == nullptr || sensor == nullptr) return;
-  if (!Signal(*output, true, link.Source) || !Signal(*sensor, false, link.Target)) return;
-  link.OnDelay = Time(valve, "on_delay", 0);
-  link.OffDelay = Time(valve, "off_delay", 0);
+  if (!Signal(*output, true, link.source) || !Signal(*sensor, false, link.target)) return;
+  link.onDelay = Time(valve, "on_delay", 0);
+  link.offDelay = Time(valve, "off_delay", 0);
   AddLink(valve, link, "");
 }
 
 void Reader::ReadArrival(const Value& arrival) {
   const Value* input = Need(arrival, "input");
   PlantLink link{};
-  link.Then = Effect::Arrive;
-  if (input == nullptr || !Signal(*input, false, link.Target) || !When(arrival, link)) return;
-  link.OnDelay = Time(arrival, "delay", 0);
-  link.OffDelay = Time(arrival, "leaves_after", 0);
-  link.StartsOn = Flag(arrival, "there_at_start") ? 1 : 0;
+  link.then = Effect::Arrive;
+  if (input == nullptr || !Signal(*input, false, link.target) || !When(arrival, link)) return;
+  link.onDelay = Time(arrival, "delay", 0);
+  link.offDelay = Time(arrival, "leaves_after", 0);
+  link.startsOn = Flag(arrival, "there_at_start") ? 1 : 0;
   const Value* removal = Get(arrival, "removed_by");
-  if (removal != nullptr && !Signal(*removal, true, link.Removal)) return;
+  if (removal != nullptr && !Signal(*removal, true, link.removal)) return;
   AddLink(arrival, link, "");
 }
 
 void Reader::ReadStop(const Value& stop) {
   const Value* motor = Need(stop, "motor");
   PlantLink link{};
-  link.Then = Effect::Stop;
-  if (motor == nullptr || !Mover(*motor, true, link.StopEntry, link.StopChannel) || !When(stop, link)) return;
+  link.then = Effect::Stop;
+  if (motor == nullptr || !Mover(*motor, true, link.stopEntry, link.stopChannel) || !When(stop, link)) return;
   AddLink(stop, link, "");
 }
 
@@ -508,9 +508,9 @@ void Reader::ReadCounter(const Value& counter) {
   const Value* name = Need(counter, "name");
   std::string text;
   PlantLink link{};
-  link.Then = Effect::Count;
+  link.then = Effect::Count;
   if (name == nullptr || !Text(*name, text) || !When(counter, link)) return;
-  link.Goal = static_cast<std::uint32_t>(Number(counter, "goal", 0, INT32_MAX, 0));
+  link.goal = static_cast<std::uint32_t>(Number(counter, "goal", 0, INT32_MAX, 0));
   if (text.empty() || text.size() >= kSignalNameSize) {
     Fail(*name, "a name has 1 to " + std::to_string(kSignalNameSize - 1) + " characters");
     return;
@@ -534,7 +534,7 @@ void Reader::ReadAll(const Value& root) {
   const Value* rack = table("rack");
   if (rack != nullptr) ReadRack(*rack);
   if (const Value* slots = table("slots")) ReadSlots(*slots);
-  AssignEntries(Setup);
+  AssignEntries(setup_);
   if (const Value* inputs = table("inputs")) ReadNames(*inputs, false);
   if (const Value* outputs = table("outputs")) ReadNames(*outputs, true);
   Each(root, "axis", {"axis"}, &Reader::ReadAxis);
@@ -552,8 +552,8 @@ void Reader::ReadAll(const Value& root) {
   for (const Value& input : on->as_array()) {
     SignalRef signal{};
     if (!Signal(input, false, signal)) continue;
-    std::uint16_t& bits = Setup.InputsOn[signal.Entry];
-    bits = static_cast<std::uint16_t>(bits | 1U << signal.Channel);
+    std::uint16_t& bits = setup_.inputsOn[signal.entry];
+    bits = static_cast<std::uint16_t>(bits | 1U << signal.channel);
   }
 }
 

@@ -11,9 +11,9 @@ namespace rack {
 // A word of the rack file, for messages and displays. Table "" is the top of the file; [[x]] tables go by
 // their name.
 struct RackWord {
-  const char* Table;
-  const char* Word;
-  const char* Meaning;
+  const char* table;
+  const char* word;
+  const char* meaning;
 };
 const std::vector<RackWord>& RackWords();
 

@@ -49,11 +49,11 @@ bool IsAccess(JournalKind kind) {
 }
 
 void History::See(const JournalRecord& record) {
-  if (IsAccess(record.Kind) && record.Slot < kSlots && IsTask(record.Task)) {
-    uses_[record.Slot][record.Task] = true;
+  if (IsAccess(record.kind) && record.slot < kSlots && IsTask(record.task)) {
+    uses_[record.slot][record.task] = true;
   }
-  if (IsTold(record.Kind))
-    Add({record.Time, record.Task, EventText(machine_, record), false, 1, record.Time});
+  if (IsTold(record.kind))
+    Add({record.time, record.task, EventText(machine_, record), false, 1, record.time});
 }
 
 // A task that waits prints the same few lines again and again: each is told once.

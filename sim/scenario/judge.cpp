@@ -15,9 +15,9 @@ Judge::Judge(const Scenario& scenario, const Snapshot& machine, const FileNames&
 }
 
 void Judge::See(const JournalRecord& record) {
-  if (!IsAccess(record.Kind)) Reach(record.Time);
+  if (!IsAccess(record.kind)) Reach(record.time);
   history_.See(record);
-  if (IsAccess(record.Kind)) return;
+  if (IsAccess(record.kind)) return;
   for (Watcher& watcher : watchers_) watcher.See(record);
   Update();
 }

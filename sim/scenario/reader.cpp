@@ -267,7 +267,7 @@ bool Reader::ReadMachine(const Value& root) {
   scenario_.setup = setup;
   const auto state = std::make_unique<RackState>();
   PowerOn(*state, *setup, 0);
-  machine_ = SnapshotOf(state->Image, state->Live);
+  machine_ = SnapshotOf(state->image, state->live);
   return true;
 }
 
@@ -353,9 +353,9 @@ void Reader::ReadKey(const Value& table, Event& event) {
   }
   event.kind = ActionKind::Key;
   event.text = std::string("key ") + key->name;
-  event.request.Kind = key->function ? RequestKind::PressFunctionKeys : RequestKind::PressKey;
-  event.request.Value = key->code;
-  event.request.Duration = Time(table, "hold", kUsualHold);
+  event.request.kind = key->function ? RequestKind::PressFunctionKeys : RequestKind::PressKey;
+  event.request.value = key->code;
+  event.request.duration = Time(table, "hold", kUsualHold);
 }
 
 void Reader::ReadInput(const Value& table, Event& event) {
@@ -374,10 +374,10 @@ void Reader::ReadInput(const Value& table, Event& event) {
   }
   event.kind = ActionKind::Request;
   event.text = "input " + text;
-  event.request.Kind = level == "release" ? RequestKind::ReleaseInput : RequestKind::SetInput;
-  event.request.Slot = static_cast<std::uint8_t>(machine_.cards[static_cast<std::size_t>(input.entry)].slot);
-  event.request.Channel = static_cast<std::uint8_t>(input.channel);
-  event.request.Value = level == "on" ? 1 : 0;
+  event.request.kind = level == "release" ? RequestKind::ReleaseInput : RequestKind::SetInput;
+  event.request.slot = static_cast<std::uint8_t>(machine_.cards[static_cast<std::size_t>(input.entry)].slot);
+  event.request.channel = static_cast<std::uint8_t>(input.channel);
+  event.request.value = level == "on" ? 1 : 0;
 }
 
 void Reader::ReadFault(const Value& table, const char* word, Event& event) {
@@ -387,7 +387,7 @@ void Reader::ReadFault(const Value& table, const char* word, Event& event) {
   event.text = std::string(word) + " " + text;
   const bool clear = std::strcmp(word, "clear") == 0;
   if (clear && text == "all") {
-    event.request.Kind = RequestKind::EndAllFaults;
+    event.request.kind = RequestKind::EndAllFaults;
     return;
   }
   std::vector<std::string> words;
@@ -398,7 +398,7 @@ void Reader::ReadFault(const Value& table, const char* word, Event& event) {
       ChooseFault(machine_, words, clear ? RequestKind::EndFault : RequestKind::BeginFault);
   if (!choice.error.empty()) Fail(*Get(table, word), choice.error);
   event.request = choice.request;
-  event.request.Duration = Time(table, "for", 0);
+  event.request.duration = Time(table, "for", 0);
 }
 
 void Reader::ReadProgram(const Value& table, Event& event) {

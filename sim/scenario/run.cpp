@@ -120,7 +120,7 @@ class ControllerThread {
   void Finish() {
     finishing_ = true;
     // The process is this thread's child until it has been waited for: its number is not another's.
-    if (!Ended() && state_.Live.Controller.Process > 0) kill(state_.Live.Controller.Process, SIGKILL);
+    if (!Ended() && state_.live.controller.process > 0) kill(state_.live.controller.process, SIGKILL);
     if (thread_.joinable()) thread_.join();
   }
   // REQUIRES: Ended, or after Finish.
@@ -132,7 +132,7 @@ class ControllerThread {
   void Run() {
     bool again = true;
     while (again) {
-      const std::uint32_t restarts = state_.Live.Controller.Restarts;
+      const std::uint32_t restarts = state_.live.controller.restarts;
       const AttachWatch attach(state_);
       StandstillWatch standstill(state_);
       const RunEnd end = RunController(launch_, [&]() -> std::string {
@@ -146,7 +146,7 @@ class ControllerThread {
       if (!finishing_ && stopSignal_ == 0 && error_.empty() && !attach.Attached()) {
         error_ = why_ + " before it came to the rack";
       }
-      again = !finishing_ && end.status == kRestartStatus && state_.Live.Controller.Restarts != restarts;
+      again = !finishing_ && end.status == kRestartStatus && state_.live.controller.restarts != restarts;
     }
     ended_.store(true, std::memory_order_release);
   }
@@ -176,8 +176,8 @@ class Run {
 
  private:
   Snapshot Look() {
-    CopyLive(State().Live, *live_);
-    return SnapshotOf(State().Image, *live_);
+    CopyLive(State().live, *live_);
+    return SnapshotOf(State().image, *live_);
   }
   RackState& State() const { return *file_.State(); }
   bool Advance(Nanos time);
@@ -214,9 +214,9 @@ std::string Run::Prepare(const RunPlaces& places) {
   error = PrepareRun(machine_, places.library);
   if (!error.empty()) return error;
   RackSetup setup = *scenario_.setup;
-  setup.Time.Mode = TimeMode::Virtual;
-  setup.Time.Seed = scenario_.seed;
-  setup.Time.StartStopped = 1;
+  setup.time.mode = TimeMode::Virtual;
+  setup.time.seed = scenario_.seed;
+  setup.time.startStopped = 1;
   if (!file_.Create(StatePath(machine_), setup, error)) return error;
 
   launch_ = MakeLaunch(machine_, places.controller, scenario_.tasks);
@@ -227,9 +227,9 @@ std::string Run::Prepare(const RunPlaces& places) {
   const Snapshot start = Look();
   waveform_ = std::make_unique<Waveform>(recording_, start);
   waveform_->Begin({}, 0);
-  journal_ = std::make_unique<JournalReader>(State().Journal, JournalReader::Start::Oldest);
+  journal_ = std::make_unique<JournalReader>(State().journal, JournalReader::Start::Oldest);
   judge_ = std::make_unique<Judge>(scenario_, start, [this](std::uint32_t number) -> std::string {
-    return number == 0 || number > kMaxProgramFiles ? "" : State().Live.ProgramFiles[number - 1];
+    return number == 0 || number > kMaxProgramFiles ? "" : State().live.programFiles[number - 1];
   });
   done_.resize(scenario_.events.size());
   return "";
@@ -237,7 +237,7 @@ std::string Run::Prepare(const RunPlaces& places) {
 
 // Waits until the machine stands after a command. False: the controller has ended.
 bool Run::AwaitStand(std::uint32_t number) const {
-  while (!Stands(State().Time, number)) {
+  while (!Stands(State().time, number)) {
     if (controller_->Ended()) return false;
     usleep(kLookMicros);
   }
@@ -247,14 +247,14 @@ bool Run::AwaitStand(std::uint32_t number) const {
 // Lets the machine run up to a time.
 bool Run::Advance(Nanos time) {
   TimeCommand command{};
-  command.HoldAt = time;
-  command.HoldTask = kAnyTask;
-  return AwaitStand(Order(State().Time, command));
+  command.holdAt = time;
+  command.holdTask = kAnyTask;
+  return AwaitStand(Order(State().time, command));
 }
 
 // The next time at which something is to be done, or to be looked at.
 Nanos Run::NextStop(Nanos now) const {
-  const Nanos accesses = std::max<Nanos>(State().Time.Setup.AccessNanos, 1) * kStrideAccesses;
+  const Nanos accesses = std::max<Nanos>(State().time.setup.accessNanos, 1) * kStrideAccesses;
   Nanos next = std::min(now + std::min(kStride, accesses), scenario_.limit);
   for (std::size_t i = 0; i < scenario_.events.size(); ++i) {
     if (done_[i]) continue;
@@ -266,11 +266,11 @@ Nanos Run::NextStop(Nanos now) const {
 
 std::string Run::Send(const Request& request) {
   std::uint32_t number = 0;
-  if (!rack::Send(State().Requests, request, number)) return "too many requests wait";
+  if (!rack::Send(State().requests, request, number)) return "too many requests wait";
   RequestResult result = RequestResult::Pending;
   while (result == RequestResult::Pending && !controller_->Ended()) {
     usleep(kLookMicros);
-    result = ResultOf(State().Requests, number);
+    result = ResultOf(State().requests, number);
   }
   return result == RequestResult::Done ? "" : "the rack refuses it";
 }
@@ -281,7 +281,7 @@ std::string Run::Do(const Event& event) {
     case ActionKind::Request:
       return Send(event.request);
     case ActionKind::Datagram:
-      return Post(State().Time, event.content) ? "" : "too many datagrams wait";
+      return Post(State().time, event.content) ? "" : "too many datagrams wait";
     case ActionKind::Program:
       break;
     case ActionKind::Restart:
@@ -309,7 +309,7 @@ void Run::DoDueEvents(Nanos now) {
 
 // The bytes that were written at this record's time; lines are judged when they are complete.
 void Run::ReadConsole(const JournalRecord& record) {
-  std::string bytes(static_cast<std::size_t>(std::max(record.Value, 0)), '\0');
+  std::string bytes(static_cast<std::size_t>(std::max(record.value, 0)), '\0');
   console_.clear();
   console_.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
   rest_.append(bytes, 0, static_cast<std::size_t>(console_.gcount()));
@@ -319,7 +319,7 @@ void Run::ReadConsole(const JournalRecord& record) {
     rest_.erase(0, end + 1);
     const int who = TakeSpeaker(line);
     line.erase(line.find_last_not_of(' ') + 1);
-    if (!line.empty()) judge_->SeeLine(record.Time, who, line);
+    if (!line.empty()) judge_->SeeLine(record.time, who, line);
   }
 }
 
@@ -328,7 +328,7 @@ void Run::ReadJournal() {
   while (journal_->Next(record, lost_) == JournalReader::Result::Record) {
     waveform_->See(record);
     judge_->See(record);
-    if (record.Kind == JournalKind::ConsoleText) ReadConsole(record);
+    if (record.kind == JournalKind::ConsoleText) ReadConsole(record);
   }
 }
 
@@ -344,7 +344,7 @@ void Run::Drive(RunReport& report) {
     const Nanos next = std::min(NextStop(now), end);
     runs = Advance(next);
     ReadJournal();
-    now = runs ? next : State().Live.Now;
+    now = runs ? next : State().live.now;
     judge_->Reach(now);
     if (lost_ != 0) error_ = "the journal was too short: " + std::to_string(lost_) + " records lost";
     if (runs) DoDueEvents(now);

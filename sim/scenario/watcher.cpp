@@ -80,36 +80,36 @@ void Watcher::Take(Nanos time, std::int64_t value) {
 
 void Watcher::SeeMotor(const JournalRecord& record) {
   const bool held = Holds();
-  switch (record.Kind) {
+  switch (record.kind) {
     case JournalKind::MotorMove:
-      moving_ = record.Value != 0;
-      since_ = record.Time;
+      moving_ = record.value != 0;
+      since_ = record.time;
       break;
     case JournalKind::MotorPosition:
-      if (happening_.kind == HappeningKind::MotorAt) value_ = record.Value;
+      if (happening_.kind == HappeningKind::MotorAt) value_ = record.value;
       break;
     case JournalKind::MotorCount:
-      if (happening_.kind == HappeningKind::MotorCount) value_ = record.Value;
+      if (happening_.kind == HappeningKind::MotorCount) value_ = record.value;
       break;
     case JournalKind::MotorPulses:
       if (happening_.kind != HappeningKind::MotorPulses) break;
-      value_ = record.Value;
+      value_ = record.value;
       known_ = true;
-      if (InRange(value_)) Happened(record.Time);
+      if (InRange(value_)) Happened(record.time);
       return;
     default:
       return;
   }
-  if (!held && Holds()) Happened(record.Time);
+  if (!held && Holds()) Happened(record.time);
 }
 
 void Watcher::See(const JournalRecord& record) {
   switch (happening_.kind) {
     case HappeningKind::Level: {
-      const bool input = record.Kind == JournalKind::InputEdge;
-      const bool output = record.Kind == JournalKind::OutputChange || record.Kind == JournalKind::RelayChange;
+      const bool input = record.kind == JournalKind::InputEdge;
+      const bool output = record.kind == JournalKind::OutputChange || record.kind == JournalKind::RelayChange;
       const bool wanted = happening_.signal == SignalKind::Input ? input : output;
-      if (wanted && Mine(record)) Take(record.Time, record.Value);
+      if (wanted && Mine(record)) Take(record.time, record.value);
       break;
     }
     case HappeningKind::MotorMoves:
@@ -121,31 +121,31 @@ void Watcher::See(const JournalRecord& record) {
       break;
     case HappeningKind::CylinderAt:
     case HappeningKind::CylinderAlarm: {
-      if (record.Kind != JournalKind::CylinderState || !Mine(record)) break;
+      if (record.kind != JournalKind::CylinderState || !Mine(record)) break;
       const bool before = Holds();
-      standing_ = (record.Value & kInPositionBit) != 0;
-      alarm_ = (record.Value & kAlarmBit) != 0;
-      value_ = happening_.kind == HappeningKind::CylinderAlarm ? alarm_ : record.Value >> 8 & 0xFF;
-      since_ = record.Time;
-      if (!before && Holds()) Happened(record.Time);
+      standing_ = (record.value & kInPositionBit) != 0;
+      alarm_ = (record.value & kAlarmBit) != 0;
+      value_ = happening_.kind == HappeningKind::CylinderAlarm ? alarm_ : record.value >> 8 & 0xFF;
+      since_ = record.time;
+      if (!before && Holds()) Happened(record.time);
       break;
     }
     case HappeningKind::Counter:
-      if (record.Kind == JournalKind::CounterValue && record.Port == happening_.channel) {
-        Take(record.Time, record.Value);
+      if (record.kind == JournalKind::CounterValue && record.port == happening_.channel) {
+        Take(record.time, record.value);
       }
       break;
     case HappeningKind::KeyTaken:
-      if (record.Kind == JournalKind::KeyTaken && InRange(record.Value)) Happened(record.Time);
+      if (record.kind == JournalKind::KeyTaken && InRange(record.value)) Happened(record.time);
       break;
     case HappeningKind::Line:
-      if (record.Kind == JournalKind::ProgramLine && InRange(record.Line) && record.Task == happening_.who &&
-          files_(record.File) == happening_.words) {
-        Happened(record.Time);
+      if (record.kind == JournalKind::ProgramLine && InRange(record.line) && record.task == happening_.who &&
+          files_(record.file) == happening_.words) {
+        Happened(record.time);
       }
       break;
     case HappeningKind::Restart:
-      if (record.Kind == JournalKind::Restart) Happened(record.Time);
+      if (record.kind == JournalKind::Restart) Happened(record.time);
       break;
     default:
       break;

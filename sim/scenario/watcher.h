@@ -35,7 +35,7 @@ class Watcher {
   void Happened(Nanos time);
   bool InRange(std::int64_t value) const { return value >= happening_.low && value <= happening_.high; }
   bool Mine(const JournalRecord& record) const {
-    return record.Slot == happening_.slot && record.Port == happening_.channel;
+    return record.slot == happening_.slot && record.port == happening_.channel;
   }
   void SeeMotor(const JournalRecord& record);
 

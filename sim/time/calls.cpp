@@ -45,29 +45,29 @@ class TurnsOfThread {
 };
 
 struct Begin {
-  Entry* Body;
-  void* Argument;
-  Thread* Turns;
+  Entry* body;
+  void* argument;
+  Thread* turns;
 };
 
 struct Joinable {
-  pthread_t Handle;
-  Thread* Turns;  // null: row not used
-  unsigned Number;
+  pthread_t handle;
+  Thread* turns;  // null: row not used
+  unsigned number;
 };
 Joinable Joinables[64];  // touched in turn only
 
 void* RunThread(void* argument) {
   const Begin begin = *static_cast<Begin*>(argument);
   delete static_cast<Begin*>(argument);
-  const TurnsOfThread turns(begin.Turns);
-  void* result = begin.Body(begin.Argument);
+  const TurnsOfThread turns(begin.turns);
+  void* result = begin.body(begin.argument);
   return result;
 }
 
 void Remember(pthread_t handle, Thread* turns) {
   for (Joinable& row : Joinables) {
-    if (row.Turns != nullptr && row.Turns != turns && row.Handle != handle) continue;
+    if (row.turns != nullptr && row.turns != turns && row.handle != handle) continue;
     row = {handle, turns, NumberOf(turns)};
     return;
   }
@@ -76,10 +76,10 @@ void Remember(pthread_t handle, Thread* turns) {
 void AwaitEnd(pthread_t handle) {
   SpendCall();
   for (Joinable& row : Joinables) {
-    if (row.Turns == nullptr || row.Handle != handle) continue;
+    if (row.turns == nullptr || row.handle != handle) continue;
     const Joinable joined = row;
-    row.Turns = nullptr;
-    WaitForEnd(joined.Turns, joined.Number);
+    row.turns = nullptr;
+    WaitForEnd(joined.turns, joined.number);
     return;
   }
 }
@@ -194,12 +194,12 @@ int Bind(int descriptor, const sockaddr* address, socklen_t length) {
 ssize_t TakeMail(void* buffer, std::size_t size, sockaddr* sender, socklen_t* length) {
   while (NextMail() == nullptr) WaitForMail();
   const MailItem& item = *NextMail();
-  const std::size_t count = std::min<std::size_t>(size, item.Length);
-  std::memcpy(buffer, item.Data, count);
+  const std::size_t count = std::min<std::size_t>(size, item.length);
+  std::memcpy(buffer, item.data, count);
   sockaddr_in from = {};
   from.sin_family = AF_INET;
-  from.sin_port = htons(item.Port);
-  from.sin_addr.s_addr = htonl(item.Address);
+  from.sin_port = htons(item.port);
+  from.sin_addr.s_addr = htonl(item.address);
   if (sender != nullptr && length != nullptr) {
     std::memcpy(sender, &from, std::min<std::size_t>(*length, sizeof from));
     *length = sizeof from;

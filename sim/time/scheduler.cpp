@@ -18,15 +18,15 @@ namespace rack {
 enum class ThreadState : std::uint8_t { None, Ready, Waiting };
 
 struct Thread {
-  ThreadState State;
-  bool TimeOver;  // why it was woken
-  unsigned Number;
-  const void* Object;     // what it waits for, null: only for the time
-  const void* Kept;       // object that is kept for it
-  Nanos Wake;             // Waiting: when it is woken at the latest
-  std::uint64_t Order;    // when it came to its queue
-  std::atomic<int> Turn;  // 1: it may run
-  std::uint32_t RealNumber;
+  ThreadState state;
+  bool timeOver;  // why it was woken
+  unsigned number;
+  const void* object;     // what it waits for, null: only for the time
+  const void* kept;       // object that is kept for it
+  Nanos wake;             // Waiting: when it is woken at the latest
+  std::uint64_t order;    // when it came to its queue
+  std::atomic<int> turn;  // 1: it may run
+  std::uint32_t realNumber;
 };
 
 namespace {
@@ -43,23 +43,23 @@ constexpr long kStandingPause = 500'000;  // ns of real time between two looks f
 constexpr char kMailObject = 0;
 
 struct Scheduler {
-  bool Engaged;
-  TimeControl* Control;
-  void (*Serve)();
-  Nanos Now;
-  Nanos Busy;
-  Nanos Slice;     // left of the running thread's
-  Nanos NextStop;  // time at which the run ends or stands
-  Nanos AccessCost;
-  std::uint32_t Seed;
-  std::uint32_t Random;
-  std::uint64_t Counter;  // last Order given
-  unsigned Created;
-  int Used;  // threads in use are among the first so many
-  int Keeping;
-  int Waiters;  // threads that wait for an object
-  TimeCommand Command;
-  Thread Threads[kMaxThreads];
+  bool engaged;
+  TimeControl* control;
+  void (*serve)();
+  Nanos now;
+  Nanos busy;
+  Nanos slice;     // left of the running thread's
+  Nanos nextStop;  // time at which the run ends or stands
+  Nanos accessCost;
+  std::uint32_t seed;
+  std::uint32_t random;
+  std::uint64_t counter;  // last `order` given
+  unsigned created;
+  int used;  // threads in use are among the first so many
+  int keeping;
+  int waiters;  // threads that wait for an object
+  TimeCommand command;
+  Thread threads[kMaxThreads];
 };
 
 Scheduler S;  // all zero before any constructor runs
@@ -84,58 +84,58 @@ void RealPause() {
 
 // The seed's numbers (xorshift).
 std::uint32_t Draw(std::uint32_t below) {
-  S.Random ^= S.Random << 13;
-  S.Random ^= S.Random >> 17;
-  S.Random ^= S.Random << 5;
-  return S.Random % below;
+  S.random ^= S.random << 13;
+  S.random ^= S.random >> 17;
+  S.random ^= S.random << 5;
+  return S.random % below;
 }
 
 Nanos NewSlice() {
-  if (S.Seed == 0) return kSlice;
+  if (S.seed == 0) return kSlice;
   return 1 + static_cast<Nanos>(Draw(static_cast<std::uint32_t>(kSeededSlice)));
 }
 
 void TakeCommand() {
-  TimeControl& control = *S.Control;
-  const std::uint32_t number = control.Ordered.load(std::memory_order_acquire);
-  S.Command = control.Command;
-  S.NextStop = kForEver;
-  if (S.Command.HoldAt != 0) S.NextStop = S.Command.HoldAt;
-  if (control.Setup.EndAt != 0) S.NextStop = std::min(S.NextStop, control.Setup.EndAt);
-  control.Standing.store(0, std::memory_order_release);
-  control.Answered.store(number, std::memory_order_release);
+  TimeControl& control = *S.control;
+  const std::uint32_t number = control.ordered.load(std::memory_order_acquire);
+  S.command = control.command;
+  S.nextStop = kForEver;
+  if (S.command.holdAt != 0) S.nextStop = S.command.holdAt;
+  if (control.setup.endAt != 0) S.nextStop = std::min(S.nextStop, control.setup.endAt);
+  control.standing.store(0, std::memory_order_release);
+  control.answered.store(number, std::memory_order_release);
 }
 
 bool IsOrdered() {
-  return S.Control->Ordered.load(std::memory_order_acquire) !=
-         S.Control->Answered.load(std::memory_order_relaxed);
+  return S.control->ordered.load(std::memory_order_acquire) !=
+         S.control->answered.load(std::memory_order_relaxed);
 }
 
 // Time stands until the next command.
 void Stand(std::uint8_t task, std::uint32_t file, std::uint32_t line) {
-  TimeControl& control = *S.Control;
-  control.StandsTask = task;
-  control.StandsFile = file;
-  control.StandsLine = line;
-  if (S.Serve != nullptr) S.Serve();
-  control.Standing.store(1, std::memory_order_release);
+  TimeControl& control = *S.control;
+  control.standsTask = task;
+  control.standsFile = file;
+  control.standsLine = line;
+  if (S.serve != nullptr) S.serve();
+  control.standing.store(1, std::memory_order_release);
   while (!IsOrdered()) {
     const timespec limit = {0, kStandingPause};
-    SystemCall(SYS_futex, &control.Ordered, FUTEX_WAIT, control.Answered.load(), &limit, nullptr, 0);
-    if (S.Serve != nullptr) S.Serve();
+    SystemCall(SYS_futex, &control.ordered, FUTEX_WAIT, control.answered.load(), &limit, nullptr, 0);
+    if (S.serve != nullptr) S.serve();
   }
   TakeCommand();
 }
 
-// The time of NextStop is reached.
+// The time of nextStop is reached.
 void Stop() {
-  const Nanos end = S.Control->Setup.EndAt;
-  if (end == 0 || S.Now < end) {
+  const Nanos end = S.control->setup.endAt;
+  if (end == 0 || S.now < end) {
     Stand(0, 0, 0);
     return;
   }
-  if (S.Serve != nullptr) S.Serve();
-  S.Control->Ended.store(1, std::memory_order_release);
+  if (S.serve != nullptr) S.serve();
+  S.control->ended.store(1, std::memory_order_release);
   EndProcess(0);
 }
 
@@ -143,27 +143,27 @@ void ReportDeadlock() {
   char text[128];
   const int length = std::snprintf(
       text, sizeof text, "velmo-rack library: every thread waits for another one, at %lld.%06lld s\n",
-      static_cast<long long>(S.Now / kSecond), static_cast<long long>(S.Now % kSecond / kMicrosecond));
+      static_cast<long long>(S.now / kSecond), static_cast<long long>(S.now % kSecond / kMicrosecond));
   SystemCall(SYS_write, STDERR_FILENO, text, static_cast<std::size_t>(length));
-  S.Control->Deadlock.store(1, std::memory_order_release);
+  S.control->deadlock.store(1, std::memory_order_release);
   EndProcess(kDeadlockStatus);
 }
 
 void MakeReady(Thread& thread, bool timeOver) {
-  if (thread.Object != nullptr) --S.Waiters;
-  thread.State = ThreadState::Ready;
-  thread.TimeOver = timeOver;
-  thread.Object = nullptr;
-  thread.Order = ++S.Counter;
+  if (thread.object != nullptr) --S.waiters;
+  thread.state = ThreadState::Ready;
+  thread.timeOver = timeOver;
+  thread.object = nullptr;
+  thread.order = ++S.counter;
 }
 
 // The waiting thread that is woken first; among those of the same time the one that came first.
 Thread* NextToWake() {
   Thread* next = nullptr;
-  for (Thread* thread = S.Threads; thread != S.Threads + S.Used; ++thread) {
-    if (thread->State != ThreadState::Waiting || thread->Wake == kForEver) continue;
-    if (next == nullptr || thread->Wake < next->Wake ||
-        (thread->Wake == next->Wake && thread->Order < next->Order)) {
+  for (Thread* thread = S.threads; thread != S.threads + S.used; ++thread) {
+    if (thread->state != ThreadState::Waiting || thread->wake == kForEver) continue;
+    if (next == nullptr || thread->wake < next->wake ||
+        (thread->wake == next->wake && thread->order < next->order)) {
       next = thread;
     }
   }
@@ -172,9 +172,9 @@ Thread* NextToWake() {
 
 Thread* FirstWaiter(const void* object) {
   Thread* first = nullptr;
-  for (Thread* thread = S.Threads; thread != S.Threads + S.Used; ++thread) {
-    if (thread->State != ThreadState::Waiting || thread->Object != object) continue;
-    if (first == nullptr || thread->Order < first->Order) first = thread;
+  for (Thread* thread = S.threads; thread != S.threads + S.used; ++thread) {
+    if (thread->state != ThreadState::Waiting || thread->object != object) continue;
+    if (first == nullptr || thread->order < first->order) first = thread;
   }
   return first;
 }
@@ -182,11 +182,11 @@ Thread* FirstWaiter(const void* object) {
 Thread* ChooseReady() {
   Thread* chosen = nullptr;
   std::uint32_t count = 0;
-  for (Thread* thread = S.Threads; thread != S.Threads + S.Used; ++thread) {
-    if (thread->State != ThreadState::Ready) continue;
+  for (Thread* thread = S.threads; thread != S.threads + S.used; ++thread) {
+    if (thread->state != ThreadState::Ready) continue;
     ++count;
-    const bool before = chosen == nullptr || thread->Order < chosen->Order;
-    if (S.Seed == 0 ? before : Draw(count) == 0) chosen = thread;
+    const bool before = chosen == nullptr || thread->order < chosen->order;
+    if (S.seed == 0 ? before : Draw(count) == 0) chosen = thread;
   }
   return chosen;
 }
@@ -194,8 +194,8 @@ Thread* ChooseReady() {
 // No thread can run and none will by itself: only a datagram or a command can change that.
 void AwaitOutside() {
   if (FirstWaiter(&kMailObject) == nullptr) ReportDeadlock();
-  if (S.Serve != nullptr) S.Serve();
-  S.Control->Beat.fetch_add(1, std::memory_order_relaxed);
+  if (S.serve != nullptr) S.serve();
+  S.control->beat.fetch_add(1, std::memory_order_relaxed);
   RealPause();
 }
 
@@ -205,39 +205,39 @@ Thread* Choose() {
     if (IsOrdered()) TakeCommand();
     if (NextMail() != nullptr) WakeFirst(&kMailObject, false);
     Thread* sleeper = NextToWake();
-    for (; sleeper != nullptr && sleeper->Wake <= S.Now; sleeper = NextToWake()) MakeReady(*sleeper, true);
+    for (; sleeper != nullptr && sleeper->wake <= S.now; sleeper = NextToWake()) MakeReady(*sleeper, true);
     if (Thread* ready = ChooseReady()) return ready;
-    const Nanos wake = sleeper == nullptr ? kForEver : sleeper->Wake;
-    if (wake > S.NextStop) {
-      S.Now = std::max(S.Now, S.NextStop);
+    const Nanos wake = sleeper == nullptr ? kForEver : sleeper->wake;
+    if (wake > S.nextStop) {
+      S.now = std::max(S.now, S.nextStop);
       Stop();
     } else if (sleeper == nullptr) {
       AwaitOutside();
     } else {
-      S.Now = wake;
+      S.now = wake;
     }
   }
 }
 
 void AwaitTurn(Thread& self) {
-  while (self.Turn.load(std::memory_order_acquire) == 0) {
-    SystemCall(SYS_futex, &self.Turn, FUTEX_WAIT_PRIVATE, 0, nullptr, nullptr, 0);
+  while (self.turn.load(std::memory_order_acquire) == 0) {
+    SystemCall(SYS_futex, &self.turn, FUTEX_WAIT_PRIVATE, 0, nullptr, nullptr, 0);
   }
-  self.Turn.store(0, std::memory_order_relaxed);
+  self.turn.store(0, std::memory_order_relaxed);
 }
 
 void GiveTurn(Thread& next) {
-  S.Control->Turn.store(next.RealNumber, std::memory_order_relaxed);
-  next.Turn.store(1, std::memory_order_release);
-  SystemCall(SYS_futex, &next.Turn, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+  S.control->turn.store(next.realNumber, std::memory_order_relaxed);
+  next.turn.store(1, std::memory_order_release);
+  SystemCall(SYS_futex, &next.turn, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
 }
 
 // Passes the turn to whoever is next, possibly the caller, and returns when the caller has it again.
 void PassTurn() {
   Thread& self = *Self;
-  S.Control->Beat.fetch_add(1, std::memory_order_relaxed);
+  S.control->beat.fetch_add(1, std::memory_order_relaxed);
   Thread* next = Choose();
-  S.Slice = NewSlice();
+  S.slice = NewSlice();
   if (next == &self) return;
   GiveTurn(*next);
   AwaitTurn(self);
@@ -258,47 +258,47 @@ bool HasCommand(const char* text) {
 }
 
 bool IsLineToStandAt(std::uint8_t task, const char* file, std::uint32_t line) {
-  const TimeCommand& command = S.Command;
-  if (command.HoldTask != kAnyTask && command.HoldTask != task) return false;
-  if (command.Step != 0) return true;
-  return command.HoldLine == line && std::strncmp(command.HoldFile, file, kHoldFileSize) == 0;
+  const TimeCommand& command = S.command;
+  if (command.holdTask != kAnyTask && command.holdTask != task) return false;
+  if (command.step != 0) return true;
+  return command.holdLine == line && std::strncmp(command.holdFile, file, kHoldFileSize) == 0;
 }
 
 }  // namespace
 
 void Engage(const TimeLink& link) {
   // Not cleared as a whole: another thread may still be leaving, and asks whether it is engaged.
-  for (Thread& thread : S.Threads) {
-    thread.State = ThreadState::None;
-    thread.Object = thread.Kept = nullptr;
-    thread.Turn.store(0, std::memory_order_relaxed);
+  for (Thread& thread : S.threads) {
+    thread.state = ThreadState::None;
+    thread.object = thread.kept = nullptr;
+    thread.turn.store(0, std::memory_order_relaxed);
   }
-  S.Control = link.Control;
-  S.Serve = link.Serve;
-  S.Now = link.Now;
-  S.Busy = 0;
-  const TimeSetup& setup = link.Control->Setup;
-  S.AccessCost = setup.AccessNanos;
-  S.Seed = setup.Seed;
-  S.Random = setup.Seed * 2654435761U | 1U;
-  S.Counter = 0;
-  S.Created = 0;
-  S.Used = 0;
-  S.Keeping = 0;
-  S.Waiters = 0;
-  S.Slice = NewSlice();
-  if (link.OwnProcessor) UseOneProcessor();
+  S.control = link.control;
+  S.serve = link.serve;
+  S.now = link.now;
+  S.busy = 0;
+  const TimeSetup& setup = link.control->setup;
+  S.accessCost = setup.accessNanos;
+  S.seed = setup.seed;
+  S.random = setup.seed * 2654435761U | 1U;
+  S.counter = 0;
+  S.created = 0;
+  S.used = 0;
+  S.keeping = 0;
+  S.waiters = 0;
+  S.slice = NewSlice();
+  if (link.ownProcessor) UseOneProcessor();
   Self = AddThread();
-  Self->RealNumber = static_cast<std::uint32_t>(SystemCall(SYS_gettid));
-  link.Control->Turn.store(Self->RealNumber, std::memory_order_relaxed);
-  S.Engaged = true;
+  Self->realNumber = static_cast<std::uint32_t>(SystemCall(SYS_gettid));
+  link.control->turn.store(Self->realNumber, std::memory_order_relaxed);
+  S.engaged = true;
   TakeCommand();
-  if (setup.StartStopped != 0 && S.Now == 0) Stand(0, 0, 0);
+  if (setup.startStopped != 0 && S.now == 0) Stand(0, 0, 0);
 }
 
 void Disengage() {
   Self = nullptr;
-  S.Engaged = false;
+  S.engaged = false;
 }
 
 bool InTurn() {
@@ -306,89 +306,89 @@ bool InTurn() {
 }
 
 Nanos VirtualNow() {
-  return S.Now;
+  return S.now;
 }
 Nanos BusyTime() {
-  return S.Busy;
+  return S.busy;
 }
 
 void Spend(Nanos cost) {
-  S.Now += cost;
-  S.Busy += cost;
-  S.Slice -= cost;
-  if (S.Slice > 0 && S.Now < S.NextStop) return;
-  if (S.Now >= S.NextStop) Stop();
-  if (S.Slice <= 0) YieldTurn();
+  S.now += cost;
+  S.busy += cost;
+  S.slice -= cost;
+  if (S.slice > 0 && S.now < S.nextStop) return;
+  if (S.now >= S.nextStop) Stop();
+  if (S.slice <= 0) YieldTurn();
 }
 
 void SpendAccess() {
-  Spend(S.AccessCost);
+  Spend(S.accessCost);
 }
 void SpendCall() {
-  Spend(S.AccessCost / kCallShare);
+  Spend(S.accessCost / kCallShare);
 }
 
 void YieldTurn() {
-  Self->Order = ++S.Counter;
+  Self->order = ++S.counter;
   PassTurn();
 }
 
 void SleepUntil(Nanos time) {
-  WaitFor(nullptr, std::max(time, S.Now));
+  WaitFor(nullptr, std::max(time, S.now));
 }
 
 WakeReason WaitFor(const void* object, Nanos until) {
   Thread& self = *Self;
-  self.State = ThreadState::Waiting;
-  self.Object = object;
-  self.Wake = until;
-  self.Order = ++S.Counter;
-  if (object != nullptr) ++S.Waiters;
+  self.state = ThreadState::Waiting;
+  self.object = object;
+  self.wake = until;
+  self.order = ++S.counter;
+  if (object != nullptr) ++S.waiters;
   PassTurn();
-  return self.TimeOver ? WakeReason::TimeOver : WakeReason::Called;
+  return self.timeOver ? WakeReason::TimeOver : WakeReason::Called;
 }
 
 void WakeFirst(const void* object, bool keep) {
-  if (S.Waiters == 0) return;
+  if (S.waiters == 0) return;
   Thread* first = FirstWaiter(object);
   if (first == nullptr) return;
   MakeReady(*first, false);
   if (!keep) return;
-  first->Kept = object;
-  ++S.Keeping;
+  first->kept = object;
+  ++S.keeping;
 }
 
 void WakeAll(const void* object) {
-  if (S.Waiters == 0) return;
+  if (S.waiters == 0) return;
   for (Thread* first = FirstWaiter(object); first != nullptr; first = FirstWaiter(object)) {
     MakeReady(*first, false);
   }
 }
 
 bool KeptForOther(const void* object) {
-  if (S.Keeping == 0) return false;
-  return std::any_of(S.Threads, S.Threads + S.Used, [&](const Thread& thread) {
-    return thread.State != ThreadState::None && thread.Kept == object && &thread != Self;
+  if (S.keeping == 0) return false;
+  return std::any_of(S.threads, S.threads + S.used, [&](const Thread& thread) {
+    return thread.state != ThreadState::None && thread.kept == object && &thread != Self;
   });
 }
 
 void TakeKept() {
-  if (Self->Kept == nullptr) return;
-  Self->Kept = nullptr;
-  --S.Keeping;
+  if (Self->kept == nullptr) return;
+  Self->kept = nullptr;
+  --S.keeping;
 }
 
 Nanos Stretch() {
-  if (S.Seed == 0 || Draw(kStretchOneIn) != 0) return 0;
+  if (S.seed == 0 || Draw(kStretchOneIn) != 0) return 0;
   return static_cast<Nanos>(Draw(static_cast<std::uint32_t>(kLongestStretch)));
 }
 
 Thread* AddThread() {
   for (int row = 0; row < kMaxThreads; ++row) {
-    Thread& thread = S.Threads[row];
-    if (thread.State != ThreadState::None) continue;
-    S.Used = std::max(S.Used, row + 1);
-    thread.Number = S.Created++;
+    Thread& thread = S.threads[row];
+    if (thread.state != ThreadState::None) continue;
+    S.used = std::max(S.used, row + 1);
+    thread.number = S.created++;
     MakeReady(thread, false);
     return &thread;
   }
@@ -396,44 +396,44 @@ Thread* AddThread() {
 }
 
 void DropThread(Thread* thread) {
-  thread->State = ThreadState::None;
+  thread->state = ThreadState::None;
 }
 
 void BeginThread(Thread* thread) {
-  thread->RealNumber = static_cast<std::uint32_t>(SystemCall(SYS_gettid));
+  thread->realNumber = static_cast<std::uint32_t>(SystemCall(SYS_gettid));
   AwaitTurn(*thread);
   Self = thread;
-  S.Control->Turn.store(thread->RealNumber, std::memory_order_relaxed);
+  S.control->turn.store(thread->realNumber, std::memory_order_relaxed);
 }
 
 void EndThread() {
-  Self->State = ThreadState::None;
+  Self->state = ThreadState::None;
   WakeAll(Self);
   Self = nullptr;
   Thread* next = Choose();
-  S.Slice = NewSlice();
+  S.slice = NewSlice();
   GiveTurn(*next);
 }
 
 unsigned NumberOf(const Thread* thread) {
-  return thread->Number;
+  return thread->number;
 }
 
 // Its place may have been given to another thread.
 void WaitForEnd(const Thread* thread, unsigned number) {
-  while (thread->State != ThreadState::None && thread->Number == number) WaitFor(thread, kForEver);
+  while (thread->state != ThreadState::None && thread->number == number) WaitFor(thread, kForEver);
 }
 
 unsigned ThreadNumber() {
-  return Self->Number;
+  return Self->number;
 }
 
 const MailItem* NextMail() {
-  return NextMail(*S.Control);
+  return NextMail(*S.control);
 }
 
 void MailTaken() {
-  TakeMail(*S.Control);
+  TakeMail(*S.control);
 }
 
 void WaitForMail() {
@@ -441,25 +441,25 @@ void WaitForMail() {
 }
 
 void ReplySent() {
-  S.Control->Replies.fetch_add(1, std::memory_order_relaxed);
+  S.control->replies.fetch_add(1, std::memory_order_relaxed);
 }
 
 void LineDue(std::uint8_t task, std::uint32_t fileNumber, const char* file, std::uint32_t line,
              const char* text) {
   if (IsOrdered()) TakeCommand();
-  if (S.Command.Step == 0 && S.Command.HoldLine == 0) return;
+  if (S.command.step == 0 && S.command.holdLine == 0) return;
   if (IsLineToStandAt(task, file, line) && HasCommand(text)) Stand(task, fileNumber, line);
 }
 
 void ConsoleBegins() {
-  S.Control->InConsole.store(1, std::memory_order_release);
+  S.control->inConsole.store(1, std::memory_order_release);
 }
 
 void ConsoleEnds(std::size_t bytes) {
-  S.Control->InConsole.store(0, std::memory_order_release);
-  const std::uint32_t baud = S.Control->Setup.ConsoleBaud;
+  S.control->inConsole.store(0, std::memory_order_release);
+  const std::uint32_t baud = S.control->setup.consoleBaud;
   if (baud == 0) return;
-  SleepUntil(S.Now + static_cast<Nanos>(bytes) * kConsoleBits * kSecond / baud);
+  SleepUntil(S.now + static_cast<Nanos>(bytes) * kConsoleBits * kSecond / baud);
 }
 
 }  // namespace rack

@@ -19,10 +19,10 @@ constexpr Nanos kForEver = INT64_MAX;
 
 // What a scheduler is told when it starts.
 struct TimeLink {
-  TimeControl* Control;
-  Nanos Now;          // time at the start
-  void (*Serve)();    // called again and again while time stands; null: nothing to be served
-  bool OwnProcessor;  // keep all threads on one processor, so that passing a turn is cheap
+  TimeControl* control;
+  Nanos now;          // time at the start
+  void (*serve)();    // called again and again while time stands; null: nothing to be served
+  bool ownProcessor;  // keep all threads on one processor, so that passing a turn is cheap
 };
 
 // The calling thread becomes the first one, with the turn. Threads that it creates belong to it from then on.

@@ -14,7 +14,7 @@ class VirtualTime final : public TimeSource {
     if (InTurn()) SpendAccess();
   }
   void LineDue(const DueLine& line) override {
-    if (InTurn()) rack::LineDue(line.Task, line.FileNumber, line.File, line.Line, line.Text);
+    if (InTurn()) rack::LineDue(line.task, line.fileNumber, line.file, line.line, line.text);
   }
   void ConsoleBegins() override { rack::ConsoleBegins(); }
   void ConsoleEnds(std::size_t bytes) override {
@@ -25,14 +25,14 @@ class VirtualTime final : public TimeSource {
 
 class ScaledTime final : public TimeSource {
  public:
-  explicit ScaledTime(RackState& state) : State(state) {}
+  explicit ScaledTime(RackState& state) : state_(state) {}
   // Also right for a controller that was started again later than the machine was switched on.
   Nanos Now() override {
-    return State.PowerOn + PassedTime(State.Time.Setup, State.PowerOn, RealMonotonic());
+    return state_.powerOn + PassedTime(state_.time.setup, state_.powerOn, RealMonotonic());
   }
 
  private:
-  RackState& State;
+  RackState& state_;
 };
 
 void ServeSession() {
@@ -44,15 +44,15 @@ void ServeSession() {
   Session* session = Session::Get();
   if (session == nullptr) return;
   RackState& state = session->Shared();
-  const TimeSetup& setup = state.Time.Setup;
-  if (setup.Mode == TimeMode::Scaled) {
+  const TimeSetup& setup = state.time.setup;
+  if (setup.mode == TimeMode::Scaled) {
     UseTimeSource(new ScaledTime(state));
-    ScaleTime(setup.FactorMillis / 1000.0);
+    ScaleTime(setup.factorMillis / 1000.0);
   }
-  if (setup.Mode != TimeMode::Virtual) return;
+  if (setup.mode != TimeMode::Virtual) return;
   session->Attach();
   UseTimeSource(new VirtualTime);
-  Engage({&state.Time, state.Live.Now, &ServeSession, true});
+  Engage({&state.time, state.live.now, &ServeSession, true});
 }
 
 }  // namespace

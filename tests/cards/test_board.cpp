@@ -37,12 +37,12 @@ std::string CpuReads(int tasks) {
 TEST_F(BoardTest, TheDriverIsOpenedBeforeMainAndTheSecondNameStandsIn) {
   EXPECT_EQ(ConsoleAtStart(), "Load ISA Driver successfully![1000][1]\n");
 
-  bus.DeviceThere = {false, true};
+  bus.deviceThere = {false, true};
   EXPECT_EQ(Hardware.OpenHard(), 1);
   EXPECT_EQ(Hardware.HardInstalled, 2);
   EXPECT_EQ(bus.Console(), "Load ISA Driver successfully![1001][2]\n");
 
-  bus.DeviceThere = {false, false};
+  bus.deviceThere = {false, false};
   EXPECT_EQ(Hardware.OpenHard(), 0);
   EXPECT_EQ(Hardware.HardInstalled, 0);
   EXPECT_EQ(bus.Console(), "Velmo Load Driver Failed![-1] \n\n");
@@ -61,7 +61,7 @@ TEST_F(BoardTest, PortsAreEightBitsWideAndRefusedAboveThat) {
   EXPECT_EQ(bus.Log(), "255>12 255<81 4>34 5<7");
   EXPECT_EQ(bus.Console(), "\ninportb error: 256\n\noutportb error: 256\n");
 
-  bus.FailReads = true;
+  bus.failReads = true;
   EXPECT_EQ(inportb(4), 0xFF);
 }
 
@@ -183,7 +183,7 @@ TEST_F(BoardTest, LineMotorCommandsAndItsWait) {
   EXPECT_EQ(bus.Log(), "29<1 29<0 27<22 27<1 27<0 27<0 27<0 27<0 27>ff 27>01 27>fe ~1000");
   EXPECT_EQ(bus.Console(), "");
 
-  bus.SecondsPerAccess = 30;
+  bus.secondsPerAccess = 30;
   bus.Answer(0, 27, {0x01});
   Hardware.OutLineMotorPlus(0, 0, 0);
   EXPECT_EQ(bus.Log(), "29<1 29<0 27<22 27<1 27<0 27<0 27<0 27<0 27>01 27>01 ~1000");

@@ -31,16 +31,16 @@ TEST_F(CylinderTest, APositionIsSentWithItsHandshake) {
 TEST_F(CylinderTest, AHandshakePhaseEndsWhenMoreThanTenTicksHavePassed) {
   bus.Answer(4, 6, {0x00});
   bus.Answer(4, 5, {0x01});
-  bus.TicksPerAccess = 5;  // 20 ticks a poll
+  bus.ticksPerAccess = 5;  // 20 ticks a poll
   EXPECT_EQ(Dg(0, "15"), 1);
   EXPECT_EQ(bus.Log(4), "5<0 6<3f 5<0 6>00 5<0 5>01");
 
-  bus.TicksPerAccess = 1;  // 4 a poll: 4, 8, 12
+  bus.ticksPerAccess = 1;  // 4 a poll: 4, 8, 12
   card.OutportDG(2, 0x77);
   EXPECT_EQ(bus.Log(4), "5<2 6<77 5<2 6>00 5<2 6>00 5<2 6>00 5<2 5>01 5<2 5>01 5<2 5>01");
 
-  bus.OnRead = [&](int, int port) -> std::optional<int> {
-    bus.TicksPerAccess = 0;  // the polls of a phase that stays at ten ticks go on
+  bus.onRead = [&](int, int port) -> std::optional<int> {
+    bus.ticksPerAccess = 0;  // the polls of a phase that stays at ten ticks go on
     static int polls = 0;
     polls++;
     return port == 6 ? (polls >= 200 ? 1 : 0) : (polls >= 400 ? 0 : 1);
@@ -111,7 +111,7 @@ TEST_F(CylinderTest, ChannelsAboveTwoAreRefused) {
 
 TEST_F(CylinderTest, AMoveWithoutEndIsGivenUpAfterSixtySeconds) {
   bus.Answer(4, 6, {0x01, 0x2B});  // 0x2B: no end of a setup, none of a reset
-  bus.SecondsPerAccess = 5;        // a status read is four accesses: over after the third
+  bus.secondsPerAccess = 5;        // a status read is four accesses: over after the third
   EXPECT_EQ(card.GoBackDG(1), -1);
   EXPECT_EQ(bus.Log(4), "7<fe 5<1 6<20 5<1 6>01 5<1 5>00 5<1 6>2b 5<1 6>2b 5<1 6>2b 7<3f");
   EXPECT_EQ(bus.Console(), "CYMSTR: DG1 no end of setup\n");
@@ -195,9 +195,9 @@ TEST_F(CylinderTest, TheAlarmListAndWhatIsDoneWithIt) {
 }
 
 TEST_F(CylinderTest, TwoThreadsReachTheirOwnChannel) {
-  bus.Yield = true;
-  bus.OnRead = [&](int, int port) -> std::optional<int> {
-    if (port == 6) return 0x40 + bus.Written[{4, 5}];
+  bus.yield = true;
+  bus.onRead = [&](int, int port) -> std::optional<int> {
+    if (port == 6) return 0x40 + bus.written[{4, 5}];
     return std::nullopt;
   };
   const auto crossed = [&](unsigned char ChIdx) {

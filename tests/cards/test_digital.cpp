@@ -159,7 +159,7 @@ TEST_F(CardTest, OutChangesOneBitOfTheChannelsRegister) {
   CkOVA_CPU cpu;
   const struct {
     CkOVA_MANAGER& card;
-    int slot, port, before, ChIdx;
+    int slot, port, before, chIdx;
     const char* text;
     const char* log;
   } cases[] = {
@@ -180,7 +180,7 @@ TEST_F(CardTest, OutChangesOneBitOfTheChannelsRegister) {
   };
   for (const auto& row : cases) {
     bus.Answer(row.slot, row.port, {row.before});
-    EXPECT_EQ(Out(row.card, row.ChIdx, row.text), 1);
+    EXPECT_EQ(Out(row.card, row.chIdx, row.text), 1);
     EXPECT_EQ(bus.Log(), row.log);
   }
   EXPECT_EQ(ios.Cmd_OUT(0, nullptr), 0);
@@ -197,7 +197,7 @@ TEST_F(CardTest, LdComparesTheInputWithTheWantedLevel) {
   bus.Answer(0, 4, {0xFD});
   const struct {
     CkOVA_MANAGER& card;
-    int ChIdx;
+    int chIdx;
     const char* text;
     int result;
     const char* log;
@@ -208,7 +208,7 @@ TEST_F(CardTest, LdComparesTheInputWithTheWantedLevel) {
       {cpu, 9, "0", 1, "0<0 4>fd"},  {cpu, 8, "1", 1, "0<0 4>fd"},  {cpu, 0, "1", 1, "0<0 3>01"},
   };
   for (const auto& row : cases) {
-    EXPECT_EQ(Ld(row.card, row.ChIdx, row.text), row.result) << row.ChIdx << " " << row.text;
+    EXPECT_EQ(Ld(row.card, row.chIdx, row.text), row.result) << row.chIdx << " " << row.text;
     EXPECT_EQ(bus.Log(), row.log);
   }
 }
@@ -229,7 +229,7 @@ TEST_F(CardTest, IfChoosesTheBlockAndRefusesInItsOrder) {
   EXPECT_EQ(bus.Log(), "");
 
   const struct {
-    int ChIdx;
+    int chIdx;
     std::string text;
     int result;
     std::string name;
@@ -241,7 +241,7 @@ TEST_F(CardTest, IfChoosesTheBlockAndRefusesInItsOrder) {
       {1, "&A&" + longest, 1, "A"},
   };
   for (const auto& row : cases) {
-    EXPECT_EQ(If(ios, row.ChIdx, row.text, out), row.result) << row.text;
+    EXPECT_EQ(If(ios, row.chIdx, row.text, out), row.result) << row.text;
     EXPECT_EQ(out, row.name);
     EXPECT_EQ(bus.Log(), "0<1 8>01");
   }
@@ -253,8 +253,8 @@ TEST_F(CardTest, IfChoosesTheBlockAndRefusesInItsOrder) {
 
 TEST_F(CardTest, TwoThreadsLoseNoBitOfOneOutputByte) {
   CkOVA_IOS ios;
-  bus.OnRead = [&](int slot, int port) { return bus.Written[{slot, port}]; };
-  bus.Yield = true;
+  bus.onRead = [&](int slot, int port) { return bus.written[{slot, port}]; };
+  bus.yield = true;
   const auto toggle = [&](int ChIdx) {
     for (int i = 0; i < 300; i++) {
       const bool on = i % 2 == 0;

@@ -196,11 +196,11 @@ TEST_F(MotionTest, ClearAndBusySelectNoChannel) {
   EXPECT_EQ(stepper.Cmd_LMOT(99, nullptr), 1);
   EXPECT_EQ(bus.Log(6), "24>01 24>fe");
   const struct {
-    int busy, ChIdx, result;
+    int busy, chIdx, result;
   } cases[] = {{0x04, 2, 0}, {0x01, 2, 1}, {0x80, 7, 0}, {0xFF, 8, 1}, {0x04, 258, 0}, {0xFF, -1, 1}};
   for (const auto& row : cases) {
     bus.Answer(9, 24, {row.busy});
-    EXPECT_EQ(servo.Cmd_LMOT(row.ChIdx, nullptr), row.result) << row.busy << " " << row.ChIdx;
+    EXPECT_EQ(servo.Cmd_LMOT(row.chIdx, nullptr), row.result) << row.busy << " " << row.chIdx;
     EXPECT_THAT(bus.Log(9), testing::StartsWith("24>"));
   }
 }
@@ -212,7 +212,7 @@ TEST_F(MotionTest, NoCardHoldsItsLockOverAPause) {
   CkOVA_CYMSTR cylinder;
   std::string on = "1";
   int pauses = 0;
-  bus.OnPause = [&] {
+  bus.onPause = [&] {
     pauses++;
     servo.ClearCount(0);
     cylinder.InportDG(0);
@@ -248,10 +248,10 @@ TEST_F(MotionTest, SingleStepsAndCommandsWithoutEffect) {
 }
 
 TEST_F(MotionTest, TwoThreadsNeverCrossTheirChannels) {
-  bus.Yield = true;
-  bus.OnRead = [&](int slot, int port) -> std::optional<int> {
+  bus.yield = true;
+  bus.onRead = [&](int slot, int port) -> std::optional<int> {
     if (port == 23) return 0x80;
-    return port == 24 ? 1 : bus.Written[{slot, slot == 6 ? 7 : 5}];
+    return port == 24 ? 1 : bus.written[{slot, slot == 6 ? 7 : 5}];
   };
   const auto crossed = [&](int ChIdx) {
     std::string move = "1&" + std::to_string(ChIdx) + "&0";

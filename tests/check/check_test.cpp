@@ -37,7 +37,7 @@ std::vector<check::Finding> FindingsOf(const fs::path& machine) {
   auto findings = check::CheckPath(machine, "", &error);
   EXPECT_EQ(error, "");
   if (!findings) return {};
-  for (check::Finding& finding : *findings) finding.File = fs::path(finding.File).lexically_relative(machine);
+  for (check::Finding& finding : *findings) finding.file = fs::path(finding.file).lexically_relative(machine);
   return *findings;
 }
 
@@ -45,8 +45,8 @@ std::vector<check::Finding> FindingsOf(const fs::path& machine) {
 std::vector<std::string> Found(const fs::path& machine) {
   std::vector<std::string> found;
   for (const check::Finding& finding : FindingsOf(machine)) {
-    found.push_back(finding.File + ":" + std::to_string(finding.Line) + " " +
-                    check::RuleOf(finding.Rule).Name);
+    found.push_back(finding.file + ":" + std::to_string(finding.line) + " " +
+                    check::RuleOf(finding.rule).name);
   }
   return found;
 }
@@ -104,7 +104,7 @@ class CheckTest : public ScratchTest {
 
   // The machine of a rule's example, with the rack that all examples have.
   static std::vector<std::string> RulesFound(const std::string& name, const std::string& example) {
-    for (const ExampleFile& file : FilesOfExample(example)) WriteFile(name + "/" + file.Path, file.Text);
+    for (const ExampleFile& file : FilesOfExample(example)) WriteFile(name + "/" + file.path, file.text);
     const int tasks = fs::exists(name + "/plc2") ? 2 : 1;
     Write(name + "/rack.toml",
           "[rack]\ntask_count = " + std::to_string(tasks) +
@@ -117,17 +117,17 @@ class CheckTest : public ScratchTest {
 
 TEST_F(CheckTest, EveryRulesExamplesAreWrongAndRight) {
   for (const check::Rule& rule : check::Rules()) {
-    SCOPED_TRACE(rule.Name);
-    const std::vector<std::string> wrong = RulesFound(std::string(rule.Name) + "-wrong", rule.Wrong);
+    SCOPED_TRACE(rule.name);
+    const std::vector<std::string> wrong = RulesFound(std::string(rule.name) + "-wrong", rule.wrong);
     EXPECT_THAT(wrong,
-                testing::AllOf(testing::Not(testing::IsEmpty()), testing::Each(std::string(rule.Name))));
-    EXPECT_THAT(RulesFound(std::string(rule.Name) + "-right", rule.Right), testing::IsEmpty());
+                testing::AllOf(testing::Not(testing::IsEmpty()), testing::Each(std::string(rule.name))));
+    EXPECT_THAT(RulesFound(std::string(rule.name) + "-right", rule.right), testing::IsEmpty());
   }
 }
 
 struct Outcome {
-  int Status;
-  std::string Output;  // both streams
+  int status;
+  std::string output;  // both streams
 };
 
 Outcome RunCheck(const std::string& arguments) {
@@ -137,8 +137,8 @@ Outcome RunCheck(const std::string& arguments) {
   if (pipe == nullptr) return run;
   char buffer[4096];
   for (size_t count = 0; (count = fread(buffer, 1, sizeof buffer, pipe)) > 0;)
-    run.Output.append(buffer, count);
-  run.Status = WEXITSTATUS(pclose(pipe));
+    run.output.append(buffer, count);
+  run.status = WEXITSTATUS(pclose(pipe));
   return run;
 }
 
@@ -168,21 +168,21 @@ constexpr const char* kLines =
 
 TEST_F(Program, WritesOneLineForEachFindingAndASummary) {
   const Outcome text = RunCheck("cell");
-  EXPECT_EQ(text.Status, 1);
-  EXPECT_EQ(text.Output, std::string(kLines) + "2 errors, 2 warnings\n");
-  EXPECT_EQ(RunCheck("--format gcc cell").Output, kLines);
-  EXPECT_EQ(RunCheck("--format gcc cell/plc1/FLOW.PLC").Output, kLines);
+  EXPECT_EQ(text.status, 1);
+  EXPECT_EQ(text.output, std::string(kLines) + "2 errors, 2 warnings\n");
+  EXPECT_EQ(RunCheck("--format gcc cell").output, kLines);
+  EXPECT_EQ(RunCheck("--format gcc cell/plc1/FLOW.PLC").output, kLines);
   const Outcome clean = RunCheck("cell/plc1/RESET.PLC");
-  EXPECT_EQ(clean.Status, 0);
-  EXPECT_EQ(clean.Output, "no findings\n");
+  EXPECT_EQ(clean.status, 0);
+  EXPECT_EQ(clean.output, "no findings\n");
 }
 
 TEST_F(Program, TakesARackFileAndAFileOutsideAnyMachine) {
   WriteFile("loose/try.txt", "LMOT: 1, 0,\nFL: OTHER.PLC\n");
   WriteFile("loose/OTHER.PLC", "OUTT: 0, 0, 1\nEND\n");
   Write("io.toml", "[slots]\n7 = \"io\"\n");
-  EXPECT_EQ(RunCheck("loose/try.txt").Output, "no findings\n");
-  EXPECT_EQ(RunCheck("--format gcc --rack io.toml loose/try.txt").Output,
+  EXPECT_EQ(RunCheck("loose/try.txt").output, "no findings\n");
+  EXPECT_EQ(RunCheck("--format gcc --rack io.toml loose/try.txt").output,
             "loose/try.txt:1:1: error: entry 1 is an I/O card, which has no LMOT: the wait is met at once; "
             "another entry "
             "or command was probably meant [wrong-card]\n");
@@ -196,7 +196,7 @@ TEST_F(Program, ColoursOnlyWhereAskedFor) {
 }
 
 TEST_F(Program, WritesJsonAndSarif) {
-  const auto json = nlohmann::json::parse(RunCheck("--format json cell").Output);
+  const auto json = nlohmann::json::parse(RunCheck("--format json cell").output);
   EXPECT_EQ(json["errors"], 2);
   EXPECT_EQ(json["warnings"], 2);
   EXPECT_EQ(
@@ -205,7 +205,7 @@ TEST_F(Program, WritesJsonAndSarif) {
       R"(meanwhile; wait for an input or loop over short pauses","rule":"long-delay","severity":"warning"})");
 
   WriteFile("a b/plc1/RESET.PLC", "DLY 5\nEXIT\n");
-  const auto sarif = nlohmann::json::parse(RunCheck("--format sarif 'a b/plc1/RESET.PLC'").Output);
+  const auto sarif = nlohmann::json::parse(RunCheck("--format sarif 'a b/plc1/RESET.PLC'").output);
   EXPECT_EQ(sarif["version"], "2.1.0");
   const auto& run = sarif["runs"][0];
   ASSERT_EQ(run["results"].size(), 1U);
@@ -223,13 +223,13 @@ TEST_F(Program, WritesJsonAndSarif) {
 
 TEST_F(Program, ExplainsAndListsRules) {
   const Outcome explained = RunCheck("--explain level-never");
-  EXPECT_EQ(explained.Status, 0);
-  EXPECT_EQ(explained.Output,
+  EXPECT_EQ(explained.status, 0);
+  EXPECT_EQ(explained.output,
             "level-never\n\nerror: a level that an input never has\n\n"
             "An input is 0 or 1. LD with another level waits for ever; IF with another level always takes "
             "its second "
             "block.\n\nWrong:\n\n    LD: 1, 0, 2\n    END\n\nRight:\n\n    LD: 1, 0, 1\n    END\n");
-  EXPECT_THAT(RunCheck("--list-rules").Output,
+  EXPECT_THAT(RunCheck("--list-rules").output,
               HasSubstr("long-delay         warning  a DLY of a second or more\n"));
 }
 
@@ -249,8 +249,8 @@ TEST_F(Program, SaysWhyItCouldNotRun) {
   for (const auto& [arguments, message] : cases) {
     SCOPED_TRACE(arguments);
     const Outcome run = RunCheck(arguments);
-    EXPECT_EQ(run.Status, 2);
-    EXPECT_THAT(run.Output, HasSubstr(message));
+    EXPECT_EQ(run.status, 2);
+    EXPECT_THAT(run.output, HasSubstr(message));
   }
 }
 

@@ -19,10 +19,10 @@ constexpr Nanos kMs = 1000000;
 // A card on a bus, with the time at hand.
 class Bench {
  public:
-  explicit Bench(CardKind kind) { PowerOn(Card, kind); }
-  int Read(int port) { return ReadCard(Card, static_cast<std::uint8_t>(port), Now); }
+  explicit Bench(CardKind kind) { PowerOn(card, kind); }
+  int Read(int port) { return ReadCard(card, static_cast<std::uint8_t>(port), now); }
   void Write(int port, int value) {
-    WriteCard(Card, static_cast<std::uint8_t>(port), static_cast<std::uint8_t>(value), Now);
+    WriteCard(card, static_cast<std::uint8_t>(port), static_cast<std::uint8_t>(value), now);
   }
   void Writes(std::initializer_list<std::pair<int, int>> accesses) {
     for (const auto& [port, value] : accesses) Write(port, value);
@@ -37,66 +37,66 @@ class Bench {
     for (int port = 1; port < 256; ++port) Write(port, value);
   }
 
-  CardState Card{};
-  Nanos Now = 0;
+  CardState card{};
+  Nanos now = 0;
 };
 
 TEST(CpuCard, RegistersReadAndWriteAsTheMapSays) {
   Bench cpu(CardKind::Cpu);
   EXPECT_THAT(cpu.ReadAll(0, 9), ElementsAre(1, 0xA3, 0, 0, 0, 0, 0, 0, 1, 0xFF));
-  cpu.Card.Cpu.Settings = 0x5A;
-  cpu.Card.Cpu.TaskCount = 3;
-  cpu.Card.Cpu.Status = 0;
-  SetInputLevel(cpu.Card, 2, true);
-  SetInputLevel(cpu.Card, 15, true);
+  cpu.card.cpu.settings = 0x5A;
+  cpu.card.cpu.taskCount = 3;
+  cpu.card.cpu.status = 0;
+  SetInputLevel(cpu.card, 2, true);
+  SetInputLevel(cpu.card, 15, true);
   cpu.Writes({{5, 0x81}, {6, 0x42}, {2, 1}, {3, 0xFF}, {4, 0xFF}, {7, 0xFF}, {8, 0xFF}, {0, 7}});
   EXPECT_THAT(cpu.ReadAll(0, 9), ElementsAre(1, 0xA3, 0, 0x04, 0x80, 0x81, 0x42, 0x5A, 3, 0xFF));
-  EXPECT_EQ(cpu.Card.Cpu.Status, 1);
+  EXPECT_EQ(cpu.card.cpu.status, 1);
   EXPECT_EQ(cpu.Read(255), 0xFF);
-  EXPECT_TRUE(OutputLevel(cpu.Card, 9));
-  EXPECT_FALSE(OutputLevel(cpu.Card, 8));
+  EXPECT_TRUE(OutputLevel(cpu.card, 9));
+  EXPECT_FALSE(OutputLevel(cpu.card, 8));
 }
 
 TEST(CpuCard, KeyStaysLatchedUntilZeroIsWrittenAndANewCodeOverwritesIt) {
   Bench cpu(CardKind::Cpu);
-  CpuCard card(cpu.Card.Cpu);
+  CpuCard card(cpu.card.cpu);
   card.LatchKey(0x69);
   EXPECT_EQ(cpu.Read(2), 0x69);
   card.LatchKey(0x72);
   EXPECT_EQ(cpu.Read(2), 0x72);
   cpu.Write(1, 1);
   EXPECT_EQ(cpu.Read(2), 0x72);
-  EXPECT_EQ(cpu.Card.Cpu.KeyClears, 0U);
+  EXPECT_EQ(cpu.card.cpu.keyClears, 0U);
   cpu.Writes({{1, 0}, {1, 0}});
   EXPECT_EQ(cpu.Read(2), 0);
-  EXPECT_EQ(cpu.Card.Cpu.KeyClears, 1U);
+  EXPECT_EQ(cpu.card.cpu.keyClears, 1U);
 }
 
 TEST(CpuCard, FunctionKeysStandAtTheirPortOnlyWhereTheCardHasOne) {
   Bench cpu(CardKind::Cpu);
-  cpu.Card.Cpu.FunctionKeys = 0xF9;
+  cpu.card.cpu.functionKeys = 0xF9;
   EXPECT_EQ(cpu.Read(0), 1);
   EXPECT_EQ(cpu.Read(12), 0xFF);
-  cpu.Card.Cpu.FunctionPort = 12;
+  cpu.card.cpu.functionPort = 12;
   EXPECT_EQ(cpu.Read(12), 0x09);
-  cpu.Card.Cpu.FunctionPort = 5;
+  cpu.card.cpu.functionPort = 5;
   EXPECT_EQ(cpu.Read(5), 0);
 }
 
 TEST(IoCard, RegistersReadAndWriteAsTheMapSays) {
   Bench io(CardKind::Io);
   EXPECT_THAT(io.ReadAll(0, 10), ElementsAre(0xFF, 0xFF, 0xFF, 1, 0x83, 0, 0, 0, 0, 0, 0xFF));
-  SetInputLevel(io.Card, 3, true);
-  SetInputLevel(io.Card, 9, true);
-  SetInputLevel(io.Card, 16, true);
+  SetInputLevel(io.card, 3, true);
+  SetInputLevel(io.card, 9, true);
+  SetInputLevel(io.card, 16, true);
   io.FloodPorts(0xAA);
   io.Writes({{5, 0x11}, {6, 0x22}, {7, 0x84}});
   EXPECT_THAT(io.ReadAll(0, 10), ElementsAre(0xFF, 0xFF, 0xFF, 1, 0x83, 0x11, 0x22, 0x84, 0x08, 0x02, 0xFF));
-  EXPECT_TRUE(OutputLevel(io.Card, 23));
-  EXPECT_TRUE(OutputLevel(io.Card, 18));
-  EXPECT_FALSE(OutputLevel(io.Card, 17));
-  EXPECT_FALSE(OutputLevel(io.Card, 24));
-  SetInputLevel(io.Card, 3, false);
+  EXPECT_TRUE(OutputLevel(io.card, 23));
+  EXPECT_TRUE(OutputLevel(io.card, 18));
+  EXPECT_FALSE(OutputLevel(io.card, 17));
+  EXPECT_FALSE(OutputLevel(io.card, 24));
+  SetInputLevel(io.card, 3, false);
   EXPECT_EQ(io.Read(8), 0);
 }
 
@@ -104,75 +104,75 @@ TEST(AnyCard, EmptyPlaceReadsOpenBusAndLosesWrites) {
   Bench none(CardKind::None);
   none.FloodPorts(0x55);
   EXPECT_THAT(none.ReadAll(3, 5), ElementsAre(0xFF, 0xFF, 0xFF));
-  EXPECT_EQ(InputCount(none.Card) + OutputCount(none.Card) + MotorCount(none.Card) + CylinderCount(none.Card),
+  EXPECT_EQ(InputCount(none.card) + OutputCount(none.card) + MotorCount(none.card) + CylinderCount(none.card),
             0);
-  EXPECT_EQ(MotorChannel(none.Card, 0), nullptr);
+  EXPECT_EQ(MotorChannel(none.card, 0), nullptr);
 }
 
 // What differs between the motor cards: the select port and the number of channels.
 struct MotorCard {
-  CardKind Kind;
-  int Type;
-  int Select;
-  int Channels;
+  CardKind kind;
+  int type;
+  int select;
+  int channels;
 };
 
 class MotorCards : public testing::TestWithParam<MotorCard>, protected Bench {
  protected:
-  MotorCards() : Bench(GetParam().Kind) {}
+  MotorCards() : Bench(GetParam().kind) {}
   // Programs and starts a move on a channel; 100 pulses per second and unit.
   void Move(int channel, int steps, int frequency, int control, int stop = 0) {
-    Writes({{GetParam().Select, channel}, {8, control}, {9, frequency}});
+    Writes({{GetParam().select, channel}, {8, control}, {9, frequency}});
     for (int byte = 3; byte >= 0; --byte) Write(12 + byte, (2 * steps) >> (8 * byte) & 0xFF);
     for (int byte = 3; byte >= 0; --byte) Write(26 + byte, (2 * stop) >> (8 * byte) & 0xFF);
     Write(24, 1);
   }
   std::vector<int> Encoder() { return ReadAll(20, 23); }
-  PulseChannel Channel(int channel) { return PulseChannel(*MotorChannel(Card, channel)); }
-  std::int64_t Position(int channel) { return Channel(channel).PositionAt(Now); }
+  PulseChannel Channel(int channel) { return PulseChannel(*MotorChannel(card, channel)); }
+  std::int64_t Position(int channel) { return Channel(channel).PositionAt(now); }
 };
 
 TEST_P(MotorCards, IdentityAndUnusedPorts) {
   EXPECT_THAT(ReadAll(0, 19), testing::Each(testing::Ne(0)));
-  EXPECT_THAT(ReadAll(0, 6), ElementsAre(0xFF, 0xFF, 0xFF, 1, GetParam().Type, 0xFF, 0xFF));
+  EXPECT_THAT(ReadAll(0, 6), ElementsAre(0xFF, 0xFF, 0xFF, 1, GetParam().type, 0xFF, 0xFF));
   EXPECT_THAT(ReadAll(20, 30), ElementsAre(0, 0, 0, 0x80, 0, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF));
 }
 
 TEST_P(MotorCards, NumberOfStepsMovesPositionAndEncoderAtTheRateOfTheFrequencyCode) {
-  Now = 5 * kMs;
+  now = 5 * kMs;
   Move(1, 300, 2, 0x00);
-  Now += 499 * kMs;
+  now += 499 * kMs;
   EXPECT_EQ(Position(1), 99);
-  Now += 1 * kMs;
+  now += 1 * kMs;
   EXPECT_EQ(Position(1), 100);
   EXPECT_THAT(Encoder(), ElementsAre(100, 0, 0, 0x80));
   EXPECT_EQ(Channel(1).MoveEnd(), 1505 * kMs);
   EXPECT_EQ(Channel(1).ReachTime(0), std::nullopt);
   EXPECT_EQ(Channel(1).ReachTime(250), 1255 * kMs);
   EXPECT_EQ(Channel(1).ReachTime(301), std::nullopt);
-  Now = 1505 * kMs - 1;
-  EXPECT_TRUE(Channel(1).Busy(Now));
-  Now += 1;
-  EXPECT_FALSE(Channel(1).Busy(Now));
+  now = 1505 * kMs - 1;
+  EXPECT_TRUE(Channel(1).Busy(now));
+  now += 1;
+  EXPECT_FALSE(Channel(1).Busy(now));
   EXPECT_THAT(Encoder(), ElementsAre(0x2C, 0x01, 0, 0x80));
   Move(1, 301, 1, 0x80);
-  Now += 5000 * kMs;
+  now += 5000 * kMs;
   EXPECT_THAT(Encoder(), ElementsAre(0xFF, 0xFF, 0xFF, 0x7F));
   EXPECT_EQ(Position(0), 0);
 }
 
 TEST_P(MotorCards, EncoderBytesBelongToTheMomentOfTheLowestByte) {
   Move(0, 600, 1, 0x00);
-  Now = 2550 * kMs;
+  now = 2550 * kMs;
   EXPECT_EQ(Read(20), 255);
-  Now = 2560 * kMs;
+  now = 2560 * kMs;
   EXPECT_EQ(Read(21), 0);
   EXPECT_THAT(Encoder(), ElementsAre(0, 1, 0, 0x80));
 }
 
 TEST_P(MotorCards, FrequencyZeroIsBusyForEverUntilTheGeneratorIsCleared) {
   Move(0, 10, 0, 0x00);
-  Now = 3600000 * kMs;
+  now = 3600000 * kMs;
   EXPECT_EQ(Read(24), 1);
   EXPECT_EQ(Position(0), 0);
   EXPECT_EQ(Channel(0).MoveEnd(), std::nullopt);
@@ -190,73 +190,73 @@ TEST_P(MotorCards, FrequencyZeroIsBusyForEverUntilTheGeneratorIsCleared) {
 TEST_P(MotorCards, ClearsActOnTheSelectedChannelAndLeaveThePosition) {
   Move(0, 100, 1, 0x00);
   Move(1, 100, 1, 0x00);
-  Now = 500 * kMs;
-  Writes({{GetParam().Select, 1}, {19, 1}, {19, 0}});
-  Now = 600 * kMs;
+  now = 500 * kMs;
+  Writes({{GetParam().select, 1}, {19, 1}, {19, 0}});
+  now = 600 * kMs;
   EXPECT_THAT(Encoder(), ElementsAre(10, 0, 0, 0x80));
   EXPECT_EQ(Position(1), 60);
   Write(18, 0xFF);
-  Now = 2000 * kMs;
+  now = 2000 * kMs;
   EXPECT_EQ(Position(1), 60);
   EXPECT_EQ(Position(0), 100);
 }
 
 TEST_P(MotorCards, SelectBeyondTheLastChannelReachesNone) {
-  Move(GetParam().Channels, 10, 1, 0x00);
+  Move(GetParam().channels, 10, 1, 0x00);
   EXPECT_THAT(Encoder(), ElementsAre(0xFF, 0xFF, 0xFF, 0xFF));
   EXPECT_EQ(Read(24), 0);
-  for (int channel = 0; channel < GetParam().Channels; ++channel) EXPECT_FALSE(Channel(channel).Busy(Now));
-  Move(GetParam().Channels - 1, 10, 1, 0x00);
-  EXPECT_TRUE(Channel(GetParam().Channels - 1).Busy(Now));
+  for (int channel = 0; channel < GetParam().channels; ++channel) EXPECT_FALSE(Channel(channel).Busy(now));
+  Move(GetParam().channels - 1, 10, 1, 0x00);
+  EXPECT_TRUE(Channel(GetParam().channels - 1).Busy(now));
 }
 
 TEST_P(MotorCards, StartDuringAMoveBeginsTheNewOneAndRegistersCountFromTheNextStart) {
   Move(0, 100, 1, 0x00);
-  Now = 300 * kMs;
+  now = 300 * kMs;
   Writes({{9, 50}, {8, 0x80}, {12, 2}});
   EXPECT_EQ(Position(0), 30);
-  Now = 400 * kMs;
+  now = 400 * kMs;
   EXPECT_EQ(Position(0), 40);
   Move(0, 10, 1, 0x80);
-  Now = 450 * kMs;
+  now = 450 * kMs;
   EXPECT_EQ(Position(0), 35);
-  Now = 500 * kMs;
+  now = 500 * kMs;
   EXPECT_EQ(Read(24), 0);
   EXPECT_EQ(Position(0), 30);
-  EXPECT_EQ(MotorChannel(Card, 0)->Moves, 2U);
+  EXPECT_EQ(MotorChannel(card, 0)->moves, 2U);
 }
 
 TEST_P(MotorCards, CountStopEndsTheMoveWithThePulseThatReachesIt) {
   Move(0, 1000, 1, 0x08, 30);
   EXPECT_EQ(Channel(0).MoveEnd(), 300 * kMs);
   EXPECT_EQ(Channel(0).ReachTime(31), std::nullopt);
-  Now = 1000 * kMs;
+  now = 1000 * kMs;
   EXPECT_EQ(Read(24), 0);
   EXPECT_EQ(Position(0), 30);
   // On the way back the magnitude falls first and is reached again on the other side.
   Move(0, 1000, 1, 0x88, 30);
   EXPECT_EQ(Channel(0).MoveEnd(), 1600 * kMs);
-  Now = 5000 * kMs;
+  now = 5000 * kMs;
   EXPECT_EQ(Position(0), -30);
   // Further out it ends with its first pulse.
   Move(0, 1000, 1, 0x88, 30);
-  Now = 9000 * kMs;
+  now = 9000 * kMs;
   EXPECT_EQ(Position(0), -31);
   Move(0, 1, 1, 0x80);
-  Now = 9100 * kMs;
+  now = 9100 * kMs;
   Move(0, 1000, 1, 0x08, 30);
-  Now = 9500 * kMs;
+  now = 9500 * kMs;
   EXPECT_EQ(Position(0), -31);
   // Without its bit the stop count does not matter.
   Move(0, 100, 1, 0x80, 30);
-  Now = 11000 * kMs;
+  now = 11000 * kMs;
   EXPECT_EQ(Position(0), -131);
 }
 
 TEST_P(MotorCards, ExternalStopEndsTheMoveAtItsOwnTime) {
   Move(0, 100, 1, 0x44);
-  SetMotorStop(Card, 0, true, 345 * kMs);
-  Now = 2000 * kMs;
+  SetMotorStop(card, 0, true, 345 * kMs);
+  now = 2000 * kMs;
   EXPECT_EQ(Read(24), 0);
   EXPECT_EQ(Position(0), 34);
   // The stop is still there: no start but by force.
@@ -264,13 +264,13 @@ TEST_P(MotorCards, ExternalStopEndsTheMoveAtItsOwnTime) {
   EXPECT_EQ(Read(24), 0);
   Move(0, 100, 1, 0x64);
   EXPECT_EQ(Read(24), 1);
-  Now = 4000 * kMs;
+  now = 4000 * kMs;
   EXPECT_EQ(Position(0), 134);
   // The other sense: an input that is on lets it run, and stops it when it goes off.
   Move(0, 100, 1, 0x04);
   EXPECT_EQ(Read(24), 1);
-  SetMotorStop(Card, 0, false, 4100 * kMs);
-  Now = 9000 * kMs;
+  SetMotorStop(card, 0, false, 4100 * kMs);
+  now = 9000 * kMs;
   EXPECT_EQ(Read(24), 0);
   EXPECT_EQ(Position(0), 144);
 }
@@ -279,12 +279,12 @@ TEST_P(MotorCards, BlockedMotorTakesItsTimeAndStandsStill) {
   Move(0, 100, 1, 0x08, 50);
   Channel(0).SetBlocked(true, 200 * kMs);
   EXPECT_EQ(Channel(0).MoveEnd(), 1000 * kMs);
-  Now = 400 * kMs;
+  now = 400 * kMs;
   EXPECT_EQ(Position(0), 20);
   EXPECT_EQ(Read(24), 1);
-  Channel(0).SetBlocked(false, Now);
+  Channel(0).SetBlocked(false, now);
   EXPECT_EQ(Channel(0).MoveEnd(), 700 * kMs);
-  Now = 2000 * kMs;
+  now = 2000 * kMs;
   EXPECT_THAT(Encoder(), ElementsAre(50, 0, 0, 0x80));
 }
 
@@ -295,38 +295,38 @@ TEST_P(MotorCards, LosingStepsMissesEveryNthPulse) {
   EXPECT_EQ(Channel(0).ReachTime(4), 50 * kMs);
   EXPECT_EQ(Channel(0).ReachTime(75), 990 * kMs);
   EXPECT_EQ(Channel(0).ReachTime(76), std::nullopt);
-  Now = 40 * kMs;
+  now = 40 * kMs;
   EXPECT_EQ(Position(0), 3);
-  Now = 2000 * kMs;
+  now = 2000 * kMs;
   EXPECT_EQ(Position(0), 75);
-  Channel(0).SetLoseEvery(1, Now);
+  Channel(0).SetLoseEvery(1, now);
   Move(0, 100, 1, 0x00);
-  Now = 9000 * kMs;
+  now = 9000 * kMs;
   EXPECT_EQ(Position(0), 75);
 }
 
 TEST_P(MotorCards, LongMovesKeepTheirPulses) {
-  Card.Kind == CardKind::Stepper ? Card.Stepper.PulsesPerUnit = 1000000 : Card.Servo.PulsesPerUnit = 1000000;
-  Writes({{GetParam().Select, 0}, {8, 0x80}, {9, 255}, {12, 0xFF}, {13, 0xFF}, {14, 0xFF}, {15, 0xFF}});
+  card.kind == CardKind::Stepper ? card.stepper.pulsesPerUnit = 1000000 : card.servo.pulsesPerUnit = 1000000;
+  Writes({{GetParam().select, 0}, {8, 0x80}, {9, 255}, {12, 0xFF}, {13, 0xFF}, {14, 0xFF}, {15, 0xFF}});
   Write(24, 1);
   EXPECT_EQ(Channel(0).MoveEnd(), 8421504499);
-  Now = 400LL * 24 * 3600 * 1000 * kMs;
+  now = 400LL * 24 * 3600 * 1000 * kMs;
   EXPECT_EQ(Position(0), -2147483647);
   Move(0, 2, 1, 0x80);
-  Now += 1000 * kMs;
+  now += 1000 * kMs;
   EXPECT_THAT(Encoder(), ElementsAre(0xFF, 0xFF, 0xFF, 0xFF));
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, MotorCards,
                          testing::Values(MotorCard{CardKind::Stepper, 0x81, 7, 8},
                                          MotorCard{CardKind::Servo, 0x84, 5, 4}),
-                         [](const auto& card) { return card.param.Type == 0x81 ? "Stepper" : "Servo"; });
+                         [](const auto& card) { return card.param.type == 0x81 ? "Stepper" : "Servo"; });
 
 TEST(StepperCard, BusyBitTellsOfTheSelectedChannelAndStopInputsAreOnePerChannel) {
   Bench stepper(CardKind::Stepper);
   // The bits of the stop channel are not there: the channel's own stop input counts.
-  SetMotorStop(stepper.Card, 3, true, 0);
-  SetMotorStop(stepper.Card, 8, true, 0);
+  SetMotorStop(stepper.card, 3, true, 0);
+  SetMotorStop(stepper.card, 8, true, 0);
   stepper.Writes({{7, 2}, {8, 0x47}, {9, 1}, {12, 20}, {24, 1}});
   EXPECT_EQ(stepper.Read(24), 1);
   stepper.Writes({{7, 3}, {8, 0x47}, {9, 1}, {12, 20}, {24, 1}});
@@ -334,9 +334,9 @@ TEST(StepperCard, BusyBitTellsOfTheSelectedChannelAndStopInputsAreOnePerChannel)
   stepper.Write(7, 2);
   EXPECT_EQ(stepper.Read(24), 1);
   stepper.Writes({{10, 0x34}, {11, 0x12}, {16, 0x78}, {17, 0x56}});
-  EXPECT_EQ(stepper.Card.Stepper.Channels[2].StartSteps, 0x1234);
-  EXPECT_EQ(stepper.Card.Stepper.Channels[2].Compensation, 0x5678);
-  stepper.Now = 100 * kMs;
+  EXPECT_EQ(stepper.card.stepper.channels[2].startSteps, 0x1234);
+  EXPECT_EQ(stepper.card.stepper.channels[2].compensation, 0x5678);
+  stepper.now = 100 * kMs;
   EXPECT_EQ(stepper.Read(24), 0);
 }
 
@@ -347,11 +347,11 @@ TEST(ServoCard, BusyHasABitPerChannelAndAnyChannelUsesAnyStopInput) {
   EXPECT_EQ(servo.Read(24), 0x0E);
   servo.Write(5, 7);
   EXPECT_EQ(servo.Read(24), 0x0E);
-  SetMotorStop(servo.Card, 2, true, 50 * kMs);
-  SetMotorStop(servo.Card, 4, true, 50 * kMs);
-  servo.Now = 50 * kMs;
+  SetMotorStop(servo.card, 2, true, 50 * kMs);
+  SetMotorStop(servo.card, 4, true, 50 * kMs);
+  servo.now = 50 * kMs;
   EXPECT_EQ(servo.Read(24), 0x04);
-  EXPECT_EQ(PulseChannel(servo.Card.Servo.Channels[3]).PositionAt(servo.Now), 5);
+  EXPECT_EQ(PulseChannel(servo.card.servo.channels[3]).PositionAt(servo.now), 5);
 }
 
 class CylinderBench : public testing::Test, protected Bench {
@@ -359,16 +359,16 @@ class CylinderBench : public testing::Test, protected Bench {
   CylinderBench() : Bench(CardKind::Cylinder) {}
   void Command(int channel, int command) { Writes({{5, channel}, {6, command}}); }
   int StatusAt(Nanos at) {
-    Now = at;
+    now = at;
     return Read(6);
   }
-  CylinderCard Model() { return CylinderCard(Card.Cylinder); }
+  CylinderCard Model() { return CylinderCard(card.cylinder); }
 };
 
 TEST_F(CylinderBench, RegistersReadAsTheMapSays) {
   EXPECT_THAT(ReadAll(0, 9), ElementsAre(0xFF, 0xFF, 0xFF, 1, 0x82, 0, 0x10, 0xFF, 0xFF, 0xFF));
   Write(7, 0x3F);
-  EXPECT_EQ(Card.Cylinder.Delay, 0x3F);
+  EXPECT_EQ(card.cylinder.delay, 0x3F);
   EXPECT_EQ(Read(7), 0xFF);
   Command(3, 0x35);
   EXPECT_EQ(Read(6), 0xFF);
@@ -381,16 +381,16 @@ TEST_F(CylinderBench, MoveIsTakenLetGoAndTravelsByTheWay) {
   EXPECT_EQ(Read(5), 1);
   EXPECT_EQ(StatusAt(1000), 0x61);
   EXPECT_EQ(Read(5), 1);
-  Now = 2000;
+  now = 2000;
   EXPECT_EQ(Read(5), 0);
-  EXPECT_EQ(Model().NextEvent(1, Now), 300 * kMs);
+  EXPECT_EQ(Model().NextEvent(1, now), 300 * kMs);
   EXPECT_EQ(Model().PlaceAt(1, 150 * kMs), 1500);
   EXPECT_EQ(StatusAt(300 * kMs - 1), 0x61);
-  EXPECT_EQ(Model().StandsAt(1, Now), -1);
+  EXPECT_EQ(Model().StandsAt(1, now), -1);
   EXPECT_EQ(StatusAt(300 * kMs), 0x10);
-  EXPECT_EQ(Model().StandsAt(1, Now), 3);
-  EXPECT_EQ(Model().NextEvent(1, Now), std::nullopt);
-  EXPECT_EQ(Model().StandsAt(0, Now), 0);
+  EXPECT_EQ(Model().StandsAt(1, now), 3);
+  EXPECT_EQ(Model().NextEvent(1, now), std::nullopt);
+  EXPECT_EQ(Model().StandsAt(0, now), 0);
   // To where it stands: a millisecond.
   Command(1, 0x33);
   EXPECT_EQ(StatusAt(301 * kMs - 1), 0x61);
@@ -399,30 +399,30 @@ TEST_F(CylinderBench, MoveIsTakenLetGoAndTravelsByTheWay) {
 
 TEST_F(CylinderBench, ANewMoveTurnsItOnTheWayAndOtherBytesAreNotTaken) {
   Command(0, 0x34);
-  Now = 150 * kMs;
+  now = 150 * kMs;
   Command(0, 0x31);
   for (int byte : {0x00, 0x11, 0x2F, 0x40, 0xFF}) Command(0, byte);
   EXPECT_EQ(StatusAt(200 * kMs - 1), 0x61);
   EXPECT_EQ(StatusAt(200 * kMs), 0x10);
-  EXPECT_EQ(Model().StandsAt(0, Now), 1);
+  EXPECT_EQ(Model().StandsAt(0, now), 1);
 }
 
 TEST_F(CylinderBench, SetupEndsAtPositionZeroAndResetStopsOnTheWay) {
   Command(2, 0x3F);
-  Now = 450 * kMs;
+  now = 450 * kMs;
   Command(2, 0x10);
   EXPECT_EQ(StatusAt(450 * kMs + 1000), 0x29);
   EXPECT_EQ(StatusAt(500 * kMs), 0x20);
-  EXPECT_EQ(Model().PlaceAt(2, Now), 4500);
-  EXPECT_EQ(Model().StandsAt(2, Now), -1);
+  EXPECT_EQ(Model().PlaceAt(2, now), 4500);
+  EXPECT_EQ(Model().StandsAt(2, now), -1);
   Command(2, 0x20);
   EXPECT_EQ(StatusAt(1000 * kMs - 1), 0x61);
   EXPECT_EQ(StatusAt(1000 * kMs), 0x10);
-  EXPECT_EQ(Model().StandsAt(2, Now), 0);
+  EXPECT_EQ(Model().StandsAt(2, now), 0);
   // A reset at rest leaves it in position; a move meanwhile has no effect.
   Command(2, 0x10);
   Command(2, 0x31);
-  EXPECT_EQ(Model().StandsAt(2, Now), 0);
+  EXPECT_EQ(Model().StandsAt(2, now), 0);
   EXPECT_EQ(StatusAt(1050 * kMs), 0x10);
 }
 
@@ -430,13 +430,13 @@ TEST_F(CylinderBench, AlarmStopsItAndOnlyAResetClearsIt) {
   Command(0, 0x34);
   Model().RaiseAlarm(0, 2, 200 * kMs);
   EXPECT_EQ(StatusAt(300 * kMs), 0x80);
-  EXPECT_EQ(Model().StandsAt(0, Now), 2);
+  EXPECT_EQ(Model().StandsAt(0, now), 2);
   Command(0, 0x35);
   EXPECT_EQ(StatusAt(300 * kMs + 1000), 0x81);
   EXPECT_EQ(StatusAt(301 * kMs), 0x80);
   Nanos at = 400 * kMs;
   for (int after : {0x80, 0x80, 0x10}) {
-    Now = at;
+    now = at;
     Command(0, 0x10);
     EXPECT_EQ(Read(6), 0x28);
     at += 50 * kMs;
@@ -449,12 +449,12 @@ TEST_F(CylinderBench, LastingAlarmComesBackUntilItsCauseIsGone) {
   Model().RaiseAlarm(1, 255, 0);
   for (int reset = 0; reset < 300; ++reset) {
     Command(1, 0x10);
-    ASSERT_EQ(StatusAt(Now + 50 * kMs), 0x80);
+    ASSERT_EQ(StatusAt(now + 50 * kMs), 0x80);
   }
-  Model().EndAlarmCause(1, Now);
+  Model().EndAlarmCause(1, now);
   EXPECT_EQ(Read(6), 0x80);
   Command(1, 0x10);
-  EXPECT_EQ(StatusAt(Now + 50 * kMs), 0x10);
+  EXPECT_EQ(StatusAt(now + 50 * kMs), 0x10);
 }
 
 TEST_F(CylinderBench, CommandThatIsNotAcknowledgedIsHeldAndLost) {
@@ -462,10 +462,10 @@ TEST_F(CylinderBench, CommandThatIsNotAcknowledgedIsHeldAndLost) {
   Command(0, 0x35);
   EXPECT_EQ(StatusAt(5000 * kMs), 0x10);
   EXPECT_EQ(Read(5), 1);
-  Model().SetNoAcknowledge(0, false, Now);
+  Model().SetNoAcknowledge(0, false, now);
   EXPECT_EQ(Read(5), 0);
   EXPECT_EQ(StatusAt(9000 * kMs), 0x10);
-  EXPECT_EQ(Model().StandsAt(0, Now), 0);
+  EXPECT_EQ(Model().StandsAt(0, now), 0);
 }
 
 }  // namespace

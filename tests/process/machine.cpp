@@ -88,17 +88,17 @@ int FreePort() {
   return ntohs(address.sin_port);
 }
 
-TestMachine::TestMachine(const std::string& rack, rack::TimeMode mode) : Mode(mode) {
+TestMachine::TestMachine(const std::string& rack, rack::TimeMode mode) : mode_(mode) {
   char name[] = "/tmp/velmo-process-XXXXXX";
   EXPECT_NE(mkdtemp(name), nullptr);
-  Directory = std::filesystem::path(name) / "machine";
+  directory_ = std::filesystem::path(name) / "machine";
   Write("rack.toml", rack);
   Write("Velmo.conf", "[UDP]\nPort=" + std::to_string(FreePort()) + "\n");
 }
 
 TestMachine::~TestMachine() {
   Stop();
-  std::filesystem::remove_all(Directory.parent_path());
+  std::filesystem::remove_all(directory_.parent_path());
 }
 
 void TestMachine::Write(const std::string& name, const std::string& text) const {
@@ -114,8 +114,8 @@ std::string TestMachine::Read(const std::string& name) const {
 
 pid_t TestMachine::Launch(std::vector<std::string> options, int output) {
   options.insert(options.begin(), {VELMO_RACK_PROGRAM, "run"});
-  if (Mode == rack::TimeMode::Virtual) options.insert(options.end(), {"--time", "virtual", "--stopped"});
-  options.push_back(Directory);
+  if (mode_ == rack::TimeMode::Virtual) options.insert(options.end(), {"--time", "virtual", "--stopped"});
+  options.push_back(directory_);
   const int errors = open(Path("../errors").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
   const pid_t parent = getpid();
   const pid_t child = fork();
@@ -137,24 +137,24 @@ pid_t TestMachine::Launch(std::vector<std::string> options, int output) {
 
 void TestMachine::Attach() {
   ASSERT_TRUE(Eventually([&] {
-    return View.Open(Directory).empty() && View.State().Live.Controller.Attaches != 0;
+    return view_.Open(directory_).empty() && view_.State().live.controller.attaches != 0;
   })) << Errors();
-  Reader.emplace(View.State().Journal, rack::JournalReader::Start::Oldest);
-  Lost = Reader->Number();
-  if (Mode == rack::TimeMode::Real) return;
+  reader_.emplace(view_.State().journal, rack::JournalReader::Start::Oldest);
+  lost_ = reader_->Number();
+  if (mode_ == rack::TimeMode::Real) return;
   ASSERT_TRUE(StandsAfter(0)) << Errors();
 }
 
 bool TestMachine::StandsAfter(std::uint32_t command) {
-  const auto isOver = [&] { return rack::Stands(View.State().Time, command) || !View.Running(); };
-  return Eventually(isOver, 50us) && View.Running();
+  const auto isOver = [&] { return rack::Stands(view_.State().time, command) || !view_.Running(); };
+  return Eventually(isOver, 50us) && view_.Running();
 }
 
 bool TestMachine::GoOn() {
-  Stood += kStride;
+  stood_ += kStride;
   rack::TimeCommand command = {};
-  command.HoldAt = Stood;
-  return StandsAfter(View.Give(command));
+  command.holdAt = stood_;
+  return StandsAfter(view_.Give(command));
 }
 
 bool TestMachine::Await(const std::function<bool()>& condition) {
@@ -162,17 +162,17 @@ bool TestMachine::Await(const std::function<bool()>& condition) {
     KeepJournal();
     return condition();
   };
-  if (Mode == rack::TimeMode::Real) return Eventually(isThere);
-  const rack::Nanos limit = Stood + std::chrono::nanoseconds(kLimit).count();
+  if (mode_ == rack::TimeMode::Real) return Eventually(isThere);
+  const rack::Nanos limit = stood_ + std::chrono::nanoseconds(kLimit).count();
   while (!isThere()) {
-    if (Stood > limit || !GoOn()) return false;
+    if (stood_ > limit || !GoOn()) return false;
   }
   return true;
 }
 
 void TestMachine::Start(std::vector<std::string> options) {
   const int output = open(Path("../console").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-  Tool = Launch(std::move(options), output);
+  tool_ = Launch(std::move(options), output);
   close(output);
   Attach();
 }
@@ -180,7 +180,7 @@ void TestMachine::Start(std::vector<std::string> options) {
 int TestMachine::StartOnPipe() {
   int ends[2];
   EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
-  Tool = Launch({}, ends[1]);
+  tool_ = Launch({}, ends[1]);
   close(ends[1]);
   Attach();
   return ends[0];
@@ -192,24 +192,24 @@ void TestMachine::StartUntil(const std::string& text, std::vector<std::string> o
 }
 
 void TestMachine::Stop() {
-  if (Tool < 0) return;
-  kill(Tool, SIGTERM);
+  if (tool_ < 0) return;
+  kill(tool_, SIGTERM);
   WaitForEnd();
 }
 
 int TestMachine::WaitForEnd() {
   int status = 0;
-  if (Mode == rack::TimeMode::Virtual && Reader) View.Give({});  // one that stands does not end
-  waitpid(Tool, &status, 0);
-  Tool = -1;
+  if (mode_ == rack::TimeMode::Virtual && reader_) view_.Give({});  // one that stands does not end
+  waitpid(tool_, &status, 0);
+  tool_ = -1;
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 std::string TestMachine::Console() const {
   std::string text = Read("../console");
-  const bool isReal = Mode == rack::TimeMode::Real;
-  const std::string process = isReal ? std::to_string(View.State().Live.Controller.Process) : "1000";
-  ReplaceAll(text, isReal ? "RunEnv: " + Directory.string() : "RunEnv: .", "RunEnv: DIRECTORY");
+  const bool isReal = mode_ == rack::TimeMode::Real;
+  const std::string process = isReal ? std::to_string(view_.State().live.controller.process) : "1000";
+  ReplaceAll(text, isReal ? "RunEnv: " + directory_.string() : "RunEnv: .", "RunEnv: DIRECTORY");
   ReplaceAll(text, "ID:" + process + ",", "ID:PROCESS,");
   ReplaceAll(text, "ID: " + process + ",", "ID: PROCESS,");
   ReplaceNumbers(text, "Load ISA Driver successfully![", "HANDLE");
@@ -266,33 +266,33 @@ bool TestMachine::WaitForConsole(const std::string& text) {
 
 void TestMachine::KeepJournal() {
   rack::JournalRecord record;
-  while (Reader->Next(record, Lost) == rack::JournalReader::Result::Record) Records.push_back(record);
+  while (reader_->Next(record, lost_) == rack::JournalReader::Result::Record) records_.push_back(record);
 }
 
 const std::vector<rack::JournalRecord>& TestMachine::Journal() {
   KeepJournal();
-  EXPECT_EQ(Lost, 0U) << "the journal has not kept all records";
-  return Records;
+  EXPECT_EQ(lost_, 0U) << "the journal has not kept all records";
+  return records_;
 }
 
 std::string TestMachine::Bus(int task) {
   std::string bus;
   for (const rack::JournalRecord& record : Journal()) {
-    if (record.Task != task) continue;
+    if (record.task != task) continue;
     char text[24];
-    const unsigned value = static_cast<unsigned>(record.Value);
-    switch (record.Kind) {
+    const unsigned value = static_cast<unsigned>(record.value);
+    switch (record.kind) {
       case rack::JournalKind::Read:
-        std::snprintf(text, sizeof text, "%d>%02X ", record.Port, value);
+        std::snprintf(text, sizeof text, "%d>%02X ", record.port, value);
         break;
       case rack::JournalKind::ReadFailed:
-        std::snprintf(text, sizeof text, "%d>fails ", record.Port);
+        std::snprintf(text, sizeof text, "%d>fails ", record.port);
         break;
       case rack::JournalKind::Write:
-        if (record.Port == 0) {
+        if (record.port == 0) {
           std::snprintf(text, sizeof text, "#%u ", value);
         } else {
-          std::snprintf(text, sizeof text, "%d<%02X ", record.Port, value);
+          std::snprintf(text, sizeof text, "%d<%02X ", record.port, value);
         }
         break;
       default:
@@ -304,15 +304,15 @@ std::string TestMachine::Bus(int task) {
 }
 
 void TestMachine::Ask(const rack::Request& request) {
-  EXPECT_EQ(View.Ask(request), "") << Console() << Errors();
+  EXPECT_EQ(view_.Ask(request), "") << Console() << Errors();
 }
 
 std::size_t TestMachine::Polls() {
   std::size_t polls = 0;
   for (const rack::JournalRecord& record : Journal()) {
     const bool isRead =
-        record.Kind == rack::JournalKind::Read || record.Kind == rack::JournalKind::ReadFailed;
-    if (isRead && record.Task == 0 && record.Port == 2) ++polls;
+        record.kind == rack::JournalKind::Read || record.kind == rack::JournalKind::ReadFailed;
+    if (isRead && record.task == 0 && record.port == 2) ++polls;
   }
   return polls;
 }
@@ -325,14 +325,14 @@ void TestMachine::AwaitPolls() {
 
 void TestMachine::Tap(int code) {
   rack::Request request = {};
-  request.Kind = rack::RequestKind::PressKey;
-  request.Value = code;
-  request.Duration = 60 * rack::kMillisecond;
+  request.kind = rack::RequestKind::PressKey;
+  request.value = code;
+  request.duration = 60 * rack::kMillisecond;
   std::uint32_t number = 0;
-  EXPECT_EQ(View.Ask(request, &number), "") << Console() << Errors();
+  EXPECT_EQ(view_.Ask(request, &number), "") << Console() << Errors();
   EXPECT_TRUE(Await([&] {
-    const rack::KeyState& keys = View.Live().Keys;
-    return keys.PressRequest == number && keys.TakenRequest == number;
+    const rack::KeyState& keys = view_.Live().keys;
+    return keys.pressRequest == number && keys.takenRequest == number;
   })) << Console();
 }
 
@@ -343,41 +343,41 @@ void TestMachine::Press(int code) {
 
 void TestMachine::HoldFunctionKeys(int bits, int millis) {
   rack::Request request = {};
-  request.Kind = rack::RequestKind::PressFunctionKeys;
-  request.Value = bits;
-  request.Duration = millis * rack::kMillisecond;
+  request.kind = rack::RequestKind::PressFunctionKeys;
+  request.value = bits;
+  request.duration = millis * rack::kMillisecond;
   Ask(request);
-  EXPECT_TRUE(Await([&] { return View.Live().Keys.FunctionBits == 0; })) << Console();
+  EXPECT_TRUE(Await([&] { return view_.Live().keys.functionBits == 0; })) << Console();
   AwaitPolls();
 }
 
 void TestMachine::SetInput(int slot, int channel, bool on) {
   rack::Request request = {};
-  request.Kind = rack::RequestKind::SetInput;
-  request.Slot = static_cast<std::uint8_t>(slot);
-  request.Channel = static_cast<std::uint8_t>(channel);
-  request.Value = on ? 1 : 0;
+  request.kind = rack::RequestKind::SetInput;
+  request.slot = static_cast<std::uint8_t>(slot);
+  request.channel = static_cast<std::uint8_t>(channel);
+  request.value = on ? 1 : 0;
   Ask(request);
 }
 
 void TestMachine::Fault(rack::FaultKind kind, int slot, int channel, int value) {
   rack::Request request = {};
-  request.Kind = rack::RequestKind::BeginFault;
-  request.Fault = kind;
-  request.Slot = static_cast<std::uint8_t>(slot);
-  request.Channel = static_cast<std::uint8_t>(channel);
-  request.Value = value;
+  request.kind = rack::RequestKind::BeginFault;
+  request.fault = kind;
+  request.slot = static_cast<std::uint8_t>(slot);
+  request.channel = static_cast<std::uint8_t>(channel);
+  request.value = value;
   Ask(request);
 }
 
 void TestMachine::EndFaults() {
   rack::Request request = {};
-  request.Kind = rack::RequestKind::EndAllFaults;
+  request.kind = rack::RequestKind::EndAllFaults;
   Ask(request);
 }
 
 pid_t TestMachine::Controller() {
-  return View.State().Live.Controller.Process;
+  return view_.State().live.controller.process;
 }
 
 double TestMachine::ProcessorSeconds() {

@@ -39,7 +39,7 @@ class TestMachine {
   // A file of the machine's directory, its directory made as needed.
   void Write(const std::string& name, const std::string& text) const;
   std::string Read(const std::string& name) const;
-  std::filesystem::path Path(const std::string& name) const { return Directory / name; }
+  std::filesystem::path Path(const std::string& name) const { return directory_ / name; }
 
   // Starts `velmo-rack run OPTIONS DIR` and waits until the controller has come to the rack.
   void Start(std::vector<std::string> options = {});
@@ -88,9 +88,9 @@ class TestMachine {
   // Waits until the keypad has been polled twice from now on.
   void AwaitPolls();
 
-  const rack::RackLive& Live() { return View.Live(); }
+  const rack::RackLive& Live() { return view_.Live(); }
   // Everything in the rack at this moment.
-  rack::Snapshot Picture() { return View.Take(); }
+  rack::Snapshot Picture() { return view_.Take(); }
   pid_t Controller();
   // Processor time of the controller so far, in seconds.
   double ProcessorSeconds();
@@ -106,14 +106,14 @@ class TestMachine {
   std::vector<std::string> ConsoleLines() const;
   std::size_t Polls();
 
-  std::filesystem::path Directory;
-  pid_t Tool = -1;
-  rack::TimeMode Mode;
-  rack::Nanos Stood = 0;  // virtual time: up to where it has run
-  rack::Machine View;
-  std::optional<rack::JournalReader> Reader;
-  std::vector<rack::JournalRecord> Records;
-  std::uint64_t Lost = 0;
+  std::filesystem::path directory_;
+  pid_t tool_ = -1;
+  rack::TimeMode mode_;
+  rack::Nanos stood_ = 0;  // virtual time: up to where it has run
+  rack::Machine view_;
+  std::optional<rack::JournalReader> reader_;
+  std::vector<rack::JournalRecord> records_;
+  std::uint64_t lost_ = 0;
 };
 
 // Scan codes of the keypad, as the card latches them.

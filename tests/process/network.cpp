@@ -27,7 +27,7 @@ void AwaitPort(TestMachine& machine, int port) {
   }));
 }
 
-OwnNetwork::OwnNetwork() : Before(open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC)) {
+OwnNetwork::OwnNetwork() : before_(open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC)) {
   if (unshare(CLONE_NEWNET) != 0) return;
   const int handle = socket(AF_INET, SOCK_DGRAM, 0);
   ifreq request = {};
@@ -38,6 +38,6 @@ OwnNetwork::OwnNetwork() : Before(open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC
 }
 
 OwnNetwork::~OwnNetwork() {
-  setns(Before, CLONE_NEWNET);
-  close(Before);
+  setns(before_, CLONE_NEWNET);
+  close(before_);
 }

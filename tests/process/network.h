@@ -15,5 +15,5 @@ class OwnNetwork {
   OwnNetwork& operator=(const OwnNetwork&) = delete;
 
  private:
-  int Before;
+  int before_;
 };

@@ -35,8 +35,8 @@ const std::string kExit = "EXIT\n";
 TEST(Cards, OutputsRelaysAndInputs) {
   TestMachine machine(kRack);
   const struct {
-    const char* Program;
-    const char* Bus;
+    const char* program;
+    const char* bus;
   } rows[] = {
       {"OUT: 1, 3, 1", "#3 5>00 #3 5<08 "},
       {"OUT: 1, 0, 1", "#3 5>08 #3 5<09 "},
@@ -72,8 +72,8 @@ TEST(Cards, OutputsRelaysAndInputs) {
   std::string program = "G_ST: 1\n";
   std::string bus;
   for (const auto& row : rows) {
-    program += row.Program + std::string("\n");
-    bus += row.Bus;
+    program += row.program + std::string("\n");
+    bus += row.bus;
   }
   machine.Write("plc1/RESET.PLC", program);
   machine.StartUntil("EXIT");
@@ -211,9 +211,9 @@ TEST(Cards, EightTasksOnOneOutputByteLoseNoBit) {
   EXPECT_EQ(picture.cards[1].outputs, 0xFFU);
   std::map<int, int> changes;
   for (const rack::JournalRecord& record : machine.Journal()) {
-    if (record.Kind != rack::JournalKind::OutputChange) continue;
-    EXPECT_EQ(record.Port + 1, record.Task) << "changed by another task";
-    ++changes[record.Task];
+    if (record.kind != rack::JournalKind::OutputChange) continue;
+    EXPECT_EQ(record.port + 1, record.task) << "changed by another task";
+    ++changes[record.task];
   }
   for (int task = 1; task <= 8; ++task) {
     EXPECT_EQ(changes[task], 1001) << "task " << task;
@@ -243,11 +243,11 @@ TEST(Cards, TwoTasksOnOneMotorCardDoNotCrossChannels) {
   int selectedBy = -1;
   int starts = 0;
   for (const rack::JournalRecord& record : machine.Journal()) {
-    const bool isAccess = record.Kind == rack::JournalKind::Write || record.Kind == rack::JournalKind::Read;
-    if (!isAccess || record.Slot != 5 || record.Port == 0 || record.Task == rack::kMainThread) continue;
-    if (record.Port == 7) selectedBy = record.Task;
-    EXPECT_EQ(record.Task, selectedBy) << "port " << int{record.Port};
-    if (record.Kind == rack::JournalKind::Write && record.Port == 24) ++starts;
+    const bool isAccess = record.kind == rack::JournalKind::Write || record.kind == rack::JournalKind::Read;
+    if (!isAccess || record.slot != 5 || record.port == 0 || record.task == rack::kMainThread) continue;
+    if (record.port == 7) selectedBy = record.task;
+    EXPECT_EQ(record.task, selectedBy) << "port " << int{record.port};
+    if (record.kind == rack::JournalKind::Write && record.port == 24) ++starts;
   }
   EXPECT_EQ(starts, 24);
 }
@@ -264,7 +264,7 @@ TEST(Faults, APulledCardReadsAllOnes) {
   machine.SetInput(0, 0, true);
   machine.WaitForLog(Again("LD", 1, 3, "0", "A.PLC"));
   machine.WaitForLog(Again("LMOT", 2, 3, ""), 2);
-  EXPECT_EQ(machine.Live().Cards[5].Stepper.Channels[3].Position, 0);
+  EXPECT_EQ(machine.Live().cards[5].stepper.channels[3].position, 0);
   machine.EndFaults();
   machine.WaitForLog("EXIT");
   machine.WaitForLog("EXIT", 2);
@@ -322,19 +322,19 @@ TEST(Faults, ACylinderInAlarmWaitsUntilAnotherTaskResetsIt) {
 // A setup that ends in alarm is reset and tried again: seven setups, six resets.
 TEST(Faults, ASetupIsGivenUpWhenTheAlarmComesBack) {
   const struct {
-    int Alarms;
-    int Setups;
-    int Resets;
+    int alarms;
+    int setups;
+    int resets;
   } rows[] = {{99, 7, 6}, {2, 4, 3}};
   for (const auto& row : rows) {
     TestMachine machine(kRack);
     machine.Write("plc1/RESET.PLC", "LD: 0, 0, 1\nDG: 4, 0, -1\nEXIT\n");
     machine.StartUntil("SYN_LD");
-    machine.Fault(rack::FaultKind::CylinderAlarm, 8, 0, row.Alarms);
+    machine.Fault(rack::FaultKind::CylinderAlarm, 8, 0, row.alarms);
     machine.SetInput(0, 0, true);
     machine.WaitForLog("EXIT");
-    EXPECT_EQ(CountOf(machine.Bus(), " 6<20 "), row.Setups);
-    EXPECT_EQ(CountOf(machine.Bus(), " 6<10 "), row.Resets);
+    EXPECT_EQ(CountOf(machine.Bus(), " 6<20 "), row.setups);
+    EXPECT_EQ(CountOf(machine.Bus(), " 6<10 "), row.resets);
     EXPECT_EQ(machine.FullLog().find("no end"), std::string::npos);
   }
 }

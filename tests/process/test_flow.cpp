@@ -13,18 +13,18 @@ using testing::HasSubstr;
 using testing::StartsWith;
 
 struct Block {
-  const char* Name;
-  const char* Text;
+  const char* name;
+  const char* text;
 };
 
 enum class Ends { Yes, No };
 
 struct FlowCase {
-  const char* Name;
-  std::string Program;
-  std::vector<Block> Blocks;
-  std::string Log;  // whole when the task comes to rest, else its beginning
-  Ends Rest = Ends::Yes;
+  const char* name;
+  std::string program;
+  std::vector<Block> blocks;
+  std::string log;  // whole when the task comes to rest, else its beginning
+  Ends rest = Ends::Yes;
 };
 
 // The CPU card is entry 0, a stepper card entry 1; all inputs are off. Eight cases run at once, one per task.
@@ -33,19 +33,19 @@ void RunCases(const std::vector<FlowCase>& cases) {
   TestMachine machine("[slots]\n4 = \"stepper\"\n");
   for (size_t i = 0; i < cases.size(); ++i) {
     const std::string directory = "plc" + std::to_string(i + 1) + "/";
-    machine.Write(directory + "RESET.PLC", cases[i].Program);
-    for (const Block& block : cases[i].Blocks) machine.Write(directory + block.Name, block.Text);
+    machine.Write(directory + "RESET.PLC", cases[i].program);
+    for (const Block& block : cases[i].blocks) machine.Write(directory + block.name, block.text);
   }
   machine.Start({"--tasks", std::to_string(cases.size())});
   for (size_t i = 0; i < cases.size(); ++i) {
     const int task = static_cast<int>(i) + 1;
-    machine.Await([&] { return machine.Log(task).size() >= cases[i].Log.size(); });
+    machine.Await([&] { return machine.Log(task).size() >= cases[i].log.size(); });
   }
   machine.AwaitPolls();  // what a case logs beyond its expectation shows
   for (size_t i = 0; i < cases.size(); ++i) {
-    SCOPED_TRACE(cases[i].Name);
+    SCOPED_TRACE(cases[i].name);
     const std::string log = machine.Log(static_cast<int>(i) + 1);
-    EXPECT_EQ(cases[i].Rest == Ends::Yes ? log : log.substr(0, cases[i].Log.size()), cases[i].Log);
+    EXPECT_EQ(cases[i].rest == Ends::Yes ? log : log.substr(0, cases[i].log.size()), cases[i].log);
   }
   EXPECT_EQ(machine.Errors(), "");
 }
@@ -274,7 +274,7 @@ TEST(Flow, Pauses) {
   machine.StartUntil("EXIT");
   std::vector<rack::Nanos> times;
   for (const rack::JournalRecord& record : machine.Journal()) {
-    if (record.Kind == rack::JournalKind::ProgramLine) times.push_back(record.Time);
+    if (record.kind == rack::JournalKind::ProgramLine) times.push_back(record.time);
   }
   ASSERT_EQ(times.size(), 7U);
   const int least[] = {10, 110, 300, 0, 1000, 300};

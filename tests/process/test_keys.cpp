@@ -19,16 +19,16 @@ TEST(Keys, EveryCodeOfTheKeypad) {
   machine.StartUntil("EXIT");
   machine.AwaitPolls();
   struct Row {
-    int Code;
-    const char* Key;  // as the keypad task shows it; empty: no key
+    int code;
+    const char* key;  // as the keypad task shows it; empty: no key
   };
   const Row withoutEffect[] = {{0x4A, "f"}, {0x69, "5"},  {0x6B, "8"}, {0x6C, "b"}, {0x70, "e"},
                                {0x72, "6"}, {0x73, "9"},  {0x75, "c"}, {0x7A, "7"}, {0x7C, "11"},
                                {0x7D, "d"}, {0x77, "10"}, {0x71, ""},  {0x33, ""}};
   std::string lines;
   const auto tap = [&](const Row& row) {
-    machine.Tap(row.Code);
-    if (*row.Key != '\0') lines += "KeyPad=" + std::string(row.Key) + "\n";
+    machine.Tap(row.code);
+    if (*row.key != '\0') lines += "KeyPad=" + std::string(row.key) + "\n";
   };
   for (const Row& row : withoutEffect) tap(row);
   machine.AwaitPolls();
@@ -203,14 +203,14 @@ TEST_F(StepMode, HoldsBehindGatedCommandsUntilAReleaseKey) {
   EXPECT_EQ(Log(), expected);
 
   const struct {
-    int Key;
-    std::string Released;
+    int key;
+    std::string released;
   } rows[] = {{kStepKey, deaf + Line("OUT", 0, 2, "1", "A.PLC")},
               {kRunKey, deaf + Line("DG", 0, 0, "1", "A.PLC") + "SYN_DG: SlotIdx:0 ChIdx:0 1\n"},
               {kZeroKey, deaf + Line("LED", 0, 0, "4", "A.PLC")}};
   for (const auto& row : rows) {
-    machine.HoldFunctionKeys(row.Key, 150);
-    expected += row.Released;
+    machine.HoldFunctionKeys(row.key, 150);
+    expected += row.released;
     EXPECT_TRUE(machine.Await([&] { return Log().size() >= expected.size(); }));
     machine.AwaitPolls();
     EXPECT_EQ(Log(), expected);

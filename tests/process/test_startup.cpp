@@ -26,16 +26,16 @@ constexpr const char* kScanOfCpuCard =
 
 TEST(StartUp, EmptyRackOnEitherDeviceName) {
   const struct {
-    const char* Device;
-    const char* Number;
+    const char* device;
+    const char* number;
   } rows[] = {{"em_isa", "1"}, {"em335x_isa", "2"}};
   for (const auto& row : rows) {
-    SCOPED_TRACE(row.Device);
-    TestMachine machine("[rack]\ndevice = \"" + std::string(row.Device) + "\"\ntask_count = 2\n");
+    SCOPED_TRACE(row.device);
+    TestMachine machine("[rack]\ndevice = \"" + std::string(row.device) + "\"\ntask_count = 2\n");
     machine.Start();
     machine.WaitForConsole("PLC2: Leave TaskPLC2.\n");
     EXPECT_THAT(machine.Console(), StartsWith("Load ISA Driver successfully![HANDLE][" +
-                                              std::string(row.Number) + "]\n" + kBanner +
+                                              std::string(row.number) + "]\n" + kBanner +
                                               "CardID: 0xa3 SlotID: 0 Type: kOVA_CPU\n"
                                               "\n"
                                               "Allow PLC[1]: 2\n"));
@@ -109,10 +109,10 @@ TEST(StartUp, AFullCardTablePassesOverTheTwelfthCard) {
 
 TEST(StartUp, NumberOfTasks) {
   const struct {
-    const char* Argument;  // empty: none
+    const char* argument;  // empty: none
     const char* Switch;
-    const char* Line;
-    int Tasks;
+    const char* line;
+    int tasks;
   } rows[] = {
       {"", "0", "Allow PLC[1]: 0\n", 0},    {"", "3", "Allow PLC[1]: 3\n", 3},
       {"", "9", "Allow PLC[1]: 1\n", 1},    {"0", "2", "Allow PLC[2]: 0\n", 0},
@@ -121,15 +121,15 @@ TEST(StartUp, NumberOfTasks) {
       {"two", "2", "Allow PLC[2]: 0\n", 0}, {"4x", "2", "Allow PLC[2]: 4\n", 4},
   };
   for (const auto& row : rows) {
-    SCOPED_TRACE(std::string(row.Argument) + " on switch " + row.Switch);
+    SCOPED_TRACE(std::string(row.argument) + " on switch " + row.Switch);
     TestMachine machine("[rack]\ntask_count = " + std::string(row.Switch) + "\n");
-    machine.Start(*row.Argument == '\0' ? std::vector<std::string>()
-                                        : std::vector<std::string>{"--tasks=" + std::string(row.Argument)});
+    machine.Start(*row.argument == '\0' ? std::vector<std::string>()
+                                        : std::vector<std::string>{"--tasks=" + std::string(row.argument)});
     // The network thread is made last; a task without a program leaves.
     machine.WaitForConsole("Load TaskNet.\n");
-    EXPECT_TRUE(machine.Await([&] { return CountOf(machine.Console(), ": Leave TaskPLC") == row.Tasks; }));
-    EXPECT_THAT(machine.Console(), HasSubstr(row.Line));
-    EXPECT_EQ(CountOf(machine.Console(), ": Load TaskPLC"), row.Tasks);
+    EXPECT_TRUE(machine.Await([&] { return CountOf(machine.Console(), ": Leave TaskPLC") == row.tasks; }));
+    EXPECT_THAT(machine.Console(), HasSubstr(row.line));
+    EXPECT_EQ(CountOf(machine.Console(), ": Load TaskPLC"), row.tasks);
   }
 }
 
@@ -159,10 +159,10 @@ TEST(StartUp, EveryThreadHasItsLines) {
 TEST(StartUp, ScriptFilesArePrepared) {
   TestMachine machine;
   const struct {
-    const char* Name;
-    const char* Before;
-    const char* After;
-    mode_t Mode;
+    const char* name;
+    const char* before;
+    const char* after;
+    mode_t mode;
   } rows[] = {
       {"run.sh", "#!/bin/sh\r\n./Velmo\r", "#!/bin/sh\n\n./Velmo\n", 0777},
       {"user.sh", "a\rb\n", "a\nb\n", 0777},
@@ -173,17 +173,17 @@ TEST(StartUp, ScriptFilesArePrepared) {
       {"other.sh", "o\r\n", "o\r\n", 0600},
   };
   for (const auto& row : rows) {
-    machine.Write(row.Name, row.Before);
-    chmod(machine.Path(row.Name).c_str(), 0600);
+    machine.Write(row.name, row.before);
+    chmod(machine.Path(row.name).c_str(), 0600);
   }
   machine.Start();
   machine.WaitForConsole("Allow PLC");
   for (const auto& row : rows) {
-    SCOPED_TRACE(row.Name);
-    EXPECT_EQ(machine.Read(row.Name), row.After);
+    SCOPED_TRACE(row.name);
+    EXPECT_EQ(machine.Read(row.name), row.after);
     struct stat status = {};
-    ASSERT_EQ(stat(machine.Path(row.Name).c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 0777, row.Mode);
+    ASSERT_EQ(stat(machine.Path(row.name).c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, row.mode);
   }
   EXPECT_THAT(machine.Console(), HasSubstr("RunEnv: DIRECTORY\n\n"
                                            "Prcessing System file run.sh....\nPrcessing finished\n\n"
@@ -229,7 +229,7 @@ TEST(Restart, MessageThenFileGoneThenSyncThenRestart) {
 
   std::vector<rack::JournalKind> end;
   for (const rack::JournalRecord& record : machine.Journal()) {
-    if (record.Task == rack::kMainThread) end.push_back(record.Kind);
+    if (record.task == rack::kMainThread) end.push_back(record.kind);
   }
   ASSERT_GE(end.size(), 2U);
   EXPECT_EQ(end[end.size() - 2], rack::JournalKind::Sync);
@@ -242,19 +242,19 @@ TEST(Restart, AfterAFailedRestartTheMachineRunsOn) {
   machine.Write("reboot.txt", "");
   machine.Start({"--restart-fails"});
   machine.WaitForConsole("Velmo: Reboot!\n");
-  EXPECT_TRUE(machine.Await([&] { return machine.Live().Controller.Restarts == 1; }));
-  EXPECT_EQ(machine.Live().Controller.Syncs, 1U);
+  EXPECT_TRUE(machine.Await([&] { return machine.Live().controller.restarts == 1; }));
+  EXPECT_EQ(machine.Live().controller.syncs, 1U);
   EXPECT_FALSE(std::filesystem::exists(machine.Path("reboot.txt")));
   machine.SetInput(0, 0, true);
   machine.WaitForLog("EXIT");
-  EXPECT_EQ(machine.Live().Controller.Attaches, 1U);
+  EXPECT_EQ(machine.Live().controller.attaches, 1U);
 }
 
 TEST(Console, TheMachineRunsOnWhenItsConsoleIsGone) {
   TestMachine machine("", rack::TimeMode::Real);
   machine.Write("plc1/RESET.PLC", "LD: 0, 0, 1\nOUT: 0, 3, 1\nEXIT\n");
   const int console = machine.StartOnPipe();
-  EXPECT_TRUE(machine.Await([&] { return machine.Live().Tasks[1].Line == 1; }));
+  EXPECT_TRUE(machine.Await([&] { return machine.Live().tasks[1].line == 1; }));
   close(console);
   machine.AwaitPolls();
   machine.SetInput(0, 0, true);

@@ -12,43 +12,43 @@ namespace {
 
 class Client {
  public:
-  explicit Client(int serverPort) : Socket(socket(AF_INET, SOCK_DGRAM, 0)) {
-    Server.sin_family = AF_INET;
-    Server.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    Server.sin_port = htons(static_cast<std::uint16_t>(serverPort));
-    sockaddr_in own = Server;
+  explicit Client(int serverPort) : socket_(socket(AF_INET, SOCK_DGRAM, 0)) {
+    server_.sin_family = AF_INET;
+    server_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    server_.sin_port = htons(static_cast<std::uint16_t>(serverPort));
+    sockaddr_in own = server_;
     own.sin_port = 0;
     socklen_t size = sizeof own;
-    EXPECT_EQ(bind(Socket, reinterpret_cast<sockaddr*>(&own), size), 0);
-    getsockname(Socket, reinterpret_cast<sockaddr*>(&own), &size);
-    Port = ntohs(own.sin_port);
+    EXPECT_EQ(bind(socket_, reinterpret_cast<sockaddr*>(&own), size), 0);
+    getsockname(socket_, reinterpret_cast<sockaddr*>(&own), &size);
+    port_ = ntohs(own.sin_port);
     const timeval limit = {60, 0};
-    setsockopt(Socket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
   }
-  ~Client() { close(Socket); }
+  ~Client() { close(socket_); }
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
 
   void Send(const std::string& text) const {
-    EXPECT_EQ(sendto(Socket, text.data(), text.size(), 0, reinterpret_cast<const sockaddr*>(&Server),
-                     sizeof Server),
+    EXPECT_EQ(sendto(socket_, text.data(), text.size(), 0, reinterpret_cast<const sockaddr*>(&server_),
+                     sizeof server_),
               static_cast<ssize_t>(text.size()));
   }
   std::string Answer() const {
     char text[2048];
-    const ssize_t count = recv(Socket, text, sizeof text, 0);
+    const ssize_t count = recv(socket_, text, sizeof text, 0);
     return count < 0 ? "no answer" : std::string(text, static_cast<size_t>(count));
   }
   bool HasMore() const {
     char byte;
-    return recv(Socket, &byte, 1, MSG_DONTWAIT) >= 0;
+    return recv(socket_, &byte, 1, MSG_DONTWAIT) >= 0;
   }
-  std::string PortText() const { return std::to_string(Port); }
+  std::string PortText() const { return std::to_string(port_); }
 
  private:
-  int Socket;
-  sockaddr_in Server = {};
-  int Port = 0;
+  int socket_;
+  sockaddr_in server_ = {};
+  int port_ = 0;
 };
 
 TEST(Network, TwoClientsEmptyAndOversizedDatagrams) {

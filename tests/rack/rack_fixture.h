@@ -16,42 +16,42 @@ class TestRack {
     auto setup = std::make_unique<rack::RackSetup>();
     std::vector<std::string> errors;
     if (!rack::ReadRackText(text, "rack.toml", *setup, errors)) ADD_FAILURE() << errors.front();
-    rack::PowerOn(*State, *setup, 0);
-    Bus = std::make_unique<rack::Rack>(*State);
+    rack::PowerOn(*state, *setup, 0);
+    bus = std::make_unique<rack::Rack>(*state);
   }
 
   int Read(std::uint8_t slot, std::uint8_t port, rack::Nanos now) {
-    Bus->WritePort(0, slot, now);
-    return Bus->ReadPort(port, now);
+    bus->WritePort(0, slot, now);
+    return bus->ReadPort(port, now);
   }
   void Write(std::uint8_t slot, std::uint8_t port, std::uint8_t value, rack::Nanos now) {
-    Bus->WritePort(0, slot, now);
-    Bus->WritePort(port, value, now);
+    bus->WritePort(0, slot, now);
+    bus->WritePort(port, value, now);
   }
   // Sends a request, lets it be applied, and says what became of it.
   rack::RequestResult Ask(const rack::Request& request, rack::Nanos now) {
     std::uint32_t number = 0;
-    if (!rack::Send(State->Requests, request, number)) return rack::RequestResult::Pending;
-    Bus->AdvanceTo(now);
-    return rack::ResultOf(State->Requests, number);
+    if (!rack::Send(state->requests, request, number)) return rack::RequestResult::Pending;
+    bus->AdvanceTo(now);
+    return rack::ResultOf(state->requests, number);
   }
   // The journal's records but reads and writes, "ms kind slot.channel=value" with the kind as its number.
   std::string Events() {
-    rack::JournalReader reader(State->Journal, rack::JournalReader::Start::Oldest);
+    rack::JournalReader reader(state->journal, rack::JournalReader::Start::Oldest);
     rack::JournalRecord record{};
     std::uint64_t lost = 0;
     std::string text;
     while (reader.Next(record, lost) == rack::JournalReader::Result::Record) {
-      if (record.Kind == rack::JournalKind::Read || record.Kind == rack::JournalKind::Write) continue;
-      text += std::to_string(record.Time / 1000000) + " " + Kind(record.Kind) + " " +
-              std::to_string(record.Slot) + "." + std::to_string(record.Port) + "=" +
-              std::to_string(record.Value) + "\n";
+      if (record.kind == rack::JournalKind::Read || record.kind == rack::JournalKind::Write) continue;
+      text += std::to_string(record.time / 1000000) + " " + Kind(record.kind) + " " +
+              std::to_string(record.slot) + "." + std::to_string(record.port) + "=" +
+              std::to_string(record.value) + "\n";
     }
     return text;
   }
 
-  std::unique_ptr<rack::RackState> State = std::make_unique<rack::RackState>();
-  std::unique_ptr<rack::Rack> Bus;
+  std::unique_ptr<rack::RackState> state = std::make_unique<rack::RackState>();
+  std::unique_ptr<rack::Rack> bus;
 
  private:
   static const char* Kind(rack::JournalKind kind) {

@@ -28,8 +28,8 @@ class InterceptionTest : public testing::Test {
     setenv("VELMO_RACK_STATE", state.c_str(), 1);
     auto setup = std::make_unique<rack::RackSetup>();
     rack::MakeEmptySetup(*setup);
-    setup->Image.Device = rack::DeviceName::Em335xIsa;
-    setup->Image.RestartFails = 1;
+    setup->image.device = rack::DeviceName::Em335xIsa;
+    setup->image.restartFails = 1;
     std::string error;
     Machine = std::make_unique<rack::StateFile>();
     ASSERT_TRUE(Machine->Create(state, *setup, error)) << error;
@@ -38,7 +38,7 @@ class InterceptionTest : public testing::Test {
   }
   static void TearDownTestSuite() { Machine.reset(); }
 
-  static rack::RackLive& Live() { return Machine->State()->Live; }
+  static rack::RackLive& Live() { return Machine->State()->live; }
   static inline std::unique_ptr<rack::StateFile> Machine;
 };
 
@@ -47,8 +47,8 @@ TEST_F(InterceptionTest, OnlyTheDeviceOfTheRackOpensAndAnswers) {
   EXPECT_EQ(errno, ENOENT);
   const int device = open("/dev/em335x_isa", O_RDWR);
   ASSERT_GE(device, 0);
-  EXPECT_EQ(Live().Controller.Process, getpid());
-  EXPECT_EQ(Live().Controller.DeviceOpen, 1U);
+  EXPECT_EQ(Live().controller.process, getpid());
+  EXPECT_EQ(Live().controller.deviceOpen, 1U);
   unsigned char byte = 1;
   EXPECT_EQ(read(device, &byte, 1), 1);
   EXPECT_EQ(byte, 0xA3);
@@ -58,23 +58,23 @@ TEST_F(InterceptionTest, OnlyTheDeviceOfTheRackOpensAndAnswers) {
   EXPECT_EQ(read(device, &byte, 1), 1);
   EXPECT_EQ(byte, 0x42);
   EXPECT_EQ(close(device), 0);
-  EXPECT_EQ(Live().Controller.DeviceOpen, 0U);
+  EXPECT_EQ(Live().controller.deviceOpen, 0U);
   EXPECT_EQ(read(device, &byte, 1), -1);
   EXPECT_EQ(errno, EBADF);
 }
 
 TEST_F(InterceptionTest, RestartAndSyncAreRecordedAndGoNoFurther) {
-  const std::uint32_t syncs = Live().Controller.Syncs;
-  const std::uint32_t restarts = Live().Controller.Restarts;
+  const std::uint32_t syncs = Live().controller.syncs;
+  const std::uint32_t restarts = Live().controller.restarts;
   sync();
   syscall(SYS_sync);
-  EXPECT_EQ(Live().Controller.Syncs, syncs + 2);
+  EXPECT_EQ(Live().controller.syncs, syncs + 2);
   EXPECT_EQ(reboot(0x12345), -1);
   EXPECT_EQ(errno, EPERM);
   EXPECT_EQ(syscall(SYS_reboot, 0, 0, 0x54321, nullptr), -1);
   EXPECT_EQ(errno, EPERM);
-  EXPECT_EQ(Live().Controller.Restarts, restarts + 2);
-  EXPECT_EQ(rack::CallsSoFar().RestartCommand, 0x54321U);
+  EXPECT_EQ(Live().controller.restarts, restarts + 2);
+  EXPECT_EQ(rack::CallsSoFar().restartCommand, 0x54321U);
 }
 
 TEST_F(InterceptionTest, FilesOfTheBoardOutsideTheMachineStayInTheRun) {
@@ -97,36 +97,36 @@ TEST_F(InterceptionTest, ProgramLinesAreKnownAndALabelSearchIsNone) {
     return std::fgets(line, 100, program) != nullptr;
   };
   char line[100];
-  const rack::TaskRecord& task = Live().Tasks[1];
-  ASSERT_NE(task.MainFile, 0U);
-  EXPECT_STREQ(Live().ProgramFiles[task.MainFile - 1], "plc1/RESET.PLC");
+  const rack::TaskRecord& task = Live().tasks[1];
+  ASSERT_NE(task.mainFile, 0U);
+  EXPECT_STREQ(Live().programFiles[task.mainFile - 1], "plc1/RESET.PLC");
   EXPECT_TRUE(pass(line));
   EXPECT_TRUE(pass(line));
-  EXPECT_STREQ(task.Text, "GO: 5,\n");
-  EXPECT_EQ(task.Line, 2U);
+  EXPECT_STREQ(task.text, "GO: 5,\n");
+  EXPECT_EQ(task.line, 2U);
   std::rewind(program);
   for (int i = 0; i < 4; ++i) ASSERT_NE(std::fgets(line, sizeof line, program), nullptr);
-  EXPECT_EQ(task.Line, 2U);
-  EXPECT_EQ(task.Searches, 1U);
+  EXPECT_EQ(task.line, 2U);
+  EXPECT_EQ(task.searches, 1U);
   EXPECT_TRUE(pass(line));
-  EXPECT_EQ(task.Line, 5U);
+  EXPECT_EQ(task.line, 5U);
   EXPECT_FALSE(pass(line));
   EXPECT_FALSE(pass(line));
-  EXPECT_EQ(task.EndReads, 2U);
-  EXPECT_STREQ(task.Text, "END:");
+  EXPECT_EQ(task.endReads, 2U);
+  EXPECT_STREQ(task.text, "END:");
   EXPECT_EQ(std::fopen("plc1/NONE.PLC", "rt"), nullptr);
-  EXPECT_EQ(task.FailedOpens, 1U);
-  EXPECT_STREQ(task.FailedPath, "plc1/NONE.PLC");
+  EXPECT_EQ(task.failedOpens, 1U);
+  EXPECT_STREQ(task.failedPath, "plc1/NONE.PLC");
   std::fclose(program);
-  EXPECT_EQ(task.MainFile, 0U);
+  EXPECT_EQ(task.mainFile, 0U);
 }
 
 TEST_F(InterceptionTest, APlacedBusAnswersInsteadOfTheRack) {
   class FailingBus final : public rack::BusTarget {
    public:
     int Read(std::uint8_t /*port*/) override { return -1; }
-    void Write(std::uint8_t port, std::uint8_t value) override { Last = port << 8 | value; }
-    int Last = 0;
+    void Write(std::uint8_t port, std::uint8_t value) override { last = port << 8 | value; }
+    int last = 0;
   } bus;
   rack::UseBus(&bus);
   const int device = open("/dev/em_isa", O_RDWR);
@@ -134,7 +134,7 @@ TEST_F(InterceptionTest, APlacedBusAnswersInsteadOfTheRack) {
   EXPECT_EQ(read(device, &byte, 1), -1);
   const unsigned char output[] = {0x81, 4};
   EXPECT_EQ(write(device, output, 2), 2);
-  EXPECT_EQ(bus.Last, 0x0481);
+  EXPECT_EQ(bus.last, 0x0481);
   EXPECT_EQ(close(device), 0);
   rack::UseBus(nullptr);
 }

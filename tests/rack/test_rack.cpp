@@ -92,11 +92,11 @@ TEST(RackTest, HeldKeyRepeatsAndIsTakenByTheClear) {
   TestRack cell(kCell);
   const Request press{RequestKind::PressKey, FaultKind::None, 0, 0, 0, 0x5A, 0, 650 * kMs};
   EXPECT_EQ(cell.Ask(press, 10 * kMs), RequestResult::Done);
-  EXPECT_EQ(cell.State->Live.Keys.TakenCount, 0U);
+  EXPECT_EQ(cell.state->live.keys.takenCount, 0U);
   EXPECT_EQ(cell.Read(0, 2, 50 * kMs), 0x5A);
   cell.Write(0, 1, 0, 60 * kMs);
-  EXPECT_EQ(cell.State->Live.Keys.TakenCount, 1U);
-  EXPECT_EQ(cell.State->Live.Keys.TakenRequest, cell.State->Live.Keys.PressRequest);
+  EXPECT_EQ(cell.state->live.keys.takenCount, 1U);
+  EXPECT_EQ(cell.state->live.keys.takenRequest, cell.state->live.keys.pressRequest);
   EXPECT_EQ(cell.Read(0, 2, 500 * kMs), 0x00);
   EXPECT_EQ(cell.Read(0, 2, 2000 * kMs), 0x5A);
   EXPECT_EQ(cell.Events(), "0 input 0.1=1\n10 key 0.0=90\n60 taken 0.1=90\n510 key 0.1=90\n610 key 0.1=90\n");
@@ -171,11 +171,11 @@ TEST(RackTest, DisplayWorksOnACopyAndLeavesTheRackAlone) {
   TestRack cell(kCell);
   cell.Write(3, 7, 0x01, 5 * kMs);
   const auto copy = std::make_unique<rack::RackLive>();
-  ASSERT_TRUE(rack::CopyLive(cell.State->Live, *copy));
-  rack::Rack view(cell.State->Image, *copy);
+  ASSERT_TRUE(rack::CopyLive(cell.state->live, *copy));
+  rack::Rack view(cell.state->image, *copy);
   view.AdvanceTo(40 * kMs);
-  EXPECT_EQ(copy->Cards[3].Io.Inputs, 0x0200);
-  EXPECT_EQ(cell.State->Live.Cards[3].Io.Inputs, 0);
+  EXPECT_EQ(copy->cards[3].io.inputs, 0x0200);
+  EXPECT_EQ(cell.state->live.cards[3].io.inputs, 0);
   EXPECT_EQ(cell.Events(), "0 input 0.1=1\n5 relay 3.16=1\n");
 }
 

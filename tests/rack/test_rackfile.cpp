@@ -42,31 +42,31 @@ from = 100
 inverted = true
 )",
                                  "rack.toml", *setup, errors));
-  EXPECT_EQ(setup->Image.Device, rack::DeviceName::Em335xIsa);
-  EXPECT_EQ(setup->Image.EntryCount, 3U);
-  EXPECT_EQ(setup->Image.EntrySlot[1], 2);
-  EXPECT_EQ(setup->Image.EntrySlot[2], 12);
-  EXPECT_EQ(setup->Cards[0].Cpu.TaskCount, 8);
-  EXPECT_EQ(setup->Cards[0].Cpu.Settings, 7);
-  EXPECT_EQ(setup->Cards[12].Servo.PulsesPerUnit, 250U);
-  EXPECT_EQ(setup->Cards[2].Cylinder.TravelTime, 1500000000);
-  EXPECT_EQ(setup->Cards[2].Cylinder.SetupTime, 20000000);
-  EXPECT_EQ(setup->Cards[2].Cylinder.ResetTime, 0);
-  ASSERT_EQ(setup->Plant.LinkCount, 5U);
-  const auto& links = setup->Plant.Links;
-  EXPECT_EQ(links[0].Entry, 2);
-  EXPECT_EQ(links[0].Channel, 3);
-  EXPECT_EQ(links[0].Target.Channel, 15);
-  EXPECT_EQ(links[1].To, -500);
-  EXPECT_EQ(links[2].When, rack::Condition::CylinderAlarm);
-  EXPECT_EQ(links[3].When, rack::Condition::CylinderStands);
-  EXPECT_EQ(links[3].From, 15);
-  EXPECT_EQ(links[4].Goal, 4U);
-  EXPECT_EQ(links[4].From, 100);
-  EXPECT_EQ(links[4].Inverted, 1);
-  EXPECT_STREQ(setup->Image.LinkNames[4], "parts");
-  EXPECT_STREQ(rack::FindSignal(setup->Image, "home")->Name, "home");
-  EXPECT_EQ(rack::FindSignal(setup->Image, "Home"), nullptr);
+  EXPECT_EQ(setup->image.device, rack::DeviceName::Em335xIsa);
+  EXPECT_EQ(setup->image.entryCount, 3U);
+  EXPECT_EQ(setup->image.entrySlot[1], 2);
+  EXPECT_EQ(setup->image.entrySlot[2], 12);
+  EXPECT_EQ(setup->cards[0].cpu.taskCount, 8);
+  EXPECT_EQ(setup->cards[0].cpu.settings, 7);
+  EXPECT_EQ(setup->cards[12].servo.pulsesPerUnit, 250U);
+  EXPECT_EQ(setup->cards[2].cylinder.travelTime, 1500000000);
+  EXPECT_EQ(setup->cards[2].cylinder.setupTime, 20000000);
+  EXPECT_EQ(setup->cards[2].cylinder.resetTime, 0);
+  ASSERT_EQ(setup->plant.linkCount, 5U);
+  const auto& links = setup->plant.links;
+  EXPECT_EQ(links[0].entry, 2);
+  EXPECT_EQ(links[0].channel, 3);
+  EXPECT_EQ(links[0].target.channel, 15);
+  EXPECT_EQ(links[1].to, -500);
+  EXPECT_EQ(links[2].when, rack::Condition::CylinderAlarm);
+  EXPECT_EQ(links[3].when, rack::Condition::CylinderStands);
+  EXPECT_EQ(links[3].from, 15);
+  EXPECT_EQ(links[4].goal, 4U);
+  EXPECT_EQ(links[4].from, 100);
+  EXPECT_EQ(links[4].inverted, 1);
+  EXPECT_STREQ(setup->image.linkNames[4], "parts");
+  EXPECT_STREQ(rack::FindSignal(setup->image, "home")->name, "home");
+  EXPECT_EQ(rack::FindSignal(setup->image, "Home"), nullptr);
 }
 
 TEST(RackFileTest, EveryFindingNamesItsPlace) {

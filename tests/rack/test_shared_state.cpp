@@ -22,12 +22,12 @@ TEST(JournalTest, ReaderIsToldWhatItMissed) {
   std::uint64_t lost = 0;
   ASSERT_EQ(slow.Next(record, lost), JournalReader::Result::Record);
   EXPECT_EQ(lost, 1000U);
-  EXPECT_EQ(record.Value, 1000);
+  EXPECT_EQ(record.value, 1000);
   JournalReader late(*ring, JournalReader::Start::Oldest);
   lost = 0;
   ASSERT_EQ(late.Next(record, lost), JournalReader::Result::Record);
   EXPECT_EQ(lost, 0U);
-  EXPECT_EQ(record.Value, 1000);
+  EXPECT_EQ(record.value, 1000);
   JournalReader next(*ring, JournalReader::Start::Newest);
   EXPECT_EQ(next.Next(record, lost), JournalReader::Result::Nothing);
 }
@@ -49,9 +49,9 @@ TEST(JournalTest, RecordsComeWholeWhileTheyAreWritten) {
       continue;
     }
     ++seen;
-    ASSERT_EQ(record.Time, record.Value);
-    ASSERT_GT(record.Value, last);
-    last = record.Value;
+    ASSERT_EQ(record.time, record.value);
+    ASSERT_GT(record.value, last);
+    last = record.value;
   }
   writer.join();
   EXPECT_EQ(seen + lost, 600000U);
@@ -70,8 +70,8 @@ TEST(RequestTest, FullRingRefusesAndResultsComeByNumber) {
   rack::Request taken{};
   ASSERT_TRUE(NextRequest(*ring, taken, number));
   EXPECT_EQ(number, 0U);
-  EXPECT_EQ(taken.Channel, 4);
-  EXPECT_EQ(taken.Duration, 9);
+  EXPECT_EQ(taken.channel, 4);
+  EXPECT_EQ(taken.duration, 9);
   Finish(*ring, rack::RequestResult::NoSuchCard);
   EXPECT_EQ(ResultOf(*ring, 0), rack::RequestResult::NoSuchCard);
   EXPECT_EQ(ResultOf(*ring, 1), rack::RequestResult::Pending);
@@ -93,7 +93,7 @@ TEST(StateFileTest, OutlivesItsProcessAndRefusesOtherFiles) {
   EXPECT_FALSE(seen.Replaced());
   ASSERT_TRUE(made.Create(path, *setup, error)) << error;
   EXPECT_TRUE(seen.Replaced());
-  made.State()->Version = 99;
+  made.State()->version = 99;
   EXPECT_FALSE(seen.Open(path, error));
   EXPECT_EQ(error, path + ": not the state of a rack, or of another version of this program");
   EXPECT_FALSE(seen.Open(path + ".none", error));
@@ -103,11 +103,11 @@ TEST(StateFileTest, OutlivesItsProcessAndRefusesOtherFiles) {
 
 TEST(StateFileTest, LayoutIsTheSameForEveryProcess) {
   EXPECT_EQ(sizeof(rack::RackImage), 25112U);
-  EXPECT_EQ(offsetof(rack::RackState, Live), 25136U);
-  EXPECT_EQ(offsetof(rack::RackLive, Cards), 1032U);
-  EXPECT_EQ(offsetof(rack::RackLive, Plant), 10392U);
-  EXPECT_EQ(offsetof(rack::RackLive, Tasks), 15064U);
-  EXPECT_EQ(offsetof(rack::RackLive, ProgramFiles), 28104U);
+  EXPECT_EQ(offsetof(rack::RackState, live), 25136U);
+  EXPECT_EQ(offsetof(rack::RackLive, cards), 1032U);
+  EXPECT_EQ(offsetof(rack::RackLive, plant), 10392U);
+  EXPECT_EQ(offsetof(rack::RackLive, tasks), 15064U);
+  EXPECT_EQ(offsetof(rack::RackLive, programFiles), 28104U);
   EXPECT_EQ(sizeof(rack::JournalRing), 8388616U);
 }
 

@@ -59,8 +59,8 @@ std::string Mot(int slot, int channel, const std::string& parameter, const char*
 std::string LevelsOf(TestMachine& machine, int slot, int channel) {
   std::string levels;
   for (const rack::JournalRecord& record : machine.Journal()) {
-    if (record.Kind == rack::JournalKind::OutputChange && record.Slot == slot && record.Port == channel)
-      levels += record.Value == 0 ? "0" : "1";
+    if (record.kind == rack::JournalKind::OutputChange && record.slot == slot && record.port == channel)
+      levels += record.value == 0 ? "0" : "1";
   }
   return levels;
 }
@@ -68,8 +68,8 @@ std::string LevelsOf(TestMachine& machine, int slot, int channel) {
 int MovesEnded(TestMachine& machine, int slot, int channel) {
   int count = 0;
   for (const rack::JournalRecord& record : machine.Journal()) {
-    const bool isMotor = record.Slot == slot && record.Port == channel;
-    if (record.Kind == rack::JournalKind::MotorMove && isMotor && record.Value == 0) ++count;
+    const bool isMotor = record.slot == slot && record.port == channel;
+    if (record.kind == rack::JournalKind::MotorMove && isMotor && record.value == 0) ++count;
   }
   return count;
 }
@@ -77,8 +77,8 @@ int MovesEnded(TestMachine& machine, int slot, int channel) {
 // When the task read this line of one of its programs for the first time.
 rack::Nanos TimeOfLine(TestMachine& machine, int task, std::uint32_t line) {
   for (const rack::JournalRecord& record : machine.Journal()) {
-    const bool isLine = record.Kind == rack::JournalKind::ProgramLine;
-    if (isLine && record.Task == task && record.Line == line) return record.Time;
+    const bool isLine = record.kind == rack::JournalKind::ProgramLine;
+    if (isLine && record.task == task && record.line == line) return record.time;
   }
   return 0;
 }
@@ -126,7 +126,7 @@ Group NumbersAndTexts() {
 }
 
 void WasRepeatedAtTheEndOfTheFile(TestMachine& machine, int task) {
-  EXPECT_TRUE(machine.Await([&] { return machine.Live().Tasks[task].EndReads >= 2; }));
+  EXPECT_TRUE(machine.Await([&] { return machine.Live().tasks[task].endReads >= 2; }));
 }
 
 Group LabelsAndBlocks() {
@@ -340,9 +340,9 @@ void EndsBeforeItsStart(TestMachine& machine, int) {
   const auto& journal = machine.Journal();
   int position = 0;
   for (const rack::JournalRecord& record : journal) {
-    const bool isMotor = record.Slot == kServoSlot && record.Port == 0;
-    if (isMotor && record.Kind == rack::JournalKind::MotorPosition) position = record.Value;
-    if (isMotor && record.Kind == rack::JournalKind::MotorMove && record.Value == 0) break;
+    const bool isMotor = record.slot == kServoSlot && record.port == 0;
+    if (isMotor && record.kind == rack::JournalKind::MotorPosition) position = record.value;
+    if (isMotor && record.kind == rack::JournalKind::MotorMove && record.value == 0) break;
   }
   EXPECT_GT(position, 0);
 }
@@ -404,7 +404,7 @@ void UndoEachOther(TestMachine& machine, int task) {
 
 void RunsNowhere(TestMachine& machine, int) {
   EXPECT_EQ(machine.LinesWith("PLC9: "), "");
-  for (const auto& path : machine.Live().ProgramFiles) EXPECT_THAT(path, Not(HasSubstr("plc9")));
+  for (const auto& path : machine.Live().programFiles) EXPECT_THAT(path, Not(HasSubstr("plc9")));
 }
 
 Group TasksAndTheirCards() {

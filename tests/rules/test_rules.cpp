@@ -27,15 +27,15 @@ std::string RackFile(int tasks) {
 
 std::string WrongExample(const std::string& rule) {
   const check::Rule* found = check::FindRule(rule);
-  return found == nullptr ? "" : found->Wrong;
+  return found == nullptr ? "" : found->wrong;
 }
 
 // A program in the machine.
 struct Placed {
-  const Row* Shown;
-  int Task;                      // which runs its plc1
-  std::set<std::string> Places;  // its directories and files
-  std::set<int> TasksWithExit;   // tasks whose reset program ends at once
+  const Row* shown;
+  int task;                      // which runs its plc1
+  std::set<std::string> places;  // its directories and files
+  std::set<int> tasksWithExit;   // tasks whose reset program ends at once
 };
 
 // Writes the files of an example so that its plc1 becomes the given task's; directories that no task can run stay.
@@ -43,19 +43,19 @@ struct Placed {
 int Place(const TestMachine& machine, const std::string& example, int task, Placed* placed) {
   int tasks = 1;
   for (const ExampleFile& file : FilesOfExample(example)) {
-    std::string path = file.Path;
+    std::string path = file.path;
     const std::size_t slash = path.find('/');
     const int number = slash == path.npos ? 0 : std::stoi(path.substr(3));
     if (number >= 1 && number <= 8) {
       tasks = std::max(tasks, number);
       path = DirectoryOf(task + number - 1) + path.substr(slash);
-      if (path.find("/RESET.PLC") != path.npos && file.Text.find("EXIT") != std::string::npos)
-        placed->TasksWithExit.insert(task + number - 1);
+      if (path.find("/RESET.PLC") != path.npos && file.text.find("EXIT") != std::string::npos)
+        placed->tasksWithExit.insert(task + number - 1);
     }
-    machine.Write(path, file.Text);
-    placed->Places.insert(path.substr(0, path.find('/')));
+    machine.Write(path, file.text);
+    placed->places.insert(path.substr(0, path.find('/')));
   }
-  for (int i = 0; i < tasks; ++i) placed->Places.insert(DirectoryOf(task + i));
+  for (int i = 0; i < tasks; ++i) placed->places.insert(DirectoryOf(task + i));
   return tasks;
 }
 
@@ -74,10 +74,10 @@ void ExpectFinding(const TestMachine& machine, const std::string& rule, const st
   const auto findings = check::CheckPath(machine.Path(""), "", &error);
   ASSERT_TRUE(findings) << error;
   const bool found = std::any_of(findings->begin(), findings->end(), [&](const check::Finding& finding) {
-    if (check::RuleOf(finding.Rule).Name != rule) return false;
-    const auto path = std::filesystem::path(finding.File).lexically_relative(machine.Path(""));
+    if (check::RuleOf(finding.rule).name != rule) return false;
+    const auto path = std::filesystem::path(finding.file).lexically_relative(machine.Path(""));
     const auto isNamed = [&](const std::string& place) {
-      return path == "." ? finding.Message.find("no directory " + place + ":") != std::string::npos
+      return path == "." ? finding.message.find("no directory " + place + ":") != std::string::npos
                          : *path.begin() == place;
     };
     return std::any_of(places.begin(), places.end(), isNamed);
@@ -86,27 +86,27 @@ void ExpectFinding(const TestMachine& machine, const std::string& rule, const st
 }
 
 void ExpectLogAndBus(TestMachine& machine, const Placed& placed) {
-  const Row& row = *placed.Shown;
-  if (row.Goes == Then::Own) return;
-  const std::string bus = machine.Bus(placed.Task);
-  const std::string log = FlowLog(machine, placed.Task);
-  const bool isWhole = row.Goes == Then::Rests;
-  EXPECT_EQ(isWhole ? log : log.substr(0, row.Log.size()), row.Log);
-  if (row.Bus == nullptr) return;
+  const Row& row = *placed.shown;
+  if (row.goes == Then::Own) return;
+  const std::string bus = machine.Bus(placed.task);
+  const std::string log = FlowLog(machine, placed.task);
+  const bool isWhole = row.goes == Then::Rests;
+  EXPECT_EQ(isWhole ? log : log.substr(0, row.log.size()), row.log);
+  if (row.bus == nullptr) return;
   // What the program does in its second round says nothing new.
-  const std::string expected = row.Bus;
-  const bool hasGoneOn = log.size() > row.Log.size() && !expected.empty();
+  const std::string expected = row.bus;
+  const bool hasGoneOn = log.size() > row.log.size() && !expected.empty();
   EXPECT_EQ(hasGoneOn ? bus.substr(0, expected.size()) : bus, expected);
 }
 
 // A task that pauses may miss a key.
 void ExpectWayOutByMinus(TestMachine& machine, const Placed& placed) {
-  if (placed.Shown->Goes != Then::Stays && placed.Shown->Goes != Then::Rests) return;
+  if (placed.shown->goes != Then::Stays && placed.shown->goes != Then::Rests) return;
   EXPECT_TRUE(machine.Await([&] {
-    const bool isOut = CountOf(FlowLog(machine, placed.Task), " [RESET.PLC] ") > 0;
+    const bool isOut = CountOf(FlowLog(machine, placed.task), " [RESET.PLC] ") > 0;
     if (!isOut) machine.Press(kDec);
     return isOut;
-  })) << FlowLog(machine, placed.Task);
+  })) << FlowLog(machine, placed.task);
 }
 
 class RulesSeen : public testing::TestWithParam<Group> {};
@@ -115,65 +115,65 @@ TEST_P(RulesSeen, TheControllerDoesWhatTheRuleSays) {
   TestMachine machine;
   std::vector<Placed> programs;
   int tasks = 0;
-  for (const Row& row : GetParam().Rows) {
+  for (const Row& row : GetParam().rows) {
     programs.push_back({&row, tasks + 1, {}, {}});
-    tasks += Place(machine, row.Program == nullptr ? WrongExample(row.Rule) : row.Program, tasks + 1,
+    tasks += Place(machine, row.program == nullptr ? WrongExample(row.rule) : row.program, tasks + 1,
                    &programs.back());
   }
   ASSERT_LE(tasks, 8);
   machine.Write("rack.toml", RackFile(tasks));
   machine.Start();
   for (const Placed& placed : programs) {
-    for (const int task : placed.TasksWithExit) machine.WaitForLog("CmdIdx: EXIT", task);
+    for (const int task : placed.tasksWithExit) machine.WaitForLog("CmdIdx: EXIT", task);
   }
   machine.Press(kEnter);
   for (const Placed& placed : programs) {
-    const std::size_t size = placed.Shown->Log.size();
-    machine.Await([&] { return FlowLog(machine, placed.Task).size() >= size; });
+    const std::size_t size = placed.shown->log.size();
+    machine.Await([&] { return FlowLog(machine, placed.task).size() >= size; });
   }
   machine.AwaitPolls();  // what a program that rests logs beyond its expectation shows
   const auto forEach = [&](const auto& look) {
     for (const Placed& placed : programs) {
-      SCOPED_TRACE(placed.Shown->Rule + std::string(" in ") + DirectoryOf(placed.Task));
+      SCOPED_TRACE(placed.shown->rule + std::string(" in ") + DirectoryOf(placed.task));
       look(placed);
     }
   };
   forEach([&](const Placed& placed) { ExpectLogAndBus(machine, placed); });
   forEach([&](const Placed& placed) {
-    if (placed.Shown->Seen) placed.Shown->Seen(machine, placed.Task);
+    if (placed.shown->seen) placed.shown->seen(machine, placed.task);
   });
   forEach([&](const Placed& placed) { ExpectWayOutByMinus(machine, placed); });
-  forEach([&](const Placed& placed) { ExpectFinding(machine, placed.Shown->Rule, placed.Places); });
+  forEach([&](const Placed& placed) { ExpectFinding(machine, placed.shown->rule, placed.places); });
   EXPECT_EQ(machine.Errors(), "");
 }
 
 INSTANTIATE_TEST_SUITE_P(Group, RulesSeen, testing::ValuesIn(Groups()),
-                         [](const auto& parameter) { return std::string(parameter.param.Name); });
+                         [](const auto& parameter) { return std::string(parameter.param.name); });
 
 // Writes a rule's wrong example, checks it, and starts it.
 void StartExample(TestMachine& machine, const std::string& rule, int tasks = 1) {
   machine.Write("rack.toml", RackFile(tasks));
   Placed placed;
   Place(machine, WrongExample(rule), 1, &placed);
-  ExpectFinding(machine, rule, placed.Places);
+  ExpectFinding(machine, rule, placed.places);
   machine.Start();
 }
 
 // Both would take minutes with the pause that follows other commands.
 TEST(RulesSeenAlone, BusyLoopAndEmptyBlockRunAtFullSpeed) {
   const struct {
-    const char* Rule;
-    std::uint32_t rack::TaskRecord::*Rounds;
-  } rows[] = {{"busy-loop", &rack::TaskRecord::Searches}, {"empty-block", &rack::TaskRecord::EndReads}};
+    const char* rule;
+    std::uint32_t rack::TaskRecord::*rounds;
+  } rows[] = {{"busy-loop", &rack::TaskRecord::searches}, {"empty-block", &rack::TaskRecord::endReads}};
   for (const auto& row : rows) {
-    SCOPED_TRACE(row.Rule);
+    SCOPED_TRACE(row.rule);
     TestMachine machine;
-    StartExample(machine, row.Rule);
+    StartExample(machine, row.rule);
     machine.WaitForLog("CmdIdx: EXIT");
     machine.Tap(kEnter);
-    const rack::Nanos start = machine.Live().Now;
-    EXPECT_TRUE(machine.Await([&] { return machine.Live().Tasks[1].*row.Rounds >= 5000; }));
-    EXPECT_LT(machine.Live().Now - start, 25'000 * rack::kMillisecond);
+    const rack::Nanos start = machine.Live().now;
+    EXPECT_TRUE(machine.Await([&] { return machine.Live().tasks[1].*row.rounds >= 5000; }));
+    EXPECT_LT(machine.Live().now - start, 25'000 * rack::kMillisecond);
   }
 }
 
@@ -193,9 +193,9 @@ TEST(RulesSeenAlone, LongDelayIsDeafToAShortKey) {
 TEST(RulesSeenAlone, ConfigurationThatIsNotReadOrOutOfRange) {
   const std::string flow = "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nEND\n== Velmo.conf\n";
   const struct {
-    const char* Rule;
-    std::string Machine;
-    int Port;  // the one that the controller takes
+    const char* rule;
+    std::string machine;
+    int port;  // the one that the controller takes
   } rows[] = {
       {"conf-unread", WrongExample("conf-unread"), 2017},
       {"conf-unread", flow + "[UDP]\t\nPort=8000", 2017},
@@ -206,21 +206,21 @@ TEST(RulesSeenAlone, ConfigurationThatIsNotReadOrOutOfRange) {
   };
   const OwnNetwork network;
   for (const auto& row : rows) {
-    SCOPED_TRACE(row.Machine);
+    SCOPED_TRACE(row.machine);
     TestMachine machine("", rack::TimeMode::Real);
     machine.Write("rack.toml", RackFile(9));
     machine.Write("plc2/RESET.PLC", "EXIT\n");
     Placed placed;
-    Place(machine, row.Machine, 1, &placed);
+    Place(machine, row.machine, 1, &placed);
     machine.Start();
     machine.WaitForLog("CmdIdx: EXIT");
-    AwaitPort(machine, row.Port);
-    const bool hasBadKeyPort = row.Machine.find("FunctionPort") != std::string::npos;
+    AwaitPort(machine, row.port);
+    const bool hasBadKeyPort = row.machine.find("FunctionPort") != std::string::npos;
     EXPECT_EQ(
         CountOf(machine.Console(), "Velmo.conf: FunctionPort 300 refused, ports 9 to 255 are possible\n"),
         hasBadKeyPort ? 1 : 0);
     EXPECT_EQ(machine.LinesWith("PLC2: "), "");
-    ExpectFinding(machine, row.Rule, {"Velmo.conf"});
+    ExpectFinding(machine, row.rule, {"Velmo.conf"});
     ExpectFinding(machine, "idle-directory", {"plc2"});
     EXPECT_EQ(machine.Errors(), "");
   }
@@ -232,7 +232,7 @@ TEST(RulesSeenTable, HasEveryRule) {
       "unknown-ignore",                                            // concerns the checker alone
   };
   for (const Group& group : Groups()) {
-    for (const Row& row : group.Rows) seen.push_back(row.Rule);
+    for (const Row& row : group.rows) seen.push_back(row.rule);
   }
   std::sort(seen.begin(), seen.end());
   seen.erase(std::unique(seen.begin(), seen.end()), seen.end());

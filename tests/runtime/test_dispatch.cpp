@@ -32,12 +32,12 @@ class FakeCard : public CkOVA_MANAGER {
     return Note("IF", ChIdx, pArgc, 19);
   }
 
-  std::vector<std::string> Calls;
+  std::vector<std::string> calls;
 
  private:
   int Note(const char* command, int channel, const void* parameter, int result) {
     const char* text = parameter == nullptr ? "-" : static_cast<const char*>(parameter);
-    Calls.push_back(std::string(command) + " " + std::to_string(channel) + " " + text);
+    calls.push_back(std::string(command) + " " + std::to_string(channel) + " " + text);
     return result;
   }
 };
@@ -60,9 +60,9 @@ TEST(Dispatch, GivesTheCommandToTheCardOfTheEntryAndNoOther) {
   EXPECT_EQ(Task_ROCLR(1, 8, nullptr), 18);
   EXPECT_EQ(Task_IF(1, 9, parameter, block), 19);
   EXPECT_STREQ(block, "block.plc");
-  EXPECT_THAT(cards[1].Calls, testing::ElementsAre("OUT 1 p", "LD 2 p", "MOT 3 p", "LMOT 4 -", "DG 5 p",
+  EXPECT_THAT(cards[1].calls, testing::ElementsAre("OUT 1 p", "LD 2 p", "MOT 3 p", "LMOT 4 -", "DG 5 p",
                                                    "LDG 6 -", "ROW 7 p", "ROCLR 8 -", "IF 9 p"));
-  cards[1].Calls.clear();
+  cards[1].calls.clear();
   EXPECT_EQ(Task_OUT(0, -1, parameter), 11);
   for (int entry : {-1, 2, 12}) {
     for (auto task : {Task_OUT, Task_LD, Task_MOT, Task_LMOT, Task_DG, Task_LDG, Task_ROW, Task_ROCLR}) {
@@ -70,8 +70,8 @@ TEST(Dispatch, GivesTheCommandToTheCardOfTheEntryAndNoOther) {
     }
     EXPECT_EQ(Task_IF(entry, 1, parameter, block), -1);
   }
-  EXPECT_THAT(cards[0].Calls, testing::ElementsAre("OUT -1 p"));
-  EXPECT_THAT(cards[1].Calls, testing::IsEmpty());
+  EXPECT_THAT(cards[0].calls, testing::ElementsAre("OUT -1 p"));
+  EXPECT_THAT(cards[1].calls, testing::IsEmpty());
   CardInfo.CardNum = 0;
   for (auto& card : kOVA_CardMan) card = nullptr;
 }

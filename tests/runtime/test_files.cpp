@@ -88,13 +88,13 @@ TEST_F(Files, ADirectoryThatCannotBeOpenedIsReportedAndATooLongPathSkipped) {
   EXPECT_EQ(errors.Text(), "Open dir error...: Too many open files\n");
 
   const std::string part(200, 'd');
-  fs::path deep = Directory;
+  fs::path deep = directory;
   for (int i = 0; i < 6; ++i) {
     deep = part;
     fs::create_directory(deep);
     fs::current_path(deep);
   }
-  fs::current_path(Directory);
+  fs::current_path(directory);
   EXPECT_EQ(FindFile(top, name), 0);
   EXPECT_EQ(errors.Text(), "");
 }

@@ -15,29 +15,29 @@ namespace {
 // A supervising computer on this machine.
 class Client {
  public:
-  Client() : Socket(socket(AF_INET, SOCK_DGRAM, 0)) {
+  Client() : socket_(socket(AF_INET, SOCK_DGRAM, 0)) {
     sockaddr_in any = Address(0);
-    EXPECT_EQ(bind(Socket, reinterpret_cast<sockaddr*>(&any), sizeof any), 0);
+    EXPECT_EQ(bind(socket_, reinterpret_cast<sockaddr*>(&any), sizeof any), 0);
     const timeval limit = {20, 0};
-    setsockopt(Socket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
   }
-  ~Client() { close(Socket); }
+  ~Client() { close(socket_); }
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
 
   int Port() const {
     sockaddr_in own = {};
     socklen_t length = sizeof own;
-    getsockname(Socket, reinterpret_cast<sockaddr*>(&own), &length);
+    getsockname(socket_, reinterpret_cast<sockaddr*>(&own), &length);
     return ntohs(own.sin_port);
   }
   void Send(int port, const std::string& text) const {
     const sockaddr_in to = Address(port);
-    sendto(Socket, text.data(), text.size(), 0, reinterpret_cast<const sockaddr*>(&to), sizeof to);
+    sendto(socket_, text.data(), text.size(), 0, reinterpret_cast<const sockaddr*>(&to), sizeof to);
   }
   std::string Receive() const {
     char text[2000];
-    const ssize_t count = recv(Socket, text, sizeof text, 0);
+    const ssize_t count = recv(socket_, text, sizeof text, 0);
     return count < 0 ? "nothing" : std::string(text, static_cast<size_t>(count));
   }
 
@@ -50,13 +50,13 @@ class Client {
     return address;
   }
 
-  int Socket;
+  int socket_;
 };
 
 class Endpoint : public ScratchTest {
  protected:
   void TearDown() override {
-    if (Server.UDP_Sockfd >= 0) close(Server.UDP_Sockfd);
+    if (server.UDP_Sockfd >= 0) close(server.UDP_Sockfd);
     ScratchTest::TearDown();
   }
   static int FreePort() { return Client().Port(); }
@@ -64,39 +64,39 @@ class Endpoint : public ScratchTest {
     return "PLCNet: Client IP is 127.0.0.1, Port is " + std::to_string(client.Port()) + "\n";
   }
 
-  UDP Server;
-  Client First;
-  Client Second;
+  UDP server;
+  Client first;
+  Client second;
 };
 
 TEST_F(Endpoint, TakesItsPortFromTheConfigurationAndAnswersEachSender) {
   const int port = FreePort();
   Write("Velmo.conf", "[UDP]\nPort=" + std::to_string(port) + "\n");
-  EXPECT_EQ(Server.client_len, 16);
-  ASSERT_EQ(Server.Init(9), 1);
-  EXPECT_EQ(Server.LocalPort, port);
+  EXPECT_EQ(server.client_len, 16);
+  ASSERT_EQ(server.Init(9), 1);
+  EXPECT_EQ(server.LocalPort, port);
   Capture console(STDOUT_FILENO);
   char message[1256];
 
-  First.Send(port, "x");
-  ASSERT_EQ(Server.Recv(message), 1);
+  first.Send(port, "x");
+  ASSERT_EQ(server.Recv(message), 1);
   EXPECT_EQ(message[0], 'x');
-  EXPECT_EQ(console.Text(), From(First));
-  EXPECT_EQ(Server.Send("Hello! i am OK.\n"), 16);
-  EXPECT_EQ(First.Receive(), "Hello! i am OK.\n");
-  EXPECT_EQ(console.Text(), "PLCNet: Sendto IP:127.0.0.1 Port:" + std::to_string(First.Port()) + "\n");
+  EXPECT_EQ(console.Text(), From(first));
+  EXPECT_EQ(server.Send("Hello! i am OK.\n"), 16);
+  EXPECT_EQ(first.Receive(), "Hello! i am OK.\n");
+  EXPECT_EQ(console.Text(), "PLCNet: Sendto IP:127.0.0.1 Port:" + std::to_string(first.Port()) + "\n");
 
-  Second.Send(port, std::string(1300, 'y'));
-  ASSERT_EQ(Server.Recv(message), 1256);
-  EXPECT_EQ(Server.RemotePort, Second.Port());
-  EXPECT_EQ(Server.Send("to the second"), 13);
-  EXPECT_EQ(Second.Receive(), "to the second");
+  second.Send(port, std::string(1300, 'y'));
+  ASSERT_EQ(server.Recv(message), 1256);
+  EXPECT_EQ(server.RemotePort, second.Port());
+  EXPECT_EQ(server.Send("to the second"), 13);
+  EXPECT_EQ(second.Receive(), "to the second");
 
   console.Text();
-  First.Send(port, "");
-  EXPECT_EQ(Server.Recv(message), 0);
-  EXPECT_EQ(console.Text(), From(First));
-  EXPECT_EQ(Server.Send(nullptr), -1);
+  first.Send(port, "");
+  EXPECT_EQ(server.Recv(message), 0);
+  EXPECT_EQ(console.Text(), From(first));
+  EXPECT_EQ(server.Send(nullptr), -1);
   EXPECT_EQ(console.Text(), "");
 }
 
@@ -104,22 +104,22 @@ TEST_F(Endpoint, PortIs2017WithoutConfiguration) {
   Capture errors(STDERR_FILENO);
   for (const char* text : {"", "[UDP]\n", "[UDP]\nPort=\n"}) {
     Write("Velmo.conf", text);
-    Server.Init(9);
-    EXPECT_EQ(Server.LocalPort, 2017) << text;
-    EXPECT_EQ(ntohs(Server.server.sin_port), 2017) << text;
-    EXPECT_EQ(Server.server.sin_addr.s_addr, 0u);
-    close(Server.UDP_Sockfd);
+    server.Init(9);
+    EXPECT_EQ(server.LocalPort, 2017) << text;
+    EXPECT_EQ(ntohs(server.server.sin_port), 2017) << text;
+    EXPECT_EQ(server.server.sin_addr.s_addr, 0u);
+    close(server.UDP_Sockfd);
   }
-  Server.UDP_Sockfd = -1;
+  server.UDP_Sockfd = -1;
 }
 
 TEST_F(Endpoint, FailingCallsAreReportedAndTheNextOneWorks) {
   Capture console(STDOUT_FILENO);
   Capture errors(STDERR_FILENO);
   char message[1256];
-  Server.nTaskNo = 9;
-  EXPECT_EQ(Server.Recv(message), 0);
-  EXPECT_EQ(Server.Send("x"), 0);
+  server.nTaskNo = 9;
+  EXPECT_EQ(server.Recv(message), 0);
+  EXPECT_EQ(server.Send("x"), 0);
   EXPECT_EQ(console.Text(),
             "PLCNet: Recvfrom error\nPLCNet: Sendto IP: Port:0\nPLCNet: Sendto error  Port 0\n");
 
@@ -128,18 +128,18 @@ TEST_F(Endpoint, FailingCallsAreReportedAndTheNextOneWorks) {
   ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &files), 0);
   const rlimit none = {0, files.rlim_max};
   setrlimit(RLIMIT_NOFILE, &none);
-  const int withoutSocket = Server.Network_Init(port);
+  const int withoutSocket = server.Network_Init(port);
   setrlimit(RLIMIT_NOFILE, &files);
   EXPECT_EQ(withoutSocket, -1);
   EXPECT_EQ(errors.Text(), "create socket failed: Too many open files\n");
 
-  EXPECT_EQ(Server.Network_Init(First.Port()), -2);
+  EXPECT_EQ(server.Network_Init(first.Port()), -2);
   EXPECT_EQ(errors.Text(), "bind error: Address already in use\n");
-  close(Server.UDP_Sockfd);
+  close(server.UDP_Sockfd);
 
-  ASSERT_EQ(Server.Network_Init(port), 1);
-  First.Send(port, "again");
-  EXPECT_EQ(Server.Recv(message), 5);
+  ASSERT_EQ(server.Network_Init(port), 1);
+  first.Send(port, "again");
+  EXPECT_EQ(server.Recv(message), 5);
 }
 
 }  // namespace

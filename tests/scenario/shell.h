@@ -31,7 +31,7 @@ class Shell {
   Shell(const Shell&) = delete;
   Shell& operator=(const Shell&) = delete;
 
-  // Everything that the command prints, on both outputs. Its status is in Status.
+  // Everything that the command prints, on both outputs. Its exit status is in Status.
   std::string Run(const std::string& command) {
     const std::string line = "cd '" + (folder_ / below_).string() +
                              "' && export PATH='" VELMO_BUILD ":'\"$PATH\" && { " + command + "\n} 2>&1";

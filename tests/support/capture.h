@@ -12,19 +12,19 @@
 // Takes the descriptor's place from construction to the end of the scope.
 class Capture {
  public:
-  explicit Capture(int descriptor) : Descriptor(descriptor), Saved(dup(descriptor)) {
+  explicit Capture(int descriptor) : descriptor_(descriptor), saved_(dup(descriptor)) {
     std::fflush(nullptr);
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) != 0) ADD_FAILURE() << "no socket pair";
     dup2(ends[0], descriptor);
     close(ends[0]);
-    Reader = ends[1];
+    reader_ = ends[1];
   }
   ~Capture() {
     std::fflush(nullptr);
-    dup2(Saved, Descriptor);
-    close(Saved);
-    close(Reader);
+    dup2(saved_, descriptor_);
+    close(saved_);
+    close(reader_);
   }
   Capture(const Capture&) = delete;
   Capture& operator=(const Capture&) = delete;
@@ -33,7 +33,7 @@ class Capture {
     std::vector<std::string> writes;
     char text[8192];
     ssize_t count;
-    while ((count = recv(Reader, text, sizeof text, MSG_DONTWAIT)) > 0) {
+    while ((count = recv(reader_, text, sizeof text, MSG_DONTWAIT)) > 0) {
       writes.emplace_back(text, static_cast<size_t>(count));
     }
     return writes;
@@ -46,7 +46,7 @@ class Capture {
   }
 
  private:
-  int Descriptor;
-  int Saved;
-  int Reader = -1;
+  int descriptor_;
+  int saved_;
+  int reader_ = -1;
 };

@@ -8,8 +8,8 @@
 #include <vector>
 
 struct ExampleFile {
-  std::string Path;  // in the machine's directory
-  std::string Text;
+  std::string path;  // in the machine's directory
+  std::string text;
 };
 
 // Program lines alone are FLOW.PLC of task 1.
@@ -29,7 +29,7 @@ inline std::vector<ExampleFile> FilesOfExample(std::string example) {
     if (line.compare(0, 3, "== ") == 0) {
       files.push_back({line.substr(3), ""});
     } else {
-      files.back().Text += line + "\n";
+      files.back().text += line + "\n";
     }
   }
   return files;

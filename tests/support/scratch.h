@@ -12,15 +12,15 @@
 class ScratchTest : public testing::Test {
  protected:
   void SetUp() override {
-    Home = std::filesystem::current_path();
+    home = std::filesystem::current_path();
     char name[] = "/tmp/velmo-test-XXXXXX";
     ASSERT_NE(mkdtemp(name), nullptr);
-    Directory = name;
-    std::filesystem::current_path(Directory);
+    directory = name;
+    std::filesystem::current_path(directory);
   }
   void TearDown() override {
-    std::filesystem::current_path(Home);
-    std::filesystem::remove_all(Directory);
+    std::filesystem::current_path(home);
+    std::filesystem::remove_all(directory);
   }
 
   static void Write(const std::string& path, const std::string& text) {
@@ -32,6 +32,6 @@ class ScratchTest : public testing::Test {
     return text.str();
   }
 
-  std::filesystem::path Home;
-  std::filesystem::path Directory;
+  std::filesystem::path home;
+  std::filesystem::path directory;
 };

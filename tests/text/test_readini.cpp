@@ -103,19 +103,19 @@ TEST(Get1Par, SkipsEmptyTokens) {
 
 TEST(GetField2, CountsEmptyPieces) {
   struct Case {
-    const char* Text;
-    int Idx;
-    char Split;
-    int Result;
-    const char* Field;
+    const char* text;
+    int idx;
+    char split;
+    int result;
+    const char* field;
   } const cases[] = {{"LD:1:2", 0, ':', 1, "LD"}, {"LD:1:2", 2, ':', 1, "2"}, {"LD:1:2", 3, ':', 0, ""},
                      {"a,,b", 1, ',', 1, ""},     {"a,b,", 2, ',', 1, ""},    {"", 0, ',', 1, ""},
                      {" a ", 0, ',', 1, " a "},   {"a", -1, ',', 0, ""}};
   for (const Case& test : cases) {
     char field[20] = "old";
-    EXPECT_EQ(ReadIni.GetField2(test.Text, field, test.Idx, test.Split), test.Result)
-        << test.Text << test.Idx;
-    EXPECT_STREQ(field, test.Field) << test.Text << test.Idx;
+    EXPECT_EQ(ReadIni.GetField2(test.text, field, test.idx, test.split), test.result)
+        << test.text << test.idx;
+    EXPECT_STREQ(field, test.field) << test.text << test.idx;
   }
   EXPECT_EQ(ReadIni.GetField2("a", nullptr, 0, ','), 0);
   const char two[] = "a\0b";  // what stands behind the text is no field

@@ -8,11 +8,11 @@
 namespace {
 
 struct Parsed {
-  int Command;
-  int Slot;
-  int Channel;
-  std::string Param;
-  std::string Comment;
+  int command;
+  int slot;
+  int channel;
+  std::string param;
+  std::string comment;
 };
 
 constexpr int KEPT = -77;  // what the caller held before the call
@@ -38,7 +38,7 @@ TEST(Synx, KeywordsStandAtTheirIndexAndMatchInAnyLetterCase) {
     EXPECT_STREQ(SYNXCMD[i], keywords[i]);
     std::string line = keywords[i];
     for (char& letter : line) letter = static_cast<char>(std::tolower(letter));
-    EXPECT_EQ(Parse(" \t" + line + " :1,2,3").Command, i) << line;
+    EXPECT_EQ(Parse(" \t" + line + " :1,2,3").command, i) << line;
   }
 }
 
@@ -55,18 +55,18 @@ TEST(Synx, EachCommandNeedsTheFieldsOfItsForm) {
     for (int given = 0; given <= 3; ++given) {
       const std::string line = std::string(SYNXCMD[command]) + fields[given];
       const Parsed result = Parse(line);
-      EXPECT_EQ(result.Command, given < needed[static_cast<size_t>(command)] - '0' ? 0 : command) << line;
+      EXPECT_EQ(result.command, given < needed[static_cast<size_t>(command)] - '0' ? 0 : command) << line;
     }
   }
   // Which commands keep the first field as the parameter, and which have none at all.
-  for (const int word : {3, 10, 28}) EXPECT_EQ(Parse(std::string(SYNXCMD[word]) + ": 7x").Param, "7x");
-  for (const int number : {6, 11}) EXPECT_EQ(Parse(std::string(SYNXCMD[number]) + ": 7x").Param, "");
+  for (const int word : {3, 10, 28}) EXPECT_EQ(Parse(std::string(SYNXCMD[word]) + ": 7x").param, "7x");
+  for (const int number : {6, 11}) EXPECT_EQ(Parse(std::string(SYNXCMD[number]) + ": 7x").param, "");
 }
 
 TEST(Synx, EachFormYieldsItsFields) {
   struct Case {
-    const char* Line;
-    Parsed Expected;
+    const char* line;
+    Parsed expected;
   } const cases[] = {
       {"OUT: 2, 5, 1 ; valve", {2, 2, 5, "1", "valve"}},
       {"OUT: 1,2,", {2, 1, 2, "", ""}},
@@ -94,12 +94,12 @@ TEST(Synx, EachFormYieldsItsFields) {
       {"; only talk", {0, KEPT, -1, "", "only talk"}},
   };
   for (const Case& test : cases) {
-    const Parsed result = Parse(test.Line);
-    EXPECT_EQ(result.Command, test.Expected.Command) << test.Line;
-    EXPECT_EQ(result.Slot, test.Expected.Slot) << test.Line;
-    EXPECT_EQ(result.Channel, test.Expected.Channel) << test.Line;
-    EXPECT_EQ(result.Param, test.Expected.Param) << test.Line;
-    EXPECT_EQ(result.Comment, test.Expected.Comment) << test.Line;
+    const Parsed result = Parse(test.line);
+    EXPECT_EQ(result.command, test.expected.command) << test.line;
+    EXPECT_EQ(result.slot, test.expected.slot) << test.line;
+    EXPECT_EQ(result.channel, test.expected.channel) << test.line;
+    EXPECT_EQ(result.param, test.expected.param) << test.line;
+    EXPECT_EQ(result.comment, test.expected.comment) << test.line;
   }
 }
 
@@ -116,21 +116,21 @@ TEST(Synx, WithoutParameterBufferTwoFieldsAreEnough) {
 TEST(Synx, LinesUpTo999CharactersAreParsed) {
   const std::string longest = "OUT:1,2," + std::string(991, 'p');
   const Parsed result = Parse(longest);
-  EXPECT_EQ(result.Command, 2);
-  EXPECT_EQ(result.Param, std::string(991, 'p'));
-  EXPECT_EQ(Parse("END;" + std::string(995, 'c')).Comment, std::string(995, 'c'));
+  EXPECT_EQ(result.command, 2);
+  EXPECT_EQ(result.param, std::string(991, 'p'));
+  EXPECT_EQ(Parse("END;" + std::string(995, 'c')).comment, std::string(995, 'c'));
   const Parsed tooLong = Parse(longest + "p");
-  EXPECT_EQ(tooLong.Command, 0);
-  EXPECT_EQ(tooLong.Slot, KEPT);
-  EXPECT_EQ(tooLong.Comment, "");
+  EXPECT_EQ(tooLong.command, 0);
+  EXPECT_EQ(tooLong.slot, KEPT);
+  EXPECT_EQ(tooLong.comment, "");
 }
 
 TEST(Synx, CoreSaysWhyAndWhereALineYieldsNothing) {
   struct Case {
-    std::string Line;
-    LINEFAULT Fault;
-    int Column;
-    int Keyword;
+    std::string line;
+    LINEFAULT fault;
+    int column;
+    int keyword;
   } const cases[] = {
       {"OUT: 1,2,3", LINEFAULT::None, 0, 2},
       {"", LINEFAULT::Empty, 0, 0},
@@ -149,10 +149,10 @@ TEST(Synx, CoreSaysWhyAndWhereALineYieldsNothing) {
   };
   for (const Case& test : cases) {
     EXPLAINEDLINE line;
-    ExplainLine(test.Line.c_str(), &line);
-    EXPECT_EQ(static_cast<int>(line.Fault), static_cast<int>(test.Fault)) << test.Line;
-    EXPECT_EQ(line.FaultColumn, test.Column) << test.Line;
-    EXPECT_EQ(line.Keyword, test.Keyword) << test.Line;
+    ExplainLine(test.line.c_str(), &line);
+    EXPECT_EQ(static_cast<int>(line.Fault), static_cast<int>(test.fault)) << test.line;
+    EXPECT_EQ(line.FaultColumn, test.column) << test.line;
+    EXPECT_EQ(line.Keyword, test.keyword) << test.line;
   }
 }
 

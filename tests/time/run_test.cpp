@@ -32,7 +32,7 @@ class TimeRunTest : public ScratchTest {
   void SetUp() override {
     ScratchTest::SetUp();
     Write("rack.toml", kRack);
-    Tool = std::filesystem::path(VELMO_RACK_PROGRAM);
+    tool = std::filesystem::path(VELMO_RACK_PROGRAM);
   }
   void TearDown() override {
     End();
@@ -53,7 +53,7 @@ class TimeRunTest : public ScratchTest {
     dup2(file, STDOUT_FILENO);
     dup2(file, STDERR_FILENO);
     std::vector<std::string> all = words;
-    all.insert(all.begin(), Tool);
+    all.insert(all.begin(), tool);
     std::vector<char*> argv;
     argv.reserve(all.size() + 1);
     for (std::string& word : all) argv.push_back(word.data());
@@ -74,51 +74,51 @@ class TimeRunTest : public ScratchTest {
 
   void Run(std::vector<std::string> options) {
     options.insert(options.begin(), {"run", "."});
-    Running = Start(options, "console");
+    running = Start(options, "console");
   }
   // Waits until time stands after so many commands.
   void AwaitStanding(std::uint32_t number) {
     const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
     while (std::chrono::steady_clock::now() < limit) {
       rack::Machine machine;
-      if (machine.Open(".").empty() && rack::Stands(machine.State().Time, number)) return;
+      if (machine.Open(".").empty() && rack::Stands(machine.State().time, number)) return;
       std::this_thread::yield();
     }
     FAIL() << "time does not stand: " << Read("console");
   }
   int End(int signal = SIGTERM) {
-    if (Running <= 0) return -1;
-    if (signal != 0) kill(Running, signal);
-    const int status = Wait(Running);
-    Running = -1;
+    if (running <= 0) return -1;
+    if (signal != 0) kill(running, signal);
+    const int status = Wait(running);
+    running = -1;
     return status;
   }
 
-  std::string Tool;
-  pid_t Running = -1;
+  std::string tool;
+  pid_t running = -1;
 };
 
 // Keeps the computer busy, so that threads lose the processor at other places in each run.
 class Load {
  public:
   Load() {
-    for (std::thread& thread : Threads) {
+    for (std::thread& thread : threads_) {
       thread = std::thread([this] {
-        while (!Stop) ++Work;
+        while (!stop_) ++work_;
       });
     }
   }
   ~Load() {
-    Stop = true;
-    for (std::thread& thread : Threads) thread.join();
+    stop_ = true;
+    for (std::thread& thread : threads_) thread.join();
   }
   Load(const Load&) = delete;
   Load& operator=(const Load&) = delete;
 
  private:
-  std::atomic<bool> Stop{false};
-  std::atomic<unsigned> Work{0};
-  std::thread Threads[4];
+  std::atomic<bool> stop_{false};
+  std::atomic<unsigned> work_{0};
+  std::thread threads_[4];
 };
 
 TEST_F(TimeRunTest, TwoRunsAreTheSameByteForByteAlsoOnALoadedComputer) {
@@ -136,7 +136,7 @@ TEST_F(TimeRunTest, TwoRunsAreTheSameByteForByteAlsoOnALoadedComputer) {
     EXPECT_EQ(machine.Open("."), "");
     const auto holdAt = [&](rack::Nanos time) {
       rack::TimeCommand command{};
-      command.HoldAt = time;
+      command.holdAt = time;
       AwaitStanding(machine.Give(command));
     };
     const auto ask = [&](rack::RequestKind kind, rack::FaultKind fault, std::uint8_t slot, int value) {
@@ -144,16 +144,16 @@ TEST_F(TimeRunTest, TwoRunsAreTheSameByteForByteAlsoOnALoadedComputer) {
     };
     holdAt(300 * kMillisecond);
     ask(rack::RequestKind::SetInput, rack::FaultKind::None, 2, 1);
-    EXPECT_TRUE(rack::Post(machine.State().Time, "are you there"));
+    EXPECT_TRUE(rack::Post(machine.State().time, "are you there"));
     holdAt(700 * kMillisecond);
     ask(rack::RequestKind::BeginFault, rack::FaultKind::CardPulled, 2, 0);
     ask(rack::RequestKind::BeginFault, rack::FaultKind::MotorLosesSteps, 3, 3);
-    EXPECT_TRUE(rack::Post(machine.State().Time, "and now"));
+    EXPECT_TRUE(rack::Post(machine.State().time, "and now"));
     holdAt(kSecond + 1);
     ask(rack::RequestKind::PressKey, rack::FaultKind::None, 0, 0x77);
     machine.Give({});
     EXPECT_EQ(End(0), 0);
-    EXPECT_EQ(machine.State().Time.Replies, 2U);
+    EXPECT_EQ(machine.State().time.replies, 2U);
     Say({"vcd", "wave.vcd", "--once"});
     return Read("console") + Say({"trace", "--once", "--csv"}) + Read("wave.vcd");
   };
@@ -212,7 +212,7 @@ TEST_F(TimeRunTest, TenMinutesAreOverSoonAndAScaledRunAsSoonAsItSays) {
   EXPECT_LT(passed, std::chrono::seconds(20));
   rack::Machine scaled;
   ASSERT_EQ(scaled.Open("."), "");
-  EXPECT_GT(scaled.State().Live.Now, 25 * kSecond);
+  EXPECT_GT(scaled.State().live.now, 25 * kSecond);
 
   Run({"--seed", "3"});
   EXPECT_EQ(End(0), 2);
@@ -231,8 +231,8 @@ TEST_F(TimeRunTest, ASlowConsoleCostsTime) {
   rack::Machine machine;
   ASSERT_EQ(machine.Open("."), "");
   const auto bytes = static_cast<rack::Nanos>(console.size());
-  EXPECT_GE(machine.State().Live.Now, (bytes - 400) * 10 * kSecond / 9600);
-  EXPECT_LE(machine.State().Live.Now, (bytes + 100) * 10 * kSecond / 9600 + 100 * kMillisecond);
+  EXPECT_GE(machine.State().live.now, (bytes - 400) * 10 * kSecond / 9600);
+  EXPECT_LE(machine.State().live.now, (bytes + 100) * 10 * kSecond / 9600 + 100 * kMillisecond);
 }
 
 TEST_F(TimeRunTest, ACallThatBlocksAndIsNotKnownIsReportedByItsName) {

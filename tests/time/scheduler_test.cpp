@@ -192,11 +192,11 @@ TEST(VirtualTimeTest, AReceiverWaitsWithoutStoppingTime) {
   });
   sleep(60);
   EXPECT_EQ(received.Take(), "");
-  ASSERT_TRUE(rack::Post(*time.Control, "hello"));
+  ASSERT_TRUE(rack::Post(*time.control, "hello"));
   usleep(1000);
   receiver.join();
   EXPECT_EQ(received.Take(), "hell:40000");
-  EXPECT_EQ(time.Control->Replies, 1U);
+  EXPECT_EQ(time.control->replies, 1U);
   close(socketFile);
 }
 
@@ -213,24 +213,24 @@ TEST(VirtualTimeTest, NumbersThatDifferFromRunToRunAreShownAsFixedOnes) {
 
 TEST(VirtualTimeTest, TimeStandsWhereItIsToldUntilTheNextCommand) {
   const auto control = std::make_unique<rack::TimeControl>();
-  control->Setup.AccessNanos = 1000;
-  control->Command.HoldAt = 5 * kSecond;
+  control->setup.accessNanos = 1000;
+  control->command.holdAt = 5 * kSecond;
   std::vector<long long> stands;
   std::thread tool([&] {
     for (std::uint32_t number = 0; number < 2; ++number) {
       while (!rack::Stands(*control, number)) std::this_thread::yield();
       stands.push_back(static_cast<long long>(number));
       rack::TimeCommand next{};
-      if (number == 0) next.HoldAt = 7 * kSecond;
+      if (number == 0) next.holdAt = 7 * kSecond;
       rack::Order(*control, next);
     }
   });
   {
     const VirtualTime time(*control);
     rack::SleepUntil(6 * kSecond);
-    EXPECT_EQ(control->Answered, 1U);
+    EXPECT_EQ(control->answered, 1U);
     rack::SleepUntil(8 * kSecond);
-    EXPECT_EQ(control->Answered, 2U);
+    EXPECT_EQ(control->answered, 2U);
     EXPECT_EQ(rack::VirtualNow(), 8 * kSecond);
   }
   tool.join();

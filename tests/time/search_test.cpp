@@ -21,20 +21,20 @@ class MemoryBus final : public rack::BusTarget {
  public:
   int Read(std::uint8_t port) override {
     rack::SpendAccess();
-    const std::lock_guard hold(Mutex);
-    return Registers[Selected][port];
+    const std::lock_guard hold(mutex_);
+    return registers[selected][port];
   }
   void Write(std::uint8_t port, std::uint8_t value) override {
     rack::SpendAccess();
-    const std::lock_guard hold(Mutex);
-    if (port == 0) Selected = value % Registers.size();
-    Registers[Selected][port] = value;
+    const std::lock_guard hold(mutex_);
+    if (port == 0) selected = value % registers.size();
+    registers[selected][port] = value;
   }
-  std::array<std::array<std::uint8_t, 256>, 13> Registers{};
-  std::size_t Selected = 0;
+  std::array<std::array<std::uint8_t, 256>, 13> registers{};
+  std::size_t selected = 0;
 
  private:
-  rack::OwnMutex Mutex;
+  rack::OwnMutex mutex_;
 };
 
 struct OpenCard : CkOVA_IOS {
@@ -44,9 +44,9 @@ struct OpenCard : CkOVA_IOS {
 class SearchTest : public testing::Test {
  protected:
   void SetUp() override {
-    rack::UseBus(&Bus);
+    rack::UseBus(&bus);
     Hardware.OpenHard();
-    Card.SetSlotID(3);
+    card.SetSlotID(3);
   }
   void TearDown() override {
     rack::IgnoreMutex(nullptr);
@@ -57,7 +57,7 @@ class SearchTest : public testing::Test {
   // Three tasks switch one output each, on at last. Whether an update got lost.
   bool LosesAnUpdate(unsigned seed) {
     const VirtualTime time(seed);
-    Bus.Registers[3].fill(0);
+    bus.registers[3].fill(0);
     std::vector<std::thread> tasks;
     tasks.reserve(3);
     for (int channel = 0; channel < 3; ++channel) {
@@ -65,13 +65,13 @@ class SearchTest : public testing::Test {
         char on[] = "1";
         char off[] = "0";
         for (int i = 0; i < 2; ++i) {
-          Card.Cmd_OUT(channel, off);
-          Card.Cmd_OUT(channel, on);
+          card.Cmd_OUT(channel, off);
+          card.Cmd_OUT(channel, on);
         }
       });
     }
     for (std::thread& task : tasks) task.join();
-    return Bus.Registers[3][Card.OutPort(0)] != 0x07;
+    return bus.registers[3][card.OutPort(0)] != 0x07;
   }
 
   // The first seed of so many that loses one, 0 when none does.
@@ -82,8 +82,8 @@ class SearchTest : public testing::Test {
     return 0;
   }
 
-  MemoryBus Bus;
-  CkOVA_IOS Card;
+  MemoryBus bus;
+  CkOVA_IOS card;
 };
 
 TEST_F(SearchTest, WithAllLocksInPlaceAThousandSeedsFindNothing) {
@@ -91,7 +91,7 @@ TEST_F(SearchTest, WithAllLocksInPlaceAThousandSeedsFindNothing) {
 }
 
 TEST_F(SearchTest, WithTheCardsLockTakenOutTheLostUpdateIsFoundAndComesAgain) {
-  rack::IgnoreMutex(&OpenCard::LockOf(Card));
+  rack::IgnoreMutex(&OpenCard::LockOf(card));
   const unsigned seed = Search(1000);
   ASSERT_NE(seed, 0U);
   for (int i = 0; i < 5; ++i) EXPECT_TRUE(LosesAnUpdate(seed));
@@ -104,14 +104,14 @@ TEST_F(SearchTest, WithTheBusLockTakenOutAnAccessThatReachesTheWrongCardIsFound)
   unsigned found = 0;
   for (unsigned seed = 1; seed <= 1000 && found == 0; ++seed) {
     const VirtualTime time(seed);
-    Bus.Registers[3].fill(0);
-    Bus.Registers[5].fill(0);
+    bus.registers[3].fill(0);
+    bus.registers[5].fill(0);
     char on[] = "1";
-    std::thread first([&] { Card.Cmd_OUT(0, on); });
+    std::thread first([&] { card.Cmd_OUT(0, on); });
     std::thread second([&] { other.Cmd_OUT(1, on); });
     first.join();
     second.join();
-    if (Bus.Registers[3][Card.OutPort(0)] != 0x01 || Bus.Registers[5][Card.OutPort(0)] != 0x02) found = seed;
+    if (bus.registers[3][card.OutPort(0)] != 0x01 || bus.registers[5][card.OutPort(0)] != 0x02) found = seed;
   }
   EXPECT_NE(found, 0U);
 }

@@ -14,40 +14,40 @@
 class TurnLog {
  public:
   void Add(const std::string& text) {
-    const std::lock_guard hold(Mutex);
-    Text += text;
+    const std::lock_guard hold(mutex_);
+    text_ += text;
   }
   std::string Take() {
-    const std::lock_guard hold(Mutex);
-    return std::exchange(Text, "");
+    const std::lock_guard hold(mutex_);
+    return std::exchange(text_, "");
   }
   char Last() {
-    const std::lock_guard hold(Mutex);
-    return Text.empty() ? '\0' : Text.back();
+    const std::lock_guard hold(mutex_);
+    return text_.empty() ? '\0' : text_.back();
   }
 
  private:
-  rack::OwnMutex Mutex;
-  std::string Text;
+  rack::OwnMutex mutex_;
+  std::string text_;
 };
 
 class VirtualTime {
  public:
-  explicit VirtualTime(unsigned seed = 0) : Own(std::make_unique<rack::TimeControl>()), Control(Own.get()) {
-    Control->Setup.Seed = seed;
-    Control->Setup.AccessNanos = 1000;
-    rack::Engage({Control, 0, nullptr, true});
+  explicit VirtualTime(unsigned seed = 0) : own_(std::make_unique<rack::TimeControl>()), control(own_.get()) {
+    control->setup.seed = seed;
+    control->setup.accessNanos = 1000;
+    rack::Engage({control, 0, nullptr, true});
   }
-  explicit VirtualTime(rack::TimeControl& control) : Control(&control) {
-    rack::Engage({Control, 0, nullptr, true});
+  explicit VirtualTime(rack::TimeControl& shared) : control(&shared) {
+    rack::Engage({control, 0, nullptr, true});
   }
   ~VirtualTime() { rack::Disengage(); }
   VirtualTime(const VirtualTime&) = delete;
   VirtualTime& operator=(const VirtualTime&) = delete;
 
  private:
-  std::unique_ptr<rack::TimeControl> Own;
+  std::unique_ptr<rack::TimeControl> own_;
 
  public:
-  rack::TimeControl* const Control;
+  rack::TimeControl* const control;
 };

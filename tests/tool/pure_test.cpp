@@ -93,15 +93,15 @@ TEST(Faults, WordsBecomeRequestsForTheSlot) {
   const Snapshot machine = SmallRack();
   const FaultChoice stuck = ChooseFault(machine, {"stuck", "clamp_closed", "on"}, RequestKind::BeginFault);
   EXPECT_EQ(stuck.error, "");
-  EXPECT_EQ(stuck.request.Fault, FaultKind::InputStuck);
-  EXPECT_EQ(stuck.request.Slot, 3);
-  EXPECT_EQ(stuck.request.Channel, 5);
-  EXPECT_EQ(stuck.request.Value, 1);
+  EXPECT_EQ(stuck.request.fault, FaultKind::InputStuck);
+  EXPECT_EQ(stuck.request.slot, 3);
+  EXPECT_EQ(stuck.request.channel, 5);
+  EXPECT_EQ(stuck.request.value, 1);
   const FaultChoice loses = ChooseFault(machine, {"loses", "2.7", "4"}, RequestKind::BeginFault);
-  EXPECT_EQ(loses.request.Slot, 5);
-  EXPECT_EQ(loses.request.Channel, 7);
-  EXPECT_EQ(loses.request.Value, 4);
-  EXPECT_EQ(ChooseFault(machine, {"pulled", "stepper"}, RequestKind::BeginFault).request.Slot, 5);
+  EXPECT_EQ(loses.request.slot, 5);
+  EXPECT_EQ(loses.request.channel, 7);
+  EXPECT_EQ(loses.request.value, 4);
+  EXPECT_EQ(ChooseFault(machine, {"pulled", "stepper"}, RequestKind::BeginFault).request.slot, 5);
   EXPECT_EQ(ChooseFault(machine, {"stuck", "1.5"}, RequestKind::BeginFault).error,
             "wrong number of words; usage: fault stuck SIGNAL on|off");
   EXPECT_EQ(ChooseFault(machine, {"puled", "2"}, RequestKind::BeginFault).error,

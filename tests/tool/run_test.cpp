@@ -82,13 +82,13 @@ class RunTest : public testing::Test {
     EXPECT_TRUE(Eventually([&] {
       Machine view;
       if (!view.Open(machine).empty()) return false;
-      return view.Running() && view.State().Live.Tasks[1].File != 0;
+      return view.Running() && view.State().live.tasks[1].file != 0;
     })) << Output();
     return started.back();
   }
   pid_t Controller() const {
     Machine view;
-    return view.Open(machine).empty() ? view.State().Live.Controller.Process : -1;
+    return view.Open(machine).empty() ? view.State().live.controller.process : -1;
   }
   std::string Output() const {
     std::ifstream file(machine.parent_path() / "output");

@@ -30,23 +30,23 @@ const char* WithoutEntry(SYNXIDX command) {
 class CardRules {
  public:
   CardRules(const Machine& machine, const Program& program, const Line& line, Report* report)
-      : OfMachine(machine),
-        InProgram(program),
-        OfLine(line),
-        Parsed(line.Parsed),
-        Keyword(SYNXCMD[line.Parsed.CmdIdx]),
-        Param(line.Parsed.Param),
-        Out(*report) {}
+      : ofMachine_(machine),
+        inProgram_(program),
+        ofLine_(line),
+        parsed_(line.parsed),
+        keyword_(SYNXCMD[line.parsed.CmdIdx]),
+        param_(line.parsed.Param),
+        out_(*report) {}
 
   void Check() {
-    if (WithoutCard(Parsed.CmdIdx) == nullptr || HasLookAlike(OfLine)) return;
-    if (Parsed.SlotIdx.Column < 0) return CheckTwoFields();
+    if (WithoutCard(parsed_.CmdIdx) == nullptr || HasLookAlike(ofLine_)) return;
+    if (parsed_.SlotIdx.Column < 0) return CheckTwoFields();
     if (!CheckSlot()) return;
-    Card = OfMachine.CardOf(Parsed.SlotIdx.Value);
-    if (Card != nullptr && Card->Find(Parsed.CmdIdx) == nullptr) {
-      return Add(Parsed.KeywordColumn, RuleId::WrongCard,
-                 "entry " + Slot() + " is " + Card->Name + ", which has no " + Keyword + ": " +
-                     WithoutCard(Parsed.CmdIdx) + "; another entry or command was probably meant");
+    card_ = ofMachine_.CardOf(parsed_.SlotIdx.Value);
+    if (card_ != nullptr && card_->Find(parsed_.CmdIdx) == nullptr) {
+      return Add(parsed_.KeywordColumn, RuleId::WrongCard,
+                 "entry " + Slot() + " is " + card_->name + ", which has no " + keyword_ + ": " +
+                     WithoutCard(parsed_.CmdIdx) + "; another entry or command was probably meant");
     }
     CheckChannel();
     CheckParam();
@@ -54,46 +54,46 @@ class CardRules {
 
  private:
   void Add(int byte, RuleId rule, const std::string& message) {
-    Out.Add(InProgram, OfLine, byte, rule, message);
+    out_.Add(inProgram_, ofLine_, byte, rule, message);
   }
 
-  std::string Slot() const { return std::to_string(Parsed.SlotIdx.Value); }
+  std::string Slot() const { return std::to_string(parsed_.SlotIdx.Value); }
 
   void CheckTwoFields() {
-    const std::string channel = std::to_string(Parsed.ChIdx.Value);
-    Add(Parsed.KeywordColumn, RuleId::TwoFieldWait,
-        Keyword + " with two fields is channel " + channel +
+    const std::string channel = std::to_string(parsed_.ChIdx.Value);
+    Add(parsed_.KeywordColumn, RuleId::TwoFieldWait,
+        keyword_ + " with two fields is channel " + channel +
             " of the CPU card: the wait is met at once, while the axis still moves; did you mean \"" +
-            Keyword + ": " + channel + ", " + (Param.empty() ? "0" : Param) + ",\"?");
+            keyword_ + ": " + channel + ", " + (param_.empty() ? "0" : param_) + ",\"?");
   }
 
   bool CheckSlot() {
-    const int slot = Parsed.SlotIdx.Value;
-    const int entries = OfMachine.Rack ? static_cast<int>(OfMachine.Rack->Entries.size()) : MAXCARDNO;
+    const int slot = parsed_.SlotIdx.Value;
+    const int entries = ofMachine_.rack ? static_cast<int>(ofMachine_.rack->entries.size()) : MAXCARDNO;
     if (slot >= 0 && slot < entries) return true;
     const std::string limit =
-        OfMachine.Rack ? "this rack has entries 0 to " : "a rack has at most entries 0 to ";
-    Add(Parsed.SlotIdx.Column, RuleId::NoSuchSlot,
-        "there is no entry " + Slot() + ": the controller " + WithoutEntry(Parsed.CmdIdx) + "; " + limit +
+        ofMachine_.rack ? "this rack has entries 0 to " : "a rack has at most entries 0 to ";
+    Add(parsed_.SlotIdx.Column, RuleId::NoSuchSlot,
+        "there is no entry " + Slot() + ": the controller " + WithoutEntry(parsed_.CmdIdx) + "; " + limit +
             std::to_string(entries - 1));
     return false;
   }
 
   void CheckChannel() {
-    if (Card == nullptr) return;
-    const CardCommand& command = *Card->Find(Parsed.CmdIdx);
-    const int channel = Parsed.ChIdx.Value;
-    if (channel >= 0 && channel < command.Channels) return;
+    if (card_ == nullptr) return;
+    const CardCommand& command = *card_->Find(parsed_.CmdIdx);
+    const int channel = parsed_.ChIdx.Value;
+    if (channel >= 0 && channel < command.channels) return;
     const int reached = ReachedChannel(command, channel);
-    const std::string effect = reached < 0 ? std::string(command.Outside)
+    const std::string effect = reached < 0 ? std::string(command.outside)
                                            : "the controller takes channel " + std::to_string(reached);
-    Add(Parsed.ChIdx.Column, RuleId::BadChannel,
-        Keyword + ": " + Card->Name + " has no channel " + std::to_string(channel) + ": " + effect +
-            "; channels are 0 to " + std::to_string(command.Channels - 1));
+    Add(parsed_.ChIdx.Column, RuleId::BadChannel,
+        keyword_ + ": " + card_->name + " has no channel " + std::to_string(channel) + ": " + effect +
+            "; channels are 0 to " + std::to_string(command.channels - 1));
   }
 
   void CheckParam() {
-    switch (Parsed.CmdIdx) {
+    switch (parsed_.CmdIdx) {
       case SYN_OUT:
         return CheckOut();
       case SYN_LD:
@@ -113,7 +113,7 @@ class CardRules {
 
   // Value of the number, which the controller cuts to 32 bits.
   int Number(const std::string& text, int column) {
-    CheckNumberText(InProgram, OfLine, column, text, &Out);
+    CheckNumberText(inProgram_, ofLine_, column, text, &out_);
     const int value = ToNumber<int>(text.c_str());
     if (ToWideNumber(text.c_str()) != value) {
       Add(column, RuleId::ValueCut,
@@ -123,17 +123,17 @@ class CardRules {
   }
 
   void CheckOut() {
-    const bool hasDigit = Param.find_first_of("0123456789") != std::string::npos;
-    const int value = ToNumber<int>(Param.c_str());
+    const bool hasDigit = param_.find_first_of("0123456789") != std::string::npos;
+    const int value = ToNumber<int>(param_.c_str());
     if (hasDigit && (value == 0 || value == 1)) {
-      Number(Param, Parsed.ParamColumn);
+      Number(param_, parsed_.ParamColumn);
       return;
     }
-    Add(Parsed.ParamColumn, RuleId::OutValue,
-        "OUT with \"" + Param + "\": the controller switches off; 1 switches on, 0 off");
+    Add(parsed_.ParamColumn, RuleId::OutValue,
+        "OUT with \"" + param_ + "\": the controller switches off; 1 switches on, 0 off");
   }
 
-  void CheckLd() { CheckLevel(Param, Parsed.ParamColumn, "waits for ever"); }
+  void CheckLd() { CheckLevel(param_, parsed_.ParamColumn, "waits for ever"); }
 
   void CheckLevel(const std::string& text, int column, const char* effect) {
     const int level = Number(text, column);
@@ -146,30 +146,30 @@ class CardRules {
     constexpr int kSetup = -1;
     constexpr int kReset = -2;
     constexpr int kLastPosition = 15;
-    const int position = Number(Param, Parsed.ParamColumn);
+    const int position = Number(param_, parsed_.ParamColumn);
     if (position == kSetup || position == kReset || (position >= 0 && position <= kLastPosition)) return;
     const int sent = position & 0xFF;
     if (sent <= kLastPosition) {
-      return Add(Parsed.ParamColumn, RuleId::ValueCut,
+      return Add(parsed_.ParamColumn, RuleId::ValueCut,
                  "position " + std::to_string(position) + " does not fit 8 bits" + kReadAs +
                      std::to_string(sent) + "; positions are 0 to 15");
     }
-    Add(Parsed.ParamColumn, RuleId::DgPosition,
+    Add(parsed_.ParamColumn, RuleId::DgPosition,
         "there is no position " + std::to_string(position) +
             ": the controller sends nothing; 0 to 15 move, -1 sets up, -2 resets the alarm");
   }
 
-  void CheckRow() { Number(Param, Parsed.ParamColumn); }
+  void CheckRow() { Number(param_, parsed_.ParamColumn); }
 
-  int MotFieldLimit() const { return Card != nullptr ? Card->MotFieldLimit : MAXMOTFIELD; }
+  int MotFieldLimit() const { return card_ != nullptr ? card_->motFieldLimit : MAXMOTFIELD; }
 
   void CheckMot() {
     for (int i = 0; i < MOTFIELDNUM; ++i) {
-      const std::optional<std::string> field = PieceOf(Param, i, '&');
+      const std::optional<std::string> field = PieceOf(param_, i, '&');
       if (!field) {
         if (!MotFieldTable[i].Required) return;
         return Add(
-            Parsed.ParamColumn, RuleId::MotFields,
+            parsed_.ParamColumn, RuleId::MotFields,
             "MOT without " + std::string(MotFieldTable[i].Name) +
                 ": the controller reports a failure and nothing moves; the parameter is \"steps&frequency&"
                 "direction\"");
@@ -177,23 +177,23 @@ class CardRules {
       CheckMotField(static_cast<MOTIDX>(i), *field);
     }
     const int behind = MOTFIELDNUM;
-    if (!PieceOf(Param, behind, '&')) return;
-    Add(Parsed.ParamColumn + PieceColumn(Param, behind, '&'), RuleId::LostText,
+    if (!PieceOf(param_, behind, '&')) return;
+    Add(parsed_.ParamColumn + PieceColumn(param_, behind, '&'), RuleId::LostText,
         "the controller does not look at what stands behind the eleventh field of MOT");
   }
 
   void CheckMotField(MOTIDX idx, const std::string& text) {
     const MotField& row = MotFieldTable[idx];
-    const int column = Parsed.ParamColumn + PieceColumn(Param, idx, '&');
+    const int column = parsed_.ParamColumn + PieceColumn(param_, idx, '&');
     if (static_cast<int>(text.size()) >= MotFieldLimit()) {
       return Add(column, RuleId::MotFields,
                  std::string(row.Name) + " has " + std::to_string(MotFieldLimit()) +
                      " characters or more: the controller reports a failure and nothing moves");
     }
     if (text.empty() && !row.Required) return;
-    CheckNumberText(InProgram, OfLine, column, text, &Out);
-    if (Card != nullptr &&
-        std::find(Card->MotUnused.begin(), Card->MotUnused.end(), idx) != Card->MotUnused.end()) {
+    CheckNumberText(inProgram_, ofLine_, column, text, &out_);
+    if (card_ != nullptr &&
+        std::find(card_->motUnused.begin(), card_->motUnused.end(), idx) != card_->motUnused.end()) {
       return;
     }
     CheckMotValue(idx, column, ToWideNumber(text.c_str()));
@@ -202,10 +202,10 @@ class CardRules {
   void CheckMotValue(MOTIDX idx, int column, long long value) {
     const MotField& row = MotFieldTable[idx];
     const MotLimit limit = MotLimitOf(idx);
-    if (value >= 0 && value <= static_cast<long long>(limit.Largest)) return;
+    if (value >= 0 && value <= static_cast<long long>(limit.largest)) return;
     const std::string name = std::string(row.Name) + " " + std::to_string(value);
-    const std::string largest = "; the card takes 0 to " + std::to_string(limit.Largest);
-    if (limit.SharesByte) {
+    const std::string largest = "; the card takes 0 to " + std::to_string(limit.largest);
+    if (limit.sharesByte) {
       return Add(
           column, RuleId::MotFlag,
           name + ": the controller does not mask it, it is cut off or sets the flags beside it" + largest);
@@ -219,10 +219,10 @@ class CardRules {
 
   void CheckIf() {
     for (const int field : {0, 1, 2}) {
-      const std::optional<std::string> text = PieceOf(Param, field, '&');
-      const int column = Parsed.ParamColumn + PieceColumn(Param, field, '&');
+      const std::optional<std::string> text = PieceOf(param_, field, '&');
+      const int column = parsed_.ParamColumn + PieceColumn(param_, field, '&');
       if (!text) {
-        return Add(Parsed.ParamColumn, RuleId::IfFields,
+        return Add(parsed_.ParamColumn, RuleId::IfFields,
                    "IF without its three fields: the controller calls nothing; the condition is "
                    "\"level&block&block\", "
                    "NUL for no block");
@@ -234,25 +234,25 @@ class CardRules {
                    "a block's name of 200 characters or more: the controller calls nothing; shorten it");
       }
     }
-    if (!PieceOf(Param, 3, '&')) return;
-    Add(Parsed.ParamColumn + PieceColumn(Param, 3, '&'), RuleId::LostText,
+    if (!PieceOf(param_, 3, '&')) return;
+    Add(parsed_.ParamColumn + PieceColumn(param_, 3, '&'), RuleId::LostText,
         "the controller does not look at what stands behind the third field of IF");
   }
 
-  const Machine& OfMachine;
-  const Program& InProgram;
-  const Line& OfLine;
-  const EXPLAINEDLINE& Parsed;
-  const std::string Keyword;
-  const std::string Param;
-  Report& Out;
-  const CardType* Card = nullptr;
+  const Machine& ofMachine_;
+  const Program& inProgram_;
+  const Line& ofLine_;
+  const EXPLAINEDLINE& parsed_;
+  const std::string keyword_;
+  const std::string param_;
+  Report& out_;
+  const CardType* card_ = nullptr;
 };
 
 }  // namespace
 
 void CheckCardCommands(const Machine& machine, const Program& program, Report* report) {
-  for (const Line& line : program.Lines) CardRules(machine, program, line, report).Check();
+  for (const Line& line : program.lines) CardRules(machine, program, line, report).Check();
 }
 
 }  // namespace check

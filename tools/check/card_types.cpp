@@ -57,23 +57,23 @@ const CardType kNone{rack::CardKind::None, "an empty slot", {}};
 }  // namespace
 
 const CardCommand* CardType::Find(SYNXIDX command) const {
-  const auto found = std::find_if(Commands.begin(), Commands.end(),
-                                  [&](const CardCommand& row) { return row.Command == command; });
-  return found == Commands.end() ? nullptr : &*found;
+  const auto found = std::find_if(commands.begin(), commands.end(),
+                                  [&](const CardCommand& row) { return row.command == command; });
+  return found == commands.end() ? nullptr : &*found;
 }
 
 const CardType& CardTypeOf(rack::CardKind kind) {
   for (const CardType* type : {&kCpu, &kIo, &kCylinder, &kStepper, &kServo}) {
-    if (type->Kind == kind) return *type;
+    if (type->kind == kind) return *type;
   }
   return kNone;
 }
 
 int ReachedChannel(const CardCommand& command, int chIdx) {
-  const auto inRange = [&](int channel) { return channel >= 0 && channel < command.Channels; };
+  const auto inRange = [&](int channel) { return channel >= 0 && channel < command.channels; };
   if (inRange(chIdx)) return chIdx;
-  if (command.Wrap == Beyond::LastGroup && chIdx > 0) return command.Channels - 8 + chIdx % 8;
-  if (command.Wrap == Beyond::LowByte && inRange(chIdx & 0xFF)) return chIdx & 0xFF;
+  if (command.wrap == Beyond::LastGroup && chIdx > 0) return command.channels - 8 + chIdx % 8;
+  if (command.wrap == Beyond::LowByte && inRange(chIdx & 0xFF)) return chIdx & 0xFF;
   return -1;
 }
 

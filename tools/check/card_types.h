@@ -11,25 +11,25 @@ namespace check {
 
 // What becomes of a channel that the card does not have.
 enum class Beyond {
-  Refused,    // see CardCommand::Outside
+  Refused,    // see CardCommand::outside
   LastGroup,  // counts on in the last group of eight; a negative one selects nothing
   LowByte     // cut to 8 bits, then as Refused
 };
 
 struct CardCommand {
-  SYNXIDX Command;
-  int Channels;  // 0 to Channels - 1
-  Beyond Wrap;
-  const char* Outside;  // what happens then
+  SYNXIDX command;
+  int channels;  // 0 to channels - 1
+  Beyond wrap;
+  const char* outside;  // what happens then
 };
 
 struct CardType {
-  rack::CardKind Kind;
-  const char* Name;                     // with its article
-  std::vector<CardCommand> Commands;    // all others do nothing
-  int MotFieldLimit = 0;                // a field of so many characters is refused
-  bool ChannelOfLastSelection = false;  // LMOT and ROCLR ask for the channel selected last
-  std::vector<MOTIDX> MotUnused = {};
+  rack::CardKind kind;
+  const char* name;                     // with its article
+  std::vector<CardCommand> commands;    // all others do nothing
+  int motFieldLimit = 0;                // a field of so many characters is refused
+  bool channelOfLastSelection = false;  // LMOT and ROCLR ask for the channel selected last
+  std::vector<MOTIDX> motUnused = {};
 
   const CardCommand* Find(SYNXIDX command) const;
 };
@@ -42,8 +42,8 @@ int ReachedChannel(const CardCommand& command, int chIdx);
 // Largest value of a MOT field that arrives whole, and whether the field is a flag (or a few bits) that shares
 // its register with others.
 struct MotLimit {
-  unsigned int Largest;
-  bool SharesByte;
+  unsigned int largest;
+  bool sharesByte;
 };
 MotLimit MotLimitOf(MOTIDX field);
 

@@ -15,8 +15,8 @@ namespace {
 constexpr const char* kRackName = "rack.toml";
 
 void CheckPrograms(const Machine& machine, Report* report) {
-  for (const Task& task : machine.Tasks) {
-    for (const auto& [name, program] : task.Programs) {
+  for (const Task& task : machine.tasks) {
+    for (const auto& [name, program] : task.programs) {
       CheckLines(program, report);
       CheckCardCommands(machine, program, report);
     }
@@ -72,7 +72,7 @@ std::optional<std::vector<Finding>> CheckFile(const fs::path& file, const std::s
   std::vector<Finding> findings = report.Sorted();
   const std::string shown = (directory / file.filename()).lexically_normal().string();
   findings.erase(std::remove_if(findings.begin(), findings.end(),
-                                [&](const Finding& finding) { return finding.File != shown; }),
+                                [&](const Finding& finding) { return finding.file != shown; }),
                  findings.end());
   return findings;
 }

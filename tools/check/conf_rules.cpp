@@ -22,10 +22,10 @@ constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::string_view kBlanks = " \t\r\n";
 
 struct ConfItem {
-  const char* Group;
-  const char* Item;
-  int Lowest;
-  int Highest;
+  const char* group;
+  const char* item;
+  int lowest;
+  int highest;
 };
 constexpr ConfItem kItems[] = {
     {"[UDP]", "Port", 1, 65535},
@@ -55,14 +55,14 @@ const ConfItem* FindItem(Same same) {
 
 class ConfRules {
  public:
-  ConfRules(const std::string& path, Report* report) : Path(path), Out(*report) {}
+  ConfRules(const std::string& path, Report* report) : path_(path), out_(*report) {}
 
   void Check() {
-    std::istringstream lines(ReadWholeFile(Path));
+    std::istringstream lines(ReadWholeFile(path_));
     std::string line;
     while (std::getline(lines, line)) {
-      ++Number;
-      if (Number == 1 && line.compare(0, kByteOrderMark.size(), kByteOrderMark) == 0) {
+      ++number_;
+      if (number_ == 1 && line.compare(0, kByteOrderMark.size(), kByteOrderMark) == 0) {
         Unread(1, "a byte order mark stands before the first line", "; save the file without it");
         line.erase(0, kByteOrderMark.size());
         CheckLine(line, false);
@@ -75,12 +75,12 @@ class ConfRules {
  private:
   // meant: how it should be, with what separates it from the message; may be empty.
   void Unread(size_t column, const std::string& what, const std::string& meant = "") {
-    Out.Add(Path, Number, static_cast<int>(column), RuleId::ConfUnread,
-            what + ": the controller does not find it and takes its default" + meant);
+    out_.Add(path_, number_, static_cast<int>(column), RuleId::ConfUnread,
+             what + ": the controller does not find it and takes its default" + meant);
   }
 
   void NotLookedAt(const std::string& what) {
-    Out.Add(Path, Number, 1, RuleId::ConfUnread, what + ": the controller does not look at this one");
+    out_.Add(path_, number_, 1, RuleId::ConfUnread, what + ": the controller does not look at this one");
   }
 
   void CheckLine(const std::string& line, bool report) {
@@ -92,74 +92,74 @@ class ConfRules {
   }
 
   void CheckGroup(const std::string& line, const std::string& trimmed, bool report) {
-    Group = FindItem([&](const ConfItem& row) { return SameWord(trimmed, row.Group); });
-    InGroup = true;
-    IsRead = false;
-    if (Group == nullptr) {
+    group_ = FindItem([&](const ConfItem& row) { return SameWord(trimmed, row.group); });
+    inGroup_ = true;
+    isRead_ = false;
+    if (group_ == nullptr) {
       std::string upper = trimmed;
       for (char& c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-      const std::string nearest = rack::Nearest(upper, {kItems[0].Group, kItems[1].Group});
+      const std::string nearest = rack::Nearest(upper, {kItems[0].group, kItems[1].group});
       if (!nearest.empty()) Unread(1, "\"" + trimmed + "\" is no group", DidYouMean(nearest));
       return;
     }
-    const std::string name = Group->Group;
+    const std::string name = group_->group;
     if (!report) return;
     if (!SameWord(AsRead(line), name)) {
       const size_t end = line.find(trimmed) + trimmed.size();
       return Unread(end == line.size() ? 1 : end + 1,
                     "a blank, tab or carriage return stands in the line of " + name);
     }
-    IsRead = Groups.insert(name).second;
-    if (!IsRead) NotLookedAt("only the first group " + name + " is read");
+    isRead_ = groups_.insert(name).second;
+    if (!isRead_) NotLookedAt("only the first group " + name + " is read");
   }
 
   void CheckItem(const std::string& line) {
     const std::string key = AsRead(line.substr(0, line.find('=')));
     const std::string trimmed = Trimmed(key);
-    if (!InGroup) {
-      const ConfItem* item = FindItem([&](const ConfItem& row) { return SameWord(trimmed, row.Item); });
+    if (!inGroup_) {
+      const ConfItem* item = FindItem([&](const ConfItem& row) { return SameWord(trimmed, row.item); });
       if (item != nullptr)
-        Unread(1, trimmed + " stands in no group", std::string("; put ") + item->Group + " before it");
+        Unread(1, trimmed + " stands in no group", std::string("; put ") + item->group + " before it");
       return;
     }
-    if (!IsRead) return;
-    const std::string item = Group->Item;
+    if (!isRead_) return;
+    const std::string item = group_->item;
     if (!SameWord(trimmed, item)) {
       const std::string nearest = rack::Nearest(trimmed, {item});
       if (!nearest.empty())
-        Unread(1, "\"" + trimmed + "\" is no item of " + Group->Group, DidYouMean(nearest));
+        Unread(1, "\"" + trimmed + "\" is no item of " + group_->group, DidYouMean(nearest));
       return;
     }
     if (!SameWord(key, item)) {
       return Unread(line.find('='), "a blank or tab stands around \"" + item + "\"",
                     "; write \"" + item + "=\"");
     }
-    if (!Items.insert(item).second)
-      return NotLookedAt("only the first " + item + " of " + Group->Group + " is read");
+    if (!items_.insert(item).second)
+      return NotLookedAt("only the first " + item + " of " + group_->group + " is read");
     CheckValue(line.find('=') + 2);
   }
 
   void CheckValue(size_t column) {
     char value[MAXBUFFER + 100] = "";
-    const int result = ReadIni.GetField(Path.c_str(), Group->Group, Group->Item, 0, value);
-    if (result != 0) return Unread(column, std::string(Group->Item) + " has no value");
+    const int result = ReadIni.GetField(path_.c_str(), group_->group, group_->item, 0, value);
+    if (result != 0) return Unread(column, std::string(group_->item) + " has no value");
     const long long port = ToWideNumber(value);
-    if (port >= Group->Lowest && port <= Group->Highest) return;
-    Out.Add(Path, Number, static_cast<int>(column), RuleId::ConfPort,
-            std::string(Group->Item) + " is read as " + std::to_string(port) +
-                ", which is no such port: the controller does not work with it; " +
-                std::to_string(Group->Lowest) + " to " + std::to_string(Group->Highest) +
-                " was probably meant");
+    if (port >= group_->lowest && port <= group_->highest) return;
+    out_.Add(path_, number_, static_cast<int>(column), RuleId::ConfPort,
+             std::string(group_->item) + " is read as " + std::to_string(port) +
+                 ", which is no such port: the controller does not work with it; " +
+                 std::to_string(group_->lowest) + " to " + std::to_string(group_->highest) +
+                 " was probably meant");
   }
 
-  const std::string Path;
-  Report& Out;
-  int Number = 0;
-  const ConfItem* Group = nullptr;  // of the line; null before the first and in an unknown one
-  bool InGroup = false;
-  bool IsRead = false;  // the reader comes into this group
-  std::set<std::string> Groups;
-  std::set<std::string> Items;
+  const std::string path_;
+  Report& out_;
+  int number_ = 0;
+  const ConfItem* group_ = nullptr;  // of the line; null before the first and in an unknown one
+  bool inGroup_ = false;
+  bool isRead_ = false;  // the reader comes into this group
+  std::set<std::string> groups_;
+  std::set<std::string> items_;
 };
 
 }  // namespace

@@ -9,11 +9,11 @@
 namespace check {
 
 struct Flow {
-  // By index of the line; index Lines.size() stands for the end of the file.
-  std::vector<std::set<size_t>> Next;
-  std::vector<bool> Reached;  // from the first line
+  // By index of the line; index lines.size() stands for the end of the file.
+  std::vector<std::set<size_t>> next;
+  std::vector<bool> reached;  // from the first line
 
-  bool ReachesEnd() const { return Reached.back(); }
+  bool ReachesEnd() const { return reached.back(); }
 };
 
 Flow FlowOf(const Task& task, const Program& program);

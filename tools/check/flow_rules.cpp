@@ -18,91 +18,91 @@ std::string ListOf(const std::set<std::string>& words) {
 
 // The pause between commands may be 0 when a line begins.
 struct PauseState {
-  std::map<std::string, std::vector<bool>> MayBeZero;  // by program, then by line; last: at its end
+  std::map<std::string, std::vector<bool>> mayBeZero;  // by program, then by line; last: at its end
 
-  bool At(const Program& program, size_t index) const { return MayBeZero.at(program.Name)[index]; }
+  bool At(const Program& program, size_t index) const { return mayBeZero.at(program.name)[index]; }
 };
 
 // Follows G_ST through the programs of a task. The pause outlasts calls and changes of the program.
 class PauseFlow {
  public:
-  PauseFlow(const Task& task, const std::map<std::string, Flow>& flows) : OfTask(task), Flows(flows) {
-    for (const auto& [name, program] : task.Programs) {
-      State.MayBeZero[name].assign(program.Lines.size() + 1, false);
+  PauseFlow(const Task& task, const std::map<std::string, Flow>& flows) : ofTask_(task), flows_(flows) {
+    for (const auto& [name, program] : task.programs) {
+      state_.mayBeZero[name].assign(program.lines.size() + 1, false);
     }
   }
 
   PauseState Solve() {
     do {
-      Changed = false;
-      for (const auto& [name, program] : OfTask.Programs) Pass(program);
-    } while (Changed);
-    return State;
+      changed_ = false;
+      for (const auto& [name, program] : ofTask_.programs) Pass(program);
+    } while (changed_);
+    return state_;
   }
 
  private:
   void Pass(const Program& program) {
-    if (program.Name == kFlowProgram && ResetLeavesZero()) Enter(program, 0);
-    for (size_t i = 0; i < program.Lines.size(); ++i) {
+    if (program.name == kFlowProgram && ResetLeavesZero()) Enter(program, 0);
+    for (size_t i = 0; i < program.lines.size(); ++i) {
       if (!LeavesZero(program, i)) continue;
-      for (const size_t next : Flows.at(program.Name).Next[i]) Enter(program, next);
-      for (const Program* block : BlocksOf(OfTask, program.Lines[i])) Enter(*block, 0);
+      for (const size_t next : flows_.at(program.name).next[i]) Enter(program, next);
+      for (const Program* block : BlocksOf(ofTask_, program.lines[i])) Enter(*block, 0);
     }
   }
 
   bool LeavesZero(const Program& program, size_t index) const {
-    const Line& line = program.Lines[index];
-    if (!Flows.at(program.Name).Reached[index]) return false;
-    if (line.Parsed.CmdIdx == SYN_G_ST && line.Parsed.SlotIdx.Value >= 0)
-      return line.Parsed.SlotIdx.Value == 0;
-    bool leaves = State.At(program, index);
-    for (const Program* block : BlocksOf(OfTask, line)) leaves |= EndsZero(*block);
+    const Line& line = program.lines[index];
+    if (!flows_.at(program.name).reached[index]) return false;
+    if (line.parsed.CmdIdx == SYN_G_ST && line.parsed.SlotIdx.Value >= 0)
+      return line.parsed.SlotIdx.Value == 0;
+    bool leaves = state_.At(program, index);
+    for (const Program* block : BlocksOf(ofTask_, line)) leaves |= EndsZero(*block);
     return leaves;
   }
 
   bool EndsZero(const Program& program) const {
-    for (size_t i = 0; i < program.Lines.size(); ++i) {
-      if (program.Lines[i].Parsed.CmdIdx == SYN_END && State.At(program, i)) return true;
+    for (size_t i = 0; i < program.lines.size(); ++i) {
+      if (program.lines[i].parsed.CmdIdx == SYN_END && state_.At(program, i)) return true;
     }
     return false;
   }
 
   bool ResetLeavesZero() const {
-    const Program* reset = OfTask.Find(kResetProgram);
+    const Program* reset = ofTask_.Find(kResetProgram);
     if (reset == nullptr) return false;
-    const std::vector<bool>& zero = State.MayBeZero.at(kResetProgram);
+    const std::vector<bool>& zero = state_.mayBeZero.at(kResetProgram);
     return std::find(zero.begin(), zero.end(), true) != zero.end();
   }
 
   void Enter(const Program& program, size_t index) {
-    std::vector<bool>& zero = State.MayBeZero[program.Name];
+    std::vector<bool>& zero = state_.mayBeZero[program.name];
     if (zero[index]) return;
     zero[index] = true;
-    Changed = true;
+    changed_ = true;
   }
 
-  const Task& OfTask;
-  const std::map<std::string, Flow>& Flows;
-  PauseState State;
-  bool Changed = false;
+  const Task& ofTask_;
+  const std::map<std::string, Flow>& flows_;
+  PauseState state_;
+  bool changed_ = false;
 };
 
 class FlowRules {
  public:
-  FlowRules(const Task& task, Report* report) : OfTask(task), Out(*report) {
-    for (const auto& [name, program] : task.Programs) Flows.emplace(name, FlowOf(task, program));
-    Pauses = PauseFlow(task, Flows).Solve();
+  FlowRules(const Task& task, Report* report) : ofTask_(task), out_(*report) {
+    for (const auto& [name, program] : task.programs) flows_.emplace(name, FlowOf(task, program));
+    pauses_ = PauseFlow(task, flows_).Solve();
   }
 
   void Check() {
-    for (const auto& [name, program] : OfTask.Programs) {
-      if (program.IsUtf16) continue;
+    for (const auto& [name, program] : ofTask_.programs) {
+      if (program.isUtf16) continue;
       CheckLabels(program);
       CheckCalls(program);
       CheckReach(program);
       CheckLoops(program);
-      if (program.Name == kResetProgram) CheckFirstLine(program);
-      if (program.IsMain || HasCommand(program))
+      if (program.name == kResetProgram) CheckFirstLine(program);
+      if (program.isMain || HasCommand(program))
         CheckEnd(program);
       else
         CheckEmptyBlock(program);
@@ -111,70 +111,70 @@ class FlowRules {
 
  private:
   static bool HasCommand(const Program& program) {
-    return std::any_of(program.Lines.begin(), program.Lines.end(),
+    return std::any_of(program.lines.begin(), program.lines.end(),
                        [](const Line& line) { return line.IsCommand(); });
   }
 
   void CheckLabels(const Program& program) {
     std::set<std::string> labels;
-    for (size_t i = 0; i < program.Lines.size(); ++i) {
-      const Line& line = program.Lines[i];
+    for (size_t i = 0; i < program.lines.size(); ++i) {
+      const Line& line = program.lines[i];
       int number = 0;
-      if (!IsLabel(line.Raw.c_str(), &number)) continue;
+      if (!IsLabel(line.raw.c_str(), &number)) continue;
       labels.insert(std::to_string(number));
       const size_t first = *FindLabel(program, number);
       if (first == i) continue;
-      Out.Add(program, line, 0, RuleId::DuplicateLabel,
-              "label " + std::to_string(number) + " stands in line " +
-                  std::to_string(program.Lines[first].Number) +
-                  " too: GO goes there and never here; give it another number");
+      out_.Add(program, line, 0, RuleId::DuplicateLabel,
+               "label " + std::to_string(number) + " stands in line " +
+                   std::to_string(program.lines[first].number) +
+                   " too: GO goes there and never here; give it another number");
     }
-    for (const Line& line : program.Lines) {
-      if (line.Parsed.CmdIdx != SYN_GO || FindLabel(program, line.Parsed.SlotIdx.Value)) continue;
-      Out.Add(program, line, line.Parsed.SlotIdx.Column, RuleId::MissingLabel,
-              "there is no label " + std::to_string(line.Parsed.SlotIdx.Value) +
-                  " in this file: the controller repeats the line for ever; " +
-                  (labels.empty() ? "the file has no label" : "it has " + ListOf(labels)));
+    for (const Line& line : program.lines) {
+      if (line.parsed.CmdIdx != SYN_GO || FindLabel(program, line.parsed.SlotIdx.Value)) continue;
+      out_.Add(program, line, line.parsed.SlotIdx.Column, RuleId::MissingLabel,
+               "there is no label " + std::to_string(line.parsed.SlotIdx.Value) +
+                   " in this file: the controller repeats the line for ever; " +
+                   (labels.empty() ? "the file has no label" : "it has " + ListOf(labels)));
     }
   }
 
   void CheckCalls(const Program& program) {
-    for (const Line& line : program.Lines) {
+    for (const Line& line : program.lines) {
       for (const BlockName& block : CalledBlocks(line)) {
         CheckBlockFile(program, line, block);
       }
-      if (!program.IsMain && program.IsCalled) CheckNesting(program, line);
+      if (!program.isMain && program.isCalled) CheckNesting(program, line);
     }
   }
 
   void CheckBlockFile(const Program& program, const Line& line, const BlockName& block) {
-    const std::string effect = program.IsMain ? "the controller passes over the call"
+    const std::string effect = program.isMain ? "the controller passes over the call"
                                               : "the controller closes this block and the task idles";
-    const std::string path = "plc" + std::to_string(OfTask.Number) + "/" + block.Name;
+    const std::string path = "plc" + std::to_string(ofTask_.number) + "/" + block.name;
     if (path.size() >= MAXNAME) {
-      return Out.Add(program, line, block.Column, RuleId::BlockName,
-                     "a block's name whose path has 200 characters or more: " + effect + "; shorten it");
+      return out_.Add(program, line, block.column, RuleId::BlockName,
+                      "a block's name whose path has 200 characters or more: " + effect + "; shorten it");
     }
-    if (OfTask.Find(block.Name) != nullptr) return;
-    Out.Add(program, line, block.Column, RuleId::MissingBlock,
-            "there is no file \"" + block.Name + "\": " + effect +
-                DidYouMean(NearMiss(block.Name, FileNames(OfTask.Directory))));
+    if (ofTask_.Find(block.name) != nullptr) return;
+    out_.Add(program, line, block.column, RuleId::MissingBlock,
+             "there is no file \"" + block.name + "\": " + effect +
+                 DidYouMean(NearMiss(block.name, FileNames(ofTask_.directory))));
   }
 
   void CheckNesting(const Program& program, const Line& line) {
-    for (const Program* block : BlocksOf(OfTask, line)) {
-      Out.Add(program, line, line.Parsed.KeywordColumn, RuleId::BlockInBlock,
-              "a call inside a block: " + block->Name + " replaces " + program.Name +
-                  ", and its END returns to " + ListOf(MainsAbove(program)));
+    for (const Program* block : BlocksOf(ofTask_, line)) {
+      out_.Add(program, line, line.parsed.KeywordColumn, RuleId::BlockInBlock,
+               "a call inside a block: " + block->name + " replaces " + program.name +
+                   ", and its END returns to " + ListOf(MainsAbove(program)));
     }
   }
 
   // The main programs from which a block is reached.
   std::set<std::string> MainsAbove(const Program& program) const {
     std::set<std::string> mains;
-    for (const auto& [name, main] : OfTask.Programs) {
+    for (const auto& [name, main] : ofTask_.programs) {
       std::set<const Program*> seen;
-      if (main.IsMain && Calls(main, program, &seen)) mains.insert(name);
+      if (main.isMain && Calls(main, program, &seen)) mains.insert(name);
     }
     if (mains.empty()) mains.insert("the main program");
     return mains;
@@ -182,8 +182,8 @@ class FlowRules {
 
   bool Calls(const Program& caller, const Program& callee, std::set<const Program*>* seen) const {
     if (!seen->insert(&caller).second) return false;
-    for (const Line& line : caller.Lines) {
-      for (const Program* block : BlocksOf(OfTask, line)) {
+    for (const Line& line : caller.lines) {
+      for (const Program* block : BlocksOf(ofTask_, line)) {
         if (block == &callee || Calls(*block, callee, seen)) return true;
       }
     }
@@ -192,78 +192,78 @@ class FlowRules {
 
   // One finding for each run of lines.
   void CheckReach(const Program& program) {
-    const Flow& flow = Flows.at(program.Name);
+    const Flow& flow = flows_.at(program.name);
     bool isReported = false;
-    for (size_t i = 0; i < program.Lines.size(); ++i) {
-      const Line& line = program.Lines[i];
-      if (flow.Reached[i]) isReported = false;
-      if (flow.Reached[i] || !line.IsCommand() || isReported) continue;
+    for (size_t i = 0; i < program.lines.size(); ++i) {
+      const Line& line = program.lines[i];
+      if (flow.reached[i]) isReported = false;
+      if (flow.reached[i] || !line.IsCommand() || isReported) continue;
       isReported = true;
-      Out.Add(program, line, line.Parsed.KeywordColumn, RuleId::Unreachable,
-              "the controller never comes to this line: the program ends or goes elsewhere before it");
+      out_.Add(program, line, line.parsed.KeywordColumn, RuleId::Unreachable,
+               "the controller never comes to this line: the program ends or goes elsewhere before it");
     }
   }
 
   void CheckFirstLine(const Program& program) {
-    if (program.Lines.empty()) return;
-    const Line& line = program.Lines.front();
-    const SYNXIDX command = line.Parsed.CmdIdx;
+    if (program.lines.empty()) return;
+    const Line& line = program.lines.front();
+    const SYNXIDX command = line.parsed.CmdIdx;
     if (command != SYN_MOT && command != SYN_DG && command != SYN_IF) return;
-    Out.Add(program, line, line.Parsed.KeywordColumn, RuleId::ResetFirstLine,
-            std::string(SYNXCMD[command]) +
-                " in the first line: the controller executes it in each pass while the minus key is down; "
-                "put a comment "
-                "line first");
+    out_.Add(program, line, line.parsed.KeywordColumn, RuleId::ResetFirstLine,
+             std::string(SYNXCMD[command]) +
+                 " in the first line: the controller executes it in each pass while the minus key is down; "
+                 "put a comment "
+                 "line first");
   }
 
   void CheckEmptyBlock(const Program& program) {
-    if (!program.IsCalled) return;
-    const char* effect = program.Lines.empty()
+    if (!program.isCalled) return;
+    const char* effect = program.lines.empty()
                              ? "the controller repeats the line that called it, without a pause"
                              : "the task never returns from it";
-    Out.Add(program.Path, 1, 1, RuleId::EmptyBlock,
-            "the block has no command: " + std::string(effect) + "; write at least END");
+    out_.Add(program.path, 1, 1, RuleId::EmptyBlock,
+             "the block has no command: " + std::string(effect) + "; write at least END");
   }
 
   void CheckEnd(const Program& program) {
-    if (!Flows.at(program.Name).ReachesEnd()) return;
-    if (program.Lines.empty()) {
-      return Out.Add(
-          program.Path, 1, 1, RuleId::OpenEnd,
+    if (!flows_.at(program.name).ReachesEnd()) return;
+    if (program.lines.empty()) {
+      return out_.Add(
+          program.path, 1, 1, RuleId::OpenEnd,
           "the program is empty: the controller repeats the line executed before; write at least EXIT");
     }
-    const Line& line = program.Lines.back();
-    const SYNXIDX command = line.Parsed.CmdIdx;
+    const Line& line = program.lines.back();
+    const SYNXIDX command = line.parsed.CmdIdx;
     if (command == SYN_EXIT) return;
     const std::string meant =
-        program.IsMain ? "; END or EXIT was probably meant" : "; END was probably meant";
+        program.isMain ? "; END or EXIT was probably meant" : "; END was probably meant";
     if (command == SYN_OUT || command == SYN_MOT || command == SYN_DG) {
-      return Out.Add(program, line, line.Parsed.KeywordColumn, RuleId::EndlessAction,
-                     "the file ends here: the controller executes this " + std::string(SYNXCMD[command]) +
-                         " again and again" + meant);
+      return out_.Add(program, line, line.parsed.KeywordColumn, RuleId::EndlessAction,
+                      "the file ends here: the controller executes this " + std::string(SYNXCMD[command]) +
+                          " again and again" + meant);
     }
-    const bool endsInCall = program.IsMain && !BlocksOf(OfTask, line).empty();
+    const bool endsInCall = program.isMain && !BlocksOf(ofTask_, line).empty();
     const char* effect = endsInCall ? "the END of the block is executed once more, in this program"
                                     : "the controller stays in this line for ever";
-    Out.Add(program, line, 0, RuleId::OpenEnd, "the file ends here: " + std::string(effect) + meant);
+    out_.Add(program, line, 0, RuleId::OpenEnd, "the file ends here: " + std::string(effect) + meant);
   }
 
   // A line that takes no time worth mentioning when the pause between commands is 0.
   bool IsBusy(const Program& program, size_t index) const {
-    const Line& line = program.Lines[index];
-    if (!Pauses.At(program, index)) return false;
-    switch (line.Parsed.CmdIdx) {
+    const Line& line = program.lines[index];
+    if (!pauses_.At(program, index)) return false;
+    switch (line.parsed.CmdIdx) {
       case SYN_DLY:
       case SYN_G_ST:
-        return line.Parsed.SlotIdx.Value <= 0;
+        return line.parsed.SlotIdx.Value <= 0;
       case SYN_DG:  // set-up and reset wait for their end
-        return line.Parsed.Param != "-1" && line.Parsed.Param != "-2";
+        return line.parsed.Param != "-1" && line.parsed.Param != "-2";
       case SYN_FL:  // the END of a block takes a second
-        return BlocksOf(OfTask, line).empty();
+        return BlocksOf(ofTask_, line).empty();
       case SYN_IF:
-        return MayCallNothing(OfTask, line);
+        return MayCallNothing(ofTask_, line);
       default:
-        return SYNXTRAITS[line.Parsed.CmdIdx].Repeat == REPEAT::Once;
+        return SYNXTRAITS[line.parsed.CmdIdx].Repeat == REPEAT::Once;
     }
   }
 
@@ -273,32 +273,32 @@ class FlowRules {
     while (!open.empty()) {
       const size_t index = open.back();
       open.pop_back();
-      if (index == program.Lines.size() || !IsBusy(program, index) || !seen.insert(index).second) continue;
+      if (index == program.lines.size() || !IsBusy(program, index) || !seen.insert(index).second) continue;
       if (index == to) return true;
-      const std::set<size_t>& next = Flows.at(program.Name).Next[index];
+      const std::set<size_t>& next = flows_.at(program.name).next[index];
       open.insert(open.end(), next.begin(), next.end());
     }
     return false;
   }
 
   void CheckLoops(const Program& program) {
-    const Flow& flow = Flows.at(program.Name);
-    for (size_t i = 0; i < program.Lines.size(); ++i) {
-      const Line& line = program.Lines[i];
-      if (line.Parsed.CmdIdx != SYN_GO || !flow.Reached[i] || !FindLabel(program, line.Parsed.SlotIdx.Value))
+    const Flow& flow = flows_.at(program.name);
+    for (size_t i = 0; i < program.lines.size(); ++i) {
+      const Line& line = program.lines[i];
+      if (line.parsed.CmdIdx != SYN_GO || !flow.reached[i] || !FindLabel(program, line.parsed.SlotIdx.Value))
         continue;
-      if (!IsBusyPath(program, *flow.Next[i].begin(), i)) continue;
-      Out.Add(program, line, line.Parsed.KeywordColumn, RuleId::BusyLoop,
-              "this loop neither pauses nor waits while G_ST is 0: the task takes the processor from all "
-              "others; add a "
-              "DLY or a wait");
+      if (!IsBusyPath(program, *flow.next[i].begin(), i)) continue;
+      out_.Add(program, line, line.parsed.KeywordColumn, RuleId::BusyLoop,
+               "this loop neither pauses nor waits while G_ST is 0: the task takes the processor from all "
+               "others; add a "
+               "DLY or a wait");
     }
   }
 
-  const Task& OfTask;
-  Report& Out;
-  std::map<std::string, Flow> Flows;
-  PauseState Pauses;
+  const Task& ofTask_;
+  Report& out_;
+  std::map<std::string, Flow> flows_;
+  PauseState pauses_;
 };
 
 }  // namespace

@@ -15,9 +15,9 @@ namespace check {
 namespace {
 
 struct LookAlike {
-  std::string_view Bytes;
-  const char* Name;
-  const char* Meant;
+  std::string_view bytes;
+  const char* name;
+  const char* meant;
 };
 constexpr LookAlike kLookAlikes[] = {
     {"\xEF\xBC\x9A", "a full-width colon", "\":\""},
@@ -74,24 +74,24 @@ std::string Upper(std::string text) {
 
 // Comments may hold any character.
 size_t PlaceOf(const LookAlike& row, const Line& line) {
-  return PieceOf(line.Text, 0, ';').value_or("").find(row.Bytes);
+  return PieceOf(line.text, 0, ';').value_or("").find(row.bytes);
 }
 
 class LineRules {
  public:
   LineRules(const Program& program, const Line& line, Report* report)
-      : InProgram(program), OfLine(line), Parsed(line.Parsed), Out(*report) {}
+      : inProgram_(program), ofLine_(line), parsed_(line.parsed), out_(*report) {}
 
   void Check() {
-    for (const std::string& name : OfLine.UnknownIgnored) {
+    for (const std::string& name : ofLine_.unknownIgnored) {
       Add(0, RuleId::UnknownIgnore,
           "\"check: ignore " + name + "\" names no rule and silences nothing" +
               DidYouMean(rack::Nearest(name, RuleNames())));
     }
-    if (OfLine.IsPiece()) return CheckPiece();
+    if (ofLine_.IsPiece()) return CheckPiece();
     if (CheckLookAlikes()) return;
-    if (Parsed.Fault != LINEFAULT::None) return CheckFault();
-    if (kDoesNothing[Parsed.CmdIdx]) return CheckNoAction();
+    if (parsed_.Fault != LINEFAULT::None) return CheckFault();
+    if (kDoesNothing[parsed_.CmdIdx]) return CheckNoAction();
     CheckNumbers();
     CheckPause();
     CheckLostText();
@@ -99,47 +99,47 @@ class LineRules {
 
  private:
   void Add(int byte, RuleId rule, const std::string& message) {
-    Out.Add(InProgram, OfLine, byte, rule, message);
+    out_.Add(inProgram_, ofLine_, byte, rule, message);
   }
 
   void CheckPiece() {
     const std::string taken =
-        OfLine.IsCommand() ? "executes this piece as the command " + std::string(SYNXCMD[Parsed.CmdIdx])
-                           : "reads this piece as a line of its own";
+        ofLine_.IsCommand() ? "executes this piece as the command " + std::string(SYNXCMD[parsed_.CmdIdx])
+                            : "reads this piece as a line of its own";
     Add(0, RuleId::LineSplit, "the line has more than 1023 bytes: the controller " + taken + "; break it up");
   }
 
   bool CheckLookAlikes() {
     for (const LookAlike& row : kLookAlikes) {
-      const size_t at = PlaceOf(row, OfLine);
+      const size_t at = PlaceOf(row, ofLine_);
       if (at == std::string::npos) continue;
       Add(static_cast<int>(at), RuleId::WrongSeparator,
-          std::string(row.Name) + " is a letter like any other for the controller" +
-              (OfLine.IsCommand() ? "" : ", which skips the line") + "; " + row.Meant +
+          std::string(row.name) + " is a letter like any other for the controller" +
+              (ofLine_.IsCommand() ? "" : ", which skips the line") + "; " + row.meant +
               " was probably meant");
     }
-    return HasLookAlike(OfLine);
+    return HasLookAlike(ofLine_);
   }
 
   void CheckFault() {
-    const std::string keyword = SYNXCMD[Parsed.Keyword];
-    switch (Parsed.Fault) {
+    const std::string keyword = SYNXCMD[parsed_.Keyword];
+    switch (parsed_.Fault) {
       case LINEFAULT::TooLong:
-        if (OfLine.Text[0] == ';') return;  // a comment is skipped anyway
-        return Add(Parsed.FaultColumn, RuleId::LineTooLong,
+        if (ofLine_.text[0] == ';') return;  // a comment is skipped anyway
+        return Add(parsed_.FaultColumn, RuleId::LineTooLong,
                    "the line has more than 999 characters: the controller skips it; break it up");
       case LINEFAULT::UnknownKeyword:
         return CheckUnknownKeyword();
       case LINEFAULT::MissingColon:
-        return Add(Parsed.FaultColumn, RuleId::MissingColon,
+        return Add(parsed_.FaultColumn, RuleId::MissingColon,
                    keyword + " without \":\": the controller skips the line; did you mean \"" + keyword +
                        ": ...\"?");
       case LINEFAULT::TooFewFields:
-        return Add(Parsed.FaultColumn, RuleId::TooFewFields,
+        return Add(parsed_.FaultColumn, RuleId::TooFewFields,
                    keyword + " has too few fields: the controller skips the line; it needs \"" + keyword +
                        ": slot, channel, parameter\", the parameter may be empty");
       case LINEFAULT::KeywordNul:
-        return Add(Parsed.FaultColumn, RuleId::NoAction,
+        return Add(parsed_.FaultColumn, RuleId::NoAction,
                    "NUL is no command to execute: the controller skips the line");
       default:
         return;
@@ -147,7 +147,7 @@ class LineRules {
   }
 
   void CheckUnknownKeyword() {
-    const std::string code = PieceOf(OfLine.Text, 0, ';').value_or("");
+    const std::string code = PieceOf(ofLine_.text, 0, ';').value_or("");
     std::string keyword = PieceOf(code, 0, ':').value_or("");
     keyword.erase(keyword.find_last_not_of(" \t\r\n") + 1);
     const size_t wordEnd = keyword.find_first_of(" \t,");
@@ -155,7 +155,7 @@ class LineRules {
     if (wordEnd != std::string::npos && FindKeyword(keyword.substr(0, wordEnd), &known)) {
       return CheckKeywordWithText(known, keyword, wordEnd, code.find(':') != std::string::npos);
     }
-    Add(Parsed.FaultColumn, RuleId::UnknownKeyword,
+    Add(parsed_.FaultColumn, RuleId::UnknownKeyword,
         Quoted(keyword) + " is no command: the controller skips the line" +
             DidYouMean(keyword.empty() ? "" : rack::Nearest(Upper(keyword), Keywords())));
   }
@@ -164,7 +164,7 @@ class LineRules {
   void CheckKeywordWithText(SYNXIDX known, const std::string& keyword, size_t wordEnd, bool hasColon) {
     const bool isAlone = SYNXTRAITS[known].Form == PARSEFORM::KeywordOnly;
     if (isAlone || hasColon) {
-      return Add(Parsed.FaultColumn, RuleId::UnknownKeyword,
+      return Add(parsed_.FaultColumn, RuleId::UnknownKeyword,
                  Quoted(keyword) + " is no command: the controller skips the line" +
                      DidYouMean(std::string(SYNXCMD[known]) + (isAlone ? "" : ":")));
     }
@@ -174,44 +174,44 @@ class LineRules {
   }
 
   void CheckNoAction() {
-    Add(Parsed.KeywordColumn, RuleId::NoAction,
-        std::string(SYNXCMD[Parsed.CmdIdx]) + " does nothing: the controller logs the line and goes on");
+    Add(parsed_.KeywordColumn, RuleId::NoAction,
+        std::string(SYNXCMD[parsed_.CmdIdx]) + " does nothing: the controller logs the line and goes on");
   }
 
   // The slot index of a command of one word is the number its text begins with; only the pauses use it.
   void CheckNumbers() {
-    if (Parsed.CmdIdx != SYN_FL) CheckNumber(Parsed.SlotIdx);
-    CheckNumber(Parsed.ChIdx);
+    if (parsed_.CmdIdx != SYN_FL) CheckNumber(parsed_.SlotIdx);
+    CheckNumber(parsed_.ChIdx);
   }
 
   void CheckNumber(const LINENUMBER& number) {
     if (!number.Given || number.Column < 0) return;
     const std::string text(number.Text);
-    CheckNumberText(InProgram, OfLine, number.Column, text, &Out);
-    const bool isPause = Parsed.CmdIdx == SYN_DLY || Parsed.CmdIdx == SYN_G_ST;
+    CheckNumberText(inProgram_, ofLine_, number.Column, text, &out_);
+    const bool isPause = parsed_.CmdIdx == SYN_DLY || parsed_.CmdIdx == SYN_G_ST;
     if (isPause || ToWideNumber(text.c_str()) == number.Value) return;
     Add(number.Column, RuleId::ValueCut,
         Quoted(text) + " does not fit 32 bits: the controller takes it for " + std::to_string(number.Value));
   }
 
   void CheckPause() {
-    if (Parsed.CmdIdx != SYN_DLY && Parsed.CmdIdx != SYN_G_ST) return;
-    const std::string text(Parsed.Param);
+    if (parsed_.CmdIdx != SYN_DLY && parsed_.CmdIdx != SYN_G_ST) return;
+    const std::string text(parsed_.Param);
     const long long pause = ToWideNumber(text.c_str());
-    const std::string keyword = SYNXCMD[Parsed.CmdIdx];
+    const std::string keyword = SYNXCMD[parsed_.CmdIdx];
     if (pause > INT_MAX) {
-      return Add(Parsed.ParamColumn, RuleId::PauseRange,
+      return Add(parsed_.ParamColumn, RuleId::PauseRange,
                  keyword + " above 2147483647 ms: the controller cuts it to " +
-                     std::to_string(Parsed.SlotIdx.Value) + "; milliseconds were probably not meant");
+                     std::to_string(parsed_.SlotIdx.Value) + "; milliseconds were probably not meant");
     }
     if (pause < 0) {
-      const char* effect = Parsed.CmdIdx == SYN_DLY ? "pauses 0 ms" : "leaves the pause as it is";
-      return Add(Parsed.ParamColumn, RuleId::PauseRange,
+      const char* effect = parsed_.CmdIdx == SYN_DLY ? "pauses 0 ms" : "leaves the pause as it is";
+      return Add(parsed_.ParamColumn, RuleId::PauseRange,
                  keyword + " with a negative number: the controller " + effect + "; did you mean \"" +
                      std::to_string(-pause) + "\"?");
     }
-    if (Parsed.CmdIdx == SYN_DLY && pause >= 1000) {
-      Add(Parsed.ParamColumn, RuleId::LongDelay,
+    if (parsed_.CmdIdx == SYN_DLY && pause >= 1000) {
+      Add(parsed_.ParamColumn, RuleId::LongDelay,
           "a pause of " + std::to_string(pause) +
               " ms: the task sees no key meanwhile; wait for an input or loop over short pauses");
     }
@@ -219,7 +219,7 @@ class LineRules {
 
   // How many fields the command takes; the rest of them is not looked at.
   int FieldsTaken() const {
-    switch (SYNXTRAITS[Parsed.CmdIdx].Form) {
+    switch (SYNXTRAITS[parsed_.CmdIdx].Form) {
       case PARSEFORM::KeywordOnly:
         return 0;
       case PARSEFORM::OneWord:
@@ -231,13 +231,13 @@ class LineRules {
   }
 
   void CheckLostText() {
-    const size_t zero = OfLine.Raw.find('\0');
+    const size_t zero = ofLine_.raw.find('\0');
     if (zero != std::string::npos) {
-      Add(static_cast<int>(zero) - OfLine.Lead, RuleId::LostText,
+      Add(static_cast<int>(zero) - ofLine_.lead, RuleId::LostText,
           "the controller does not look at what stands behind a zero byte");
     }
-    CheckLostPiece(OfLine.Text, 2, ';', 0, "a second \";\"");
-    const std::string code = PieceOf(OfLine.Text, 0, ';').value_or("");
+    CheckLostPiece(ofLine_.text, 2, ';', 0, "a second \";\"");
+    const std::string code = PieceOf(ofLine_.text, 0, ';').value_or("");
     const int taken = FieldsTaken();
     if (taken == 0) return CheckLostPiece(code, 1, ':', 0, "END or EXIT");
     CheckLostPiece(code, 2, ':', 0, "a second \":\"");
@@ -245,11 +245,11 @@ class LineRules {
     const char* limit = taken == 1 ? "the first field" : "the third field";
     CheckLostPiece(arguments, taken, ',', PieceColumn(code, 1, ':'), limit);
     const bool ignoresParam =
-        Parsed.CmdIdx == SYN_LDG || Parsed.CmdIdx == SYN_LMOT || Parsed.CmdIdx == SYN_ROCLR;
-    if (ignoresParam && !Parsed.Param.empty() && Parsed.SlotIdx.Column >= 0) {
-      Add(Parsed.ParamColumn, RuleId::LostText,
-          std::string(SYNXCMD[Parsed.CmdIdx]) + " takes no parameter: the controller does not look at " +
-              Quoted(Parsed.Param));
+        parsed_.CmdIdx == SYN_LDG || parsed_.CmdIdx == SYN_LMOT || parsed_.CmdIdx == SYN_ROCLR;
+    if (ignoresParam && !parsed_.Param.empty() && parsed_.SlotIdx.Column >= 0) {
+      Add(parsed_.ParamColumn, RuleId::LostText,
+          std::string(SYNXCMD[parsed_.CmdIdx]) + " takes no parameter: the controller does not look at " +
+              Quoted(parsed_.Param));
     }
   }
 
@@ -265,10 +265,10 @@ class LineRules {
             Quoted(piece->substr(first)));
   }
 
-  const Program& InProgram;
-  const Line& OfLine;
-  const EXPLAINEDLINE& Parsed;
-  Report& Out;
+  const Program& inProgram_;
+  const Line& ofLine_;
+  const EXPLAINEDLINE& parsed_;
+  Report& out_;
 };
 
 }  // namespace
@@ -295,12 +295,12 @@ void CheckNumberText(const Program& program, const Line& line, int byte, const s
 }
 
 void CheckLines(const Program& program, Report* report) {
-  if (program.IsUtf16) {
+  if (program.isUtf16) {
     report->Add(
-        program.Path, 1, 1, RuleId::WrongSeparator,
+        program.path, 1, 1, RuleId::WrongSeparator,
         "the file is written in UTF-16: the controller finds no command in it; save it as plain text");
   }
-  for (const Line& line : program.Lines) LineRules(program, line, report).Check();
+  for (const Line& line : program.lines) LineRules(program, line, report).Check();
 }
 
 }  // namespace check

@@ -24,11 +24,11 @@ constexpr const char* kFooter =
     "  velmo-check --explain missing-label\n";
 
 struct Options {
-  std::vector<std::string> Paths;
-  std::string RackFile;
-  std::string Explained;
-  std::string Format = "text";
-  bool ListRules = false;
+  std::vector<std::string> paths;
+  std::string rackFile;
+  std::string explained;
+  std::string format = "text";
+  bool listRules = false;
 };
 
 check::Format FormatOf(const std::string& name) {
@@ -50,16 +50,16 @@ int Explain(const std::string& name) {
 
 int Check(const Options& options) {
   std::vector<check::Finding> findings;
-  for (const std::string& path : options.Paths) {
+  for (const std::string& path : options.paths) {
     std::string error;
-    const auto found = check::CheckPath(path, options.RackFile, &error);
+    const auto found = check::CheckPath(path, options.rackFile, &error);
     if (!found) {
       std::cerr << "velmo-check: " << error;
       return kCouldNotRun;
     }
     findings.insert(findings.end(), found->begin(), found->end());
   }
-  std::cout << check::Render(findings, FormatOf(options.Format), isatty(STDOUT_FILENO) != 0) << std::flush;
+  std::cout << check::Render(findings, FormatOf(options.format), isatty(STDOUT_FILENO) != 0) << std::flush;
   if (!std::cout) return kCouldNotRun;
   return findings.empty() ? kClean : kFindings;
 }
@@ -70,26 +70,26 @@ int main(int argc, char** argv) {
   Options options;
   CLI::App app("Finds what the controller would misread in a machine's programs.", "velmo-check");
   app.footer(kFooter);
-  app.add_option("PATH", options.Paths, "a machine's directory, or a program file");
-  app.add_option("--rack", options.RackFile,
+  app.add_option("PATH", options.paths, "a machine's directory, or a program file");
+  app.add_option("--rack", options.rackFile,
                  "rack file; \"rack.toml\" in the machine's directory unless given");
-  app.add_option("--format", options.Format, "text, gcc, sarif or json")
+  app.add_option("--format", options.format, "text, gcc, sarif or json")
       ->check(CLI::IsMember({"text", "gcc", "sarif", "json"}))
       ->type_name("FORMAT");
-  app.add_option("--explain", options.Explained, "explain a rule, with a wrong and a right example")
+  app.add_option("--explain", options.explained, "explain a rule, with a wrong and a right example")
       ->type_name("RULE");
-  app.add_flag("--list-rules", options.ListRules, "list all rules");
+  app.add_flag("--list-rules", options.listRules, "list all rules");
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? kClean : kCouldNotRun;
   }
-  if (options.ListRules) {
+  if (options.listRules) {
     std::cout << check::ListRules();
     return kClean;
   }
-  if (!options.Explained.empty()) return Explain(options.Explained);
-  if (options.Paths.empty()) {
+  if (!options.explained.empty()) return Explain(options.explained);
+  if (options.paths.empty()) {
     std::cerr << "velmo-check: name a machine's directory or a program file (--help)\n";
     return kCouldNotRun;
   }

@@ -29,16 +29,16 @@ std::string Trimmed(const std::string& raw) {
 }
 
 void ReadIgnores(Line* line) {
-  std::string_view rest = line->Raw;
+  std::string_view rest = line->raw;
   rest.remove_prefix(std::min(rest.size(), rest.find(';')));
   for (size_t at = rest.find(kIgnoreMark); at != rest.npos; at = rest.find(kIgnoreMark)) {
     rest.remove_prefix(at + kIgnoreMark.size());
     const std::string_view name = rest.substr(0, rest.find_first_not_of(kNameCharacters));
     const Rule* rule = FindRule(name);
     if (rule != nullptr)
-      line->Ignored.push_back(rule->Id);
+      line->ignored.push_back(rule->id);
     else
-      line->UnknownIgnored.emplace_back(name);
+      line->unknownIgnored.emplace_back(name);
   }
 }
 
@@ -48,18 +48,18 @@ bool IsContinuationByte(char c) {
 
 Program LoadProgram(const fs::path& directory, const std::string& name) {
   Program program;
-  program.Path = (directory / name).lexically_normal().string();
-  program.Name = name;
-  program.IsMain = name == kResetProgram || name == kFlowProgram;
+  program.path = (directory / name).lexically_normal().string();
+  program.name = name;
+  program.isMain = name == kResetProgram || name == kFlowProgram;
   const std::string text = ReadWholeFile(directory / name);
-  for (const std::string_view mark : kUtf16Marks) program.IsUtf16 |= text.compare(0, mark.size(), mark) == 0;
-  if (program.IsUtf16) return program;
+  for (const std::string_view mark : kUtf16Marks) program.isUtf16 |= text.compare(0, mark.size(), mark) == 0;
+  if (program.isUtf16) return program;
   int number = 1;
   int pieceStart = 0;
   for (size_t at = 0; at < text.size();) {
     const size_t lineEnd = std::min(text.find('\n', at), text.size() - 1) + 1;
     const size_t end = std::min(lineEnd, at + MAXLINE - 1);
-    program.Lines.emplace_back(number, pieceStart, text.substr(at, end - at));
+    program.lines.emplace_back(number, pieceStart, text.substr(at, end - at));
     const bool isLineEnd = text[end - 1] == '\n';
     number += isLineEnd ? 1 : 0;
     pieceStart = isLineEnd ? 0 : pieceStart + MAXLINE - 1;
@@ -75,17 +75,17 @@ bool IsProgramName(const std::string& name) {
 // Calls are followed until no new file is found.
 void LoadCalledBlocks(Task* task) {
   std::vector<std::string> names;
-  for (const auto& [name, program] : task->Programs) names.push_back(name);
+  for (const auto& [name, program] : task->programs) names.push_back(name);
   for (size_t i = 0; i < names.size(); ++i) {
-    for (const Line& line : task->Programs.at(names[i]).Lines) {
+    for (const Line& line : task->programs.at(names[i]).lines) {
       for (const BlockName& block : CalledBlocks(line)) {
-        if (task->Find(block.Name) == nullptr) {
+        if (task->Find(block.name) == nullptr) {
           std::error_code error;
-          if (!fs::is_regular_file(task->Directory / block.Name, error)) continue;
-          task->Programs.emplace(block.Name, LoadProgram(task->Directory, block.Name));
-          names.push_back(block.Name);
+          if (!fs::is_regular_file(task->directory / block.name, error)) continue;
+          task->programs.emplace(block.name, LoadProgram(task->directory, block.name));
+          names.push_back(block.name);
         }
-        task->Find(block.Name)->IsCalled = true;
+        task->Find(block.name)->isCalled = true;
       }
     }
   }
@@ -97,7 +97,7 @@ Task LoadTask(int number, const fs::path& directory, const std::string& fileName
   for (const std::string& name : FileNames(directory)) {
     std::error_code error;
     if ((!IsProgramName(name) && name != fileName) || !fs::is_regular_file(directory / name, error)) continue;
-    task.Programs.emplace(name, LoadProgram(directory, name));
+    task.programs.emplace(name, LoadProgram(directory, name));
   }
   LoadCalledBlocks(&task);
   return task;
@@ -114,34 +114,34 @@ size_t PieceStartOf(const std::string& text, int idx, char separator) {
 
 }  // namespace
 
-Line::Line(int number, int pieceStart, std::string raw)
-    : Number(number), PieceStart(pieceStart), Raw(std::move(raw)), Text(Trimmed(Raw)), Lead(0) {
-  const size_t lead = Raw.find(Text);
-  if (lead != std::string::npos) Lead = static_cast<int>(lead);
-  ExplainLine(Text.c_str(), &Parsed);
+Line::Line(int lineNumber, int startOfPiece, std::string bytes)
+    : number(lineNumber), pieceStart(startOfPiece), raw(std::move(bytes)), text(Trimmed(raw)), lead(0) {
+  const size_t begin = raw.find(text);
+  if (begin != std::string::npos) lead = static_cast<int>(begin);
+  ExplainLine(text.c_str(), &parsed);
   ReadIgnores(this);
 }
 
 int Line::ColumnOf(int byte) const {
-  const auto end = Raw.begin() + std::min(static_cast<int>(Raw.size()), Lead + byte);
-  const auto inside = std::count_if(Raw.begin(), end, IsContinuationByte);
-  return PieceStart + static_cast<int>(end - Raw.begin() - inside) + 1;
+  const auto end = raw.begin() + std::min(static_cast<int>(raw.size()), lead + byte);
+  const auto inside = std::count_if(raw.begin(), end, IsContinuationByte);
+  return pieceStart + static_cast<int>(end - raw.begin() - inside) + 1;
 }
 
 Program* Task::Find(const std::string& name) {
-  const auto found = Programs.find(name);
-  return found == Programs.end() ? nullptr : &found->second;
+  const auto found = programs.find(name);
+  return found == programs.end() ? nullptr : &found->second;
 }
 
 const Program* Task::Find(const std::string& name) const {
-  const auto found = Programs.find(name);
-  return found == Programs.end() ? nullptr : &found->second;
+  const auto found = programs.find(name);
+  return found == programs.end() ? nullptr : &found->second;
 }
 
 const CardType* Machine::CardOf(int slotIdx) const {
   if (slotIdx == 0) return &CardTypeOf(rack::CardKind::Cpu);
-  if (!Rack || slotIdx < 0 || slotIdx >= static_cast<int>(Rack->Entries.size())) return nullptr;
-  return Rack->Entries[static_cast<size_t>(slotIdx)];
+  if (!rack || slotIdx < 0 || slotIdx >= static_cast<int>(rack->entries.size())) return nullptr;
+  return rack->entries[static_cast<size_t>(slotIdx)];
 }
 
 Machine LoadMachine(const fs::path& directory, const std::optional<RackShape>& rack) {
@@ -149,7 +149,7 @@ Machine LoadMachine(const fs::path& directory, const std::optional<RackShape>& r
   for (const std::string& name : FileNames(directory)) {
     std::error_code error;
     if (TaskNumber(name) < 0 || !fs::is_directory(directory / name, error)) continue;
-    machine.Tasks.push_back(LoadTask(TaskNumber(name), directory / name, ""));
+    machine.tasks.push_back(LoadTask(TaskNumber(name), directory / name, ""));
   }
   return machine;
 }
@@ -157,7 +157,7 @@ Machine LoadMachine(const fs::path& directory, const std::optional<RackShape>& r
 Machine LoadTaskOnly(const fs::path& directory, const std::string& fileName,
                      const std::optional<RackShape>& rack) {
   Machine machine{directory, rack, {}};
-  machine.Tasks.push_back(LoadTask(1, directory, fileName));
+  machine.tasks.push_back(LoadTask(1, directory, fileName));
   return machine;
 }
 
@@ -170,7 +170,7 @@ int TaskNumber(const std::string& name) {
 }
 
 std::vector<BlockName> CalledBlocks(const Line& line) {
-  const EXPLAINEDLINE& parsed = line.Parsed;
+  const EXPLAINEDLINE& parsed = line.parsed;
   if (parsed.CmdIdx == SYN_FL) return {{std::string(parsed.Param), parsed.ParamColumn}};
   if (parsed.CmdIdx != SYN_IF) return {};
   const std::string condition(parsed.Param);

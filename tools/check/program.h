@@ -18,50 +18,50 @@ constexpr const char* kResetProgram = "RESET.PLC";
 constexpr const char* kFlowProgram = "FLOW.PLC";
 
 // What the controller takes as one line: a line of the file, or a piece of one that is too long to be read at
-// once. Parsed points into Text, so a line is neither copied nor moved.
+// once. `parsed` points into `text`, so a line is neither copied nor moved.
 struct Line {
-  // pieceStart: byte of the file's line where the piece begins.
-  Line(int number, int pieceStart, std::string raw);
+  // startOfPiece: byte of the file's line where the piece begins.
+  Line(int lineNumber, int startOfPiece, std::string bytes);
   Line(const Line&) = delete;
   Line& operator=(const Line&) = delete;
 
-  // Column, counted from 1 in characters, of a byte of Text.
+  // Column, counted from 1 in characters, of a byte of `text`.
   int ColumnOf(int byte) const;
-  bool IsPiece() const { return PieceStart > 0; }
-  bool IsCommand() const { return Parsed.CmdIdx != SYN_NUL; }
+  bool IsPiece() const { return pieceStart > 0; }
+  bool IsCommand() const { return parsed.CmdIdx != SYN_NUL; }
 
-  int Number;  // in the file, counted from 1
-  int PieceStart;
-  std::string Raw;   // as read
-  std::string Text;  // trimmed
-  int Lead;          // byte of Raw where Text begins
-  EXPLAINEDLINE Parsed;
-  std::vector<RuleId> Ignored;              // silenced by the line's comment
-  std::vector<std::string> UnknownIgnored;  // no rule of that name
+  int number;  // in the file, counted from 1
+  int pieceStart;
+  std::string raw;   // as read
+  std::string text;  // trimmed
+  int lead;          // byte of `raw` where `text` begins
+  EXPLAINEDLINE parsed;
+  std::vector<RuleId> ignored;              // silenced by the line's comment
+  std::vector<std::string> unknownIgnored;  // no rule of that name
 };
 
 struct Program {
-  std::string Path;  // for messages
-  std::string Name;  // as a call must write it
-  bool IsMain = false;
-  bool IsCalled = false;  // by an FL or IF of its task
-  bool IsUtf16 = false;   // not taken apart then
-  std::deque<Line> Lines;
+  std::string path;  // for messages
+  std::string name;  // as a call must write it
+  bool isMain = false;
+  bool isCalled = false;  // by an FL or IF of its task
+  bool isUtf16 = false;   // not taken apart then
+  std::deque<Line> lines;
 };
 
 struct Task {
-  int Number;
-  std::filesystem::path Directory;
-  std::map<std::string, Program> Programs;  // by name
+  int number;
+  std::filesystem::path directory;
+  std::map<std::string, Program> programs;  // by name
 
   Program* Find(const std::string& name);
   const Program* Find(const std::string& name) const;
 };
 
 struct Machine {
-  std::filesystem::path Directory;
-  std::optional<RackShape> Rack;
-  std::vector<Task> Tasks;
+  std::filesystem::path directory;
+  std::optional<RackShape> rack;
+  std::vector<Task> tasks;
 
   // The card of a slot index; null when it is not known.
   const CardType* CardOf(int slotIdx) const;
@@ -77,8 +77,8 @@ int TaskNumber(const std::string& name);
 
 // The blocks that a line may call, as their names stand in it: of an IF those that are not NUL.
 struct BlockName {
-  std::string Name;
-  int Column;  // byte of the line's Text
+  std::string name;
+  int column;  // byte of the line's `text`
 };
 std::vector<BlockName> CalledBlocks(const Line& line);
 

@@ -14,10 +14,10 @@ std::optional<RackShape> ReadRackShape(const std::string& path, std::string* err
     return std::nullopt;
   }
   RackShape shape;
-  shape.Tasks = setup->Cards[0].Cpu.TaskCount;
-  for (std::uint32_t entry = 0; entry < setup->Image.EntryCount; ++entry) {
-    const rack::CardKind kind = setup->Cards[setup->Image.EntrySlot[entry]].Kind;
-    shape.Entries.push_back(&CardTypeOf(kind));
+  shape.tasks = setup->cards[0].cpu.taskCount;
+  for (std::uint32_t entry = 0; entry < setup->image.entryCount; ++entry) {
+    const rack::CardKind kind = setup->cards[setup->image.entrySlot[entry]].kind;
+    shape.entries.push_back(&CardTypeOf(kind));
   }
   return shape;
 }

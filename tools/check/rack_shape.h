@@ -10,8 +10,8 @@
 namespace check {
 
 struct RackShape {
-  std::vector<const CardType*> Entries;
-  int Tasks = 0;  // 0: not known
+  std::vector<const CardType*> entries;
+  int tasks = 0;  // 0: not known
 };
 
 // Nothing when the rack file is wrong; error says why.

@@ -20,13 +20,13 @@ std::string Coloured(const std::string& text, const char* colour, bool colours) 
 }
 
 std::string RenderLine(const Finding& finding, bool colours) {
-  const Rule& rule = RuleOf(finding.Rule);
+  const Rule& rule = RuleOf(finding.rule);
   const std::string place =
-      finding.File + ":" + std::to_string(finding.Line) + ":" + std::to_string(finding.Column) + ":";
-  const char* colour = rule.Level == Severity::Error ? kRed : kMagenta;
+      finding.file + ":" + std::to_string(finding.line) + ":" + std::to_string(finding.column) + ":";
+  const char* colour = rule.level == Severity::Error ? kRed : kMagenta;
   return Coloured(place, kBold, colours) + " " +
-         Coloured(std::string(SeverityName(rule.Level)) + ":", colour, colours) + " " + finding.Message +
-         " [" + rule.Name + "]\n";
+         Coloured(std::string(SeverityName(rule.level)) + ":", colour, colours) + " " + finding.message +
+         " [" + rule.name + "]\n";
 }
 
 std::string Counted(size_t count, const char* word) {
@@ -35,7 +35,7 @@ std::string Counted(size_t count, const char* word) {
 
 size_t Count(const std::vector<Finding>& findings, Severity level) {
   return static_cast<size_t>(std::count_if(findings.begin(), findings.end(), [&](const Finding& finding) {
-    return RuleOf(finding.Rule).Level == level;
+    return RuleOf(finding.rule).level == level;
   }));
 }
 
@@ -59,13 +59,13 @@ std::string Dump(const json& document) {
 json JsonDocument(const std::vector<Finding>& findings) {
   json list = json::array();
   for (const Finding& finding : findings) {
-    const Rule& rule = RuleOf(finding.Rule);
-    list.push_back({{"file", finding.File},
-                    {"line", finding.Line},
-                    {"column", finding.Column},
-                    {"severity", SeverityName(rule.Level)},
-                    {"rule", rule.Name},
-                    {"message", finding.Message}});
+    const Rule& rule = RuleOf(finding.rule);
+    list.push_back({{"file", finding.file},
+                    {"line", finding.line},
+                    {"column", finding.column},
+                    {"severity", SeverityName(rule.level)},
+                    {"rule", rule.name},
+                    {"message", finding.message}});
   }
   return {{"findings", list},
           {"errors", Count(findings, Severity::Error)},
@@ -95,23 +95,23 @@ std::string UriOf(const std::string& path) {
 json SarifRules() {
   json rules = json::array();
   for (const Rule& rule : Rules()) {
-    rules.push_back({{"id", rule.Name},
-                     {"shortDescription", {{"text", rule.Summary}}},
-                     {"fullDescription", {{"text", rule.Explanation}}},
+    rules.push_back({{"id", rule.name},
+                     {"shortDescription", {{"text", rule.summary}}},
+                     {"fullDescription", {{"text", rule.explanation}}},
                      {"help", {{"text", ExplainRule(rule)}, {"markdown", ExplainRule(rule)}}},
-                     {"defaultConfiguration", {{"level", SeverityName(rule.Level)}}}});
+                     {"defaultConfiguration", {{"level", SeverityName(rule.level)}}}});
   }
   return rules;
 }
 
 json SarifResult(const Finding& finding) {
-  const Rule& rule = RuleOf(finding.Rule);
-  const json region = {{"startLine", finding.Line}, {"startColumn", finding.Column}};
-  const json place = {{"artifactLocation", {{"uri", UriOf(finding.File)}}}, {"region", region}};
-  return {{"ruleId", rule.Name},
-          {"ruleIndex", static_cast<int>(finding.Rule)},
-          {"level", SeverityName(rule.Level)},
-          {"message", {{"text", finding.Message}}},
+  const Rule& rule = RuleOf(finding.rule);
+  const json region = {{"startLine", finding.line}, {"startColumn", finding.column}};
+  const json place = {{"artifactLocation", {{"uri", UriOf(finding.file)}}}, {"region", region}};
+  return {{"ruleId", rule.name},
+          {"ruleIndex", static_cast<int>(finding.rule)},
+          {"level", SeverityName(rule.level)},
+          {"message", {{"text", finding.message}}},
           {"locations", json::array({{{"physicalLocation", place}}})}};
 }
 
@@ -127,23 +127,23 @@ json SarifDocument(const std::vector<Finding>& findings) {
 }
 
 auto SortKey(const Finding& finding) {
-  return std::tie(finding.File, finding.Line, finding.Column, finding.Rule);
+  return std::tie(finding.file, finding.line, finding.column, finding.rule);
 }
 
 }  // namespace
 
 void Report::Add(const Program& program, const Line& line, int byte, RuleId rule,
                  const std::string& message) {
-  if (std::find(line.Ignored.begin(), line.Ignored.end(), rule) != line.Ignored.end()) return;
-  Add(program.Path, line.Number, line.ColumnOf(byte), rule, message);
+  if (std::find(line.ignored.begin(), line.ignored.end(), rule) != line.ignored.end()) return;
+  Add(program.path, line.number, line.ColumnOf(byte), rule, message);
 }
 
 void Report::Add(const std::string& file, int line, int column, RuleId rule, const std::string& message) {
-  Findings.push_back({file, line, column, rule, message});
+  findings_.push_back({file, line, column, rule, message});
 }
 
 std::vector<Finding> Report::Sorted() const {
-  std::vector<Finding> sorted = Findings;
+  std::vector<Finding> sorted = findings_;
   std::stable_sort(sorted.begin(), sorted.end(),
                    [](const Finding& a, const Finding& b) { return SortKey(a) < SortKey(b); });
   return sorted;

@@ -10,11 +10,11 @@
 namespace check {
 
 struct Finding {
-  std::string File;
-  int Line;    // counted from 1; 1 for a finding about the file as a whole
-  int Column;  // counted from 1, in characters
-  RuleId Rule;
-  std::string Message;
+  std::string file;
+  int line;    // counted from 1; 1 for a finding about the file as a whole
+  int column;  // counted from 1, in characters
+  RuleId rule;
+  std::string message;
 };
 
 class Report {
@@ -27,7 +27,7 @@ class Report {
   std::vector<Finding> Sorted() const;
 
  private:
-  std::vector<Finding> Findings;
+  std::vector<Finding> findings_;
 };
 
 // "; did you mean X?" or nothing.

@@ -193,7 +193,7 @@ constexpr Rule kRules[] = {
 constexpr bool RowsInIdOrder() {
   int expected = 0;
   for (const Rule& rule : kRules) {
-    if (static_cast<int>(rule.Id) != expected++) return false;
+    if (static_cast<int>(rule.id) != expected++) return false;
   }
   return expected == static_cast<int>(RuleId::UnknownIgnore) + 1;
 }
@@ -220,13 +220,13 @@ const Rule& RuleOf(RuleId id) {
 
 const Rule* FindRule(std::string_view name) {
   const auto* rule =
-      std::find_if(std::begin(kRules), std::end(kRules), [&](const Rule& row) { return row.Name == name; });
+      std::find_if(std::begin(kRules), std::end(kRules), [&](const Rule& row) { return row.name == name; });
   return rule == std::end(kRules) ? nullptr : rule;
 }
 
 std::vector<std::string> RuleNames() {
   std::vector<std::string> names;
-  for (const Rule& rule : kRules) names.emplace_back(rule.Name);
+  for (const Rule& rule : kRules) names.emplace_back(rule.name);
   return names;
 }
 
@@ -235,20 +235,20 @@ const char* SeverityName(Severity level) {
 }
 
 std::string ExplainRule(const Rule& rule) {
-  std::string text = rule.Name;
-  text += std::string("\n\n") + SeverityName(rule.Level) + ": " + rule.Summary + "\n\n";
-  text += std::string(rule.Explanation) + "\n\nWrong:\n\n" + Indented(rule.Wrong);
-  return text + "\nRight:\n\n" + Indented(rule.Right);
+  std::string text = rule.name;
+  text += std::string("\n\n") + SeverityName(rule.level) + ": " + rule.summary + "\n\n";
+  text += std::string(rule.explanation) + "\n\nWrong:\n\n" + Indented(rule.wrong);
+  return text + "\nRight:\n\n" + Indented(rule.right);
 }
 
 std::string ListRules() {
   std::string text;
   for (const Rule& rule : kRules) {
-    std::string name = rule.Name;
+    std::string name = rule.name;
     name.resize(19, ' ');
-    std::string level = SeverityName(rule.Level);
+    std::string level = SeverityName(rule.level);
     level.resize(9, ' ');
-    text += name + level + rule.Summary + "\n";
+    text += name + level + rule.summary + "\n";
   }
   return text;
 }

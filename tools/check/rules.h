@@ -59,13 +59,13 @@ enum class Severity { Error, Warning };
 // followed by the content of that file. Entries 0 to 4 of the card table: CPU, I/O, stepper, cylinder, servo.
 // "(N more characters)" stands for as many.
 struct Rule {
-  RuleId Id;
-  const char* Name;
-  Severity Level;
-  const char* Summary;
-  const char* Explanation;  // what the controller does, and what to write
-  const char* Wrong;
-  const char* Right;
+  RuleId id;
+  const char* name;
+  Severity level;
+  const char* summary;
+  const char* explanation;  // what the controller does, and what to write
+  const char* wrong;
+  const char* right;
 };
 
 // In RuleId order.
