@@ -98,7 +98,7 @@ bool Plant::InputLevel(SignalRef input) const {
 }
 
 CardState* Plant::Card(int entry) const {
-  return entry >= 0 && entry < kMaxEntries ? machine_.entries[entry] : nullptr;
+  return entry >= 0 && entry < kMaxEntries ? cards_.entries[entry] : nullptr;
 }
 
 bool Plant::SignalLevel(SignalRef signal) const {

@@ -86,7 +86,7 @@ struct PlantState {
 static_assert(kSharable<PlantState> && sizeof(PlantState) == 64 + kMaxLinks * 72);
 
 // The cards by entry; null where there is none.
-struct MachineView {
+struct CardsByEntry {
   CardState* entries[kMaxEntries];
 };
 
@@ -101,8 +101,8 @@ class EventSink {
 
 class Plant {
  public:
-  Plant(PlantState& state, const MachineView& machine, EventSink& sink)
-      : state_(state), machine_(machine), sink_(sink) {}
+  Plant(PlantState& state, const CardsByEntry& cards, EventSink& sink)
+      : state_(state), cards_(cards), sink_(sink) {}
 
   // Starts with the links that stand in the state, after the cards have been powered on. Inputs that are on
   // at once are reported at time 0.
@@ -132,7 +132,7 @@ class Plant {
   void RefreshInput(SignalRef input, Nanos at);
 
   PlantState& state_;
-  const MachineView& machine_;
+  const CardsByEntry& cards_;
   EventSink& sink_;
 };
 

@@ -47,7 +47,7 @@ Session* Session::Get() {
     if (path == nullptr) return nullptr;
     std::string error;
     auto* made = new Session(path, error);
-    if (made->machine_ != nullptr) return made;
+    if (made->rack_ != nullptr) return made;
     error = "velmo-rack library: " + error + "\n";
     if (write(STDERR_FILENO, error.data(), error.size()) < 0) return nullptr;
     return nullptr;
@@ -60,7 +60,7 @@ Session::Session(const char* path, std::string& error) {
   home_ = path;
   const std::size_t slash = home_.rfind('/');
   home_ = slash == std::string::npos ? "." : home_.substr(0, slash);
-  machine_ = std::make_unique<Rack>(*state_.State());
+  rack_ = std::make_unique<Rack>(*state_.State());
 }
 
 Nanos Session::Now() const {
@@ -85,7 +85,7 @@ int Session::Read(std::uint8_t port) {
   if (origin.task == kUnknownTask && port == kKeypadPort && state_.State()->live.selectedSlot == 0) {
     ThisTask = origin.task = kKeypadTask;
   }
-  const int value = machine_->ReadPort(port, Now(), origin);
+  const int value = rack_->ReadPort(port, Now(), origin);
   NoteAccess(port);
   return value;
 }
@@ -93,7 +93,7 @@ int Session::Read(std::uint8_t port) {
 void Session::Write(std::uint8_t port, std::uint8_t value) {
   CurrentTime().BusAccess();
   const std::lock_guard<OwnMutex> lock(guard_);
-  machine_->WritePort(port, value, Now(), Caller());
+  rack_->WritePort(port, value, Now(), Caller());
   NoteAccess(port);
 }
 
@@ -115,7 +115,7 @@ void Session::Attach() {
 
 void Session::Serve() {
   const std::lock_guard<OwnMutex> lock(guard_);
-  machine_->AdvanceTo(Now());
+  rack_->AdvanceTo(Now());
 }
 
 void Session::NoteController() {
@@ -131,22 +131,22 @@ void Session::NoteController() {
 
 void Session::DeviceTried(bool opened) {
   const std::lock_guard<OwnMutex> lock(guard_);
-  machine_->AdvanceTo(Now());
+  rack_->AdvanceTo(Now());
   RackLive& live = state_.State()->live;
   const LiveChange change(live);
   NoteController();
   if (!opened) return;
   live.controller.deviceOpen = 1;
-  machine_->Note(JournalKind::Device, 0, 0, 1, Caller());
+  rack_->Note(JournalKind::Device, 0, 0, 1, Caller());
 }
 
 void Session::DeviceClosed() {
   const std::lock_guard<OwnMutex> lock(guard_);
-  machine_->AdvanceTo(Now());
+  rack_->AdvanceTo(Now());
   RackLive& live = state_.State()->live;
   const LiveChange change(live);
   live.controller.deviceOpen = 0;
-  machine_->Note(JournalKind::Device, 0, 0, 0, Caller());
+  rack_->Note(JournalKind::Device, 0, 0, 0, Caller());
 }
 
 Session::OpenProgram* Session::Find(const FILE* stream) {
@@ -171,7 +171,7 @@ void Session::FileOpened(const char* path, FILE* stream) {
   if (number == 0) return;
   const std::lock_guard<OwnMutex> lock(guard_);
   ThisTask = number;
-  machine_->AdvanceTo(Now());
+  rack_->AdvanceTo(Now());
   RackLive& live = state_.State()->live;
   const LiveChange change(live);
   TaskRecord& task = live.tasks[number];
@@ -181,13 +181,13 @@ void Session::FileOpened(const char* path, FILE* stream) {
     ++task.failedOpens;
     task.failedAt = live.now;
     CopyText(task.failedPath, kPathSize, path);
-    machine_->Note(JournalKind::ProgramMissing, 0, 0, 0, origin);
+    rack_->Note(JournalKind::ProgramMissing, 0, 0, 0, origin);
     return;
   }
   // The runner closes its main program before it opens another: a second one is called as a block.
   std::uint32_t& place = IsMainProgram(path) && task.mainFile == 0 ? task.mainFile : task.blockFile;
   place = file;
-  machine_->Note(JournalKind::ProgramOpened, 0, 0, 0, origin);
+  rack_->Note(JournalKind::ProgramOpened, 0, 0, 0, origin);
   if (OpenProgram* free = Find(nullptr)) *free = {stream, number, file, 0, false, false};
 }
 
@@ -222,7 +222,7 @@ DueLine Session::TakeLine(FILE* stream, const void* caller, const char* line) {
   OpenProgram* program = Find(stream);
   if (program == nullptr) return {};
   if (RunnerReads == nullptr) RunnerReads = caller;
-  machine_->AdvanceTo(Now());
+  rack_->AdvanceTo(Now());
   RackLive& live = state_.State()->live;
   const LiveChange change(live);
   const bool due = line != nullptr ? NoteLine(*program, caller, line) : NoteEnd(*program);
@@ -249,7 +249,7 @@ bool Session::NoteLine(OpenProgram& program, const void* caller, const char* tex
   task.endReads = 0;
   task.lineSince = live.now;
   CopyText(task.text, kLineSize, text);
-  machine_->Note(JournalKind::ProgramLine, 0, 0, 0, {program.task, program.file, program.line});
+  rack_->Note(JournalKind::ProgramLine, 0, 0, 0, {program.task, program.file, program.line});
   return true;
 }
 
@@ -264,32 +264,32 @@ bool Session::NoteEnd(OpenProgram& program) {
   }
   ++task.endReads;
   task.lastEndRead = live.now;
-  machine_->Note(JournalKind::ProgramEnd, 0, 0, 0, {program.task, task.file, task.line});
+  rack_->Note(JournalKind::ProgramEnd, 0, 0, 0, {program.task, task.file, task.line});
   return true;
 }
 
 void Session::ConsoleWritten(std::size_t count) {
   const std::lock_guard<OwnMutex> lock(guard_);
-  machine_->AdvanceTo(Now());
-  machine_->Note(JournalKind::ConsoleText, 0, 0, static_cast<std::int32_t>(count), Caller());
+  rack_->AdvanceTo(Now());
+  rack_->Note(JournalKind::ConsoleText, 0, 0, static_cast<std::int32_t>(count), Caller());
 }
 
 void Session::Synced() {
   const std::lock_guard<OwnMutex> lock(guard_);
-  machine_->AdvanceTo(Now());
+  rack_->AdvanceTo(Now());
   const LiveChange change(state_.State()->live);
   ++state_.State()->live.controller.syncs;
-  machine_->Note(JournalKind::Sync, 0, 0, 0, Caller());
+  rack_->Note(JournalKind::Sync, 0, 0, 0, Caller());
 }
 
 bool Session::RestartFails() {
   const std::lock_guard<OwnMutex> lock(guard_);
-  machine_->AdvanceTo(Now());
+  rack_->AdvanceTo(Now());
   RackLive& live = state_.State()->live;
   const LiveChange change(live);
   ++live.controller.restarts;
   live.controller.restartAt = live.now;
-  machine_->Note(JournalKind::Restart, 0, 0, 0, Caller());
+  rack_->Note(JournalKind::Restart, 0, 0, 0, Caller());
   return state_.State()->image.restartFails != 0;
 }
 

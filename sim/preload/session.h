@@ -76,7 +76,7 @@ class Session final : public BusTarget {
 
   OwnMutex guard_;
   StateFile state_;
-  std::unique_ptr<Rack> machine_;
+  std::unique_ptr<Rack> rack_;
   std::string home_;  // folder of the run, without a slash at its end
   OpenProgram programs_[64]{};
 };

@@ -28,9 +28,9 @@ Rack::Rack(RackState& state) : Rack(state.image, state.live) {
 }
 
 Rack::Rack(const RackImage& image, RackLive& live)
-    : image_(image), live_(live), machine_(live.plant, view_, *this) {
+    : image_(image), live_(live), plant_(live.plant, cards_, *this) {
   for (std::uint32_t entry = 0; entry < image_.entryCount; ++entry) {
-    view_.entries[entry] = &live_.cards[image_.entrySlot[entry]];
+    cards_.entries[entry] = &live_.cards[image_.entrySlot[entry]];
   }
   Begin();
 }
@@ -52,11 +52,11 @@ void Rack::Begin() {
 
 void Rack::PowerOn(const std::uint16_t (&inputsOn)[kMaxEntries]) {
   const LiveChange change(live_);
-  machine_.PowerOn();
+  plant_.PowerOn();
   for (std::uint8_t entry = 0; entry < kMaxEntries; ++entry) {
     for (std::uint8_t channel = 0; channel < 16; ++channel) {
       if ((inputsOn[entry] >> channel & 1) == 0) continue;
-      machine_.SetInput({entry, SignalKind::Input, channel, 0}, true, 0);
+      plant_.SetInput({entry, SignalKind::Input, channel, 0}, true, 0);
     }
   }
 }
@@ -135,11 +135,11 @@ void Rack::Reach(Nanos now) {
   }
   SettlePlant(now);
   live_.now = now;
-  quietUntil_ = std::min(NextOwnEvent(), machine_.NextEvent().value_or(kNever));
+  quietUntil_ = std::min(NextOwnEvent(), plant_.NextEvent().value_or(kNever));
 }
 
 void Rack::SettlePlant(Nanos at) {
-  while (!machine_.Advance(at)) {
+  while (!plant_.Advance(at)) {
   }
 }
 
@@ -328,8 +328,8 @@ RequestResult Rack::SetInput(const Request& request) {
   // What hangs on the input sees the hand on it too.
   const int entry = EntryOfSlot(image_, request.slot);
   if (entry >= 0) {
-    machine_.SetInput({static_cast<std::uint8_t>(entry), SignalKind::Input, request.channel, 0}, level,
-                      live_.now);
+    plant_.SetInput({static_cast<std::uint8_t>(entry), SignalKind::Input, request.channel, 0}, level,
+                    live_.now);
   }
   return RequestResult::Done;
 }

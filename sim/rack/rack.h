@@ -90,8 +90,8 @@ class Rack final : private EventSink {
   RackLive& live_;
   RequestRing* requests_ = nullptr;
   JournalRing* journal_ = nullptr;
-  MachineView view_{};
-  Plant machine_;
+  CardsByEntry cards_{};
+  Plant plant_;
   Mover movers_[kSlots][kMaxMovers]{};
   // Before this time nothing happens by itself: time alone moves on. A write to a card and a request end it.
   Nanos quietUntil_ = 0;

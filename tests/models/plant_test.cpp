@@ -88,7 +88,7 @@ class PlantTest : public testing::Test, protected EventSink {
   std::vector<std::string> Take() { return std::exchange(events, {}); }
 
   CardState cards[5]{};
-  MachineView view{};
+  CardsByEntry view{};
   PlantState state{};
   std::vector<std::string> events;
   Plant machine{state, view, *this};

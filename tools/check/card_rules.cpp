@@ -29,8 +29,8 @@ const char* WithoutEntry(SYNXIDX command) {
 
 class CardRules {
  public:
-  CardRules(const Machine& machine, const Program& program, const Line& line, Report* report)
-      : ofMachine_(machine),
+  CardRules(const ProgramTree& tree, const Program& program, const Line& line, Report* report)
+      : tree_(tree),
         inProgram_(program),
         ofLine_(line),
         parsed_(line.parsed),
@@ -42,7 +42,7 @@ class CardRules {
     if (WithoutCard(parsed_.CmdIdx) == nullptr || HasLookAlike(ofLine_)) return;
     if (parsed_.SlotIdx.Column < 0) return CheckTwoFields();
     if (!CheckSlot()) return;
-    card_ = ofMachine_.CardOf(parsed_.SlotIdx.Value);
+    card_ = tree_.CardOf(parsed_.SlotIdx.Value);
     if (card_ != nullptr && card_->Find(parsed_.CmdIdx) == nullptr) {
       return Add(parsed_.KeywordColumn, RuleId::WrongCard,
                  "entry " + Slot() + " is " + card_->name + ", which has no " + keyword_ + ": " +
@@ -69,10 +69,9 @@ class CardRules {
 
   bool CheckSlot() {
     const int slot = parsed_.SlotIdx.Value;
-    const int entries = ofMachine_.rack ? static_cast<int>(ofMachine_.rack->entries.size()) : MAXCARDNO;
+    const int entries = tree_.rack ? static_cast<int>(tree_.rack->entries.size()) : MAXCARDNO;
     if (slot >= 0 && slot < entries) return true;
-    const std::string limit =
-        ofMachine_.rack ? "this rack has entries 0 to " : "a rack has at most entries 0 to ";
+    const std::string limit = tree_.rack ? "this rack has entries 0 to " : "a rack has at most entries 0 to ";
     Add(parsed_.SlotIdx.Column, RuleId::NoSuchSlot,
         "there is no entry " + Slot() + ": the controller " + WithoutEntry(parsed_.CmdIdx) + "; " + limit +
             std::to_string(entries - 1));
@@ -239,7 +238,7 @@ class CardRules {
         "the controller does not look at what stands behind the third field of IF");
   }
 
-  const Machine& ofMachine_;
+  const ProgramTree& tree_;
   const Program& inProgram_;
   const Line& ofLine_;
   const EXPLAINEDLINE& parsed_;
@@ -251,8 +250,8 @@ class CardRules {
 
 }  // namespace
 
-void CheckCardCommands(const Machine& machine, const Program& program, Report* report) {
-  for (const Line& line : program.lines) CardRules(machine, program, line, report).Check();
+void CheckCardCommands(const ProgramTree& tree, const Program& program, Report* report) {
+  for (const Line& line : program.lines) CardRules(tree, program, line, report).Check();
 }
 
 }  // namespace check

@@ -14,14 +14,14 @@ namespace {
 
 constexpr const char* kRackName = "rack.toml";
 
-void CheckPrograms(const Machine& machine, Report* report) {
-  for (const Task& task : machine.tasks) {
+void CheckPrograms(const ProgramTree& tree, Report* report) {
+  for (const Task& task : tree.tasks) {
     for (const auto& [name, program] : task.programs) {
       CheckLines(program, report);
-      CheckCardCommands(machine, program, report);
+      CheckCardCommands(tree, program, report);
     }
     CheckFlow(task, report);
-    CheckMotion(machine, task, report);
+    CheckMotion(tree, task, report);
   }
 }
 
@@ -51,11 +51,11 @@ std::optional<std::vector<Finding>> CheckDirectory(const fs::path& directory, co
   }
   std::optional<RackShape> rack;
   if (!FindRack(directory, rackFile, &rack, error)) return std::nullopt;
-  const Machine machine = LoadMachine(directory, rack);
+  const ProgramTree tree = LoadTree(directory, rack);
   Report report;
-  CheckPrograms(machine, &report);
-  CheckTasks(machine, &report);
-  CheckSharedOutputs(machine, &report);
+  CheckPrograms(tree, &report);
+  CheckTasks(tree, &report);
+  CheckSharedOutputs(tree, &report);
   CheckConf(directory, &report);
   return report.Sorted();
 }
@@ -66,9 +66,9 @@ std::optional<std::vector<Finding>> CheckFile(const fs::path& file, const std::s
   const bool isTask = TaskNumber(fs::absolute(directory).lexically_normal().filename().string()) >= 0;
   std::optional<RackShape> rack;
   if (!FindRack(isTask ? directory / ".." : directory, rackFile, &rack, error)) return std::nullopt;
-  const Machine machine = LoadTaskOnly(directory, file.filename().string(), rack);
+  const ProgramTree tree = LoadTaskOnly(directory, file.filename().string(), rack);
   Report report;
-  CheckPrograms(machine, &report);
+  CheckPrograms(tree, &report);
   std::vector<Finding> findings = report.Sorted();
   const std::string shown = (directory / file.filename()).lexically_normal().string();
   findings.erase(std::remove_if(findings.begin(), findings.end(),

@@ -39,8 +39,8 @@ bool IsMotorWait(SYNXIDX command) {
 
 class MotionRules {
  public:
-  MotionRules(const Machine& machine, const Task& task, Report* report)
-      : ofMachine_(machine), ofTask_(task), out_(*report) {}
+  MotionRules(const ProgramTree& tree, const Task& task, Report* report)
+      : tree_(tree), ofTask_(task), out_(*report) {}
 
   void Check() {
     for (const auto& [name, program] : ofTask_.programs) {
@@ -73,7 +73,7 @@ class MotionRules {
 
   // The channel that the card really takes; nothing when it takes none. Without a known card the written one.
   std::optional<int> Channel(const Line& line) const {
-    const CardType* card = ofMachine_.CardOf(line.parsed.SlotIdx.Value);
+    const CardType* card = tree_.CardOf(line.parsed.SlotIdx.Value);
     if (card == nullptr) return line.parsed.ChIdx.Value;
     const CardCommand* command = card->Find(line.parsed.CmdIdx);
     const int channel = command == nullptr ? -1 : ReachedChannel(*command, line.parsed.ChIdx.Value);
@@ -148,7 +148,7 @@ class MotionRules {
 
   void CheckSelection(const Program& program, const Line& line, int channel, const MotionState& before) {
     const EXPLAINEDLINE& parsed = line.parsed;
-    const CardType* card = ofMachine_.CardOf(parsed.SlotIdx.Value);
+    const CardType* card = tree_.CardOf(parsed.SlotIdx.Value);
     const auto selected = before.selected.find(parsed.SlotIdx.Value);
     if (card == nullptr || !card->channelOfLastSelection || selected == before.selected.end()) return;
     for (const int other : selected->second) {
@@ -161,7 +161,7 @@ class MotionRules {
     }
   }
 
-  const Machine& ofMachine_;
+  const ProgramTree& tree_;
   const Task& ofTask_;
   Report& out_;
   std::map<std::string, BlockEffect> effects_;
@@ -169,8 +169,8 @@ class MotionRules {
 
 }  // namespace
 
-void CheckMotion(const Machine& machine, const Task& task, Report* report) {
-  MotionRules(machine, task, report).Check();
+void CheckMotion(const ProgramTree& tree, const Task& task, Report* report) {
+  MotionRules(tree, task, report).Check();
 }
 
 }  // namespace check

@@ -138,27 +138,27 @@ const Program* Task::Find(const std::string& name) const {
   return found == programs.end() ? nullptr : &found->second;
 }
 
-const CardType* Machine::CardOf(int slotIdx) const {
+const CardType* ProgramTree::CardOf(int slotIdx) const {
   if (slotIdx == 0) return &CardTypeOf(rack::CardKind::Cpu);
   if (!rack || slotIdx < 0 || slotIdx >= static_cast<int>(rack->entries.size())) return nullptr;
   return rack->entries[static_cast<size_t>(slotIdx)];
 }
 
-Machine LoadMachine(const fs::path& directory, const std::optional<RackShape>& rack) {
-  Machine machine{directory, rack, {}};
+ProgramTree LoadTree(const fs::path& directory, const std::optional<RackShape>& rack) {
+  ProgramTree tree{directory, rack, {}};
   for (const std::string& name : FileNames(directory)) {
     std::error_code error;
     if (TaskNumber(name) < 0 || !fs::is_directory(directory / name, error)) continue;
-    machine.tasks.push_back(LoadTask(TaskNumber(name), directory / name, ""));
+    tree.tasks.push_back(LoadTask(TaskNumber(name), directory / name, ""));
   }
-  return machine;
+  return tree;
 }
 
-Machine LoadTaskOnly(const fs::path& directory, const std::string& fileName,
-                     const std::optional<RackShape>& rack) {
-  Machine machine{directory, rack, {}};
-  machine.tasks.push_back(LoadTask(1, directory, fileName));
-  return machine;
+ProgramTree LoadTaskOnly(const fs::path& directory, const std::string& fileName,
+                         const std::optional<RackShape>& rack) {
+  ProgramTree tree{directory, rack, {}};
+  tree.tasks.push_back(LoadTask(1, directory, fileName));
+  return tree;
 }
 
 int TaskNumber(const std::string& name) {

@@ -58,7 +58,7 @@ struct Task {
   const Program* Find(const std::string& name) const;
 };
 
-struct Machine {
+struct ProgramTree {
   std::filesystem::path directory;
   std::optional<RackShape> rack;
   std::vector<Task> tasks;
@@ -67,10 +67,10 @@ struct Machine {
   const CardType* CardOf(int slotIdx) const;
 };
 
-Machine LoadMachine(const std::filesystem::path& directory, const std::optional<RackShape>& rack);
-// A machine of one task, whose directory may have any name, with this file whatever its name.
-Machine LoadTaskOnly(const std::filesystem::path& directory, const std::string& fileName,
-                     const std::optional<RackShape>& rack);
+ProgramTree LoadTree(const std::filesystem::path& directory, const std::optional<RackShape>& rack);
+// The programs of one task, whose directory may have any name, with this file whatever its name.
+ProgramTree LoadTaskOnly(const std::filesystem::path& directory, const std::string& fileName,
+                         const std::optional<RackShape>& rack);
 
 // Number of a task directory's name, -1 for another name.
 int TaskNumber(const std::string& name);

@@ -15,11 +15,10 @@ namespace fs = std::filesystem;
 namespace {
 
 // How many tasks the controller starts.
-int TaskCount(const Machine& machine) {
-  if (machine.rack && machine.rack->tasks > 0)
-    return machine.rack->tasks > MAXPLCTASK ? 1 : machine.rack->tasks;
+int TaskCount(const ProgramTree& tree) {
+  if (tree.rack && tree.rack->tasks > 0) return tree.rack->tasks > MAXPLCTASK ? 1 : tree.rack->tasks;
   int highest = 1;
-  for (const Task& task : machine.tasks) {
+  for (const Task& task : tree.tasks) {
     if (task.number <= MAXPLCTASK) highest = std::max(highest, task.number);
   }
   return highest;
@@ -37,15 +36,15 @@ std::string OtherCase(const fs::path& directory, const std::string& name) {
   return "";
 }
 
-void CheckDirectories(const Machine& machine, int count, Report* report) {
+void CheckDirectories(const ProgramTree& tree, int count, Report* report) {
   for (int number = 1; number <= count; ++number) {
-    const bool isThere = std::any_of(machine.tasks.begin(), machine.tasks.end(),
+    const bool isThere = std::any_of(tree.tasks.begin(), tree.tasks.end(),
                                      [&](const Task& task) { return task.number == number; });
     if (isThere) continue;
     const std::string name = "plc" + std::to_string(number);
-    report->Add(machine.directory.string(), 1, 1, RuleId::NoTaskDirectory,
+    report->Add(tree.directory.string(), 1, 1, RuleId::NoTaskDirectory,
                 "task " + std::to_string(number) + " has no directory " + name +
-                    ": the task ends at the start" + DidYouMean(OtherCase(machine.directory, name)));
+                    ": the task ends at the start" + DidYouMean(OtherCase(tree.directory, name)));
   }
 }
 
@@ -60,12 +59,11 @@ void CheckFile(const Task& task, const char* name, RuleId rule, const char* effe
 using Output = std::pair<int, int>;  // slot index and channel
 
 // The output that a line really writes; nothing when it writes none.
-std::optional<Output> WrittenOutput(const Machine& machine, const Line& line) {
+std::optional<Output> WrittenOutput(const ProgramTree& tree, const Line& line) {
   if (line.parsed.CmdIdx != SYN_OUT) return std::nullopt;
   const int slot = line.parsed.SlotIdx.Value;
-  const CardType* card = machine.CardOf(slot);
-  if (card == nullptr)
-    return machine.rack ? std::nullopt : std::optional(Output(slot, line.parsed.ChIdx.Value));
+  const CardType* card = tree.CardOf(slot);
+  if (card == nullptr) return tree.rack ? std::nullopt : std::optional(Output(slot, line.parsed.ChIdx.Value));
   const CardCommand* command = card->Find(SYN_OUT);
   if (command == nullptr) return std::nullopt;
   const int channel = ReachedChannel(*command, line.parsed.ChIdx.Value);
@@ -79,10 +77,10 @@ struct Writer {
 
 }  // namespace
 
-void CheckTasks(const Machine& machine, Report* report) {
-  const int count = TaskCount(machine);
-  CheckDirectories(machine, count, report);
-  for (const Task& task : machine.tasks) {
+void CheckTasks(const ProgramTree& tree, Report* report) {
+  const int count = TaskCount(tree);
+  CheckDirectories(tree, count, report);
+  for (const Task& task : tree.tasks) {
     if (!IsRun(task, count)) {
       report->Add(task.directory.lexically_normal().string(), 1, 1, RuleId::IdleDirectory,
                   "no task runs these programs: the controller starts tasks 1 to " + std::to_string(count));
@@ -93,16 +91,16 @@ void CheckTasks(const Machine& machine, Report* report) {
   }
 }
 
-void CheckSharedOutputs(const Machine& machine, Report* report) {
-  const int count = TaskCount(machine);
+void CheckSharedOutputs(const ProgramTree& tree, Report* report) {
+  const int count = TaskCount(tree);
   std::map<Output, Writer> first;
-  for (const Task& task : machine.tasks) {
+  for (const Task& task : tree.tasks) {
     if (!IsRun(task, count)) continue;
     std::set<Output> reported;
     for (const auto& [name, program] : task.programs) {
       if (!program.isMain && !program.isCalled) continue;
       for (const Line& line : program.lines) {
-        const std::optional<Output> output = WrittenOutput(machine, line);
+        const std::optional<Output> output = WrittenOutput(tree, line);
         if (!output) continue;
         const Writer writer{task.number,
                             (task.directory.filename() / name).string() + ":" + std::to_string(line.number)};

@@ -14,14 +14,14 @@ bool HasLookAlike(const Line& line);
 void CheckNumberText(const Program& program, const Line& line, int byte, const std::string& text,
                      Report* report);
 // What the addressed card makes of channel and parameter.
-void CheckCardCommands(const Machine& machine, const Program& program, Report* report);
+void CheckCardCommands(const ProgramTree& tree, const Program& program, Report* report);
 // Labels, ends, calls, loops.
 void CheckFlow(const Task& task, Report* report);
 // Moves and the waits for them.
-void CheckMotion(const Machine& machine, const Task& task, Report* report);
+void CheckMotion(const ProgramTree& tree, const Task& task, Report* report);
 // Directories and files of all tasks, outputs that tasks share.
-void CheckTasks(const Machine& machine, Report* report);
-void CheckSharedOutputs(const Machine& machine, Report* report);
+void CheckTasks(const ProgramTree& tree, Report* report);
+void CheckSharedOutputs(const ProgramTree& tree, Report* report);
 // The configuration file.
 void CheckConf(const std::filesystem::path& directory, Report* report);
 
