@@ -4,24 +4,11 @@
 #include <unistd.h>
 
 #include "em335x_drivers.h"
-#include "kova_asda.h"
-#include "kova_cpu.h"
-#include "kova_cymstr.h"
-#include "kova_ios.h"
-#include "kova_man.h"
-#include "kova_stmtr.h"
 #include "waits.h"
 
 namespace {
 
-template <class Card>
-CkOVA_MANAGER* Create() {
-  return new Card;
-}
-
 constexpr int kLastPort = 255;
-constexpr int kSlots = 12;
-constexpr int kSettlingReads = 10;  // of the CPU card's type, ahead of the first value that counts
 constexpr int kLineMotorSeconds = 60;
 constexpr unsigned char kLineMotorRuns = D0;
 constexpr long long kLineMotorRestMillis = 1;
@@ -38,22 +25,6 @@ unsigned short Port(unsigned int addr) {
   return static_cast<unsigned short>(addr);
 }
 
-const CARDTYPE* FindCardType(unsigned char cardId) {
-  for (const CARDTYPE& row : CardType) {
-    if (row.CardID == cardId) return &row;
-  }
-  return nullptr;
-}
-
-// What the scan found, an empty line after it.
-void PrintCards(const CARDINFO& info) {
-  for (int i = 0; i < info.CardNum; i++) {
-    Console("CardID: 0x%x SlotID: %d Type: %s\n", info.CardID[i], info.SlotID[i],
-            kOVA_CardMan[i]->GetHardTypeName(nullptr));
-  }
-  Console("\n");
-}
-
 }  // namespace
 
 pthread_mutex_t HardLockOut;
@@ -61,14 +32,6 @@ pthread_mutex_t HardLockIn;
 pthread_mutex_t HardLock;
 
 HARDWARE Hardware;
-CARDINFO CardInfo = {};
-
-const CARDTYPE CardType[MAXCARDTYPE] = {
-    {0x81, "kOVA-STMTR", &Create<CkOVA_STMTR>},
-    {0x82, "kOVA-CYMTR", &Create<CkOVA_CYMSTR>},
-    {0x83, "kOVA-IOS1", &Create<CkOVA_IOS>},
-    {0x84, "kOVA-ASDA", &Create<CkOVA_ASDA>},
-};
 
 HARDWARE::HARDWARE() {
   OpenHard();
@@ -121,46 +84,6 @@ void outportb(unsigned short port, unsigned char byte) {
     return;
   }
   Hardware.OutB(static_cast<short>(port), byte);
-}
-
-int HARDWARE::ScanCard(CARDINFO* Info) {
-  if (Info == nullptr) return -1;
-
-  CkOVA_CPU* cpu = new CkOVA_CPU;
-  cpu->FunctionPort = ConfiguredFunctionPort();
-  kOVA_CardMan[0] = cpu;
-  for (int i = 0; i < kSettlingReads; i++) cpu->GetHardType();
-  const int TaskNum = cpu->GetTaskNum();
-  Info->CardID[0] = CPUCARDID;
-  Info->SlotID[0] = 0;
-
-  if (HardInstalled < 1) {
-    cpu->CPUReport(1);
-    Console("No Hardware Installed!\n");
-    return 0;
-  }
-
-  int entries = 1;
-  for (unsigned char slot = 1; slot <= kSlots; slot++) {
-    Hardware.OutB(static_cast<short>(SysAddr), slot);
-    const unsigned char id = Hardware.InB(static_cast<short>(SubTypeAddr));
-    const CARDTYPE* type = FindCardType(id);
-    if (type == nullptr) continue;
-    if (entries == MAXCARDNO) {
-      Console("Card table full: slot %d ignored\n", slot);
-      continue;
-    }
-    CkOVA_MANAGER* card = type->Create();
-    kOVA_CardMan[entries] = card;
-    Info->CardID[entries] = id;
-    Info->SlotID[entries] = slot;
-    card->SetSlotID(slot);
-    card->InitHardware();
-    entries++;
-  }
-  Info->CardNum = entries;
-  PrintCards(*Info);
-  return TaskNum;
 }
 
 void HARDWARE::OutBit(unsigned int port, unsigned char& shadow, unsigned char bit, HILOW level) {

@@ -1,0 +1,211 @@
+// What people and tools ask of the rack: inputs by hand, keys, faults.
+#include <algorithm>
+
+#include "rack/rack.h"
+
+namespace rack {
+namespace {
+
+// From the press of a held key until it is sent again.
+constexpr Nanos kFirstRepeat = 500 * kMillisecond;
+
+}  // namespace
+
+bool Rack::IsAsked() const {
+  return requests_ != nullptr &&
+         requests_->sent.load(std::memory_order_acquire) != requests_->done.load(std::memory_order_relaxed);
+}
+
+void Rack::TakeRequests() {
+  Request request{};
+  std::uint32_t number = 0;
+  while (NextRequest(*requests_, request, number)) {
+    const RequestResult result = Apply(request, number);
+    SettlePlant(live_.now);
+    for (int slot = 0; slot < kSlots; ++slot) NoteMovers(slot, false);
+    Finish(*requests_, result);
+  }
+}
+
+RequestResult Rack::Apply(const Request& request, std::uint32_t number) {
+  switch (request.kind) {
+    case RequestKind::SetInput:
+    case RequestKind::ReleaseInput:
+      return SetInput(request);
+    case RequestKind::PressKey:
+      return Press(request, number);
+    case RequestKind::PressFunctionKeys:
+      return PressFunctionKeys(request, number);
+    case RequestKind::BeginFault:
+      return BeginFault(request);
+    case RequestKind::EndFault:
+      return EndFault(request);
+    case RequestKind::EndAllFaults:
+      for (FaultRecord& fault : live_.faults) {
+        if (fault.kind != FaultKind::None) End(fault);
+      }
+      return RequestResult::Done;
+    case RequestKind::None:
+      break;
+  }
+  return RequestResult::BadValue;
+}
+
+RequestResult Rack::SetInput(const Request& request) {
+  if (request.slot >= kSlots || InputCount(live_.cards[request.slot]) == 0) return RequestResult::NoSuchCard;
+  if (request.channel >= InputCount(live_.cards[request.slot])) return RequestResult::NoSuchChannel;
+  const bool set = request.kind == RequestKind::SetInput;
+  const bool level = set && request.value != 0;
+  InputLevels& inputs = live_.inputs[request.slot];
+  const std::uint16_t before = inputs.Shown();
+  const unsigned bit = 1U << request.channel;
+  inputs.setMask = static_cast<std::uint16_t>(set ? inputs.setMask | bit : inputs.setMask & ~bit);
+  inputs.setLevel = static_cast<std::uint16_t>(level ? inputs.setLevel | bit : inputs.setLevel & ~bit);
+  ShowInputs(request.slot, before);
+  // What hangs on the input sees the hand on it too.
+  const int entry = EntryOfSlot(image_, request.slot);
+  if (entry >= 0) {
+    plant_.SetInput({static_cast<std::uint8_t>(entry), SignalKind::Input, request.channel, 0}, level,
+                    live_.now);
+  }
+  return RequestResult::Done;
+}
+
+RequestResult Rack::Press(const Request& request, std::uint32_t number) {
+  if (request.value <= 0 || request.value > 0xFF || request.duration < 0) return RequestResult::BadValue;
+  KeyState& keys = live_.keys;
+  keys.code = static_cast<std::uint32_t>(request.value);
+  keys.release = live_.now + request.duration;
+  keys.nextRepeat = live_.now + kFirstRepeat;
+  keys.pressRequest = number;
+  keys.takenRequest = number - 1;  // not yet: the first request has the number 0
+  ++keys.pressCount;
+  PressKey(keys.code, false);
+  return RequestResult::Done;
+}
+
+RequestResult Rack::PressFunctionKeys(const Request& request, std::uint32_t number) {
+  CpuCardState& cpu = live_.cards[0].cpu;
+  if (cpu.functionPort == 0) return RequestResult::NoFunctionKeys;
+  if (request.value <= 0 || request.value > 0x0F || request.duration < 0) return RequestResult::BadValue;
+  KeyState& keys = live_.keys;
+  keys.functionBits = static_cast<std::uint32_t>(request.value);
+  keys.functionRelease = live_.now + request.duration;
+  keys.pressRequest = number;
+  keys.takenRequest = number - 1;  // not yet: the first request has the number 0
+  ++keys.pressCount;
+  cpu.functionKeys = static_cast<std::uint8_t>(request.value);
+  Note(JournalKind::FunctionKeys, 0, 0, request.value);
+  return RequestResult::Done;
+}
+
+RequestResult Rack::CheckFault(const Request& request) const {
+  if (request.fault == FaultKind::BusReadsFail) return RequestResult::Done;
+  if (request.slot >= kSlots) return RequestResult::NoSuchCard;
+  const CardState& card = live_.cards[request.slot];
+  int channels = 0;
+  switch (request.fault) {
+    case FaultKind::CardPulled:
+      return card.kind == CardKind::None ? RequestResult::NoSuchCard : RequestResult::Done;
+    case FaultKind::CardSilent:
+      return CylinderCount(card) == 0 ? RequestResult::NoSuchCard : RequestResult::Done;
+    case FaultKind::InputStuck:
+      channels = InputCount(card);
+      break;
+    case FaultKind::CylinderAlarm:
+      channels = CylinderCount(card);
+      break;
+    case FaultKind::MotorBlocked:
+    case FaultKind::MotorLosesSteps:
+      channels = MotorCount(card);
+      break;
+    default:
+      return RequestResult::BadValue;
+  }
+  if (channels == 0) return RequestResult::NoSuchCard;
+  if (request.channel >= channels) return RequestResult::NoSuchChannel;
+  if (request.fault == FaultKind::MotorLosesSteps && request.value <= 0) return RequestResult::BadValue;
+  return RequestResult::Done;
+}
+
+RequestResult Rack::BeginFault(const Request& request) {
+  if (request.duration < 0 || request.value < 0) return RequestResult::BadValue;
+  const RequestResult check = CheckFault(request);
+  if (check != RequestResult::Done) return check;
+  EndFault(request);  // the same fault again replaces the one that is there
+  for (FaultRecord& fault : live_.faults) {
+    if (fault.kind != FaultKind::None) continue;
+    const Nanos end = request.duration == 0 ? 0 : live_.now + request.duration;
+    fault = {request.fault, request.slot, request.channel, 0, request.value, live_.now, end};
+    Impose(fault, true);
+    Note(JournalKind::FaultBegins, fault.slot, fault.channel, static_cast<std::int32_t>(fault.kind));
+    return RequestResult::Done;
+  }
+  return RequestResult::TooManyFaults;
+}
+
+RequestResult Rack::EndFault(const Request& request) {
+  for (FaultRecord& fault : live_.faults) {
+    if (fault.kind == FaultKind::None || fault.kind != request.fault) continue;
+    if (fault.slot != request.slot || fault.channel != request.channel) continue;
+    End(fault);
+    return RequestResult::Done;
+  }
+  return RequestResult::NoSuchFault;
+}
+
+void Rack::End(FaultRecord& fault) {
+  const FaultRecord ended = fault;
+  fault = FaultRecord{};
+  Impose(ended, false);
+  Note(JournalKind::FaultEnds, ended.slot, ended.channel, static_cast<std::int32_t>(ended.kind));
+}
+
+// Pulled cards and failing reads are looked up at each access.
+void Rack::Impose(const FaultRecord& fault, bool begins) {
+  CardState& card = live_.cards[fault.slot < kSlots ? fault.slot : 0];
+  switch (fault.kind) {
+    case FaultKind::InputStuck:
+      ApplyStuck(fault.slot);
+      break;
+    case FaultKind::CylinderAlarm: {
+      CylinderCard cylinders(card.cylinder);
+      const auto again = static_cast<std::uint8_t>(std::min<std::int32_t>(fault.value, kAlarmForEver));
+      if (begins) cylinders.RaiseAlarm(fault.channel, again, live_.now);
+      if (!begins) cylinders.EndAlarmCause(fault.channel, live_.now);
+      break;
+    }
+    case FaultKind::MotorBlocked:
+      PulseChannel(*MotorChannel(card, fault.channel)).SetBlocked(begins, live_.now);
+      break;
+    case FaultKind::MotorLosesSteps: {
+      const auto every = static_cast<std::uint32_t>(begins ? fault.value : 0);
+      PulseChannel(*MotorChannel(card, fault.channel)).SetLoseEvery(every, live_.now);
+      break;
+    }
+    case FaultKind::CardSilent:
+      for (int channel = 0; channel < kCylinderChannels; ++channel) {
+        CylinderCard(card.cylinder).SetNoAcknowledge(channel, begins, live_.now);
+      }
+      break;
+    default:
+      break;
+  }
+}
+
+void Rack::ApplyStuck(int slot) {
+  InputLevels& inputs = live_.inputs[slot];
+  const std::uint16_t before = inputs.Shown();
+  unsigned mask = 0;
+  unsigned level = 0;
+  for (const FaultRecord& fault : live_.faults) {
+    if (fault.kind != FaultKind::InputStuck || fault.slot != slot) continue;
+    mask |= 1U << fault.channel;
+    if (fault.value != 0) level |= 1U << fault.channel;
+  }
+  inputs.stuckMask = static_cast<std::uint16_t>(mask);
+  inputs.stuckLevel = static_cast<std::uint16_t>(level);
+  ShowInputs(slot, before);
+}
+
+}  // namespace rack
