@@ -32,8 +32,9 @@ class ConsoleLine {
     if (Length >= sizeof Text) Length = sizeof Text - 1;
   }
 
-  // One system call, so that the line leaves at once whatever standard output is. A console that is gone or
-  // full must not stop the machine: errors are ignored.
+  // One system call, so that the line leaves at once whatever standard output is. A console that is gone does
+  // not stop the machine: errors are ignored. One that takes nothing does, until it takes the line: the write
+  // waits, and with DispLock held so does every other task that prints.
   void Print() const {
     size_t done = 0;
     while (done < Length) {
