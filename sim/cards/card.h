@@ -1,5 +1,5 @@
-// What all card models share: time, kinds of cards, and what makes a state fit for a file that several
-// programs map.
+// What all card models share: time, how registers and settings are called, and what makes a state fit for a
+// file that several programs map.
 #pragma once
 
 #include <cstddef>
@@ -20,15 +20,53 @@ constexpr std::uint8_t kOpenBus = 0xFF;
 // Entries of the card table: the CPU card is entry 0, the plug-in cards follow by rising slot.
 constexpr int kMaxEntries = 12;
 
-enum class CardKind : std::uint8_t { None = 0, Cpu = 1, Io = 2, Stepper = 3, Servo = 4, Cylinder = 5 };
-
-// Type codes, as the cards' type registers show them.
-constexpr std::uint8_t kCpuType = 0xA3;
-constexpr std::uint8_t kStepperType = 0x81;
-constexpr std::uint8_t kCylinderType = 0x82;
-constexpr std::uint8_t kIoType = 0x83;
-constexpr std::uint8_t kServoType = 0x84;
 constexpr std::uint8_t kCardVersion = 1;
+
+// Some rows of a table.
+template <class Row>
+class RowsOf {
+ public:
+  constexpr RowsOf() = default;
+  template <std::size_t Count>
+  constexpr RowsOf(const Row (&rows)[Count])
+      : first_(rows), last_(rows + Count) {}  // NOLINT(google-explicit-constructor)
+  constexpr const Row* begin() const { return first_; }
+  constexpr const Row* end() const { return last_; }
+
+ private:
+  const Row* first_ = nullptr;
+  const Row* last_ = nullptr;
+};
+
+enum class SignalKind : std::uint8_t { None = 0, Input = 1, Output = 2 };
+
+// A register's name, for people who read bus accesses. Reading and writing one port may reach two registers.
+enum class Access : std::uint8_t { Read, Write, Both };
+struct RegisterName {
+  std::uint8_t port;
+  Access access;
+  const char* name;
+  // Of a register that shows eight signals: their kind, and the channel of bit 0.
+  SignalKind signals = SignalKind::None;
+  std::uint8_t firstChannel = 0;
+};
+
+// What the rack file may say of a card: a whole number from lowest to highest, or a time.
+enum class SettingUnit : std::uint8_t { Number, Time };
+struct CardSetting {
+  const char* word;
+  const char* meaning;
+  SettingUnit unit;
+  std::int64_t lowest;
+  std::int64_t highest;
+  void (*set)(void* state, std::int64_t value);  // the state of a card of that kind
+};
+
+// Sets a member of a card's state.
+template <class State, class Value, Value State::*Member>
+void SetMember(void* state, std::int64_t value) {
+  static_cast<State*>(state)->*Member = static_cast<Value>(value);
+}
 
 // A state lies in a file that a 32-bit and a 64-bit program map at once: fixed-width fields, 64-bit ones on
 // multiples of 8, no padding.

@@ -21,10 +21,27 @@ constexpr std::uint8_t kFunctionKeyBits = 0x0F;
 
 }  // namespace
 
-void CpuCard::PowerOn() {
-  state_ = CpuCardState{};
+RowsOf<RegisterName> CpuCard::Registers() {
+  static constexpr RegisterName rows[] = {
+      {kVersion, Access::Read, "version"},
+      {kTypeOrKeyClear, Access::Read, "type"},
+      {kTypeOrKeyClear, Access::Write, "keypad clear"},
+      {kKeyOrStatus, Access::Read, "keypad code"},
+      {kKeyOrStatus, Access::Write, "status"},
+      {kInputsLow, Access::Read, "inputs 0-7", SignalKind::Input, 0},
+      {kInputsHigh, Access::Read, "inputs 8-15", SignalKind::Input, 8},
+      {kOutputsLow, Access::Both, "outputs 0-7", SignalKind::Output, 0},
+      {kOutputsHigh, Access::Both, "outputs 8-15", SignalKind::Output, 8},
+      {kSettings, Access::Read, "settings"},
+      {kTaskCount, Access::Read, "task count"},
+  };
+  return rows;
+}
+
+void CpuCard::PowerOn(std::uint8_t type) {
+  state_ = State{};
   state_.version = kCardVersion;
-  state_.type = kCpuType;
+  state_.type = type;
   state_.taskCount = 1;
 }
 

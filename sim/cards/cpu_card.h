@@ -20,6 +20,9 @@
 
 namespace rack {
 
+constexpr int kCpuInputs = 16;
+constexpr int kCpuOutputs = 16;
+
 struct CpuCardState {
   std::uint8_t version;
   std::uint8_t type;
@@ -37,10 +40,21 @@ static_assert(kSharable<CpuCardState> && sizeof(CpuCardState) == 16);
 
 class CpuCard {
  public:
-  explicit CpuCard(CpuCardState& state) : state_(state) {}
+  using State = CpuCardState;
+  static RowsOf<RegisterName> Registers();
+  static RowsOf<CardSetting> Settings() {
+    return {};
+  }                          // the CPU card is the rack itself: its words stand there
+  template <class AnyState>  // const or not
+  static auto& Inputs(AnyState& state) {
+    return state.inputs;
+  }
+  static std::uint32_t Outputs(const State& state) { return state.outputs; }
+
+  explicit CpuCard(State& state) : state_(state) {}
   // Everything off and default settings: one task, no function keys. What the rack file says is set
   // afterwards.
-  void PowerOn();
+  void PowerOn(std::uint8_t type);
   std::uint8_t Read(std::uint8_t port, Nanos now);
   void Write(std::uint8_t port, std::uint8_t value, Nanos now);
   // A code byte comes from the keypad: it overwrites a code that nobody has read yet.

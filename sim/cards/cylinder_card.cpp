@@ -14,13 +14,6 @@ constexpr std::uint8_t kSetupCommand = 0x20;
 constexpr std::uint8_t kMoveCommand = 0x30;
 constexpr std::uint8_t kMovePosition = 0x0F;
 
-constexpr int kAlarm = 0x80;
-constexpr int kMoving = 0x40;
-constexpr int kNotInPosition = 0x20;
-constexpr int kInPosition = 0x10;
-constexpr int kResetting = 0x08;
-constexpr int kTaken = 0x01;
-
 enum Phase : std::uint8_t { kPhaseStill = 0, kPhaseTravel = 1, kPhaseReset = 2 };
 enum Handshake : std::uint8_t { kNoCommand = 0, kCommandTaken = 1, kCommandHeld = 2 };
 
@@ -28,8 +21,6 @@ constexpr Nanos kTakeTime = 1 * kMicrosecond;
 constexpr Nanos kReleaseTime = 2 * kMicrosecond;
 // A command lasts at least this long, also one that has nothing to do.
 constexpr Nanos kShortestCommand = 1 * kMillisecond;
-
-constexpr std::int32_t kPosition = 1000;
 
 bool Exists(int channel) {
   return channel >= 0 && channel < kCylinderChannels;
@@ -64,10 +55,32 @@ void Begin(CylinderChannelState& channel, Phase phase, std::int32_t to, Nanos du
 
 }  // namespace
 
-void CylinderCard::PowerOn() {
-  state_ = CylinderCardState{};
+RowsOf<RegisterName> CylinderCard::Registers() {
+  static constexpr RegisterName rows[] = {
+      {kVersion, Access::Read, "version"},        {kType, Access::Read, "type"},
+      {kSelect, Access::Write, "channel select"}, {kSelect, Access::Read, "handshake"},
+      {kCommand, Access::Write, "command"},       {kCommand, Access::Read, "status"},
+      {kDelay, Access::Write, "delay"},
+  };
+  return rows;
+}
+
+RowsOf<CardSetting> CylinderCard::Settings() {
+  static constexpr CardSetting rows[] = {
+      {"travel_time", "cylinder card: time for one position", SettingUnit::Time, 0, 0,
+       &SetMember<State, Nanos, &State::travelTime>},
+      {"setup_time", "cylinder card: time of a setup", SettingUnit::Time, 0, 0,
+       &SetMember<State, Nanos, &State::setupTime>},
+      {"reset_time", "cylinder card: time of a reset", SettingUnit::Time, 0, 0,
+       &SetMember<State, Nanos, &State::resetTime>},
+  };
+  return rows;
+}
+
+void CylinderCard::PowerOn(std::uint8_t type) {
+  state_ = State{};
   state_.version = kCardVersion;
-  state_.type = kCylinderType;
+  state_.type = type;
   state_.travelTime = 100 * kMillisecond;
   state_.setupTime = 500 * kMillisecond;
   state_.resetTime = 50 * kMillisecond;
@@ -117,19 +130,22 @@ std::uint8_t CylinderCard::Status(int channel, Nanos now) const {
   int status = 0;
   if (state.handshake == kCommandTaken && now >= state.commandAt + kTakeTime &&
       (state.phase != kPhaseStill || now < state.commandAt + kShortestCommand)) {
-    status |= kTaken;
+    status |= kCylinderTaken;
   }
-  if (state.alarm != 0) return static_cast<std::uint8_t>(status | kAlarm);
-  if (state.phase == kPhaseTravel) return static_cast<std::uint8_t>(status | kMoving | kNotInPosition);
-  if (state.phase == kPhaseReset) return static_cast<std::uint8_t>(status | kResetting | kNotInPosition);
-  return static_cast<std::uint8_t>(status | (state.to % kPosition == 0 ? kInPosition : kNotInPosition));
+  if (state.alarm != 0) return static_cast<std::uint8_t>(status | kCylinderAlarm);
+  if (state.phase == kPhaseTravel)
+    return static_cast<std::uint8_t>(status | kCylinderMoving | kCylinderNotInPosition);
+  if (state.phase == kPhaseReset)
+    return static_cast<std::uint8_t>(status | kCylinderResetting | kCylinderNotInPosition);
+  return static_cast<std::uint8_t>(
+      status | (state.to % kCylinderPosition == 0 ? kCylinderInPosition : kCylinderNotInPosition));
 }
 
 int CylinderCard::StandsAt(int channel, Nanos now) const {
   if (!Exists(channel)) return -1;
   const CylinderChannelState state = Settled(state_.channels[channel], now);
-  if (state.phase == kPhaseTravel || state.to % kPosition != 0) return -1;
-  return state.to / kPosition;
+  if (state.phase == kPhaseTravel || state.to % kCylinderPosition != 0) return -1;
+  return state.to / kCylinderPosition;
 }
 
 std::int32_t CylinderCard::PlaceAt(int channel, Nanos now) const {
@@ -192,9 +208,9 @@ void CylinderCard::Command(std::uint8_t value, Nanos now) {
     Begin(channel, kPhaseTravel, 0, state_.setupTime, now);
     return;
   }
-  const std::int32_t target = (value & kMovePosition) * kPosition;
+  const std::int32_t target = (value & kMovePosition) * kCylinderPosition;
   const Nanos way = std::abs(target - Place(channel, now));
-  Begin(channel, kPhaseTravel, target, way * state_.travelTime / kPosition, now);
+  Begin(channel, kPhaseTravel, target, way * state_.travelTime / kCylinderPosition, now);
 }
 
 }  // namespace rack

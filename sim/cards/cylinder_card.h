@@ -35,6 +35,16 @@ namespace rack {
 constexpr int kCylinderChannels = 3;
 constexpr std::uint8_t kAlarmForEver = 0xFF;
 
+// Bits of the status.
+constexpr std::uint8_t kCylinderAlarm = 0x80;
+constexpr std::uint8_t kCylinderMoving = 0x40;
+constexpr std::uint8_t kCylinderNotInPosition = 0x20;
+constexpr std::uint8_t kCylinderInPosition = 0x10;
+constexpr std::uint8_t kCylinderResetting = 0x08;
+constexpr std::uint8_t kCylinderTaken = 0x01;
+
+constexpr std::int32_t kCylinderPosition = 1000;  // thousandths
+
 struct CylinderChannelState {
   Nanos commandAt;  // when the command last written came
   Nanos start;      // when the phase began
@@ -66,9 +76,15 @@ static_assert(kSharable<CylinderCardState> && sizeof(CylinderCardState) == 152);
 
 class CylinderCard {
  public:
-  explicit CylinderCard(CylinderCardState& state) : state_(state) {}
+  using State = CylinderCardState;
+  static RowsOf<RegisterName> Registers();
+  static RowsOf<CardSetting> Settings();
+  static CylinderCardState& Cylinders(State& state) { return state; }
+  static int Selected(const State& state) { return state.selected; }
+
+  explicit CylinderCard(State& state) : state_(state) {}
   // All cylinders stand at position 0; 100 ms per position, setup 500 ms, reset 50 ms.
-  void PowerOn();
+  void PowerOn(std::uint8_t type);
   std::uint8_t Read(std::uint8_t port, Nanos now);
   void Write(std::uint8_t port, std::uint8_t value, Nanos now);
 

@@ -16,6 +16,10 @@
 
 namespace rack {
 
+constexpr int kIoInputs = 16;
+constexpr int kFirstRelay = 16;  // outputs from this channel on are relays
+constexpr int kIoOutputs = 24;
+
 struct IoCardState {
   std::uint8_t version;
   std::uint8_t type;
@@ -26,8 +30,17 @@ static_assert(kSharable<IoCardState> && sizeof(IoCardState) == 8);
 
 class IoCard {
  public:
-  explicit IoCard(IoCardState& state) : state_(state) {}
-  void PowerOn();
+  using State = IoCardState;
+  static RowsOf<RegisterName> Registers();
+  static RowsOf<CardSetting> Settings() { return {}; }
+  template <class AnyState>  // const or not
+  static auto& Inputs(AnyState& state) {
+    return state.inputs;
+  }
+  static std::uint32_t Outputs(const State& state) { return state.outputs; }
+
+  explicit IoCard(State& state) : state_(state) {}
+  void PowerOn(std::uint8_t type);
   std::uint8_t Read(std::uint8_t port, Nanos now);
   void Write(std::uint8_t port, std::uint8_t value, Nanos now);
 

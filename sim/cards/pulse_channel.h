@@ -26,6 +26,13 @@ namespace rack {
 constexpr std::uint32_t kDefaultPulsesPerUnit = 100;
 constexpr std::uint32_t kMaxPulsesPerUnit = 1000000;
 
+// The setting of that rate, for the cards that have it.
+constexpr CardSetting PulseRateSetting(void (*set)(void* state, std::int64_t value)) {
+  return {"pulses_per_unit",   "motor cards: pulses per second and unit of frequency code",
+          SettingUnit::Number, 1,
+          kMaxPulsesPerUnit,   set};
+}
+
 struct PulseChannelState {
   // Where things stood after settledPulses pulses of the move that started last.
   std::int64_t position;  // of the mechanics, in steps; no clear touches it

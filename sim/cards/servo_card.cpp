@@ -23,10 +23,43 @@ enum Port : std::uint8_t {
 
 }  // namespace
 
-void ServoCard::PowerOn() {
-  state_ = ServoCardState{};
+RowsOf<RegisterName> ServoCard::Registers() {
+  static constexpr RegisterName rows[] = {
+      {kVersion, Access::Read, "version"},
+      {kType, Access::Read, "type"},
+      {kSelect, Access::Write, "channel select"},
+      {kControl, Access::Write, "control"},
+      {kFrequency, Access::Write, "frequency"},
+      {kPulses, Access::Write, "pulse count 0-7"},
+      {kPulses + 1, Access::Write, "pulse count 8-15"},
+      {kPulses + 2, Access::Write, "pulse count 16-23"},
+      {kPulses + 3, Access::Write, "pulse count 24-31"},
+      {kGeneratorClear, Access::Write, "generator clear"},
+      {kEncoderClear, Access::Write, "encoder clear"},
+      {kEncoder, Access::Read, "encoder 0-7"},
+      {kEncoder + 1, Access::Read, "encoder 8-15"},
+      {kEncoder + 2, Access::Read, "encoder 16-23"},
+      {kEncoder + 3, Access::Read, "encoder 24-31"},
+      {kBusyOrStart, Access::Read, "busy"},
+      {kBusyOrStart, Access::Write, "start"},
+      {kStop, Access::Write, "stop count 0-7"},
+      {kStop + 1, Access::Write, "stop count 8-15"},
+      {kStop + 2, Access::Write, "stop count 16-23"},
+      {kStop + 3, Access::Write, "stop count 24-31"},
+  };
+  return rows;
+}
+
+RowsOf<CardSetting> ServoCard::Settings() {
+  static constexpr CardSetting rows[] = {
+      PulseRateSetting(&SetMember<State, std::uint32_t, &State::pulsesPerUnit>)};
+  return rows;
+}
+
+void ServoCard::PowerOn(std::uint8_t type) {
+  state_ = State{};
   state_.version = kCardVersion;
-  state_.type = kServoType;
+  state_.type = type;
   state_.pulsesPerUnit = kDefaultPulsesPerUnit;
   for (PulseChannelState& channel : state_.channels) PulseChannel(channel).PowerOn();
 }
@@ -79,6 +112,7 @@ void ServoCard::Write(std::uint8_t port, std::uint8_t value, Nanos now) {
 }
 
 void ServoCard::SetStopInput(int input, bool level, Nanos now) {
+  if (input < 0 || input >= kServoStopInputs) return;
   for (PulseChannelState& channel : state_.channels) PulseChannel(channel).SetStopInput(input, level, now);
 }
 

@@ -37,8 +37,17 @@ static_assert(kSharable<ServoCardState> && sizeof(ServoCardState) == 360);
 
 class ServoCard {
  public:
-  explicit ServoCard(ServoCardState& state) : state_(state) {}
-  void PowerOn();
+  using State = ServoCardState;
+  static RowsOf<RegisterName> Registers();
+  static RowsOf<CardSetting> Settings();
+  static PulseChannelState* Motors(State& state) { return state.channels; }
+  static std::int64_t Count(State& state, int channel, Nanos now) {
+    return PulseChannel(state.channels[channel]).EncoderAt(now);
+  }
+  static int Selected(const State& state) { return state.selected; }
+
+  explicit ServoCard(State& state) : state_(state) {}
+  void PowerOn(std::uint8_t type);
   std::uint8_t Read(std::uint8_t port, Nanos now);
   void Write(std::uint8_t port, std::uint8_t value, Nanos now);
   // A stop input, 0 to 3, is seen by all channels.

@@ -29,10 +29,47 @@ constexpr std::uint8_t kStopInputBits = 0x03;
 
 }  // namespace
 
-void StepperCard::PowerOn() {
-  state_ = StepperCardState{};
+RowsOf<RegisterName> StepperCard::Registers() {
+  static constexpr RegisterName rows[] = {
+      {kVersion, Access::Read, "version"},
+      {kType, Access::Read, "type"},
+      {kSelect, Access::Write, "channel select"},
+      {kControl, Access::Write, "control"},
+      {kFrequency, Access::Write, "frequency"},
+      {kStartStepsLow, Access::Write, "start steps 0-7"},
+      {kStartStepsHigh, Access::Write, "start steps 8-15"},
+      {kSteps, Access::Write, "step count 0-7"},
+      {kSteps + 1, Access::Write, "step count 8-15"},
+      {kSteps + 2, Access::Write, "step count 16-23"},
+      {kSteps + 3, Access::Write, "step count 24-31"},
+      {kCompensationLow, Access::Write, "compensation 0-7"},
+      {kCompensationHigh, Access::Write, "compensation 8-15"},
+      {kGeneratorClear, Access::Write, "generator clear"},
+      {kEncoderClear, Access::Write, "encoder clear"},
+      {kEncoder, Access::Read, "encoder 0-7"},
+      {kEncoder + 1, Access::Read, "encoder 8-15"},
+      {kEncoder + 2, Access::Read, "encoder 16-23"},
+      {kEncoder + 3, Access::Read, "encoder 24-31"},
+      {kBusyOrStart, Access::Read, "busy"},
+      {kBusyOrStart, Access::Write, "start"},
+      {kStop, Access::Write, "stop count 0-7"},
+      {kStop + 1, Access::Write, "stop count 8-15"},
+      {kStop + 2, Access::Write, "stop count 16-23"},
+      {kStop + 3, Access::Write, "stop count 24-31"},
+  };
+  return rows;
+}
+
+RowsOf<CardSetting> StepperCard::Settings() {
+  static constexpr CardSetting rows[] = {
+      PulseRateSetting(&SetMember<State, std::uint32_t, &State::pulsesPerUnit>)};
+  return rows;
+}
+
+void StepperCard::PowerOn(std::uint8_t type) {
+  state_ = State{};
   state_.version = kCardVersion;
-  state_.type = kStepperType;
+  state_.type = type;
   state_.pulsesPerUnit = kDefaultPulsesPerUnit;
   for (PulseChannelState& channel : state_.channels) PulseChannel(channel).PowerOn();
 }
@@ -84,6 +121,11 @@ void StepperCard::Write(std::uint8_t port, std::uint8_t value, Nanos now) {
     default:
       return;
   }
+}
+
+void StepperCard::SetStopInput(int input, bool level, Nanos now) {
+  if (input >= 0 && input < kStepperChannels)
+    PulseChannel(state_.channels[input]).SetStopInput(0, level, now);
 }
 
 }  // namespace rack

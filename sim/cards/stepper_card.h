@@ -38,10 +38,21 @@ static_assert(kSharable<StepperCardState> && sizeof(StepperCardState) == 712);
 
 class StepperCard {
  public:
-  explicit StepperCard(StepperCardState& state) : state_(state) {}
-  void PowerOn();
+  using State = StepperCardState;
+  static RowsOf<RegisterName> Registers();
+  static RowsOf<CardSetting> Settings();
+  static PulseChannelState* Motors(State& state) { return state.channels; }
+  static std::int64_t Count(State& state, int channel, Nanos now) {
+    return PulseChannel(state.channels[channel]).EncoderAt(now);
+  }
+  static int Selected(const State& state) { return state.selected; }
+
+  explicit StepperCard(State& state) : state_(state) {}
+  void PowerOn(std::uint8_t type);
   std::uint8_t Read(std::uint8_t port, Nanos now);
   void Write(std::uint8_t port, std::uint8_t value, Nanos now);
+  // Stop input of the channel of the same number.
+  void SetStopInput(int input, bool level, Nanos now);
 
  private:
   StepperCardState& state_;

@@ -1,5 +1,6 @@
 #include "cli/display.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include "machine/key_names.h"
@@ -54,11 +55,18 @@ void AddMotors(std::string& text, const CardView& card) {
     char line[120];
     std::snprintf(line, sizeof line, "  motor %zu  %-6s position %lld, count %lld", i,
                   motor.busy ? "moves" : "stands", static_cast<long long>(motor.position),
-                  static_cast<long long>(motor.count));
+                  static_cast<long long>(card.counts[i]));
     text += line;
     if (motor.busy && motor.endsInNanos >= 0) text += ", ends in " + Seconds(motor.endsInNanos);
     if (motor.busy && motor.endsInNanos < 0) text += ", never ends";
     text += motor.blocked ? ", blocked\n" : "\n";
+  }
+}
+
+// Counters that no motor drives.
+void AddCounts(std::string& text, const CardView& card) {
+  for (std::size_t i = card.motors.size(); i < card.counts.size(); ++i) {
+    text += "  counter " + std::to_string(i) + "  " + std::to_string(card.counts[i]) + "\n";
   }
 }
 
@@ -67,8 +75,9 @@ void AddCylinders(std::string& text, const CardView& card) {
     const CylinderView& cylinder = card.cylinders[i];
     char line[120];
     std::snprintf(line, sizeof line, "  cylinder %zu  at %d.%03d, to %d, status 0x%02X%s\n", i,
-                  cylinder.thousandths / 1000, cylinder.thousandths % 1000, cylinder.target, cylinder.status,
-                  (cylinder.status & 0x80) != 0 ? " (alarm)" : "");
+                  cylinder.thousandths / kCylinderPosition, cylinder.thousandths % kCylinderPosition,
+                  cylinder.target, cylinder.status,
+                  (cylinder.status & kCylinderAlarm) != 0 ? " (alarm)" : "");
     text += line;
   }
 }
@@ -77,20 +86,23 @@ void AddCard(std::string& text, const Snapshot& snapshot, int entry) {
   const CardView& card = snapshot.cards[static_cast<std::size_t>(entry)];
   text += "entry " + std::to_string(entry) + ", slot " + std::to_string(card.slot) + ", " +
           KindName(card.kind) + (card.pulled ? " (pulled)\n" : "\n");
-  if (const int inputs = InputChannels(card.kind); inputs > 0) {
+  if (const int inputs = RowOf(card.kind).inputs; inputs > 0) {
     AddLevels(text, "inputs", LevelRow(card.inputs, 0, inputs),
               SignalList(snapshot, SignalKind::Input, entry, card.inputs, 0, inputs, card.forced));
   }
-  if (const int outputs = OutputChannels(card.kind); outputs > 0) {
-    AddLevels(text, "outputs", LevelRow(card.outputs, 0, 16),
-              SignalList(snapshot, SignalKind::Output, entry, card.outputs, 0, 16, 0));
-    if (outputs > 16) {
-      AddLevels(text, "relays", LevelRow(card.outputs, 16, 8),
-                SignalList(snapshot, SignalKind::Output, entry, card.outputs, 16, 8, 0));
+  if (const int outputs = RowOf(card.kind).outputs; outputs > 0) {
+    const int plain = std::min(outputs, kFirstRelay);
+    const int relays = outputs - plain;
+    AddLevels(text, "outputs", LevelRow(card.outputs, 0, plain),
+              SignalList(snapshot, SignalKind::Output, entry, card.outputs, 0, plain, 0));
+    if (relays > 0) {
+      AddLevels(text, "relays", LevelRow(card.outputs, kFirstRelay, relays),
+                SignalList(snapshot, SignalKind::Output, entry, card.outputs, kFirstRelay, relays, 0));
     }
   }
   AddKeys(text, card);
   AddMotors(text, card);
+  AddCounts(text, card);
   AddCylinders(text, card);
 }
 

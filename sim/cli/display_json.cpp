@@ -25,27 +25,31 @@ Json Levels(const Snapshot& snapshot, SignalKind kind, int entry, std::uint32_t 
 Json Card(const Snapshot& snapshot, int entry) {
   const CardView& card = snapshot.cards[static_cast<std::size_t>(entry)];
   Json json = {{"entry", entry}, {"slot", card.slot}, {"kind", KindName(card.kind)}, {"pulled", card.pulled}};
-  if (const int inputs = InputChannels(card.kind); inputs > 0) {
+  if (const int inputs = RowOf(card.kind).inputs; inputs > 0) {
     json["inputs"] = Levels(snapshot, SignalKind::Input, entry, card.inputs, inputs, card.forced);
   }
-  if (const int outputs = OutputChannels(card.kind); outputs > 0) {
+  if (const int outputs = RowOf(card.kind).outputs; outputs > 0) {
     json["outputs"] = Levels(snapshot, SignalKind::Output, entry, card.outputs, outputs, 0);
   }
   if (card.kind == CardKind::Cpu) {
     json["key_code"] = card.keyCode;
     json["function_keys"] = card.functionKeys;
   }
-  for (const MotorView& motor : card.motors) {
+  for (std::size_t i = 0; i < card.motors.size(); ++i) {
+    const MotorView& motor = card.motors[i];
     json["motors"].push_back({{"busy", motor.busy},
                               {"position", motor.position},
-                              {"count", motor.count},
+                              {"count", card.counts[i]},
                               {"blocked", motor.blocked}});
   }
+  for (std::size_t i = card.motors.size(); i < card.counts.size(); ++i) {
+    json["counters"].push_back(card.counts[i]);
+  }
   for (const CylinderView& cylinder : card.cylinders) {
-    json["cylinders"].push_back({{"position", cylinder.thousandths / 1000.0},
+    json["cylinders"].push_back({{"position", cylinder.thousandths / double{kCylinderPosition}},
                                  {"target", cylinder.target},
                                  {"status", cylinder.status},
-                                 {"alarm", (cylinder.status & 0x80) != 0}});
+                                 {"alarm", (cylinder.status & kCylinderAlarm) != 0}});
   }
   return json;
 }

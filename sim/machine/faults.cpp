@@ -59,9 +59,9 @@ SignalChoice ChooseTarget(const Snapshot& snapshot, Target target, const std::st
     case Target::Input:
       return ChooseSignal(snapshot, SignalKind::Input, text);
     case Target::Motor:
-      return ChooseChannel(snapshot, MotorChannels, "motor", text);
+      return ChooseChannel(snapshot, ChannelSort::Motor, text);
     case Target::Cylinder:
-      return ChooseChannel(snapshot, CylinderChannels, "cylinder", text);
+      return ChooseChannel(snapshot, ChannelSort::Cylinder, text);
     case Target::None:
       break;
   }

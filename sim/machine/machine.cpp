@@ -61,23 +61,25 @@ std::int64_t UntilEnd(const PulseChannel& channel, Nanos now) {
   return end ? *end - now : -1;
 }
 
-void ViewMotors(PulseChannelState* channels, int count, Nanos now, CardView& view) {
-  for (int i = 0; i < count; ++i) {
-    const PulseChannel channel(channels[i]);
+void ViewMotors(CardState& card, Nanos now, CardView& view) {
+  for (int i = 0; i < MotorCount(card); ++i) {
+    const PulseChannelState& state = *MotorChannel(card, i);
+    const PulseChannel channel(*MotorChannel(card, i));
     MotorView motor;
     motor.busy = channel.Busy(now);
-    motor.blocked = channels[i].blocked != 0;
+    motor.blocked = state.blocked != 0;
     motor.position = channel.PositionAt(now);
-    motor.count = channel.EncoderAt(now);
     motor.endsInNanos = motor.busy ? UntilEnd(channel, now) : -1;
     view.motors.push_back(motor);
   }
 }
 
-void ViewCylinders(CylinderCardState& state, Nanos now, CardView& view) {
-  const CylinderCard card(state);
-  for (int i = 0; i < kCylinderChannels; ++i) {
-    view.cylinders.push_back({card.PlaceAt(i, now), state.channels[i].to / 1000, card.Status(i, now)});
+void ViewCylinders(CardState& card, Nanos now, CardView& view) {
+  for (int i = 0; i < CylinderCount(card); ++i) {
+    CylinderCardState& state = *Cylinders(card);
+    const CylinderCard model(state);
+    view.cylinders.push_back(
+        {model.PlaceAt(i, now), state.channels[i].to / kCylinderPosition, model.Status(i, now)});
   }
 }
 
@@ -89,30 +91,15 @@ CardView ViewCard(RackLive& live, int slot, Nanos now) {
   view.slot = slot;
   view.inputs = inputs.Shown();
   view.forced = static_cast<std::uint16_t>(inputs.setMask | inputs.stuckMask);
-  for (int channel = 0; channel < OutputChannels(card.kind); ++channel) {
-    if (OutputLevel(card, channel)) view.outputs |= 1U << channel;
-  }
-  switch (card.kind) {
-    case CardKind::Cpu:
-      view.keyCode = card.cpu.keyCode;
-      view.functionKeys = card.cpu.functionKeys;
-      view.hasFunctionKeys = card.cpu.functionPort != 0;
-      break;
-    case CardKind::Stepper:
-      view.selectedChannel = card.stepper.selected;
-      ViewMotors(card.stepper.channels, kStepperChannels, now, view);
-      break;
-    case CardKind::Servo:
-      view.selectedChannel = card.servo.selected;
-      ViewMotors(card.servo.channels, kServoChannels, now, view);
-      break;
-    case CardKind::Cylinder:
-      view.selectedChannel = card.cylinder.selected;
-      ViewCylinders(card.cylinder, now, view);
-      break;
-    default:
-      break;
-  }
+  view.outputs = OutputLevels(card);
+  view.selectedChannel = SelectedChannel(card);
+  ViewMotors(card, now, view);
+  for (int i = 0; i < RowOf(card.kind).counters; ++i) view.counts.push_back(CountOf(card, i, now));
+  ViewCylinders(card, now, view);
+  if (card.kind != CardKind::Cpu) return view;
+  view.keyCode = card.cpu.keyCode;
+  view.functionKeys = card.cpu.functionKeys;
+  view.hasFunctionKeys = card.cpu.functionPort != 0;
   return view;
 }
 

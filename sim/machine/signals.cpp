@@ -7,8 +7,8 @@ namespace rack {
 
 namespace {
 
-const char* SignalWord(SignalKind kind) {
-  return kind == SignalKind::Input ? "input" : "output";
+ChannelSort SortOf(SignalKind kind) {
+  return kind == SignalKind::Input ? ChannelSort::Input : ChannelSort::Output;
 }
 
 SignalChoice Refuse(std::string error) {
@@ -18,32 +18,33 @@ SignalChoice Refuse(std::string error) {
 }
 
 // "0 cpu, 2 io": the cards that have such channels.
-std::string CardsWith(const Snapshot& snapshot, int (*channels)(CardKind)) {
+std::string CardsWith(const Snapshot& snapshot, ChannelSort sort) {
   std::vector<std::string> cards;
   for (std::size_t entry = 0; entry < snapshot.cards.size(); ++entry) {
     const CardView& card = snapshot.cards[entry];
-    if (channels(card.kind) > 0) cards.push_back(std::to_string(entry) + " " + KindName(card.kind));
+    if (RowOf(card.kind).Channels(sort) > 0)
+      cards.push_back(std::to_string(entry) + " " + KindName(card.kind));
   }
   return cards.empty() ? "none" : Join(cards, ", ");
 }
 
-SignalChoice ChooseAddress(const Snapshot& snapshot, int (*channels)(CardKind), std::string_view what,
-                           std::string_view text, int entry, int channel) {
+SignalChoice ChooseAddress(const Snapshot& snapshot, ChannelSort sort, std::string_view text, int entry,
+                           int channel) {
   const std::string shown(text);
+  const std::string what = WordOf(sort);
   if (entry < 0 || static_cast<std::size_t>(entry) >= snapshot.cards.size()) {
     return Refuse(shown + ": the card table has no entry " + std::to_string(entry) + " (entries 0 to " +
                   std::to_string(static_cast<int>(snapshot.cards.size()) - 1) + ")");
   }
   const CardView& card = snapshot.cards[static_cast<std::size_t>(entry)];
   const std::string where = "entry " + std::to_string(entry) + " (" + KindName(card.kind) + ")";
-  const int count = channels(card.kind);
+  const int count = RowOf(card.kind).Channels(sort);
   if (count == 0) {
-    return Refuse(shown + ": " + where + " has no " + std::string(what) +
-                  "s; cards with them: " + CardsWith(snapshot, channels));
+    return Refuse(shown + ": " + where + " has no " + what +
+                  "s; cards with them: " + CardsWith(snapshot, sort));
   }
   if (channel < 0 || channel >= count) {
-    return Refuse(shown + ": " + where + " has the " + std::string(what) + "s 0 to " +
-                  std::to_string(count - 1));
+    return Refuse(shown + ": " + where + " has the " + what + "s 0 to " + std::to_string(count - 1));
   }
   SignalChoice choice;
   choice.found = true;
@@ -84,27 +85,25 @@ SignalChoice ChooseSignal(const Snapshot& snapshot, SignalKind kind, std::string
     return choice;
   }
   if (const std::optional<Address> address = AddressOf(text)) {
-    const auto channels = kind == SignalKind::Input ? InputChannels : OutputChannels;
-    choice = ChooseAddress(snapshot, channels, SignalWord(kind), text, address->entry, address->channel);
+    choice = ChooseAddress(snapshot, SortOf(kind), text, address->entry, address->channel);
     choice.kind = kind;
     return choice;
   }
   const std::vector<std::string> names = NamesOf(snapshot, kind);
-  const std::string what = SignalWord(kind);
+  const std::string what = WordOf(SortOf(kind));
   std::string error = "no " + what + " is called \"" + std::string(text) + "\"" + Suggestion(text, names);
   error += names.empty() ? "; the rack file names none, give entry.channel such as 0.5"
                          : " (" + what + "s: " + Join(names, ", ") + ", or entry.channel such as 0.5)";
   return Refuse(error);
 }
 
-SignalChoice ChooseChannel(const Snapshot& snapshot, int (*channels)(CardKind), std::string_view what,
-                           std::string_view text) {
+SignalChoice ChooseChannel(const Snapshot& snapshot, ChannelSort sort, std::string_view text) {
   const std::optional<Address> address = AddressOf(text);
   if (!address) {
-    return Refuse("\"" + std::string(text) + "\" is no " + std::string(what) +
-                  ": give entry.channel such as 2.1; cards with them: " + CardsWith(snapshot, channels));
+    return Refuse("\"" + std::string(text) + "\" is no " + WordOf(sort) +
+                  ": give entry.channel such as 2.1; cards with them: " + CardsWith(snapshot, sort));
   }
-  return ChooseAddress(snapshot, channels, what, text, address->entry, address->channel);
+  return ChooseAddress(snapshot, sort, text, address->entry, address->channel);
 }
 
 SignalChoice ChooseCard(const Snapshot& snapshot, std::string_view text) {

@@ -20,10 +20,8 @@ struct SignalChoice {
 // The signal of the given kind that the text means.
 SignalChoice ChooseSignal(const Snapshot& snapshot, SignalKind kind, std::string_view text);
 
-// A motor or cylinder channel, "entry.channel"; those have no names. `channels` counts a card's channels of
-// that sort, `what` is how messages call one.
-SignalChoice ChooseChannel(const Snapshot& snapshot, int (*channels)(CardKind), std::string_view what,
-                           std::string_view text);
+// A channel of a sort that has no names, such as a motor: "entry.channel".
+SignalChoice ChooseChannel(const Snapshot& snapshot, ChannelSort sort, std::string_view text);
 
 // The entry a card is meant by: its entry index, or its kind when the rack has one card of that kind.
 SignalChoice ChooseCard(const Snapshot& snapshot, std::string_view text);

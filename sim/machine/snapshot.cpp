@@ -28,22 +28,4 @@ std::string SignalLabel(const Snapshot& snapshot, SignalKind kind, int entry, in
   return signal == nullptr ? Address(entry, channel) : signal->name;
 }
 
-int InputChannels(CardKind kind) {
-  return kind == CardKind::Cpu || kind == CardKind::Io ? 16 : 0;
-}
-
-int OutputChannels(CardKind kind) {
-  if (kind == CardKind::Cpu) return 16;
-  return kind == CardKind::Io ? 24 : 0;
-}
-
-int MotorChannels(CardKind kind) {
-  if (kind == CardKind::Stepper) return kStepperChannels;
-  return kind == CardKind::Servo ? kServoChannels : 0;
-}
-
-int CylinderChannels(CardKind kind) {
-  return kind == CardKind::Cylinder ? kCylinderChannels : 0;
-}
-
 }  // namespace rack

@@ -21,7 +21,6 @@ struct MotorView {
   bool busy = false;
   bool blocked = false;           // a fault holds the motor
   std::int64_t position = 0;      // where the motor stands, in steps
-  std::int64_t count = 0;         // encoder counter
   std::int64_t endsInNanos = -1;  // until the end of the running move; negative when it never ends
 };
 
@@ -43,6 +42,7 @@ struct CardView {
   std::uint8_t functionKeys = 0;
   bool hasFunctionKeys = false;
   std::vector<MotorView> motors;
+  std::vector<std::int64_t> counts;  // counters: on a motor card those of its encoders
   std::vector<CylinderView> cylinders;
 };
 
@@ -87,11 +87,5 @@ std::string SignalText(const Snapshot& snapshot, SignalKind kind, int entry, int
 
 // The name of a signal, or its address when it has none.
 std::string SignalLabel(const Snapshot& snapshot, SignalKind kind, int entry, int channel);
-
-// How many channels of each sort a card of this kind has; outputs include the relays.
-int InputChannels(CardKind kind);
-int OutputChannels(CardKind kind);
-int MotorChannels(CardKind kind);
-int CylinderChannels(CardKind kind);
 
 }  // namespace rack

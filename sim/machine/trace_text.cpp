@@ -3,7 +3,6 @@
 #include <cstdio>
 
 #include "machine/key_names.h"
-#include "machine/register_names.h"
 #include "toml/words.h"
 
 namespace rack {
@@ -32,13 +31,24 @@ std::string Hex(std::int32_t value) {
   return text;
 }
 
+// The register that an access reaches; null for a port that the card does not use.
+const RegisterName* RegisterOf(const Snapshot& snapshot, const JournalRecord& record) {
+  const Access access = record.kind == JournalKind::Write ? Access::Write : Access::Read;
+  for (const RegisterName& row : RowOf(KindOf(snapshot, record.slot)).registers()) {
+    if (row.port == record.port && (row.access == Access::Both || row.access == access)) return &row;
+  }
+  return nullptr;
+}
+
 // The signals that a byte shows as on: " [clamp_closed 0.7]".
-std::string SignalsOn(const Snapshot& snapshot, const JournalRecord& record) {
-  const SignalGroup group = SignalsOfPort(KindOf(snapshot, record.slot), record.port);
+std::string SignalsOn(const Snapshot& snapshot, const JournalRecord& record, const RegisterName& shown) {
+  constexpr int kBits = 8;
+  if (shown.signals == SignalKind::None) return "";
   std::vector<std::string> on;
-  for (int bit = 0; bit < group.count; ++bit) {
+  for (int bit = 0; bit < kBits; ++bit) {
     if ((record.value >> bit & 1) == 0) continue;
-    on.push_back(SignalLabel(snapshot, group.kind, EntryOf(snapshot, record.slot), group.firstChannel + bit));
+    on.push_back(
+        SignalLabel(snapshot, shown.signals, EntryOf(snapshot, record.slot), shown.firstChannel + bit));
   }
   return on.empty() ? "" : " [" + Join(on, " ") + "]";
 }
@@ -47,11 +57,13 @@ std::string AccessText(const Snapshot& snapshot, const JournalRecord& record) {
   if (record.kind == JournalKind::Write && record.port == 0)
     return "slot select = " + std::to_string(record.value);
   const bool write = record.kind == JournalKind::Write;
+  const RegisterName* const row = RegisterOf(snapshot, record);
   const std::string where = CardText(snapshot, record.slot) + ": " +
-                            RegisterName(KindOf(snapshot, record.slot), record.port, write);
+                            (row != nullptr ? row->name : "port " + std::to_string(record.port));
   if (record.kind == JournalKind::ReadFailed) return where + ": the read failed";
   const std::string value = std::to_string(record.value) + " (" + Hex(record.value) + ")";
-  return where + (write ? " = " : " reads ") + value + SignalsOn(snapshot, record);
+  return where + (write ? " = " : " reads ") + value +
+         (row != nullptr ? SignalsOn(snapshot, record, *row) : "");
 }
 
 std::string SignalEvent(const Snapshot& snapshot, const JournalRecord& record, SignalKind kind) {

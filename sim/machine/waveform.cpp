@@ -55,12 +55,12 @@ void Waveform::AddKeypad(const CardView& cpu) {
 void Waveform::AddCard(const Snapshot& snapshot, int entry) {
   const CardView& card = snapshot.cards[static_cast<std::size_t>(entry)];
   const std::string scope = ScopeOf(card);
-  for (int channel = 0; channel < InputChannels(card.kind); ++channel) {
+  for (int channel = 0; channel < RowOf(card.kind).inputs; ++channel) {
     AddWire({JournalKind::InputEdge, card.slot, channel}, scope,
             WireName(snapshot, SignalKind::Input, entry, channel, "in"), 1, card.inputs >> channel & 1);
   }
-  for (int channel = 0; channel < OutputChannels(card.kind); ++channel) {
-    const bool relay = channel >= 16;
+  for (int channel = 0; channel < RowOf(card.kind).outputs; ++channel) {
+    const bool relay = channel >= kFirstRelay;
     AddWire({relay ? JournalKind::RelayChange : JournalKind::OutputChange, card.slot, channel}, scope,
             WireName(snapshot, SignalKind::Output, entry, channel, relay ? "relay" : "out"), 1,
             card.outputs >> channel & 1);
@@ -76,7 +76,12 @@ void Waveform::AddChannels(const Snapshot& snapshot, int entry, const std::strin
     const std::string name = "motor" + std::to_string(channel);
     AddWire({JournalKind::MotorMove, card.slot, channel}, scope, name + "_moves", 1,
             card.motors[i].busy ? 1 : 0);
-    AddWire({JournalKind::MotorCount, card.slot, channel}, scope, name + "_count", 32, card.motors[i].count);
+    AddWire({JournalKind::MotorCount, card.slot, channel}, scope, name + "_count", 32, card.counts[i]);
+  }
+  for (std::size_t i = card.motors.size(); i < card.counts.size(); ++i) {
+    const int channel = static_cast<int>(i);
+    AddWire({JournalKind::MotorCount, card.slot, channel}, scope, "count" + std::to_string(channel), 32,
+            card.counts[i]);
   }
   for (std::size_t i = 0; i < card.cylinders.size(); ++i) {
     const int channel = static_cast<int>(i);
@@ -84,7 +89,7 @@ void Waveform::AddChannels(const Snapshot& snapshot, int entry, const std::strin
     const CylinderView& cylinder = card.cylinders[i];
     AddWire({JournalKind::CylinderState, card.slot, channel}, scope, name + "_status", 8, cylinder.status);
     AddWire({JournalKind::CylinderState, card.slot, channel + kPositionOffset}, scope, name + "_position", 8,
-            cylinder.thousandths / 1000);
+            cylinder.thousandths / kCylinderPosition);
   }
 }
 

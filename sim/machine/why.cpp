@@ -2,6 +2,8 @@
 
 #include <cstdlib>
 
+#include "commands/command_rows.h"
+#include "machine/card_commands.h"
 #include "numbers.h"
 #include "synx.h"
 #include "toml/words.h"
@@ -10,8 +12,6 @@ namespace rack {
 
 namespace {
 
-constexpr std::uint8_t kAlarm = 0x80;
-constexpr std::uint8_t kMoving = 0x40;
 constexpr std::int64_t kEndPause = 1'000'000'000;
 constexpr std::int64_t kNanosPerMilli = 1'000'000;
 
@@ -20,10 +20,12 @@ struct Standing {
   const Snapshot& machine;
   const TaskView& task;
   const EXPLAINEDLINE& line;
-  const CardView* card = nullptr;  // the addressed card, null when the table has none
+  const CardView* card = nullptr;      // the addressed card, null when the table has none
+  const CardCommand* taken = nullptr;  // what that card makes of the command, null when it has no use for it
 
   int Slot() const { return line.SlotIdx.Value; }
   int Channel() const { return line.ChIdx.Value; }
+  bool Dead() const { return machine.busFails || card->pulled; }
   std::string For() const { return ", for " + Seconds(task.standsNanos); }
 };
 
@@ -41,16 +43,14 @@ std::string DeadCard(const Standing& at) {
 // Each of these says what the command lacks, or nothing when its condition holds.
 
 std::string LackOfInput(const Standing& at) {
-  if (InputChannels(at.card->kind) == 0) return "";  // such cards take the command and report it done
   const int wanted = ToNumber<int>(std::string(at.line.Param).c_str());
   if (wanted != 0 && wanted != 1) return "no input ever has the level " + std::to_string(wanted) + at.For();
-  const bool dead = at.machine.busFails || at.card->pulled;
-  const int channel = at.Channel();
-  // The second group of eight serves every channel from 8 on.
-  const int shown = channel < 8 ? channel : 8 + channel % 8;
-  const bool level = channel >= 0 && (dead || (at.card->inputs >> shown & 1) != 0);
+  const int shown = CommandsOf(at.card->kind).Reached(*at.taken, at.Channel());
+  const bool level = shown >= 0 && (at.Dead() || (at.card->inputs >> shown & 1) != 0);
   if (level == (wanted == 1)) return "";
-  if (channel < 0) return "channel " + std::to_string(channel) + " is no input and reads off" + at.For();
+  if (shown < 0) {
+    return "channel " + std::to_string(at.Channel()) + " is no input and reads off" + at.For();
+  }
   const bool forced = (at.card->forced >> shown & 1) != 0;
   return SignalLabel(at.machine, SignalKind::Input, at.Slot(), shown) + " is " + OnOff(level) +
          (forced ? " (forced)" : "") + ", should be " + OnOff(!level) + DeadCard(at) + at.For();
@@ -62,15 +62,14 @@ std::string MotorEnd(const MotorView& motor) {
 }
 
 std::string LackOfMotorEnd(const Standing& at) {
-  const int channels = MotorChannels(at.card->kind);
-  if (channels == 0) return "";
-  const bool dead = at.machine.busFails || at.card->pulled;
-  const bool servo = at.card->kind == CardKind::Servo;
-  // The servo card has a busy bit for each channel, the stepper card one for the channel selected last.
-  const int told = servo ? at.Channel() % 256 : at.card->selectedChannel;
-  if (servo && (told < 0 || told > 7)) return "";
+  constexpr int kBusyBits = 8;
+  const int channels = RowOf(at.card->kind).motors;
+  // The busy register has a bit for each channel, or one for the channel selected last.
+  const bool asksLastSelected = CommandsOf(at.card->kind).asksLastSelected;
+  const int told = asksLastSelected ? at.card->selectedChannel : at.Channel() % 256;
+  if (!asksLastSelected && (told < 0 || told >= kBusyBits)) return "";
   const std::string asked = "motor " + std::to_string(at.Channel());
-  if (dead) return asked + " seems to move" + DeadCard(at) + at.For();
+  if (at.Dead()) return asked + " seems to move" + DeadCard(at) + at.For();
   if (told < 0 || told >= channels || !at.card->motors[static_cast<std::size_t>(told)].busy) return "";
   const MotorView& motor = at.card->motors[static_cast<std::size_t>(told)];
   const std::string who = told == at.Channel() ? asked
@@ -81,50 +80,46 @@ std::string LackOfMotorEnd(const Standing& at) {
 }
 
 std::string LackOfCount(const Standing& at) {
-  const int channels = MotorChannels(at.card->kind);
-  if (channels == 0) {
-    return "entry " + std::to_string(at.Slot()) + " (" + KindName(at.card->kind) +
-           ") counts nothing: never met" + at.For();
-  }
-  if (at.Channel() < 0 || at.Channel() > 7) {
+  const auto channel = static_cast<std::size_t>(at.Channel());
+  const bool there = at.Channel() >= 0 && channel < at.card->counts.size();
+  if (at.Channel() < 0 || (!there && at.Channel() >= at.taken->readsZeroBelow)) {
     return "channel " + std::to_string(at.Channel()) + " counts nothing: never met" + at.For();
   }
   const std::int64_t wanted = ToNumber<int>(std::string(at.line.Param).c_str());
-  std::int64_t count = 0;
-  if (at.Channel() < channels) count = at.card->motors[static_cast<std::size_t>(at.Channel())].count;
-  if (at.machine.busFails || at.card->pulled) count = INT32_MAX;  // 0xFF in every byte of the counter
+  std::int64_t count = there ? at.card->counts[channel] : 0;
+  if (at.Dead()) count = INT32_MAX;  // 0xFF in every byte of the counter
   if (std::llabs(count) >= wanted) return "";
-  const bool blocked =
-      at.Channel() < channels && at.card->motors[static_cast<std::size_t>(at.Channel())].blocked;
+  const bool blocked = channel < at.card->motors.size() && at.card->motors[channel].blocked;
   return "count is " + std::to_string(count) + (blocked ? " (motor blocked)" : "") + ", should reach " +
          std::to_string(wanted) + at.For();
 }
 
 std::string CylinderPlace(const CylinderView& cylinder) {
-  const int whole = cylinder.thousandths / 1000;
-  const int tenth = cylinder.thousandths % 1000 / 100;
+  const int whole = cylinder.thousandths / kCylinderPosition;
+  const int tenth = cylinder.thousandths % kCylinderPosition / 100;
   return std::to_string(whole) + (tenth == 0 ? "" : "." + std::to_string(tenth));
 }
 
 std::string LackOfPosition(const Standing& at) {
-  const int channel = at.Channel() & 0xFF;
-  if (at.card->kind != CardKind::Cylinder || channel >= kCylinderChannels) return "";
+  const int channel = CommandsOf(at.card->kind).Reached(*at.taken, at.Channel());
+  if (channel < 0) return "";
   const CylinderView& cylinder = at.card->cylinders[static_cast<std::size_t>(channel)];
-  const bool dead = at.machine.busFails || at.card->pulled;
+  const bool dead = at.Dead();
   const std::uint8_t status = dead ? kOpenBus : cylinder.status;
   const std::string name = "cylinder " + std::to_string(channel);
-  if ((status & kAlarm) != 0) {
+  if ((status & kCylinderAlarm) != 0) {
     return name + " is in alarm" + (dead ? DeadCard(at) : ", DG with -2 resets it") + at.For();
   }
-  if ((status & 0x50) == 0x10 || (status & 0x20) == 0) return "";
-  const char* what = (status & kMoving) != 0 ? " moves, at " : " stands between two positions, at ";
+  const bool inPosition = (status & (kCylinderMoving | kCylinderInPosition)) == kCylinderInPosition;
+  if (inPosition || (status & kCylinderNotInPosition) == 0) return "";
+  const char* what = (status & kCylinderMoving) != 0 ? " moves, at " : " stands between two positions, at ";
   return name + what + CylinderPlace(cylinder) + ", should reach " + std::to_string(cylinder.target) +
          at.For();
 }
 
-std::string LackOfSetup(const Standing& at) {
+std::string LackOfCylinderEnd(const Standing& at) {
   const int command = ToNumber<int>(std::string(at.line.Param).c_str());
-  if (at.card->kind != CardKind::Cylinder || (command != -1 && command != -2)) return "";
+  if (command != -1 && command != -2) return "";
   const char* what = command == -1 ? "setup" : "reset";
   return std::string("waits for the end of the ") + what + " of cylinder " + std::to_string(at.Channel()) +
          DeadCard(at) + at.For();
@@ -144,18 +139,6 @@ std::string LackOfLabel(const Standing& at) {
   if (!at.task.labelMissing && at.task.endReads == 0) return "";
   return at.task.file + " has no label #LE: " + std::to_string(at.Slot()) + ", the line repeats" + at.For();
 }
-
-struct Row {
-  SYNXIDX command;
-  bool addressesCard;
-  std::string (*lack)(const Standing&);
-};
-
-constexpr Row kRows[] = {
-    {SYN_LD, true, LackOfInput},      {SYN_LMOT, true, LackOfMotorEnd}, {SYN_ROW, true, LackOfCount},
-    {SYN_LDG, true, LackOfPosition},  {SYN_DG, true, LackOfSetup},      {SYN_DLY, false, LackOfDelay},
-    {SYN_END, false, LackOfEndPause}, {SYN_GO, false, LackOfLabel},
-};
 
 // "LD 2, 5", "DLY 500", "END".
 std::string Head(const EXPLAINEDLINE& line) {
@@ -178,11 +161,39 @@ std::string MissingCard(const Standing& at) {
          (SYNXTRAITS[at.line.CmdIdx].Repeat == REPEAT::UntilMet ? ": never met" + at.For() : "");
 }
 
+// A command that reaches a card without any use for it.
+std::string LackOfUse(const Standing& at) {
+  if (at.line.CmdIdx != SYN_ROW) return "";  // the card reports it done
+  return "entry " + std::to_string(at.Slot()) + " (" + KindName(at.card->kind) +
+         ") counts nothing: never met" + at.For();
+}
+
 std::string Lack(const Standing& at) {
-  for (const Row& row : kRows) {
-    if (row.command != at.line.CmdIdx) continue;
-    if (row.addressesCard && at.card == nullptr) return MissingCard(at);
-    return row.lack(at);
+  const CommandRow& command = RowOf(at.line.CmdIdx);
+  if (command.waitsFor != WaitsFor::Nothing && command.GoesToCard()) {
+    if (at.card == nullptr) return MissingCard(at);
+    if (at.taken == nullptr) return LackOfUse(at);
+  }
+  switch (command.waitsFor) {
+    case WaitsFor::Input:
+      return LackOfInput(at);
+    case WaitsFor::MotorEnd:
+      return LackOfMotorEnd(at);
+    case WaitsFor::Count:
+      return LackOfCount(at);
+    case WaitsFor::CylinderPosition:
+      return LackOfPosition(at);
+    case WaitsFor::CylinderEnd:
+      return LackOfCylinderEnd(at);
+    case WaitsFor::Pause:
+      return LackOfDelay(at);
+    case WaitsFor::EndPause:
+      return LackOfEndPause(at);
+    case WaitsFor::Label:
+      return LackOfLabel(at);
+    case WaitsFor::Nothing:
+    case WaitsFor::PauseBetween:
+      break;
   }
   return "";
 }
@@ -224,7 +235,9 @@ std::string WhyStanding(const Snapshot& snapshot, const TaskView& task) {
                               : task.file + " has ended without END or EXIT, nothing more is executed";
   }
   const std::string head = Head(line);
-  const Standing at = {snapshot, task, line, AddressedCard(snapshot, line.SlotIdx.Value)};
+  const CardView* const card = AddressedCard(snapshot, line.SlotIdx.Value);
+  const CardCommand* const taken = card == nullptr ? nullptr : CommandsOf(card->kind).Find(line.CmdIdx);
+  const Standing at = {snapshot, task, line, card, taken};
   const std::string lack = Lack(at);
   const bool gated = task.stepMode && SYNXTRAITS[line.CmdIdx].Gate == STEPGATE::Holds;
   if (!lack.empty()) {

@@ -121,8 +121,9 @@ bool Plant::IsTrue(const PlantLink& link, Nanos at) const {
     const std::int64_t position = PulseChannel(*motor).PositionAt(at);
     return link.from <= position && position <= link.to;
   }
-  if (card->kind != CardKind::Cylinder) return false;
-  const CylinderCard cylinder(card->cylinder);
+  CylinderCardState* cylinders = Cylinders(*card);
+  if (cylinders == nullptr) return false;
+  const CylinderCard cylinder(*cylinders);
   if (link.when == Condition::CylinderAlarm) return cylinder.InAlarm(link.channel, at);
   const int position = cylinder.StandsAt(link.channel, at);
   return position >= 0 && position == link.from;
@@ -134,8 +135,9 @@ Nanos Plant::NextChange(const PlantLink& link) const {
   CardState* card = link.when == Condition::Signal ? nullptr : Card(link.entry);
   if (card == nullptr) return kNever;
   if (link.when != Condition::MotorWithin) {
-    if (card->kind != CardKind::Cylinder) return kNever;
-    return CylinderCard(card->cylinder).NextEvent(link.channel, state_.time).value_or(kNever);
+    CylinderCardState* cylinders = Cylinders(*card);
+    if (cylinders == nullptr) return kNever;
+    return CylinderCard(*cylinders).NextEvent(link.channel, state_.time).value_or(kNever);
   }
   PulseChannelState* motor = MotorChannel(*card, link.channel);
   if (motor == nullptr) return kNever;

@@ -24,11 +24,9 @@
 
 #include <optional>
 
-#include "cards/any_card.h"
+#include "cards/card_kinds.h"
 
 namespace rack {
-
-enum class SignalKind : std::uint8_t { None = 0, Input = 1, Output = 2 };
 
 // A channel as programs address it: relays are outputs 16 to 23 of an I/O card.
 struct SignalRef {

@@ -8,7 +8,6 @@ namespace {
 
 constexpr std::uint8_t kSlotSelect = 0;
 constexpr std::uint8_t kKeyClear = 1;  // of the CPU card
-constexpr int kFirstRelay = 16;
 
 }  // namespace
 
@@ -63,7 +62,7 @@ void Rack::WritePort(std::uint8_t port, std::uint8_t value, Nanos now, const Ori
   Note(JournalKind::Write, slot, port, value, origin);
   if (port == kSlotSelect || slot >= kSlots || Faulty(FaultKind::CardPulled, slot)) return;
 
-  const std::uint32_t outputs = OutputBits(slot);
+  const std::uint32_t outputs = OutputLevels(live_.cards[slot]);
   const std::int32_t key = slot == 0 ? live_.cards[0].cpu.keyCode : 0;
   WriteCard(live_.cards[slot], port, value, live_.now);
   quietUntil_ = 0;
@@ -83,14 +82,8 @@ void Rack::Note(JournalKind kind, std::uint8_t slot, std::uint8_t port, std::int
   Append(*journal_, {live_.now, kind, origin.task, slot, port, value, origin.line, origin.file});
 }
 
-std::uint32_t Rack::OutputBits(int slot) const {
-  const CardState& card = live_.cards[slot];
-  if (card.kind == CardKind::Cpu) return card.cpu.outputs;
-  return card.kind == CardKind::Io ? card.io.outputs : 0;
-}
-
 void Rack::NoteOutputs(int slot, std::uint32_t before, const Origin& origin) {
-  const std::uint32_t changed = OutputBits(slot) ^ before;
+  const std::uint32_t changed = OutputLevels(live_.cards[slot]) ^ before;
   if (changed == 0) return;
   for (int channel = 0; channel < OutputCount(live_.cards[slot]); ++channel) {
     if ((changed >> channel & 1) == 0) continue;

@@ -19,8 +19,8 @@ struct Origin {
   std::uint32_t line = 0;
 };
 
-// A motor card has at most this many channels, a cylinder card fewer.
-constexpr int kMaxMovers = kStepperChannels;
+// Motors or cylinders on one card.
+constexpr int kMaxMovers = MostMovers();
 
 class Rack final : private EventSink {
  public:
@@ -69,7 +69,6 @@ class Rack final : private EventSink {
 
   void PressKey(std::uint32_t code, bool repeated);
   void ShowInputs(int slot, std::uint16_t before);
-  std::uint32_t OutputBits(int slot) const;
   void NoteOutputs(int slot, std::uint32_t before, const Origin& origin);
 
   bool IsAsked() const;

@@ -11,9 +11,9 @@ constexpr Nanos kRepeat = 100 * kMillisecond;
 // How often the journal is told of a moving motor's count.
 constexpr Nanos kSample = 20 * kMillisecond;
 
-std::int32_t CylinderShown(CylinderCardState& card, int channel, Nanos now) {
-  const CylinderCard model(card);
-  const int place = model.PlaceAt(channel, now) / 1000;
+std::int32_t CylinderShown(CardState& card, int channel, Nanos now) {
+  const CylinderCard model(*Cylinders(card));
+  const int place = model.PlaceAt(channel, now) / kCylinderPosition;
   return model.Status(channel, now) | place << 8;
 }
 
@@ -29,7 +29,7 @@ void Rack::Begin() {
                                 motor.Busy(live_.now)};
     }
     for (int channel = 0; channel < CylinderCount(card); ++channel) {
-      movers_[slot][channel].shown = CylinderShown(card.cylinder, channel, live_.now);
+      movers_[slot][channel].shown = CylinderShown(card, channel, live_.now);
     }
   }
 }
@@ -92,7 +92,7 @@ Nanos Rack::NextOfMovers(int slot) {
     next = std::min({next, mover.sampledAt + kSample, motor.MoveEnd().value_or(kNever)});
   }
   for (int channel = 0; channel < CylinderCount(card); ++channel) {
-    const auto end = CylinderCard(card.cylinder).NextEvent(channel, live_.now);
+    const auto end = CylinderCard(*Cylinders(card)).NextEvent(channel, live_.now);
     if (end && *end > live_.now) next = std::min(next, *end);
   }
   return next;
@@ -145,7 +145,7 @@ void Rack::NoteMotor(int slot, int channel, bool sample) {
 
 void Rack::NoteCylinder(int slot, int channel) {
   Mover& mover = movers_[slot][channel];
-  const std::int32_t shown = CylinderShown(live_.cards[slot].cylinder, channel, live_.now);
+  const std::int32_t shown = CylinderShown(live_.cards[slot], channel, live_.now);
   if (shown == mover.shown) return;
   mover.shown = shown;
   Note(JournalKind::CylinderState, static_cast<std::uint8_t>(slot), static_cast<std::uint8_t>(channel),

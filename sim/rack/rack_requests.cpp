@@ -169,7 +169,7 @@ void Rack::Impose(const FaultRecord& fault, bool begins) {
       ApplyStuck(fault.slot);
       break;
     case FaultKind::CylinderAlarm: {
-      CylinderCard cylinders(card.cylinder);
+      CylinderCard cylinders(*Cylinders(card));
       const auto again = static_cast<std::uint8_t>(std::min<std::int32_t>(fault.value, kAlarmForEver));
       if (begins) cylinders.RaiseAlarm(fault.channel, again, live_.now);
       if (!begins) cylinders.EndAlarmCause(fault.channel, live_.now);
@@ -184,8 +184,8 @@ void Rack::Impose(const FaultRecord& fault, bool begins) {
       break;
     }
     case FaultKind::CardSilent:
-      for (int channel = 0; channel < kCylinderChannels; ++channel) {
-        CylinderCard(card.cylinder).SetNoAcknowledge(channel, begins, live_.now);
+      for (int channel = 0; channel < CylinderCount(card); ++channel) {
+        CylinderCard(*Cylinders(card)).SetNoAcknowledge(channel, begins, live_.now);
       }
       break;
     default:

@@ -15,7 +15,6 @@
 namespace rack {
 namespace {
 
-constexpr const char* kKindNames[] = {"empty", "cpu", "io", "stepper", "servo", "cylinder"};
 constexpr int kCopyAttempts = 2000;
 constexpr Nanos kCopyPause = 50 * kMicrosecond;
 
@@ -30,10 +29,6 @@ void Pause(Nanos time) {
 }
 
 }  // namespace
-
-const char* KindName(CardKind kind) {
-  return kKindNames[static_cast<int>(kind)];
-}
 
 void MakeEmptySetup(RackSetup& setup) {
   std::memset(&setup, 0, sizeof setup);

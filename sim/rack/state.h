@@ -14,7 +14,7 @@
 #include <string>
 #include <type_traits>
 
-#include "cards/any_card.h"
+#include "cards/card_kinds.h"
 #include "plant/plant.h"
 #include "rack/journal.h"
 #include "rack/requests.h"
@@ -30,10 +30,6 @@ constexpr int kTaskRecords = 10;     // 0 keypad, 1 to 8 PLC tasks, 9 network
 constexpr int kMaxProgramFiles = 128;
 constexpr int kPathSize = 208;
 constexpr int kLineSize = 1024;
-
-// The kind's word in the rack file and on displays: "cpu", "io", "stepper", "cylinder", "servo"; "empty" for
-// None.
-const char* KindName(CardKind kind);
 
 // Which of the two device names exists.
 enum class DeviceName : std::uint32_t { None = 0, EmIsa, Em335xIsa };

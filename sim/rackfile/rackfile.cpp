@@ -28,6 +28,14 @@ std::string Join(const std::vector<std::string>& words) {
   return text;
 }
 
+std::vector<std::string> PlugInWords() {
+  std::vector<std::string> words;
+  for (const CardRow& row : kCardRows) {
+    if (IsPlugIn(row.kind)) words.emplace_back(row.word);
+  }
+  return words;
+}
+
 // One reading of one file. Every finding goes into the list and the reading goes on.
 class Reader {
  public:
@@ -47,6 +55,7 @@ class Reader {
   void Fail(const Value& value, const std::string& message);
   void Report();
   void CheckWords(const Table& table, const std::vector<std::string>& scopes);
+  void CheckKnown(const Table& table, const std::vector<std::string>& known);
   const Value* Need(const Value& owner, const char* word);
 
   std::int64_t Number(const Value& owner, const char* word, std::int64_t low, std::int64_t high,
@@ -58,6 +67,7 @@ class Reader {
   void ReadRack(const Value& rack);
   void ReadSlots(const Value& slots);
   void ReadSlot(const Value& value, int slot);
+  void ReadSettings(const Value& value, const CardRow& row, CardState& card);
   void ReadNames(const Value& names, bool output);
   bool Address(const Value& value, int& entry, int& channel);
   bool Signal(const Value& value, bool output, SignalRef& signal);
@@ -109,6 +119,10 @@ void Reader::CheckWords(const Table& table, const std::vector<std::string>& scop
   for (const RackWord& word : RackWords()) {
     if (std::find(scopes.begin(), scopes.end(), word.table) != scopes.end()) known.emplace_back(word.word);
   }
+  CheckKnown(table, known);
+}
+
+void Reader::CheckKnown(const Table& table, const std::vector<std::string>& known) {
   for (const auto& [word, value] : table) {
     if (std::find(known.begin(), known.end(), word) != known.end()) continue;
     const std::string near = Nearest(word, known);
@@ -219,34 +233,33 @@ void Reader::ReadSlots(const Value& slots) {
 
 void Reader::ReadSlot(const Value& value, int slot) {
   const Value* card = &value;
-  if (value.is_table()) {
-    CheckWords(value.as_table(), {"slot"});
-    card = Need(value, "card");
-  }
+  if (value.is_table()) card = Need(value, "card");
   std::string name;
   if (card == nullptr || !Text(*card, name)) return;
-  constexpr CardKind kinds[] = {CardKind::Io, CardKind::Stepper, CardKind::Servo, CardKind::Cylinder};
-  const auto* const kind = std::find_if(std::begin(kinds), std::end(kinds),
-                                        [&](CardKind candidate) { return name == KindName(candidate); });
-  if (kind == std::end(kinds)) {
-    const std::string near = Nearest(name, {"io", "stepper", "servo", "cylinder"});
-    Fail(*card,
-         "unknown card \"" + name + "\"; " +
-             (near.empty() ? "known: io, stepper, servo, cylinder" : "did you mean \"" + near + "\"?"));
+  const CardRow* const row = std::find_if(
+      std::begin(kCardRows), std::end(kCardRows),
+      [&](const CardRow& candidate) { return IsPlugIn(candidate.kind) && name == candidate.word; });
+  if (row == std::end(kCardRows)) {
+    const std::vector<std::string> words = PlugInWords();
+    const std::string near = Nearest(name, words);
+    Fail(*card, "unknown card \"" + name + "\"; " +
+                    (near.empty() ? "known: " + Join(words) : "did you mean \"" + near + "\"?"));
     return;
   }
-  InsertCard(setup_, slot, *kind);
-  if (!value.is_table()) return;
-  CardState& state = setup_.cards[slot];
-  if (*kind == CardKind::Stepper || *kind == CardKind::Servo) {
-    std::uint32_t& rate =
-        *kind == CardKind::Stepper ? state.stepper.pulsesPerUnit : state.servo.pulsesPerUnit;
-    rate = static_cast<std::uint32_t>(Number(value, "pulses_per_unit", 1, kMaxPulsesPerUnit, rate));
-  }
-  if (*kind == CardKind::Cylinder) {
-    state.cylinder.travelTime = Time(value, "travel_time", state.cylinder.travelTime);
-    state.cylinder.setupTime = Time(value, "setup_time", state.cylinder.setupTime);
-    state.cylinder.resetTime = Time(value, "reset_time", state.cylinder.resetTime);
+  InsertCard(setup_, slot, row->kind);
+  if (value.is_table()) ReadSettings(value, *row, setup_.cards[slot]);
+}
+
+void Reader::ReadSettings(const Value& value, const CardRow& row, CardState& card) {
+  constexpr std::int64_t kNone = -1;
+  std::vector<std::string> known = {"card"};
+  for (const CardSetting& setting : row.settings()) known.emplace_back(setting.word);
+  CheckKnown(value.as_table(), known);
+  for (const CardSetting& setting : row.settings()) {
+    const std::int64_t given = setting.unit == SettingUnit::Time
+                                   ? Time(value, setting.word, kNone)
+                                   : Number(value, setting.word, setting.lowest, setting.highest, kNone);
+    if (given != kNone) ApplySetting(card, setting, given);
   }
 }
 

@@ -97,8 +97,8 @@ class Parser {
   void ParseRest() {
     const std::string& first = words_[0];
     if (words_.size() >= 3 && words_[1] == "prints") return ParsePrints();
-    if (first == "motor") return ParseMover(kMotorVerbs, MotorChannels);
-    if (first == "cylinder") return ParseMover(kCylinderVerbs, CylinderChannels);
+    if (first == "motor") return ParseMover(kMotorVerbs, ChannelSort::Motor);
+    if (first == "cylinder") return ParseMover(kCylinderVerbs, ChannelSort::Cylinder);
     if (first == "counter") return ParseCounter();
     if (first == "key") return ParseKey();
     if (first == "line") return ParseLine();
@@ -127,7 +127,7 @@ class Parser {
   }
 
   template <std::size_t Count>
-  void ParseMover(const Verb (&verbs)[Count], int (*channels)(CardKind)) {
+  void ParseMover(const Verb (&verbs)[Count], ChannelSort sort) {
     std::vector<std::string> known;
     for (const Verb& verb : verbs) known.push_back(verb.number ? std::string(verb.word) + " N" : verb.word);
     const std::string usage = "write \"" + words_[0] + " ENTRY.CHANNEL " + Join(known, "|") +
@@ -141,7 +141,7 @@ class Parser {
       Refuse(usage);
       return;
     }
-    const SignalChoice channel = ChooseChannel(machine_, channels, words_[0], words_[1]);
+    const SignalChoice channel = ChooseChannel(machine_, sort, words_[1]);
     choice_.happening.kind = verb->kind;
     TakePlace(channel);
   }

@@ -7,9 +7,6 @@ namespace rack::scenario {
 
 namespace {
 
-constexpr std::uint8_t kAlarmBit = 0x80;
-constexpr std::uint8_t kInPositionBit = 0x10;
-
 std::string LabelOf(const Happening& happening, const Snapshot& machine) {
   const std::string address = std::to_string(happening.entry) + "." + std::to_string(happening.channel);
   switch (happening.kind) {
@@ -45,7 +42,7 @@ Watcher::Watcher(const Happening& happening, const Snapshot& machine, FileNames 
       value_ = machine.cards[entry].motors[channel].position;
       break;
     case HappeningKind::MotorCount:
-      value_ = machine.cards[entry].motors[channel].count;
+      value_ = machine.cards[entry].counts[channel];
       break;
     case HappeningKind::MotorPulses:
       known_ = false;
@@ -53,10 +50,11 @@ Watcher::Watcher(const Happening& happening, const Snapshot& machine, FileNames 
     case HappeningKind::CylinderAt:
     case HappeningKind::CylinderAlarm: {
       const CylinderView& cylinder = machine.cards[entry].cylinders[channel];
-      const bool alarm = (cylinder.status & kAlarmBit) != 0;
-      standing_ = (cylinder.status & kInPositionBit) != 0;
+      const bool alarm = (cylinder.status & kCylinderAlarm) != 0;
+      standing_ = (cylinder.status & kCylinderInPosition) != 0;
       alarm_ = alarm;
-      value_ = happening.kind == HappeningKind::CylinderAlarm ? alarm : cylinder.thousandths / 1000;
+      value_ =
+          happening.kind == HappeningKind::CylinderAlarm ? alarm : cylinder.thousandths / kCylinderPosition;
       break;
     }
     default:
@@ -123,8 +121,8 @@ void Watcher::See(const JournalRecord& record) {
     case HappeningKind::CylinderAlarm: {
       if (record.kind != JournalKind::CylinderState || !Mine(record)) break;
       const bool before = Holds();
-      standing_ = (record.value & kInPositionBit) != 0;
-      alarm_ = (record.value & kAlarmBit) != 0;
+      standing_ = (record.value & kCylinderInPosition) != 0;
+      alarm_ = (record.value & kCylinderAlarm) != 0;
       value_ = happening_.kind == HappeningKind::CylinderAlarm ? alarm_ : record.value >> 8 & 0xFF;
       since_ = record.time;
       if (!before && Holds()) Happened(record.time);

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "cards/any_card.h"
+#include "cards/card_kinds.h"
 
 namespace rack {
 namespace {

@@ -137,10 +137,10 @@ TEST(Cards, AStepperMoves) {
   EXPECT_THAT(machine.Log(),
               HasSubstr("SYN_MOT: SlotIdx:2  ChIdx:0 1&2\nTask_MOT Fail[0]:SlotIDx:2, ChIdx:0 1&2\n"));
   EXPECT_THAT(machine.Log(), HasSubstr("Task_MOT OK[1]:SlotIDx:2, ChIdx:8 1&2&0\n"));
-  const auto motors = machine.Picture().cards[2].motors;
-  EXPECT_EQ(motors[1].position, 40);
-  EXPECT_EQ(motors[1].count, 0);
-  EXPECT_EQ(motors[7].position, -70);
+  const rack::CardView stepper = machine.Picture().cards[2];
+  EXPECT_EQ(stepper.motors[1].position, 40);
+  EXPECT_EQ(stepper.counts[1], 0);
+  EXPECT_EQ(stepper.motors[7].position, -70);
 }
 
 TEST(Cards, AServoMoves) {

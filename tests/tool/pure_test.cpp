@@ -7,7 +7,6 @@
 #include "machine/faults.h"
 #include "machine/key_names.h"
 #include "machine/machine.h"
-#include "machine/register_names.h"
 #include "machine/signals.h"
 #include "machine/trace_text.h"
 #include "machine/vcd_writer.h"
@@ -85,7 +84,7 @@ TEST(Signals, WrongOnesSayWhatWouldHaveBeenRight) {
   EXPECT_EQ(error("3.0"), "3.0: the card table has no entry 3 (entries 0 to 2)");
   EXPECT_EQ(error("1.16"), "1.16: entry 1 (io) has the inputs 0 to 15");
   EXPECT_EQ(error("2.0"), "2.0: entry 2 (stepper) has no inputs; cards with them: 0 cpu, 1 io");
-  EXPECT_EQ(ChooseChannel(machine, MotorChannels, "motor", "drill").error,
+  EXPECT_EQ(ChooseChannel(machine, ChannelSort::Motor, "drill").error,
             "\"drill\" is no motor: give entry.channel such as 2.1; cards with them: 2 stepper");
 }
 

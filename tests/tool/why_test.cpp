@@ -16,8 +16,9 @@ class WhyTest : public testing::Test {
       CardView card;
       card.kind = kind;
       card.slot = static_cast<int>(machine.cards.size());
-      card.motors.resize(static_cast<std::size_t>(MotorChannels(kind)));
-      card.cylinders.resize(static_cast<std::size_t>(CylinderChannels(kind)), {0, 0, 0x10});
+      card.motors.resize(static_cast<std::size_t>(RowOf(kind).motors));
+      card.counts.resize(static_cast<std::size_t>(RowOf(kind).counters));
+      card.cylinders.resize(static_cast<std::size_t>(RowOf(kind).cylinders), {0, 0, 0x10});
       machine.cards.push_back(card);
     }
     machine.signals = {{"clamp_closed", SignalKind::Input, 1, 5}};
@@ -53,7 +54,8 @@ TEST_F(WhyTest, Inputs) {
 }
 
 TEST_F(WhyTest, Motors) {
-  machine.cards[2].motors[1] = {true, false, 120, 118, 2'000'000'000};
+  machine.cards[2].motors[1] = {true, false, 120, 2'000'000'000};
+  machine.cards[2].counts[1] = 118;
   machine.cards[2].selectedChannel = 1;
   EXPECT_EQ(Why("LMOT: 2, 1,"), "LMOT 2, 1: motor 1 still moves at 120, its move ends in 2.0 s, for 3.2 s");
   EXPECT_EQ(Why("LMOT: 2, 0,"),

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "check/topics.h"
+#include "commands/command_rows.h"
 #include "kova_man.h"
 #include "numbers.h"
 #include "public.h"
@@ -13,18 +14,35 @@ namespace {
 
 constexpr const char* kReadAs = ": the controller takes it for ";
 
-const char* WithoutEntry(SYNXIDX command) {
-  switch (command) {
-    case SYN_OUT:
-    case SYN_MOT:
-      return "reports a failure and goes on";
-    case SYN_DG:
-    case SYN_IF:
-    case SYN_ROCLR:
-      return "does nothing and goes on";
-    default:
-      return "waits for ever";
+// Largest value of a MOT field that arrives whole, and whether the field is a flag (or a few bits) that shares
+// its register with others.
+struct MotLimit {
+  unsigned int largest;
+  bool sharesByte;
+};
+constexpr MotLimit kFlag = {1, true};
+
+MotLimit MotLimitOf(MOTIDX field) {
+  switch (field) {
+    case MOT_Step:
+    case MOT_StepStop:
+      return {0x7FFFFFFF, false};  // doubled on the way to the card
+    case MOT_StartStep:
+    case MOT_CompensateStep:
+      return {0x7FFF, false};
+    case MOT_StepFreq:
+      return {0xFF, false};
+    case MOT_ExtStopCH:
+      return {3, true};
+    case MOT_Dir:
+    case MOT_Force:
+    case MOT_EnExtSTop:
+    case MOT_StopSensorDir:
+    case MOT_EnCntStop:
+    case MOTFIELDNUM:
+      break;
   }
+  return kFlag;
 }
 
 class CardRules {
@@ -34,19 +52,20 @@ class CardRules {
         inProgram_(program),
         ofLine_(line),
         parsed_(line.parsed),
+        command_(rack::RowOf(line.parsed.CmdIdx)),
         keyword_(SYNXCMD[line.parsed.CmdIdx]),
         param_(line.parsed.Param),
         out_(*report) {}
 
   void Check() {
-    if (WithoutCard(parsed_.CmdIdx) == nullptr || HasLookAlike(ofLine_)) return;
+    if (!command_.GoesToCard() || HasLookAlike(ofLine_)) return;
     if (parsed_.SlotIdx.Column < 0) return CheckTwoFields();
     if (!CheckSlot()) return;
     card_ = tree_.CardOf(parsed_.SlotIdx.Value);
     if (card_ != nullptr && card_->Find(parsed_.CmdIdx) == nullptr) {
       return Add(parsed_.KeywordColumn, RuleId::WrongCard,
                  "entry " + Slot() + " is " + card_->name + ", which has no " + keyword_ + ": " +
-                     WithoutCard(parsed_.CmdIdx) + "; another entry or command was probably meant");
+                     command_.withoutUse + "; another entry or command was probably meant");
     }
     CheckChannel();
     CheckParam();
@@ -73,39 +92,45 @@ class CardRules {
     if (slot >= 0 && slot < entries) return true;
     const std::string limit = tree_.rack ? "this rack has entries 0 to " : "a rack has at most entries 0 to ";
     Add(parsed_.SlotIdx.Column, RuleId::NoSuchSlot,
-        "there is no entry " + Slot() + ": the controller " + WithoutEntry(parsed_.CmdIdx) + "; " + limit +
+        "there is no entry " + Slot() + ": the controller " + command_.withoutCard + "; " + limit +
             std::to_string(entries - 1));
     return false;
   }
 
   void CheckChannel() {
     if (card_ == nullptr) return;
-    const CardCommand& command = *card_->Find(parsed_.CmdIdx);
+    const rack::CardCommand& command = *card_->Find(parsed_.CmdIdx);
+    const int channels = card_->Channels(command);
     const int channel = parsed_.ChIdx.Value;
-    if (channel >= 0 && channel < command.channels) return;
-    const int reached = ReachedChannel(command, channel);
+    if (channel >= 0 && channel < channels) return;
+    const int reached = card_->Reached(command, channel);
     const std::string effect = reached < 0 ? std::string(command.outside)
                                            : "the controller takes channel " + std::to_string(reached);
     Add(parsed_.ChIdx.Column, RuleId::BadChannel,
         keyword_ + ": " + card_->name + " has no channel " + std::to_string(channel) + ": " + effect +
-            "; channels are 0 to " + std::to_string(command.channels - 1));
+            "; channels are 0 to " + std::to_string(channels - 1));
   }
 
   void CheckParam() {
-    switch (parsed_.CmdIdx) {
-      case SYN_OUT:
+    switch (command_.parameter) {
+      case rack::Parameter::OnOff:
         return CheckOut();
-      case SYN_LD:
+      case rack::Parameter::Level:
         return CheckLd();
-      case SYN_DG:
+      case rack::Parameter::Position:
         return CheckDg();
-      case SYN_ROW:
+      case rack::Parameter::Count:
         return CheckRow();
-      case SYN_MOT:
+      case rack::Parameter::Move:
         return CheckMot();
-      case SYN_IF:
+      case rack::Parameter::Condition:
         return CheckIf();
-      default:
+      // Looked at with the line itself, or with the flow of the program.
+      case rack::Parameter::Nothing:
+      case rack::Parameter::Unlooked:
+      case rack::Parameter::Millis:
+      case rack::Parameter::Block:
+      case rack::Parameter::Label:
         return;
     }
   }
@@ -191,8 +216,7 @@ class CardRules {
     }
     if (text.empty() && !row.Required) return;
     CheckNumberText(inProgram_, ofLine_, column, text, &out_);
-    if (card_ != nullptr &&
-        std::find(card_->motUnused.begin(), card_->motUnused.end(), idx) != card_->motUnused.end()) {
+    if (card_ != nullptr && card_->LeavesUnused(idx)) {
       return;
     }
     CheckMotValue(idx, column, ToWideNumber(text.c_str()));
@@ -242,10 +266,11 @@ class CardRules {
   const Program& inProgram_;
   const Line& ofLine_;
   const EXPLAINEDLINE& parsed_;
+  const rack::CommandRow& command_;
   const std::string keyword_;
   const std::string param_;
   Report& out_;
-  const CardType* card_ = nullptr;
+  const rack::CardCommands* card_ = nullptr;
 };
 
 }  // namespace

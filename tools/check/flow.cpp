@@ -2,35 +2,42 @@
 
 #include <algorithm>
 
+#include "commands/command_rows.h"
+
 namespace check {
 
 namespace {
 
 // In a main program the line after a call is next once the block has ended; a block is replaced by the block
 // that it calls.
-bool GoesOn(const Task& task, const Program& program, const Line& line) {
-  switch (line.parsed.CmdIdx) {
-    case SYN_END:
+bool GoesToNextLine(const Task& task, const Program& program, const Line& line) {
+  switch (rack::RowOf(line.parsed.CmdIdx).goesOn) {
+    case rack::GoesOn::Caller:
       return false;
-    case SYN_EXIT:
+    case rack::GoesOn::Nowhere:
       return !program.isMain;
-    case SYN_FL:
-    case SYN_IF:
+    case rack::GoesOn::Block:
       return program.isMain || MayCallNothing(task, line);
-    default:
+    case rack::GoesOn::NextLine:
+    case rack::GoesOn::Label:  // one that is not there
       return true;
   }
+  return true;
+}
+
+bool IsConditional(const Line& line) {
+  return rack::RowOf(line.parsed.CmdIdx).parameter == rack::Parameter::Condition;
 }
 
 std::set<size_t> NextOf(const Task& task, const Program& program, size_t index) {
   const Line& line = program.lines[index];
-  if (line.parsed.CmdIdx == SYN_GO) {
+  if (rack::RowOf(line.parsed.CmdIdx).goesOn == rack::GoesOn::Label) {
     const std::optional<size_t> label = FindLabel(program, line.parsed.SlotIdx.Value);
     if (label) return {*label};
     if (index + 1 == program.lines.size())
       return {};  // repeats itself; so it does elsewhere, but was meant to go on
   }
-  if (!GoesOn(task, program, line)) return {};
+  if (!GoesToNextLine(task, program, line)) return {};
   return {index + 1};
 }
 
@@ -72,7 +79,7 @@ std::vector<const Program*> BlocksOf(const Task& task, const Line& line) {
 
 bool MayCallNothing(const Task& task, const Line& line) {
   constexpr size_t kBranches = 2;
-  return BlocksOf(task, line).size() < (line.parsed.CmdIdx == SYN_IF ? kBranches : 1);
+  return BlocksOf(task, line).size() < (IsConditional(line) ? kBranches : 1);
 }
 
 }  // namespace check

@@ -4,6 +4,7 @@
 
 #include "check/flow.h"
 #include "check/topics.h"
+#include "commands/command_rows.h"
 #include "public.h"
 
 namespace check {
@@ -14,6 +15,10 @@ std::string ListOf(const std::set<std::string>& words) {
   std::string list;
   for (const std::string& word : words) list += (list.empty() ? "" : ", ") + word;
   return list;
+}
+
+rack::GoesOn GoesOnOf(const Line& line) {
+  return rack::RowOf(line.parsed.CmdIdx).goesOn;
 }
 
 // The pause between commands may be 0 when a line begins.
@@ -53,7 +58,8 @@ class PauseFlow {
   bool LeavesZero(const Program& program, size_t index) const {
     const Line& line = program.lines[index];
     if (!flows_.at(program.name).reached[index]) return false;
-    if (line.parsed.CmdIdx == SYN_G_ST && line.parsed.SlotIdx.Value >= 0)
+    if (rack::RowOf(line.parsed.CmdIdx).waitsFor == rack::WaitsFor::PauseBetween &&
+        line.parsed.SlotIdx.Value >= 0)
       return line.parsed.SlotIdx.Value == 0;
     bool leaves = state_.At(program, index);
     for (const Program* block : BlocksOf(ofTask_, line)) leaves |= EndsZero(*block);
@@ -62,7 +68,7 @@ class PauseFlow {
 
   bool EndsZero(const Program& program) const {
     for (size_t i = 0; i < program.lines.size(); ++i) {
-      if (program.lines[i].parsed.CmdIdx == SYN_END && state_.At(program, i)) return true;
+      if (GoesOnOf(program.lines[i]) == rack::GoesOn::Caller && state_.At(program, i)) return true;
     }
     return false;
   }
@@ -130,7 +136,7 @@ class FlowRules {
                    " too: GO goes there and never here; give it another number");
     }
     for (const Line& line : program.lines) {
-      if (line.parsed.CmdIdx != SYN_GO || FindLabel(program, line.parsed.SlotIdx.Value)) continue;
+      if (GoesOnOf(line) != rack::GoesOn::Label || FindLabel(program, line.parsed.SlotIdx.Value)) continue;
       out_.Add(program, line, line.parsed.SlotIdx.Column, RuleId::MissingLabel,
                "there is no label " + std::to_string(line.parsed.SlotIdx.Value) +
                    " in this file: the controller repeats the line for ever; " +
@@ -208,7 +214,8 @@ class FlowRules {
     if (program.lines.empty()) return;
     const Line& line = program.lines.front();
     const SYNXIDX command = line.parsed.CmdIdx;
-    if (command != SYN_MOT && command != SYN_DG && command != SYN_IF) return;
+    const rack::Again again = rack::RowOf(command).again;
+    if (again != rack::Again::Moves && again != rack::Again::Calls) return;
     out_.Add(program, line, line.parsed.KeywordColumn, RuleId::ResetFirstLine,
              std::string(SYNXCMD[command]) +
                  " in the first line: the controller executes it in each pass while the minus key is down; "
@@ -234,10 +241,11 @@ class FlowRules {
     }
     const Line& line = program.lines.back();
     const SYNXIDX command = line.parsed.CmdIdx;
-    if (command == SYN_EXIT) return;
+    if (GoesOnOf(line) == rack::GoesOn::Nowhere) return;
     const std::string meant =
         program.isMain ? "; END or EXIT was probably meant" : "; END was probably meant";
-    if (command == SYN_OUT || command == SYN_MOT || command == SYN_DG) {
+    const rack::Again again = rack::RowOf(command).again;
+    if (again == rack::Again::Writes || again == rack::Again::Moves) {
       return out_.Add(program, line, line.parsed.KeywordColumn, RuleId::EndlessAction,
                       "the file ends here: the controller executes this " + std::string(SYNXCMD[command]) +
                           " again and again" + meant);
@@ -252,19 +260,26 @@ class FlowRules {
   bool IsBusy(const Program& program, size_t index) const {
     const Line& line = program.lines[index];
     if (!pauses_.At(program, index)) return false;
-    switch (line.parsed.CmdIdx) {
-      case SYN_DLY:
-      case SYN_G_ST:
+    const rack::CommandRow& command = rack::RowOf(line.parsed.CmdIdx);
+    // The END of a block takes a second.
+    if (command.goesOn == rack::GoesOn::Block) return MayCallNothing(ofTask_, line);
+    switch (command.waitsFor) {
+      case rack::WaitsFor::Pause:
+      case rack::WaitsFor::PauseBetween:
         return line.parsed.SlotIdx.Value <= 0;
-      case SYN_DG:  // set-up and reset wait for their end
+      case rack::WaitsFor::CylinderEnd:  // set-up and reset wait for their end
         return line.parsed.Param != "-1" && line.parsed.Param != "-2";
-      case SYN_FL:  // the END of a block takes a second
-        return BlocksOf(ofTask_, line).empty();
-      case SYN_IF:
-        return MayCallNothing(ofTask_, line);
-      default:
-        return SYNXTRAITS[line.parsed.CmdIdx].Repeat == REPEAT::Once;
+      case rack::WaitsFor::Input:
+      case rack::WaitsFor::MotorEnd:
+      case rack::WaitsFor::Count:
+      case rack::WaitsFor::CylinderPosition:
+      case rack::WaitsFor::EndPause:
+        return false;
+      case rack::WaitsFor::Nothing:
+      case rack::WaitsFor::Label:
+        return true;
     }
+    return true;
   }
 
   bool IsBusyPath(const Program& program, size_t from, size_t to) const {
@@ -285,7 +300,8 @@ class FlowRules {
     const Flow& flow = flows_.at(program.name);
     for (size_t i = 0; i < program.lines.size(); ++i) {
       const Line& line = program.lines[i];
-      if (line.parsed.CmdIdx != SYN_GO || !flow.reached[i] || !FindLabel(program, line.parsed.SlotIdx.Value))
+      if (GoesOnOf(line) != rack::GoesOn::Label || !flow.reached[i] ||
+          !FindLabel(program, line.parsed.SlotIdx.Value))
         continue;
       if (!IsBusyPath(program, *flow.next[i].begin(), i)) continue;
       out_.Add(program, line, line.parsed.KeywordColumn, RuleId::BusyLoop,

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "check/topics.h"
+#include "commands/command_rows.h"
 #include "drvlib.h"
 #include "numbers.h"
 #include "toml/words.h"
@@ -102,6 +103,11 @@ class LineRules {
     out_.Add(inProgram_, ofLine_, byte, rule, message);
   }
 
+  rack::Parameter ParameterKind() const { return rack::RowOf(parsed_.CmdIdx).parameter; }
+  bool IsPause() const { return ParameterKind() == rack::Parameter::Millis; }
+
+  bool IsDelay() const { return rack::RowOf(parsed_.CmdIdx).waitsFor == rack::WaitsFor::Pause; }
+
   void CheckPiece() {
     const std::string taken =
         ofLine_.IsCommand() ? "executes this piece as the command " + std::string(SYNXCMD[parsed_.CmdIdx])
@@ -141,7 +147,8 @@ class LineRules {
       case LINEFAULT::KeywordNul:
         return Add(parsed_.FaultColumn, RuleId::NoAction,
                    "NUL is no command to execute: the controller skips the line");
-      default:
+      case LINEFAULT::None:
+      case LINEFAULT::Empty:
         return;
     }
   }
@@ -180,7 +187,7 @@ class LineRules {
 
   // The slot index of a command of one word is the number its text begins with; only the pauses use it.
   void CheckNumbers() {
-    if (parsed_.CmdIdx != SYN_FL) CheckNumber(parsed_.SlotIdx);
+    if (ParameterKind() != rack::Parameter::Block) CheckNumber(parsed_.SlotIdx);
     CheckNumber(parsed_.ChIdx);
   }
 
@@ -188,14 +195,13 @@ class LineRules {
     if (!number.Given || number.Column < 0) return;
     const std::string text(number.Text);
     CheckNumberText(inProgram_, ofLine_, number.Column, text, &out_);
-    const bool isPause = parsed_.CmdIdx == SYN_DLY || parsed_.CmdIdx == SYN_G_ST;
-    if (isPause || ToWideNumber(text.c_str()) == number.Value) return;
+    if (IsPause() || ToWideNumber(text.c_str()) == number.Value) return;
     Add(number.Column, RuleId::ValueCut,
         Quoted(text) + " does not fit 32 bits: the controller takes it for " + std::to_string(number.Value));
   }
 
   void CheckPause() {
-    if (parsed_.CmdIdx != SYN_DLY && parsed_.CmdIdx != SYN_G_ST) return;
+    if (!IsPause()) return;
     const std::string text(parsed_.Param);
     const long long pause = ToWideNumber(text.c_str());
     const std::string keyword = SYNXCMD[parsed_.CmdIdx];
@@ -205,12 +211,12 @@ class LineRules {
                      std::to_string(parsed_.SlotIdx.Value) + "; milliseconds were probably not meant");
     }
     if (pause < 0) {
-      const char* effect = parsed_.CmdIdx == SYN_DLY ? "pauses 0 ms" : "leaves the pause as it is";
+      const char* effect = IsDelay() ? "pauses 0 ms" : "leaves the pause as it is";
       return Add(parsed_.ParamColumn, RuleId::PauseRange,
                  keyword + " with a negative number: the controller " + effect + "; did you mean \"" +
                      std::to_string(-pause) + "\"?");
     }
-    if (parsed_.CmdIdx == SYN_DLY && pause >= 1000) {
+    if (IsDelay() && pause >= 1000) {
       Add(parsed_.ParamColumn, RuleId::LongDelay,
           "a pause of " + std::to_string(pause) +
               " ms: the task sees no key meanwhile; wait for an input or loop over short pauses");
@@ -225,9 +231,11 @@ class LineRules {
       case PARSEFORM::OneWord:
       case PARSEFORM::OneNumber:
         return 1;
-      default:
+      case PARSEFORM::Channel:
+      case PARSEFORM::ThreeFields:
         return 3;
     }
+    return 3;
   }
 
   void CheckLostText() {
@@ -244,8 +252,7 @@ class LineRules {
     const std::string arguments = PieceOf(code, 1, ':').value_or("");
     const char* limit = taken == 1 ? "the first field" : "the third field";
     CheckLostPiece(arguments, taken, ',', PieceColumn(code, 1, ':'), limit);
-    const bool ignoresParam =
-        parsed_.CmdIdx == SYN_LDG || parsed_.CmdIdx == SYN_LMOT || parsed_.CmdIdx == SYN_ROCLR;
+    const bool ignoresParam = ParameterKind() == rack::Parameter::Unlooked;
     if (ignoresParam && !parsed_.Param.empty() && parsed_.SlotIdx.Column >= 0) {
       Add(parsed_.ParamColumn, RuleId::LostText,
           std::string(SYNXCMD[parsed_.CmdIdx]) + " takes no parameter: the controller does not look at " +

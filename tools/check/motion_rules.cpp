@@ -4,6 +4,7 @@
 
 #include "check/flow.h"
 #include "check/topics.h"
+#include "commands/command_rows.h"
 
 namespace check {
 
@@ -34,7 +35,8 @@ struct BlockEffect {
 };
 
 bool IsMotorWait(SYNXIDX command) {
-  return command == SYN_LMOT || command == SYN_ROW;
+  const rack::WaitsFor waitsFor = rack::RowOf(command).waitsFor;
+  return waitsFor == rack::WaitsFor::MotorEnd || waitsFor == rack::WaitsFor::Count;
 }
 
 class MotionRules {
@@ -73,16 +75,16 @@ class MotionRules {
 
   // The channel that the card really takes; nothing when it takes none. Without a known card the written one.
   std::optional<int> Channel(const Line& line) const {
-    const CardType* card = tree_.CardOf(line.parsed.SlotIdx.Value);
+    const rack::CardCommands* card = tree_.CardOf(line.parsed.SlotIdx.Value);
     if (card == nullptr) return line.parsed.ChIdx.Value;
-    const CardCommand* command = card->Find(line.parsed.CmdIdx);
-    const int channel = command == nullptr ? -1 : ReachedChannel(*command, line.parsed.ChIdx.Value);
+    const rack::CardCommand* command = card->Find(line.parsed.CmdIdx);
+    const int channel = command == nullptr ? -1 : card->Reached(*command, line.parsed.ChIdx.Value);
     return channel < 0 ? std::nullopt : std::optional(channel);
   }
 
   MotionState After(MotionState state, const Program& program, const Line& line) {
     const EXPLAINEDLINE& parsed = line.parsed;
-    if (parsed.CmdIdx == SYN_FL || parsed.CmdIdx == SYN_IF) return AfterCall(state, line);
+    if (rack::RowOf(parsed.CmdIdx).goesOn == rack::GoesOn::Block) return AfterCall(state, line);
     const bool moves = parsed.CmdIdx == SYN_MOT;
     const bool waits = IsMotorWait(parsed.CmdIdx);
     const std::optional<int> channel = moves || waits ? Channel(line) : std::nullopt;
@@ -148,9 +150,9 @@ class MotionRules {
 
   void CheckSelection(const Program& program, const Line& line, int channel, const MotionState& before) {
     const EXPLAINEDLINE& parsed = line.parsed;
-    const CardType* card = tree_.CardOf(parsed.SlotIdx.Value);
+    const rack::CardCommands* card = tree_.CardOf(parsed.SlotIdx.Value);
     const auto selected = before.selected.find(parsed.SlotIdx.Value);
-    if (card == nullptr || !card->channelOfLastSelection || selected == before.selected.end()) return;
+    if (card == nullptr || !card->asksLastSelected || selected == before.selected.end()) return;
     for (const int other : selected->second) {
       if (other == channel) continue;
       return out_.Add(

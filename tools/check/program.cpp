@@ -6,6 +6,7 @@
 #include <sstream>
 #include <system_error>
 
+#include "commands/command_rows.h"
 #include "drvlib.h"
 #include "numbers.h"
 #include "public.h"
@@ -138,8 +139,8 @@ const Program* Task::Find(const std::string& name) const {
   return found == programs.end() ? nullptr : &found->second;
 }
 
-const CardType* ProgramTree::CardOf(int slotIdx) const {
-  if (slotIdx == 0) return &CardTypeOf(rack::CardKind::Cpu);
+const rack::CardCommands* ProgramTree::CardOf(int slotIdx) const {
+  if (slotIdx == 0) return &rack::CommandsOf(rack::CardKind::Cpu);
   if (!rack || slotIdx < 0 || slotIdx >= static_cast<int>(rack->entries.size())) return nullptr;
   return rack->entries[static_cast<size_t>(slotIdx)];
 }
@@ -171,8 +172,9 @@ int TaskNumber(const std::string& name) {
 
 std::vector<BlockName> CalledBlocks(const Line& line) {
   const EXPLAINEDLINE& parsed = line.parsed;
-  if (parsed.CmdIdx == SYN_FL) return {{std::string(parsed.Param), parsed.ParamColumn}};
-  if (parsed.CmdIdx != SYN_IF) return {};
+  const rack::Parameter parameter = rack::RowOf(parsed.CmdIdx).parameter;
+  if (parameter == rack::Parameter::Block) return {{std::string(parsed.Param), parsed.ParamColumn}};
+  if (parameter != rack::Parameter::Condition) return {};
   const std::string condition(parsed.Param);
   std::vector<BlockName> blocks;
   for (const int branch : {1, 2}) {

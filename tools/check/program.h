@@ -64,7 +64,7 @@ struct ProgramTree {
   std::vector<Task> tasks;
 
   // The card of a slot index; null when it is not known.
-  const CardType* CardOf(int slotIdx) const;
+  const rack::CardCommands* CardOf(int slotIdx) const;
 };
 
 ProgramTree LoadTree(const std::filesystem::path& directory, const std::optional<RackShape>& rack);

@@ -17,7 +17,7 @@ std::optional<RackShape> ReadRackShape(const std::string& path, std::string* err
   shape.tasks = setup->cards[0].cpu.taskCount;
   for (std::uint32_t entry = 0; entry < setup->image.entryCount; ++entry) {
     const rack::CardKind kind = setup->cards[setup->image.entrySlot[entry]].kind;
-    shape.entries.push_back(&CardTypeOf(kind));
+    shape.entries.push_back(&rack::CommandsOf(kind));
   }
   return shape;
 }

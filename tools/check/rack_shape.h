@@ -5,12 +5,12 @@
 #include <string>
 #include <vector>
 
-#include "check/card_types.h"
+#include "machine/card_commands.h"
 
 namespace check {
 
 struct RackShape {
-  std::vector<const CardType*> entries;
+  std::vector<const rack::CardCommands*> entries;
   int tasks = 0;  // 0: not known
 };
 

@@ -161,9 +161,10 @@ std::string Render(const std::vector<Finding>& findings, Format format, bool col
       return Dump(SarifDocument(findings));
     case Format::Json:
       return Dump(JsonDocument(findings));
-    default:
-      return RenderLines(findings, colours) + Summary(findings);
+    case Format::Text:
+      break;
   }
+  return RenderLines(findings, colours) + Summary(findings);
 }
 
 }  // namespace check

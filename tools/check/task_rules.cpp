@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "check/topics.h"
+#include "commands/command_rows.h"
 #include "drvlib.h"
 #include "public.h"
 
@@ -60,13 +61,13 @@ using Output = std::pair<int, int>;  // slot index and channel
 
 // The output that a line really writes; nothing when it writes none.
 std::optional<Output> WrittenOutput(const ProgramTree& tree, const Line& line) {
-  if (line.parsed.CmdIdx != SYN_OUT) return std::nullopt;
+  if (rack::RowOf(line.parsed.CmdIdx).parameter != rack::Parameter::OnOff) return std::nullopt;
   const int slot = line.parsed.SlotIdx.Value;
-  const CardType* card = tree.CardOf(slot);
+  const rack::CardCommands* card = tree.CardOf(slot);
   if (card == nullptr) return tree.rack ? std::nullopt : std::optional(Output(slot, line.parsed.ChIdx.Value));
-  const CardCommand* command = card->Find(SYN_OUT);
+  const rack::CardCommand* command = card->Find(line.parsed.CmdIdx);
   if (command == nullptr) return std::nullopt;
-  const int channel = ReachedChannel(*command, line.parsed.ChIdx.Value);
+  const int channel = card->Reached(*command, line.parsed.ChIdx.Value);
   return channel < 0 ? std::nullopt : std::optional(Output(slot, channel));
 }
 
