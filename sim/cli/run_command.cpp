@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "cli/commands.h"
+#include "machine/card_table.h"
 #include "machine/launch.h"
 #include "machine/machine.h"
 #include "machine/standstill.h"
@@ -43,15 +44,24 @@ bool IsOver(const RackState& state) {
          PassedTime(setup, state.powerOn, MonotonicNow()) >= setup.endAt;
 }
 
+void Tell(const std::vector<std::string>& differences) {
+  for (const std::string& difference : differences) {
+    std::fprintf(stderr, "velmo-rack: %s\n", difference.c_str());
+  }
+}
+
 int RunUntilEnd(const Launch& launch, const RackState& state, bool once) {
+  CardTableWatch cards(state);
   for (;;) {
     const std::uint32_t restarts = state.live.controller.restarts;
     const AttachWatch attach(state);
     StandstillWatch standstill(state);
     const RunEnd end = RunController(launch, [&] {
+      Tell(cards());
       const std::string wrong = attach();
       return wrong.empty() ? standstill() : wrong;
     });
+    Tell(cards());
     if (end.over) return kDone;
     if (!end.error.empty()) return Complain(kFailed, end.error);
     if (end.stopSignal == 0 && !attach.Attached()) {

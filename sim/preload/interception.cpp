@@ -167,11 +167,11 @@ void Sync() {
   if (Session* session = OwnSession()) session->Synced();
 }
 
-void NoteConsole(ssize_t written) {
+void NoteConsole(const void* text, ssize_t written) {
   const int reason = errno;
   const auto count = static_cast<std::size_t>(written > 0 ? written : 0);
   Session* session = OwnSession();
-  if (session != nullptr && count != 0) session->ConsoleWritten(count);
+  if (session != nullptr && count != 0) session->ConsoleWritten(static_cast<const char*>(text), count);
   CurrentTime().ConsoleEnds(count);
   errno = reason;
 }
@@ -257,7 +257,7 @@ ssize_t write(int descriptor, const void* buffer, size_t count) {
   if (descriptor != STDOUT_FILENO) return next(descriptor, buffer, count);
   rack::CurrentTime().ConsoleBegins();
   const ssize_t written = next(descriptor, buffer, count);
-  rack::NoteConsole(written);
+  rack::NoteConsole(buffer, written);
   return written;
 }
 

@@ -3,8 +3,10 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <mutex>
 
 #include "preload/time_source.h"
@@ -86,6 +88,7 @@ int Session::Read(std::uint8_t port) {
     ThisTask = origin.task = kKeypadTask;
   }
   const int value = rack_->ReadPort(port, Now(), origin);
+  if (origin.task == kMainThread) NoteProbe(value);
   NoteAccess(port);
   return value;
 }
@@ -105,6 +108,51 @@ void Session::NoteAccess(std::uint8_t port) {
   task.lastAccess = live.now;
   task.lastSlot = static_cast<std::uint8_t>(live.selectedSlot);
   task.lastPort = port;
+}
+
+// The scan's first read from a slot asks for the card's type.
+void Session::NoteProbe(int value) {
+  RackLive& live = state_.State()->live;
+  if (live.scan.over.load(std::memory_order_relaxed) != 0 || live.selectedSlot >= kSlots) return;
+  ScannedSlot& slot = live.scan.slots[live.selectedSlot];
+  if (slot.probe != Probe::None) return;
+  const LiveChange change(live);
+  const bool pulled =
+      std::any_of(std::begin(live.faults), std::end(live.faults), [&](const FaultRecord& fault) {
+        return fault.kind == FaultKind::CardPulled && fault.slot == live.selectedSlot;
+      });
+  slot.code = static_cast<std::uint8_t>(value);
+  slot.probe = value < 0 || pulled ? Probe::Unreadable : Probe::Read;
+}
+
+// The controller prints the cards that its scan has found one behind the other, a line each.
+void Session::ReadCardList(const char* text, std::size_t count) {
+  constexpr std::size_t kLongest = 200;
+  ScanRecord& scan = state_.State()->live.scan;
+  for (std::size_t i = 0; i < count && scan.over.load(std::memory_order_relaxed) == 0; ++i) {
+    if (text[i] == '\n') {
+      NoteListed(mainLine_.c_str());
+      mainLine_.clear();
+    } else if (mainLine_.size() < kLongest) {
+      mainLine_ += text[i];
+    }
+  }
+}
+
+void Session::NoteListed(const char* line) {
+  RackLive& live = state_.State()->live;
+  const LiveChange change(live);
+  unsigned code = 0;
+  unsigned slot = 0;
+  if (std::sscanf(line, "CardID: 0x%x SlotID: %u Type:", &code, &slot) == 2) {
+    if (slot >= kSlots) return;
+    live.scan.slots[slot].listed = 1;
+    live.scan.slots[slot].listedCode = static_cast<std::uint8_t>(code);
+    return;
+  }
+  // Entry 0 is always in the list: the line behind the last one ends it.
+  if (live.scan.slots[0].listed != 0)
+    live.scan.over.store(live.controller.attaches, std::memory_order_release);
 }
 
 void Session::Attach() {
@@ -127,6 +175,9 @@ void Session::NoteController() {
   controller.attachedAt = live.now;
   ++controller.attaches;
   std::memset(live.tasks, 0, sizeof live.tasks);
+  live.scan.over.store(0, std::memory_order_relaxed);
+  std::memset(live.scan.slots, 0, sizeof live.scan.slots);
+  mainLine_.clear();
 }
 
 void Session::DeviceTried(bool opened) {
@@ -268,10 +319,12 @@ bool Session::NoteEnd(OpenProgram& program) {
   return true;
 }
 
-void Session::ConsoleWritten(std::size_t count) {
+void Session::ConsoleWritten(const char* text, std::size_t count) {
   const std::lock_guard<OwnMutex> lock(guard_);
   rack_->AdvanceTo(Now());
-  rack_->Note(JournalKind::ConsoleText, 0, 0, static_cast<std::int32_t>(count), Caller());
+  const Origin caller = Caller();
+  rack_->Note(JournalKind::ConsoleText, 0, 0, static_cast<std::int32_t>(count), caller);
+  if (caller.task == kMainThread) ReadCardList(text, count);
 }
 
 void Session::Synced() {

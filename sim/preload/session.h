@@ -42,8 +42,8 @@ class Session final : public BusTarget {
   // fgets, called from this place in the code, has read a line, or found the end of the file (line null).
   void LineRead(FILE* stream, const void* caller, const char* line);
 
-  // So many bytes went to standard output.
-  void ConsoleWritten(std::size_t count);
+  // These bytes went to standard output.
+  void ConsoleWritten(const char* text, std::size_t count);
 
   void Synced();
   // Whether the restart call is to fail; otherwise the caller ends the process.
@@ -73,12 +73,16 @@ class Session final : public BusTarget {
   bool NoteLine(OpenProgram& program, const void* caller, const char* text);
   bool NoteEnd(OpenProgram& program);
   void NoteAccess(std::uint8_t port);
+  void NoteProbe(int value);
+  void ReadCardList(const char* text, std::size_t count);
+  void NoteListed(const char* line);
 
   OwnMutex guard_;
   StateFile state_;
   std::unique_ptr<Rack> rack_;
   std::string home_;  // folder of the run, without a slash at its end
   OpenProgram programs_[64]{};
+  std::string mainLine_;  // what the main thread has written of a line so far
 };
 
 }  // namespace rack

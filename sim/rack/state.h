@@ -132,6 +132,26 @@ struct ControllerRecord {
 };
 static_assert(sizeof(ControllerRecord) == 40);
 
+// What the controller's scan of this start made of the slots.
+enum class Probe : std::uint8_t {
+  None = 0,
+  Read,
+  Unreadable  // the card was pulled, or the read failed
+};
+struct ScannedSlot {
+  Probe probe;
+  std::uint8_t code;    // what the probe has read
+  std::uint8_t listed;  // 1: in the list that the controller has printed
+  std::uint8_t listedCode;
+};
+struct ScanRecord {
+  // Number of the start (ControllerRecord::attaches) whose list is complete: what follows then stays as it is
+  // until the next start. 0 before.
+  std::atomic<std::uint32_t> over;
+  ScannedSlot slots[kSlots];
+};
+static_assert(sizeof(ScanRecord) == 4 + 4 * kSlots);
+
 struct RackLive {
   std::atomic<std::uint32_t> change;  // odd while the controller's side is changing what follows
   std::uint32_t selectedSlot;
@@ -139,6 +159,7 @@ struct RackLive {
   ControllerRecord controller;
   KeyState keys;
   InputLevels inputs[kSlots];
+  ScanRecord scan;
   std::uint32_t reserved;
   FaultRecord faults[kMaxFaults];
   CardState cards[kSlots];  // by slot
@@ -149,11 +170,11 @@ struct RackLive {
 static_assert(offsetof(RackLive, controller) == 16);
 static_assert(offsetof(RackLive, keys) == 56);
 static_assert(offsetof(RackLive, inputs) == 104);
-static_assert(offsetof(RackLive, faults) == 264);
-static_assert(offsetof(RackLive, cards) == 264 + 24 * kMaxFaults);
+static_assert(offsetof(RackLive, faults) == 320);
+static_assert(offsetof(RackLive, cards) == 320 + 24 * kMaxFaults);
 
 constexpr char kStateMagic[8] = {'V', 'e', 'l', 'm', 'o', 'R', 'c', 'k'};
-constexpr std::uint32_t kStateVersion = 2;
+constexpr std::uint32_t kStateVersion = 3;
 
 struct RackState {
   char magic[8];

@@ -15,6 +15,7 @@
 #include <optional>
 #include <thread>
 
+#include "machine/card_table.h"
 #include "machine/launch.h"
 #include "machine/machine.h"
 #include "machine/standstill.h"
@@ -198,6 +199,7 @@ class Run {
   std::optional<ControllerThread> controller_;
   std::unique_ptr<Judge> judge_;
   std::unique_ptr<JournalReader> journal_;
+  std::optional<CardTableWatch> cards_;
   std::ofstream recording_;
   std::unique_ptr<Waveform> waveform_;
   std::ifstream console_;
@@ -227,6 +229,7 @@ std::string Run::Prepare(const RunPlaces& places) {
   const Snapshot start = Look();
   waveform_ = std::make_unique<Waveform>(recording_, start);
   waveform_->Begin({}, 0);
+  cards_.emplace(State());
   journal_ = std::make_unique<JournalReader>(State().journal, JournalReader::Start::Oldest);
   judge_ = std::make_unique<Judge>(scenario_, start, [this](std::uint32_t number) -> std::string {
     return number == 0 || number > kMaxProgramFiles ? "" : State().live.programFiles[number - 1];
@@ -346,6 +349,8 @@ void Run::Drive(RunReport& report) {
     ReadJournal();
     now = runs ? next : State().live.now;
     judge_->Reach(now);
+    const std::vector<std::string> differences = (*cards_)();
+    if (!differences.empty()) error_ = differences.front();
     if (lost_ != 0) error_ = "the journal was too short: " + std::to_string(lost_) + " records lost";
     if (runs) DoDueEvents(now);
     if (why == "the end" || !judge_->Decided()) continue;

@@ -104,10 +104,10 @@ TEST(StateFileTest, OutlivesItsProcessAndRefusesOtherFiles) {
 TEST(StateFileTest, LayoutIsTheSameForEveryProcess) {
   EXPECT_EQ(sizeof(rack::RackImage), 25112U);
   EXPECT_EQ(offsetof(rack::RackState, live), 25136U);
-  EXPECT_EQ(offsetof(rack::RackLive, cards), 1032U);
-  EXPECT_EQ(offsetof(rack::RackLive, plant), 10392U);
-  EXPECT_EQ(offsetof(rack::RackLive, tasks), 15064U);
-  EXPECT_EQ(offsetof(rack::RackLive, programFiles), 28104U);
+  EXPECT_EQ(offsetof(rack::RackLive, cards), 1088U);
+  EXPECT_EQ(offsetof(rack::RackLive, plant), 10448U);
+  EXPECT_EQ(offsetof(rack::RackLive, tasks), 15120U);
+  EXPECT_EQ(offsetof(rack::RackLive, programFiles), 28160U);
   EXPECT_EQ(sizeof(rack::JournalRing), 8388616U);
 }
 
