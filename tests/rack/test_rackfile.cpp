@@ -118,4 +118,13 @@ TEST(RackFileTest, BadTomlIsOneErrorWithItsPlace) {
   EXPECT_EQ(ErrorsOf("[rack]\ntask_count 3\n"), "rack.toml:2:1: missing key-value separator `=`\n");
 }
 
+TEST(RackFileTest, WhatIsNoFileSaysWhy) {
+  const auto setup = std::make_unique<rack::RackSetup>();
+  std::vector<std::string> errors;
+  EXPECT_FALSE(rack::ReadRackFile("/", *setup, errors));
+  EXPECT_FALSE(rack::ReadRackFile("/none/rack.toml", *setup, errors));
+  EXPECT_EQ(errors,
+            (std::vector<std::string>{"/: Is a directory", "/none/rack.toml: No such file or directory"}));
+}
+
 }  // namespace
