@@ -4,7 +4,7 @@
 #include "cli/commands.h"
 #include "machine/faults.h"
 #include "machine/machine.h"
-#include "toml/words.h"
+#include "toml/times.h"
 
 namespace rack::cli {
 
@@ -40,11 +40,11 @@ int Fault(const FaultOptions& options) {
   if (!choice.error.empty()) return Complain(kWrongUse, choice.error);
   request = choice.request;
   if (!options.duration.empty()) {
-    const std::optional<long long> millis = DurationMillis(options.duration);
-    if (!millis || *millis == 0) {
+    const std::optional<Nanos> time = CommandTime(options.duration);
+    if (!time || *time == 0) {
       return Complain(kWrongUse, "\"" + options.duration + "\" is no time: such as 500ms, 2s or 1min");
     }
-    request.duration = *millis * kMillisecond;
+    request.duration = *time;
   }
   return Send(machine, request);
 }

@@ -1,7 +1,7 @@
 #include "cli/follow.h"
 
 #include "cli/stop_signals.h"
-#include "toml/words.h"
+#include "toml/times.h"
 
 namespace rack::cli {
 
@@ -16,11 +16,11 @@ FollowSummary Follow(Machine& machine, JournalReader& reader, const FollowOption
                      const std::function<void(std::uint64_t)>& lost) {
   FollowSummary summary;
   const StopSignals stop;
-  const Nanos limit = MonotonicNow() + options.forMillis * kMillisecond;
+  const Nanos limit = MonotonicNow() + options.lasts;
   for (;;) {
     // Asked before the journal is read to its end: what a run that has ended left behind is still handed on.
     const bool last = options.once || !machine.Running() || machine.Replaced() ||
-                      (options.forMillis >= 0 && MonotonicNow() >= limit);
+                      (options.lasts >= 0 && MonotonicNow() >= limit);
     JournalRecord next{};
     std::uint64_t missed = 0;
     const auto tellLost = [&] {
@@ -45,12 +45,12 @@ std::string SummaryText(const FollowSummary& summary) {
 
 bool ParseLimit(const std::string& text, FollowOptions& options, std::string& error) {
   if (text.empty()) return true;
-  const std::optional<long long> millis = DurationMillis(text);
-  if (!millis) {
+  const std::optional<Nanos> time = CommandTime(text);
+  if (!time) {
     error = "\"" + text + "\" is no time: such as 500ms, 2s or 1min";
     return false;
   }
-  options.forMillis = *millis;
+  options.lasts = *time;
   return true;
 }
 

@@ -9,8 +9,8 @@
 namespace rack::cli {
 
 struct FollowOptions {
-  bool once = false;         // end when all is handed on that happened so far
-  long long forMillis = -1;  // end after this time; negative: when the run ends or this process is told to
+  bool once = false;  // end when all is handed on that happened so far
+  Nanos lasts = -1;   // end after this time; negative: when the run ends or this process is told to
 };
 
 struct FollowSummary {

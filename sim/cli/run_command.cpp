@@ -14,7 +14,7 @@
 #include "machine/supervise.h"
 #include "machine/time_words.h"
 #include "rackfile/rackfile.h"
-#include "toml/words.h"
+#include "toml/times.h"
 
 namespace rack::cli {
 
@@ -27,9 +27,9 @@ std::string ChooseTime(const RunOptions& options, TimeSetup& setup, TimeCommand&
   setup.seed = options.seed;
   setup.startStopped = options.stopped ? 1 : 0;
   if (!options.duration.empty()) {
-    const std::optional<long long> millis = DurationMillis(options.duration);
-    if (!millis || *millis == 0) return "\"" + options.duration + "\" is no time: such as 500ms, 2s or 60min";
-    setup.endAt = *millis * kMillisecond;
+    const std::optional<Nanos> time = CommandTime(options.duration);
+    if (!time || *time == 0) return "\"" + options.duration + "\" is no time: such as 500ms, 2s or 60min";
+    setup.endAt = *time;
   }
   const bool controlled = options.stopped || options.seed != 0 || !options.until.empty();
   if (controlled && setup.mode != TimeMode::Virtual)

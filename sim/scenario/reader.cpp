@@ -1,10 +1,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <sstream>
 
 #include "machine/faults.h"
@@ -13,7 +10,8 @@
 #include "machine/signals.h"
 #include "rackfile/rackfile.h"
 #include "scenario/scenario.h"
-#include "toml/toml_error.h"
+#include "toml/times.h"
+#include "toml/toml_reader.h"
 #include "toml/words.h"
 
 namespace rack::scenario {
@@ -24,7 +22,6 @@ using Value = toml::value;
 
 constexpr Nanos kUsualLimit = 60 * kSecond;
 constexpr Nanos kUsualHold = 200 * kMillisecond;
-constexpr const char* kTimeForm = "wants a time such as \"300 ms\", \"1.5 s\" or \"20 min\"";
 
 const std::vector<std::string> kTopWords = {"machine", "rack",  "tasks",  "seed",
                                             "limit",   "event", "expect", "end"};
@@ -43,24 +40,6 @@ const Sorts kDemands = {{"that", {"by", "at", "after", "nth", "within"}},
                         {"then", {"first"}}};
 const std::vector<std::string> kEndWords = {"wait", "hold"};
 
-std::string Quoted(const std::string& text) {
-  return "\"" + text + "\"";
-}
-
-const Value* Get(const Value& owner, const std::string& word) {
-  const toml::table& table = owner.as_table();
-  const auto found = table.find(word);
-  return found == table.end() ? nullptr : &found->second;
-}
-
-bool ReadFile(const std::string& path, std::string& text) {
-  std::ifstream file(path, std::ios::binary);
-  struct stat status = {};
-  if (!file || stat(path.c_str(), &status) != 0 || S_ISDIR(status.st_mode)) return false;
-  text.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-  return !file.bad();
-}
-
 std::string FolderOf(const std::string& path) {
   const std::size_t slash = path.rfind('/');
   return slash == std::string::npos ? "." : path.substr(0, slash);
@@ -75,31 +54,13 @@ bool IsInside(const std::string& path) {
   return !path.empty() && path[0] != '/' && path.find("..") == std::string::npos;
 }
 
-// One reading of one scenario. Every finding goes into the list and the reading goes on.
-class Reader {
+class Reader : public TomlReader {
  public:
-  Reader(Scenario& scenario, std::vector<std::string>& errors) : scenario_(scenario), errors_(errors) {}
-
-  void Read(const Value& root);
+  Reader(Scenario& scenario, std::vector<std::string>& errors)
+      : TomlReader(scenario.path, errors), scenario_(scenario) {}
 
  private:
-  struct Finding {
-    std::size_t line;
-    std::size_t column;
-    std::string message;
-  };
-
-  void Fail(const Value& value, const std::string& message) {
-    const toml::source_location place = value.location();
-    findings_.push_back({place.line(), place.column(), message});
-  }
-  void Report();
-  void CheckWords(const Value& owner, std::vector<std::string> known);
-  bool Text(const Value& owner, const char* word, std::string& text);
-  Nanos Time(const Value& owner, const char* word, Nanos absent);
-  int Number(const Value& owner, const char* word, int low, int high, int absent);
-  std::vector<const Value*> Tables(const Value& root, const char* word);
-  bool OneOf(const Value& owner, const std::vector<std::string>& words, std::string& given);
+  void ReadRoot(const Value& root) override;
   bool SortOf(const Value& owner, const Sorts& sorts, const std::vector<std::string>& always,
               std::string& sort);
   void CheckTime(const Value& table, const char* word, Nanos time);
@@ -123,92 +84,9 @@ class Reader {
   std::string AfterText(const Moment& moment) const;
 
   Scenario& scenario_;
-  std::vector<std::string>& errors_;
-  std::vector<Finding> findings_;
   std::vector<std::string> names_;  // of events
   Snapshot machine_;
 };
-
-// Tables are read in no particular order; people read from top to bottom.
-void Reader::Report() {
-  std::stable_sort(findings_.begin(), findings_.end(), [](const Finding& a, const Finding& b) {
-    return std::pair(a.line, a.column) < std::pair(b.line, b.column);
-  });
-  for (const Finding& finding : findings_) {
-    errors_.push_back(scenario_.path + ":" + std::to_string(finding.line) + ":" +
-                      std::to_string(finding.column) + ": " + finding.message);
-  }
-}
-
-void Reader::CheckWords(const Value& owner, std::vector<std::string> known) {
-  for (const auto& [word, value] : owner.as_table()) {
-    if (std::find(known.begin(), known.end(), word) != known.end()) continue;
-    const std::string near = Nearest(word, known);
-    Fail(value,
-         "unknown word " + Quoted(word) + "; " +
-             (near.empty() ? "known here: " + Join(known, ", ") : "did you mean " + Quoted(near) + "?"));
-  }
-}
-
-bool Reader::Text(const Value& owner, const char* word, std::string& text) {
-  const Value* value = Get(owner, word);
-  if (value == nullptr) return false;
-  if (value->is_string()) {
-    text = value->as_string().str;
-    return true;
-  }
-  Fail(*value, Quoted(word) + " wants a text in quotes");
-  return false;
-}
-
-Nanos Reader::Time(const Value& owner, const char* word, Nanos absent) {
-  const Value* value = Get(owner, word);
-  if (value == nullptr) return absent;
-  std::string text = value->is_string() ? value->as_string().str : "";
-  const bool united = !text.empty() && text.find_first_not_of("0123456789. ") != std::string::npos;
-  text.erase(std::remove(text.begin(), text.end(), ' '), text.end());
-  const std::optional<long long> millis = united ? DurationMillis(text) : std::nullopt;
-  if (millis) return *millis * kMillisecond;
-  Fail(*value, Quoted(word) + " " + kTimeForm);
-  return absent;
-}
-
-int Reader::Number(const Value& owner, const char* word, int low, int high, int absent) {
-  const Value* value = Get(owner, word);
-  if (value == nullptr) return absent;
-  if (value->is_integer() && value->as_integer() >= low && value->as_integer() <= high) {
-    return static_cast<int>(value->as_integer());
-  }
-  Fail(*value,
-       Quoted(word) + " wants a whole number from " + std::to_string(low) + " to " + std::to_string(high));
-  return absent;
-}
-
-std::vector<const Value*> Reader::Tables(const Value& root, const char* word) {
-  std::vector<const Value*> tables;
-  const Value* list = Get(root, word);
-  if (list == nullptr) return tables;
-  const bool right = list->is_array() && std::all_of(list->as_array().begin(), list->as_array().end(),
-                                                     [](const Value& row) { return row.is_table(); });
-  if (!right) {
-    Fail(*list, Quoted(word) + " is written as [[" + word + "]]");
-    return tables;
-  }
-  for (const Value& row : list->as_array()) tables.push_back(&row);
-  return tables;
-}
-
-bool Reader::OneOf(const Value& owner, const std::vector<std::string>& words, std::string& given) {
-  int count = 0;
-  for (const std::string& word : words) {
-    if (Get(owner, word) == nullptr) continue;
-    given = word;
-    ++count;
-  }
-  if (count == 1) return true;
-  Fail(owner, "exactly one of " + Join(words, ", ") + " is wanted here");
-  return false;
-}
 
 // Which of the sorts a table is, with all its words checked: unknown ones, and those that go with another sort.
 bool Reader::SortOf(const Value& owner, const Sorts& sorts, const std::vector<std::string>& always,
@@ -223,7 +101,7 @@ bool Reader::SortOf(const Value& owner, const Sorts& sorts, const std::vector<st
       if (std::find(known.begin(), known.end(), word) == known.end()) known.push_back(word);
     }
   }
-  CheckWords(owner, known);
+  CheckWords(owner.as_table(), known);
   if (!OneOf(owner, words, sort)) return false;
   fitting.push_back(sort);
   for (const Sort& row : sorts) {
@@ -234,7 +112,7 @@ bool Reader::SortOf(const Value& owner, const Sorts& sorts, const std::vector<st
   };
   for (const auto& [word, value] : owner.as_table()) {
     if (!has(known, word) || has(fitting, word)) continue;
-    Fail(value, Quoted(word) + " does not go with " + Quoted(sort));
+    Fail(value, InQuotes(word) + " does not go with " + InQuotes(sort));
   }
   return true;
 }
@@ -260,10 +138,7 @@ bool Reader::ReadMachine(const Value& root) {
   std::string rackFile = "rack.toml";
   Text(root, "rack", rackFile);
   const auto setup = std::make_shared<RackSetup>();
-  std::vector<std::string> findings;
-  const bool read = ReadRackFile(Below(scenario_.machine, rackFile), *setup, findings);
-  errors_.insert(errors_.end(), findings.begin(), findings.end());
-  if (!read) return false;
+  if (!ReadRackFile(Below(scenario_.machine, rackFile), *setup, Errors())) return false;
   scenario_.setup = setup;
   const auto state = std::make_unique<RackState>();
   PowerOn(*state, *setup, 0);
@@ -276,18 +151,16 @@ void Reader::ReadEventNames(const Value& root) {
     std::string name;
     if (!Text(*table, "name", name)) continue;
     if (std::find(names_.begin(), names_.end(), name) != names_.end()) {
-      Fail(*Get(*table, "name"), "another event is called " + Quoted(name));
+      Fail(*Get(*table, "name"), "another event is called " + InQuotes(name));
     }
     names_.push_back(name);
   }
 }
 
 int Reader::Happens(const Value& value) {
-  if (!value.is_string()) {
-    Fail(value, "a text in quotes is wanted here");
-    return 0;
-  }
-  HappeningChoice choice = ParseHappening(value.as_string().str, machine_, names_);
+  std::string text;
+  if (!Text(value, text)) return 0;
+  HappeningChoice choice = ParseHappening(text, machine_, names_);
   if (!choice.error.empty()) {
     Fail(value, choice.error);
     // Counts as a state from here on: one finding is enough.
@@ -304,7 +177,7 @@ bool Reader::ReadAfter(const Value& table, Moment& moment) {
     return false;
   }
   moment.after = Happens(*after);
-  moment.nth = Number(table, "nth", 1, 1'000'000, 1);
+  moment.nth = Number<int>(table, "nth", 1, 1'000'000, 1);
   return true;
 }
 
@@ -334,7 +207,7 @@ void Reader::ReadAction(const Value& table, const std::string& action, Event& ev
   if (action == "datagram") {
     event.kind = ActionKind::Datagram;
     Text(table, "datagram", event.content);
-    event.text = "datagram " + Quoted(event.content);
+    event.text = "datagram " + InQuotes(event.content);
     return;
   }
   const Value* restart = Get(table, "restart");
@@ -348,7 +221,7 @@ void Reader::ReadKey(const Value& table, Event& event) {
   if (!Text(table, "key", name)) return;
   const std::optional<Key> key = FindKey(name);
   if (!key) {
-    Fail(*Get(table, "key"), "there is no key " + Quoted(name) + Suggestion(name, KeyNames()));
+    Fail(*Get(table, "key"), "there is no key " + InQuotes(name) + Suggestion(name, KeyNames()));
     return;
   }
   event.kind = ActionKind::Key;
@@ -415,7 +288,7 @@ void Reader::ReadProgram(const Value& table, Event& event) {
     Fail(program, "a program's new lines come \"from\" a file beside this one, or are its \"text\"");
     return;
   }
-  if (file && !ReadFile(Below(FolderOf(scenario_.path), from), event.content)) {
+  if (file && !ReadWholeFile(Below(FolderOf(scenario_.path), from), event.content)) {
     Fail(*Get(table, "from"), "cannot read " + Below(FolderOf(scenario_.path), from));
   }
 }
@@ -451,7 +324,7 @@ void Reader::ReadThat(const Value& table, Expectation& expectation) {
   }
   if (after) expectation.text += AfterText(expectation.from);
   if (when == "at" && !IsState(what.kind)) {
-    Fail(that, Quoted(what.text) + " happens and is over; \"at\" wants something that lasts");
+    Fail(that, InQuotes(what.text) + " happens and is over; \"at\" wants something that lasts");
   }
   expectation.demand = when == "by" ? Demand::By : when == "at" ? Demand::At : Demand::Within;
 }
@@ -496,44 +369,38 @@ void Reader::ReadOrder(const Value& table, Expectation& expectation) {
 }
 
 void Reader::ReadEnd(const Value& table) {
-  CheckWords(table, kEndWords);
+  CheckWords(table.as_table(), kEndWords);
   scenario_.endWait = Time(table, "wait", 0);
-  const Value* list = Get(table, "hold");
-  if (list == nullptr || !list->is_array()) {
-    Fail(list == nullptr ? table : *list,
-         "\"hold\" wants a list such as [\"spindle off\", \"counter parts 5\"]");
-    return;
-  }
-  for (const Value& value : list->as_array()) {
+  const Value* hold = Get(table, "hold");
+  const toml::array* list =
+      List(hold == nullptr ? table : *hold, "hold", "[\"spindle off\", \"counter parts 5\"]");
+  if (list == nullptr) return;
+  for (const Value& value : *list) {
     Expectation expectation;
     expectation.line = static_cast<int>(value.location().line());
     expectation.what = Happens(value);
     const Happening& what = scenario_.happenings[static_cast<std::size_t>(expectation.what)];
     expectation.text = "at the end " + what.text;
     if (!IsState(what.kind))
-      Fail(value, Quoted(what.text) + " happens and is over; the end wants something that lasts");
+      Fail(value, InQuotes(what.text) + " happens and is over; the end wants something that lasts");
     scenario_.expectations.push_back(expectation);
   }
 }
 
-void Reader::Read(const Value& root) {
-  CheckWords(root, kTopWords);
+void Reader::ReadRoot(const Value& root) {
+  CheckWords(root.as_table(), kTopWords);
   scenario_.limit = Time(root, "limit", kUsualLimit);
-  scenario_.seed = static_cast<unsigned>(Number(root, "seed", 0, INT32_MAX, 0));
-  const int tasks = Number(root, "tasks", 0, 99, -1);
+  scenario_.seed = Number<unsigned>(root, "seed", 0, INT32_MAX, 0);
+  const int tasks = Number<int>(root, "tasks", 0, 99, -1);
   if (tasks >= 0) scenario_.tasks = std::to_string(tasks);
-  if (ReadMachine(root)) {
-    ReadEventNames(root);
-    for (const Value* table : Tables(root, "event")) ReadEvent(*table);
-    for (const Value* table : Tables(root, "expect")) ReadExpectation(*table);
-    const Value* end = Get(root, "end");
-    if (end != nullptr && end->is_table()) ReadEnd(*end);
-    if (end != nullptr && !end->is_table()) Fail(*end, "\"end\" is written as [end]");
-    if (Get(root, "expect") == nullptr && end == nullptr) {
-      Fail(root, "nothing is expected here: write [[expect]] or [end]");
-    }
+  if (!ReadMachine(root)) return;
+  ReadEventNames(root);
+  for (const Value* table : Tables(root, "event")) ReadEvent(*table);
+  for (const Value* table : Tables(root, "expect")) ReadExpectation(*table);
+  if (const Value* end = TableOf(root, "end")) ReadEnd(*end);
+  if (Get(root, "expect") == nullptr && Get(root, "end") == nullptr) {
+    Fail(root, "nothing is expected here: write [[expect]] or [end]");
   }
-  Report();
 }
 
 std::string NameOf(const std::string& path) {
@@ -546,31 +413,7 @@ std::string NameOf(const std::string& path) {
 bool ReadScenario(const std::string& path, Scenario& scenario, std::vector<std::string>& errors) {
   scenario.path = path;
   scenario.name = NameOf(path);
-  std::string text;
-  if (!ReadFile(path, text)) {
-    errors.push_back(path + ": cannot be read");
-    return false;
-  }
-  const std::size_t before = errors.size();
-  try {
-    std::istringstream stream(text);
-    Reader(scenario, errors).Read(toml::parse(stream, path));
-  } catch (const toml::exception& error) {
-    errors.push_back(SyntaxError(path, error));
-  } catch (const std::exception& error) {
-    errors.push_back(path + ": " + error.what());
-  }
-  return errors.size() == before;
-}
-
-std::string TimeText(Nanos time) {
-  const long long millis = time / kMillisecond;
-  if (millis % 60'000 == 0 && millis != 0) return std::to_string(millis / 60'000) + " min";
-  if (millis % 1000 == 0) return std::to_string(millis / 1000) + " s";
-  if (millis < 1000) return std::to_string(millis) + " ms";
-  std::string text = std::to_string(millis / 1000) + "." + std::to_string(1000 + millis % 1000).substr(1);
-  text.erase(text.find_last_not_of('0') + 1);
-  return text + " s";
+  return Reader(scenario, errors).ReadFile();
 }
 
 }  // namespace rack::scenario

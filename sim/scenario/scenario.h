@@ -66,7 +66,4 @@ struct Scenario {
 // for each finding, "file:line:column: message".
 bool ReadScenario(const std::string& path, Scenario& scenario, std::vector<std::string>& errors);
 
-// A time as people write it: "300 ms", "1.5 s", "20 min".
-std::string TimeText(Nanos time);
-
 }  // namespace rack::scenario

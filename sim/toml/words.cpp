@@ -3,23 +3,10 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
-#include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <numeric>
 
 namespace rack {
-
-namespace {
-
-struct Unit {
-  std::string_view name;
-  double millis;
-};
-constexpr Unit kUnits[] = {{"ms", 1}, {"s", 1000}, {"min", 60000}, {"", 1000}};
-constexpr double kLongestMillis = 1e12;
-
-}  // namespace
 
 std::string Lower(std::string_view text) {
   std::string lower(text);
@@ -62,18 +49,8 @@ std::optional<int> WholeNumber(std::string_view text) {
   return value;
 }
 
-std::optional<long long> DurationMillis(std::string_view text) {
-  const std::string copy(text);
-  if (copy.empty() || std::isdigit(static_cast<unsigned char>(copy[0])) == 0) return std::nullopt;
-  char* rest = nullptr;
-  const double number = std::strtod(copy.c_str(), &rest);
-  for (const Unit& unit : kUnits) {
-    if (unit.name != rest) continue;
-    const double millis = number * unit.millis;
-    if (!(millis >= 0 && millis <= kLongestMillis)) return std::nullopt;
-    return std::llround(millis);
-  }
-  return std::nullopt;
+std::string InQuotes(const std::string& text) {
+  return "\"" + text + "\"";
 }
 
 std::string Join(const std::vector<std::string>& words, std::string_view separator) {

@@ -19,8 +19,7 @@ std::string Suggestion(std::string_view word, const std::vector<std::string>& ca
 // A whole decimal number, or nothing: no blanks, no rest, no overflow.
 std::optional<int> WholeNumber(std::string_view text);
 
-// A duration such as "500ms", "1.5s", "2min" or "3" (seconds), in milliseconds; nothing when it is none.
-std::optional<long long> DurationMillis(std::string_view text);
+std::string InQuotes(const std::string& text);
 
 // Words joined by a separator.
 std::string Join(const std::vector<std::string>& words, std::string_view separator);

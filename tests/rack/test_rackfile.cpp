@@ -22,7 +22,7 @@ task_count = 8
 settings = 7
 [slots]
 12 = { card = "servo", pulses_per_unit = 250 }
-2 = { card = "cylinder", travel_time = "1.5 s", setup_time = "20 ms", reset_time = "0 ms" }
+2 = { card = "cylinder", travel_time = "1.5 s", setup_time = "0.25 ms", reset_time = "0 ms" }
 [inputs]
 home = "0.15"
 [[axis]]
@@ -50,7 +50,7 @@ inverted = true
   EXPECT_EQ(setup->cards[0].cpu.settings, 7);
   EXPECT_EQ(setup->cards[12].servo.pulsesPerUnit, 250U);
   EXPECT_EQ(setup->cards[2].cylinder.travelTime, 1500000000);
-  EXPECT_EQ(setup->cards[2].cylinder.setupTime, 20000000);
+  EXPECT_EQ(setup->cards[2].cylinder.setupTime, 250000);
   EXPECT_EQ(setup->cards[2].cylinder.resetTime, 0);
   ASSERT_EQ(setup->plant.linkCount, 5U);
   const auto& links = setup->plant.links;
@@ -81,7 +81,11 @@ TEST(RackFileTest, EveryFindingNamesItsPlace) {
   EXPECT_EQ(ErrorsOf("[slots]\n3 = \"steper\"\n"),
             "rack.toml:2:5: unknown card \"steper\"; did you mean \"stepper\"?\n");
   EXPECT_EQ(ErrorsOf("[slots]\n3 = { card = \"cylinder\", travel_time = 5 }\n"),
-            "rack.toml:2:40: \"travel_time\" wants a time such as \"300 ms\" or \"1.5 s\"\n");
+            "rack.toml:2:40: \"travel_time\" wants a time such as \"300 ms\", \"1.5 s\" or \"20 min\"\n");
+  // Fifteen positions further it would no longer fit into a time.
+  EXPECT_EQ(ErrorsOf("[slots]\n3 = { card = \"cylinder\", travel_time = \"10000 min\" }\n"), "");
+  EXPECT_EQ(ErrorsOf("[slots]\n3 = { card = \"cylinder\", travel_time = \"10001 min\" }\n"),
+            "rack.toml:2:40: \"travel_time\" is longer than 10000 min\n");
 }
 
 TEST(RackFileTest, SignalsMustExistOnTheCardsThatAreThere) {
@@ -112,6 +116,15 @@ TEST(RackFileTest, HalfADescriptionIsRefused) {
 
 TEST(RackFileTest, BadTomlIsOneErrorWithItsPlace) {
   EXPECT_EQ(ErrorsOf("[rack]\ntask_count 3\n"), "rack.toml:2:1: missing key-value separator `=`\n");
+}
+
+TEST(RackFileTest, WhatIsNoFileSaysWhy) {
+  const auto setup = std::make_unique<rack::RackSetup>();
+  std::vector<std::string> errors;
+  EXPECT_FALSE(rack::ReadRackFile("/", *setup, errors));
+  EXPECT_FALSE(rack::ReadRackFile("/none/rack.toml", *setup, errors));
+  EXPECT_EQ(errors,
+            (std::vector<std::string>{"/: Is a directory", "/none/rack.toml: No such file or directory"}));
 }
 
 }  // namespace

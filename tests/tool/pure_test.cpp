@@ -10,6 +10,7 @@
 #include "machine/signals.h"
 #include "machine/trace_text.h"
 #include "machine/vcd_writer.h"
+#include "toml/times.h"
 #include "toml/words.h"
 
 namespace rack {
@@ -52,13 +53,32 @@ TEST(KeyNames, FindsEveryKeyInAnyLetterCaseWithItsCode) {
   EXPECT_FALSE(KeyOfCode(0x08));  // a function key's bit is no make code
 }
 
-TEST(Words, ReadsTimesAndRefusesWhatIsNone) {
-  EXPECT_EQ(DurationMillis("500ms"), 500);
-  EXPECT_EQ(DurationMillis("1.5s"), 1500);
-  EXPECT_EQ(DurationMillis("2min"), 120000);
-  EXPECT_EQ(DurationMillis("3"), 3000);
-  for (const char* bad : {"", "s", "-1s", "1h", "1 s", "nan", "1e30s"})
-    EXPECT_FALSE(DurationMillis(bad)) << bad;
+TEST(Times, OfACommandLineAreSecondsUnlessTheyHaveAUnit) {
+  EXPECT_EQ(CommandTime("500ms"), 500'000'000);
+  EXPECT_EQ(CommandTime("1.5s"), 1'500'000'000);
+  EXPECT_EQ(CommandTime("2min"), 120'000'000'000);
+  EXPECT_EQ(CommandTime("3"), 3'000'000'000);
+  for (const char* bad : {"", "s", "-1s", "1h", "1 s", "1s ", "nan", "1e30s", "1e999s"})
+    EXPECT_FALSE(CommandTime(bad)) << bad;
+}
+
+TEST(Times, OfAFileHaveAUnitAndAreExactToTheMicrosecond) {
+  EXPECT_EQ(FileTime("300 ms"), 300'000'000);
+  EXPECT_EQ(FileTime("1.5s"), 1'500'000'000);
+  EXPECT_EQ(FileTime("20  min"), 1'200'000'000'000);
+  EXPECT_EQ(FileTime("0.25 ms"), 250'000);
+  EXPECT_EQ(FileTime("1.000001 s"), 1'000'001'000);
+  EXPECT_EQ(FileTime("1000000000 s"), 1'000'000'000'000'000'000);
+  for (const char* bad : {"", "3", "ms", "-1 s", "1 h", "1 5 s", "1 s s", "inf s", "1000000001 s", "1e999 s"})
+    EXPECT_FALSE(FileTime(bad)) << bad;
+}
+
+TEST(Times, AreWrittenAsTheyAreRead) {
+  for (const char* text : {"0 s", "250 ms", "0.25 ms", "1.5 s", "1.000001 s", "90 s", "20 min"})
+    EXPECT_EQ(TimeText(FileTime(text).value_or(-1)), text);
+}
+
+TEST(Words, ReadsWholeNumbersAndRefusesWhatIsNone) {
   EXPECT_EQ(WholeNumber("12"), 12);
   for (const char* bad : {"", "1x", " 1", "99999999999"}) EXPECT_FALSE(WholeNumber(bad)) << bad;
 }
