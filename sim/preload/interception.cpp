@@ -72,7 +72,7 @@ bool ReplaceHandle(int from, int to) {
 }
 
 int PassOpen(const char* path, int flags, unsigned mode) {
-  static auto* const next = Next<int(const char*, int, ...)>("open");
+  static auto* const next = Next(calls::open);
   return next(path, flags, mode);
 }
 
@@ -101,16 +101,17 @@ int OpenDevice(std::uint32_t number) {
   return -1;
 }
 
-int Open(const char* name, const char* path, int flags, unsigned mode) {
+// Without the mode: for the names that take none.
+template <class Function, class... Mode>
+int Open(Call<Function> call, const char* path, int flags, Mode... mode) {
   if (const std::uint32_t device = DeviceNumber(path)) return OpenDevice(device);
-  auto* const next = Next<int(const char*, int, ...)>(name);
-  return next(path, flags, mode);
+  return Next(call)(path, flags, mode...);
 }
 
-int OpenAt(const char* name, int directory, const char* path, int flags, unsigned mode) {
+template <class Function, class... Mode>
+int OpenAt(Call<Function> call, int directory, const char* path, int flags, Mode... mode) {
   if (const std::uint32_t device = DeviceNumber(path)) return OpenDevice(device);
-  auto* const next = Next<int(int, const char*, int, ...)>(name);
-  return next(directory, path, flags, mode);
+  return Next(call)(directory, path, flags, mode...);
 }
 
 ssize_t ReadDevice(void* buffer, std::size_t count) {
@@ -137,8 +138,8 @@ ssize_t WriteDevice(const void* buffer, std::size_t count) {
   return static_cast<ssize_t>(count);
 }
 
-FILE* OpenStream(const char* name, const char* path, const char* mode) {
-  auto* const next = Next<FILE*(const char*, const char*)>(name);
+FILE* OpenStream(Call<FILE*(const char*, const char*)> call, const char* path, const char* mode) {
+  auto* const next = Next(call);
   Session* session = OwnSession();
   if (session == nullptr || path == nullptr) return next(path, mode);
   char kept[kLongPath];
@@ -206,53 +207,53 @@ extern "C" {
 
 int open(const char* path, int flags, ...) {
   RACK_MODE_ARGUMENT(flags)
-  return rack::Open("open", path, flags, mode);
+  return rack::Open(rack::calls::open, path, flags, mode);
 }
 
 int open64(const char* path, int flags, ...) {
   RACK_MODE_ARGUMENT(flags)
-  return rack::Open("open64", path, flags, mode);
+  return rack::Open(rack::calls::open64, path, flags, mode);
 }
 
 int openat(int directory, const char* path, int flags, ...) {
   RACK_MODE_ARGUMENT(flags)
-  return rack::OpenAt("openat", directory, path, flags, mode);
+  return rack::OpenAt(rack::calls::openat, directory, path, flags, mode);
 }
 
 int openat64(int directory, const char* path, int flags, ...) {
   RACK_MODE_ARGUMENT(flags)
-  return rack::OpenAt("openat64", directory, path, flags, mode);
+  return rack::OpenAt(rack::calls::openat64, directory, path, flags, mode);
 }
 
 // Names that fortified builds call.
 int __open_2(const char* path, int flags) {
-  return rack::Open("__open_2", path, flags, 0);
+  return rack::Open(rack::calls::__open_2, path, flags);
 }
 int __open64_2(const char* path, int flags) {
-  return rack::Open("__open64_2", path, flags, 0);
+  return rack::Open(rack::calls::__open64_2, path, flags);
 }
 
 int __openat_2(int directory, const char* path, int flags) {
-  return rack::OpenAt("__openat_2", directory, path, flags, 0);
+  return rack::OpenAt(rack::calls::__openat_2, directory, path, flags);
 }
 
 int __openat64_2(int directory, const char* path, int flags) {
-  return rack::OpenAt("__openat64_2", directory, path, flags, 0);
+  return rack::OpenAt(rack::calls::__openat64_2, directory, path, flags);
 }
 
 ssize_t read(int descriptor, void* buffer, size_t count) {
-  static auto* const next = rack::Next<ssize_t(int, void*, size_t)>("read");
+  static auto* const next = rack::Next(rack::calls::read);
   return rack::IsHandle(descriptor) ? rack::ReadDevice(buffer, count) : next(descriptor, buffer, count);
 }
 
 ssize_t __read_chk(int descriptor, void* buffer, size_t count, size_t size) {
-  static auto* const next = rack::Next<ssize_t(int, void*, size_t, size_t)>("__read_chk");
+  static auto* const next = rack::Next(rack::calls::__read_chk);
   if (!rack::IsHandle(descriptor) || count > size) return next(descriptor, buffer, count, size);
   return rack::ReadDevice(buffer, count);
 }
 
 ssize_t write(int descriptor, const void* buffer, size_t count) {
-  static auto* const next = rack::Next<ssize_t(int, const void*, size_t)>("write");
+  static auto* const next = rack::Next(rack::calls::write);
   if (rack::IsHandle(descriptor)) return rack::WriteDevice(buffer, count);
   if (descriptor != STDOUT_FILENO) return next(descriptor, buffer, count);
   rack::CurrentTime().ConsoleBegins();
@@ -262,7 +263,7 @@ ssize_t write(int descriptor, const void* buffer, size_t count) {
 }
 
 int close(int descriptor) {
-  static auto* const next = rack::Next<int(int)>("close");
+  static auto* const next = rack::Next(rack::calls::close);
   if (descriptor >= 0 && rack::ReplaceHandle(descriptor + 1, 0)) {
     if (rack::Session* session = rack::OwnSession()) session->DeviceClosed();
   }
@@ -270,26 +271,26 @@ int close(int descriptor) {
 }
 
 FILE* fopen(const char* path, const char* mode) {
-  return rack::OpenStream("fopen", path, mode);
+  return rack::OpenStream(rack::calls::fopen, path, mode);
 }
 FILE* fopen64(const char* path, const char* mode) {
-  return rack::OpenStream("fopen64", path, mode);
+  return rack::OpenStream(rack::calls::fopen64, path, mode);
 }
 
 int fclose(FILE* stream) {
-  static auto* const next = rack::Next<int(FILE*)>("fclose");
+  static auto* const next = rack::Next(rack::calls::fclose);
   if (rack::Session* session = rack::OwnSession()) session->FileClosed(stream);
   return next(stream);
 }
 
 void rewind(FILE* stream) {
-  static auto* const next = rack::Next<void(FILE*)>("rewind");
+  static auto* const next = rack::Next(rack::calls::rewind);
   next(stream);
   if (rack::Session* session = rack::OwnSession()) session->FileRewound(stream);
 }
 
 char* fgets(char* buffer, int size, FILE* stream) {
-  static auto* const next = rack::Next<char*(char*, int, FILE*)>("fgets");
+  static auto* const next = rack::Next(rack::calls::fgets);
   char* line = next(buffer, size, stream);
   if (rack::Session* session = rack::OwnSession())
     session->LineRead(stream, __builtin_return_address(0), line);
@@ -297,7 +298,7 @@ char* fgets(char* buffer, int size, FILE* stream) {
 }
 
 char* __fgets_chk(char* buffer, size_t room, int size, FILE* stream) {
-  static auto* const next = rack::Next<char*(char*, size_t, int, FILE*)>("__fgets_chk");
+  static auto* const next = rack::Next(rack::calls::__fgets_chk);
   char* line = next(buffer, room, size, stream);
   if (rack::Session* session = rack::OwnSession())
     session->LineRead(stream, __builtin_return_address(0), line);
@@ -305,7 +306,7 @@ char* __fgets_chk(char* buffer, size_t room, int size, FILE* stream) {
 }
 
 int chmod(const char* path, mode_t mode) noexcept {
-  static auto* const next = rack::Next<int(const char*, mode_t)>("chmod");
+  static auto* const next = rack::Next(rack::calls::chmod);
   char kept[rack::kLongPath];
   rack::Session* session = rack::OwnSession();
   if (session == nullptr) return next(path, mode);
@@ -323,7 +324,7 @@ void sync() noexcept {
 }
 
 long syscall(long number, ...) noexcept {
-  static auto* const next = rack::Next<long(long, ...)>("syscall");
+  static auto* const next = rack::Next(rack::calls::syscall);
   va_list rest;
   va_start(rest, number);
   long arguments[6];
@@ -339,3 +340,5 @@ long syscall(long number, ...) noexcept {
 }
 
 }  // extern "C"
+
+RACK_ARE_DEFINED(RACK_MACHINE_CALLS)

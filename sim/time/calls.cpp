@@ -85,7 +85,7 @@ void AwaitEnd(pthread_t handle) {
 }
 
 int CreateThread(pthread_t* handle, const pthread_attr_t* attributes, Entry* body, void* argument) {
-  static auto* const next = Next<int(pthread_t*, const pthread_attr_t*, Entry*, void*)>("pthread_create");
+  static auto* const next = Next(calls::pthread_create);
   if (!InTurn()) return next(handle, attributes, body, argument);
   SpendCall();
   Thread* turns = AddThread();
@@ -108,7 +108,7 @@ Nanos UntilPoint(clockid_t clock, const timespec* time) {
 }
 
 int SleepNanos(Nanos length, timespec* rest) {
-  static auto* const next = Next<int(const timespec*, timespec*)>("nanosleep");
+  static auto* const next = Next(calls::nanosleep);
   if (InTurn()) {
     SpendCall();
     SleepUntil(VirtualNow() + length);
@@ -143,7 +143,7 @@ bool Until(Nanos until, Attempt attempt) {
 }
 
 int Poll(pollfd* files, nfds_t count, int millis) {
-  static auto* const next = Next<int(pollfd*, nfds_t, int)>("poll");
+  static auto* const next = Next(calls::poll);
   if (!InTurn()) return next(files, count, millis);
   int found = 0;
   Until(millis < 0 ? kForEver : VirtualNow() + millis * kMillisecond, [&] {
@@ -154,7 +154,7 @@ int Poll(pollfd* files, nfds_t count, int millis) {
 }
 
 int Select(int count, fd_set* read, fd_set* write, fd_set* except, timeval* limit) {
-  static auto* const next = Next<int(int, fd_set*, fd_set*, fd_set*, timeval*)>("select");
+  static auto* const next = Next(calls::select);
   if (!InTurn()) return next(count, read, write, except, limit);
   const Nanos until =
       limit == nullptr ? kForEver : VirtualNow() + limit->tv_sec * kSecond + limit->tv_usec * kMicrosecond;
@@ -183,7 +183,7 @@ bool IsOwnSocket(int descriptor) {
 }
 
 int Bind(int descriptor, const sockaddr* address, socklen_t length) {
-  static auto* const next = Next<int(int, const sockaddr*, socklen_t)>("bind");
+  static auto* const next = Next(calls::bind);
   if (!InTurn() || address->sa_family != AF_INET) return next(descriptor, address, length);
   SpendCall();
   int* const free = std::find(Sockets, Sockets + kMaxSockets, 0);
@@ -210,7 +210,7 @@ ssize_t TakeMail(void* buffer, std::size_t size, sockaddr* sender, socklen_t* le
 
 ssize_t Receive(int descriptor, void* buffer, std::size_t size, int flags, sockaddr* sender,
                 socklen_t* length) {
-  static auto* const next = Next<ssize_t(int, void*, std::size_t, int, sockaddr*, socklen_t*)>("recvfrom");
+  static auto* const next = Next(calls::recvfrom);
   if (!InTurn() || (flags & MSG_DONTWAIT) != 0) return next(descriptor, buffer, size, flags, sender, length);
   SpendCall();
   if (IsOwnSocket(descriptor)) return TakeMail(buffer, size, sender, length);
@@ -224,8 +224,7 @@ ssize_t Receive(int descriptor, void* buffer, std::size_t size, int flags, socka
 
 ssize_t SendTo(int descriptor, const void* data, std::size_t size, int flags, const sockaddr* address,
                socklen_t length) {
-  static auto* const next =
-      Next<ssize_t(int, const void*, std::size_t, int, const sockaddr*, socklen_t)>("sendto");
+  static auto* const next = Next(calls::sendto);
   if (!InTurn() || !IsOwnSocket(descriptor)) return next(descriptor, data, size, flags, address, length);
   SpendCall();
   ReplySent();
@@ -235,17 +234,10 @@ ssize_t SendTo(int descriptor, const void* data, std::size_t size, int flags, co
 // --- Fixed answers
 
 char* WorkingDirectory(char* buffer, std::size_t size) {
-  static auto* const next = Next<char*(char*, std::size_t)>("getcwd");
+  static auto* const next = Next(calls::getcwd);
   if (!InTurn() || buffer == nullptr || size < 2) return next(buffer, size);
   std::strcpy(buffer, ".");
   return buffer;
-}
-
-// Condition calls have two versions; a plain look-up may find the old one, of another layout.
-template <class Function>
-Function* NextCondition(const char* name) {
-  void* const call = dlvsym(RTLD_NEXT, name, "GLIBC_2.3.2");
-  return call != nullptr ? reinterpret_cast<Function*>(call) : Next<Function>(name);
 }
 
 }  // namespace
@@ -255,9 +247,6 @@ using rack::InTurn;
 using rack::IsScaled;
 using rack::Next;
 
-#define RACK_NEXT(name, type) static auto* const next = Next<type>(#name)
-#define RACK_NEXT_CONDITION(name, type) static auto* const next = rack::NextCondition<type>(#name)
-
 extern "C" {
 
 int pthread_create(pthread_t* handle, const pthread_attr_t* attributes, void* (*body)(void*),
@@ -266,40 +255,40 @@ int pthread_create(pthread_t* handle, const pthread_attr_t* attributes, void* (*
 }
 
 int pthread_join(pthread_t handle, void** result) {
-  RACK_NEXT(pthread_join, int(pthread_t, void**));
+  static auto* const next = Next(rack::calls::pthread_join);
   if (InTurn()) rack::AwaitEnd(handle);
   return next(handle, result);
 }
 
 int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
-  RACK_NEXT(pthread_mutex_lock, int(pthread_mutex_t*));
+  static auto* const next = Next(rack::calls::pthread_mutex_lock);
   return InTurn() ? rack::LockMutex(mutex, rack::kForEver) : next(mutex);
 }
 
 int pthread_mutex_trylock(pthread_mutex_t* mutex) noexcept {
-  RACK_NEXT(pthread_mutex_trylock, int(pthread_mutex_t*));
+  static auto* const next = Next(rack::calls::pthread_mutex_trylock);
   return InTurn() ? rack::TryLockMutex(mutex) : next(mutex);
 }
 
 int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
-  RACK_NEXT(pthread_mutex_unlock, int(pthread_mutex_t*));
+  static auto* const next = Next(rack::calls::pthread_mutex_unlock);
   return InTurn() ? rack::UnlockMutex(mutex) : next(mutex);
 }
 
 int pthread_mutex_timedlock(pthread_mutex_t* mutex, const timespec* until) noexcept {
-  RACK_NEXT(pthread_mutex_timedlock, int(pthread_mutex_t*, const timespec*));
+  static auto* const next = Next(rack::calls::pthread_mutex_timedlock);
   if (InTurn()) return rack::LockMutex(mutex, rack::UntilPoint(CLOCK_REALTIME, until));
   const timespec real = IsScaled() ? rack::RealPoint(CLOCK_REALTIME, *until) : *until;
   return next(mutex, &real);
 }
 
 int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {
-  RACK_NEXT_CONDITION(pthread_cond_wait, int(pthread_cond_t*, pthread_mutex_t*));
+  static auto* const next = Next(rack::calls::pthread_cond_wait);
   return InTurn() ? rack::WaitCondition(condition, mutex, rack::kForEver) : next(condition, mutex);
 }
 
 int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* until) {
-  RACK_NEXT_CONDITION(pthread_cond_timedwait, int(pthread_cond_t*, pthread_mutex_t*, const timespec*));
+  static auto* const next = Next(rack::calls::pthread_cond_timedwait);
   if (InTurn()) return rack::WaitCondition(condition, mutex, rack::UntilPoint(CLOCK_REALTIME, until));
   const timespec real = IsScaled() ? rack::RealPoint(CLOCK_REALTIME, *until) : *until;
   return next(condition, mutex, &real);
@@ -307,60 +296,60 @@ int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex, co
 
 int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
                            const timespec* until) {
-  RACK_NEXT(pthread_cond_clockwait, int(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*));
+  static auto* const next = Next(rack::calls::pthread_cond_clockwait);
   if (InTurn()) return rack::WaitCondition(condition, mutex, rack::UntilPoint(clock, until));
   const timespec real = IsScaled() ? rack::RealPoint(clock, *until) : *until;
   return next(condition, mutex, clock, &real);
 }
 
 int pthread_cond_signal(pthread_cond_t* condition) noexcept {
-  RACK_NEXT_CONDITION(pthread_cond_signal, int(pthread_cond_t*));
+  static auto* const next = Next(rack::calls::pthread_cond_signal);
   if (!InTurn()) return next(condition);
   rack::WakeFirst(condition, false);
   return 0;
 }
 
 int pthread_cond_broadcast(pthread_cond_t* condition) noexcept {
-  RACK_NEXT_CONDITION(pthread_cond_broadcast, int(pthread_cond_t*));
+  static auto* const next = Next(rack::calls::pthread_cond_broadcast);
   if (!InTurn()) return next(condition);
   rack::WakeAll(condition);
   return 0;
 }
 
 int pthread_rwlock_rdlock(pthread_rwlock_t* lock) noexcept {
-  RACK_NEXT(pthread_rwlock_rdlock, int(pthread_rwlock_t*));
+  static auto* const next = Next(rack::calls::pthread_rwlock_rdlock);
   return InTurn() ? rack::LockShared(lock, rack::kForEver) : next(lock);
 }
 
 int pthread_rwlock_wrlock(pthread_rwlock_t* lock) noexcept {
-  RACK_NEXT(pthread_rwlock_wrlock, int(pthread_rwlock_t*));
+  static auto* const next = Next(rack::calls::pthread_rwlock_wrlock);
   return InTurn() ? rack::LockAlone(lock, rack::kForEver) : next(lock);
 }
 
 int pthread_rwlock_unlock(pthread_rwlock_t* lock) noexcept {
-  RACK_NEXT(pthread_rwlock_unlock, int(pthread_rwlock_t*));
+  static auto* const next = Next(rack::calls::pthread_rwlock_unlock);
   return InTurn() ? rack::UnlockShared(lock) : next(lock);
 }
 
 int sem_wait(sem_t* semaphore) {
-  RACK_NEXT(sem_wait, int(sem_t*));
+  static auto* const next = Next(rack::calls::sem_wait);
   return InTurn() ? rack::WaitSemaphore(semaphore, rack::kForEver) : next(semaphore);
 }
 
 int sem_timedwait(sem_t* semaphore, const timespec* until) {
-  RACK_NEXT(sem_timedwait, int(sem_t*, const timespec*));
+  static auto* const next = Next(rack::calls::sem_timedwait);
   if (InTurn()) return rack::WaitSemaphore(semaphore, rack::UntilPoint(CLOCK_REALTIME, until));
   const timespec real = IsScaled() ? rack::RealPoint(CLOCK_REALTIME, *until) : *until;
   return next(semaphore, &real);
 }
 
 int sem_post(sem_t* semaphore) noexcept {
-  RACK_NEXT(sem_post, int(sem_t*));
+  static auto* const next = Next(rack::calls::sem_post);
   return InTurn() ? rack::PostSemaphore(semaphore) : next(semaphore);
 }
 
 int sched_yield() noexcept {
-  RACK_NEXT(sched_yield, int());
+  static auto* const next = Next(rack::calls::sched_yield);
   if (!InTurn()) return next();
   rack::SpendCall();
   rack::YieldTurn();
@@ -374,7 +363,7 @@ int nanosleep(const timespec* length, timespec* rest) {
 }
 
 int clock_nanosleep(clockid_t clock, int flags, const timespec* time, timespec* rest) {
-  RACK_NEXT(clock_nanosleep, int(clockid_t, int, const timespec*, timespec*));
+  static auto* const next = Next(rack::calls::clock_nanosleep);
   if (!rack::IsControlled() || !rack::IsLength(time)) return next(clock, flags, time, rest);
   if ((flags & TIMER_ABSTIME) == 0) return rack::SleepNanos(rack::ToNanos(*time), rest) == 0 ? 0 : errno;
   if (!InTurn()) {
@@ -391,26 +380,26 @@ int usleep(useconds_t micros) {
 }
 
 unsigned sleep(unsigned seconds) {
-  RACK_NEXT(sleep, unsigned(unsigned));
+  static auto* const next = Next(rack::calls::sleep);
   if (!rack::IsControlled()) return next(seconds);
   return rack::SleepNanos(seconds * rack::kSecond, nullptr) == 0 ? 0 : seconds;
 }
 
 int clock_gettime(clockid_t clock, timespec* time) noexcept {
-  RACK_NEXT(clock_gettime, int(clockid_t, timespec*));
+  static auto* const next = Next(rack::calls::clock_gettime);
   if (!rack::IsControlled()) return next(clock, time);
   *time = rack::ClockTime(clock);
   return 0;
 }
 
 clock_t clock() noexcept {
-  RACK_NEXT(clock, clock_t());
+  static auto* const next = Next(rack::calls::clock);
   if (!rack::IsControlled()) return next();
   return static_cast<clock_t>(rack::ToNanos(rack::ClockTime(CLOCK_PROCESS_CPUTIME_ID)) / rack::kMicrosecond);
 }
 
 int gettimeofday(timeval* time, void* zone) noexcept {
-  RACK_NEXT(gettimeofday, int(timeval*, void*));
+  static auto* const next = Next(rack::calls::gettimeofday);
   if (!rack::IsControlled()) return next(time, zone);
   const timespec now = rack::ClockTime(CLOCK_REALTIME);
   *time = {now.tv_sec, now.tv_nsec / 1000};
@@ -418,7 +407,7 @@ int gettimeofday(timeval* time, void* zone) noexcept {
 }
 
 time_t time(time_t* place) noexcept {
-  RACK_NEXT(time, time_t(time_t*));
+  static auto* const next = Next(rack::calls::time);
   if (!rack::IsControlled()) return next(place);
   const time_t now = rack::ClockTime(CLOCK_REALTIME).tv_sec;
   if (place != nullptr) *place = now;
@@ -457,12 +446,12 @@ ssize_t sendto(int descriptor, const void* data, size_t size, int flags, const s
 }
 
 pid_t getpid() noexcept {
-  RACK_NEXT(getpid, pid_t());
+  static auto* const next = Next(rack::calls::getpid);
   return InTurn() ? rack::kShownProcess : next();
 }
 
 pid_t gettid() noexcept {
-  RACK_NEXT(gettid, pid_t());
+  static auto* const next = Next(rack::calls::gettid);
   return InTurn() ? rack::kShownProcess + static_cast<pid_t>(rack::ThreadNumber()) : next();
 }
 
@@ -475,3 +464,5 @@ char* __getcwd_chk(char* buffer, size_t size, size_t room) noexcept {
 }
 
 }  // extern "C"
+
+RACK_ARE_DEFINED(RACK_TIME_CALLS)

@@ -25,7 +25,7 @@ int Acquire(const void* lock, Nanos until, Try attempt) {
 }
 
 int TakeMutex(pthread_mutex_t* mutex) {
-  static auto* const attempt = Next<int(pthread_mutex_t*)>("pthread_mutex_trylock");
+  static auto* const attempt = Next(calls::pthread_mutex_trylock);
   return KeptForOther(mutex) ? EBUSY : attempt(mutex);
 }
 
@@ -49,7 +49,7 @@ int TryLockMutex(pthread_mutex_t* mutex) {
 }
 
 int UnlockMutex(pthread_mutex_t* mutex) {
-  static auto* const unlock = Next<int(pthread_mutex_t*)>("pthread_mutex_unlock");
+  static auto* const unlock = Next(calls::pthread_mutex_unlock);
   if (mutex == Ignored) return 0;
   const int result = unlock(mutex);
   if (result == 0) WakeFirst(mutex, true);
@@ -65,27 +65,25 @@ int WaitCondition(pthread_cond_t* condition, pthread_mutex_t* mutex, Nanos until
   return reason == WakeReason::TimeOver ? ETIMEDOUT : 0;
 }
 
+// The try calls of rwlocks and semaphores are not answered: these are the C library's own.
 int LockShared(pthread_rwlock_t* lock, Nanos until) {
-  static auto* const attempt = Next<int(pthread_rwlock_t*)>("pthread_rwlock_tryrdlock");
-  return Acquire(lock, until, [&] { return attempt(lock); });
+  return Acquire(lock, until, [&] { return pthread_rwlock_tryrdlock(lock); });
 }
 
 int LockAlone(pthread_rwlock_t* lock, Nanos until) {
-  static auto* const attempt = Next<int(pthread_rwlock_t*)>("pthread_rwlock_trywrlock");
-  return Acquire(lock, until, [&] { return attempt(lock); });
+  return Acquire(lock, until, [&] { return pthread_rwlock_trywrlock(lock); });
 }
 
 int UnlockShared(pthread_rwlock_t* lock) {
-  static auto* const unlock = Next<int(pthread_rwlock_t*)>("pthread_rwlock_unlock");
+  static auto* const unlock = Next(calls::pthread_rwlock_unlock);
   const int result = unlock(lock);
   WakeAll(lock);
   return result;
 }
 
 int WaitSemaphore(sem_t* semaphore, Nanos until) {
-  static auto* const attempt = Next<int(sem_t*)>("sem_trywait");
   const int result = Acquire(semaphore, until, [&] {
-    if (attempt(semaphore) == 0) return 0;
+    if (sem_trywait(semaphore) == 0) return 0;
     return errno == EAGAIN ? EBUSY : errno;
   });
   if (result == 0) return 0;
@@ -94,7 +92,7 @@ int WaitSemaphore(sem_t* semaphore, Nanos until) {
 }
 
 int PostSemaphore(sem_t* semaphore) {
-  static auto* const post = Next<int(sem_t*)>("sem_post");
+  static auto* const post = Next(calls::sem_post);
   const int result = post(semaphore);
   WakeFirst(semaphore, false);
   return result;

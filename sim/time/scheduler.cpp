@@ -68,7 +68,7 @@ Scheduler S;  // all zero before any constructor runs
 
 template <class... Arguments>
 long SystemCall(long number, Arguments... arguments) {
-  static auto* const next = Next<long(long, ...)>("syscall");
+  static auto* const next = Next(calls::syscall);
   return next(number, arguments...);
 }
 

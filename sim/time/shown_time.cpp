@@ -18,7 +18,7 @@ Nanos MonotonicStart = 0;
 Nanos RealtimeStart = 0;
 
 Nanos SystemTime(clockid_t clock) {
-  static auto* const next = Next<int(clockid_t, timespec*)>("clock_gettime");
+  static auto* const next = Next(calls::clock_gettime);
   timespec now{};
   next(clock, &now);
   return ToNanos(now);
