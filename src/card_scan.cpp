@@ -19,12 +19,14 @@ CkOVA_MANAGER* Create() {
 
 }  // namespace
 
+// clang-format off
 constexpr CARDTYPE CardType[MAXCARDTYPE] = {
     {0x81, "kOVA-STMTR", &Create<CkOVA_STMTR>},
     {0x82, "kOVA-CYMTR", &Create<CkOVA_CYMSTR>},
     {0x83, "kOVA-IOS1", &Create<CkOVA_IOS>},
     {0x84, "kOVA-ASDA", &Create<CkOVA_ASDA>},
 };
+// clang-format on
 
 namespace {
 
