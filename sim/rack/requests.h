@@ -14,14 +14,19 @@ namespace rack {
 
 enum class RequestKind : std::uint32_t {
   None = 0,
-  SetInput,           // slot, channel, value 0 or 1: the input shows this level until it is released
-  ReleaseInput,       // slot, channel: the machine drives the input again
-  PressKey,           // value: scan code; duration: how long it is held
-  PressFunctionKeys,  // value: function-key bits; duration: how long they are held
-  BeginFault,         // fault, slot, channel, value by the kind of the fault; duration: 0 until it is cleared
-  EndFault,           // fault, slot, channel: as they were given
+  SetInput,             // slot, channel, value 0 or 1: the input shows this level until it is released
+  ReleaseInput,         // slot, channel: the machine drives the input again
+  PressKey,             // value: scan code; duration: how long it is held, or kUntilReleased
+  PressFunctionKeys,    // value: function-key bits; duration: likewise
+  ReleaseKey,           // value: scan code. Another key that is held by now stays held
+  ReleaseFunctionKeys,  // value: function-key bits. Others that are held stay held
+  BeginFault,           // fault; slot, channel, value by its kind; duration: 0 until it is cleared
+  EndFault,             // fault, slot, channel: as they were given
   EndAllFaults
 };
+
+// Duration of a press that a release ends, or the next press.
+constexpr Nanos kUntilReleased = -1;
 
 enum class FaultKind : std::uint8_t {
   None = 0,

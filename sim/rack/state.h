@@ -91,7 +91,7 @@ struct KeyState {
   std::uint32_t code;          // 0: none is held
   std::uint32_t functionBits;  // held function keys
   Nanos nextRepeat;
-  Nanos release;
+  Nanos release;  // kNever: a request lets it go
   Nanos functionRelease;
   std::uint32_t pressRequest;  // number of the request that pressed last
   std::uint32_t takenRequest;  // number of the last press whose code (function bits) the controller has taken
@@ -157,7 +157,7 @@ static_assert(offsetof(RackLive, faults) == 264);
 static_assert(offsetof(RackLive, cards) == 264 + 24 * kMaxFaults);
 
 constexpr char kStateMagic[8] = {'V', 'e', 'l', 'm', 'o', 'R', 'c', 'k'};
-constexpr std::uint32_t kStateVersion = 2;
+constexpr std::uint32_t kStateVersion = 3;
 
 struct RackState {
   char magic[8];
