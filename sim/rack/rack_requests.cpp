@@ -133,31 +133,32 @@ RequestResult Rack::ReleaseFunctionKeys(const Request& request) {
 }
 
 RequestResult Rack::CheckFault(const Request& request) const {
-  if (request.fault == FaultKind::BusReadsFail) return RequestResult::Done;
+  const FaultNeeds needs = NeedsOf(request.fault);
+  if (needs.target == FaultTarget::Rack) return RequestResult::Done;
   if (request.slot >= kSlots) return RequestResult::NoSuchCard;
   const CardState& card = live_.cards[request.slot];
   int channels = 0;
-  switch (request.fault) {
-    case FaultKind::CardPulled:
+  switch (needs.target) {
+    case FaultTarget::Card:
       return card.kind == CardKind::None ? RequestResult::NoSuchCard : RequestResult::Done;
-    case FaultKind::CardSilent:
+    case FaultTarget::CylinderCard:
       return CylinderCount(card) == 0 ? RequestResult::NoSuchCard : RequestResult::Done;
-    case FaultKind::InputStuck:
+    case FaultTarget::Input:
       channels = InputCount(card);
       break;
-    case FaultKind::CylinderAlarm:
-      channels = CylinderCount(card);
-      break;
-    case FaultKind::MotorBlocked:
-    case FaultKind::MotorLosesSteps:
+    case FaultTarget::Motor:
       channels = MotorCount(card);
       break;
-    default:
+    case FaultTarget::Cylinder:
+      channels = CylinderCount(card);
+      break;
+    case FaultTarget::Rack:
+    case FaultTarget::None:
       return RequestResult::BadValue;
   }
   if (channels == 0) return RequestResult::NoSuchCard;
   if (request.channel >= channels) return RequestResult::NoSuchChannel;
-  if (request.fault == FaultKind::MotorLosesSteps && request.value <= 0) return RequestResult::BadValue;
+  if (needs.value == FaultValue::Every && request.value <= 0) return RequestResult::BadValue;
   return RequestResult::Done;
 }
 
@@ -194,7 +195,6 @@ void Rack::End(FaultRecord& fault) {
   Note(JournalKind::FaultEnds, ended.slot, ended.channel, static_cast<std::int32_t>(ended.kind));
 }
 
-// Pulled cards and failing reads are looked up at each access.
 void Rack::Impose(const FaultRecord& fault, bool begins) {
   CardState& card = live_.cards[fault.slot < kSlots ? fault.slot : 0];
   switch (fault.kind) {
@@ -221,7 +221,10 @@ void Rack::Impose(const FaultRecord& fault, bool begins) {
         CylinderCard(card.cylinder).SetNoAcknowledge(channel, begins, live_.now);
       }
       break;
-    default:
+    // Looked up at each access.
+    case FaultKind::CardPulled:
+    case FaultKind::BusReadsFail:
+    case FaultKind::None:
       break;
   }
 }

@@ -38,7 +38,47 @@ enum class FaultKind : std::uint8_t {
   CardSilent,       // slot: the card does not acknowledge commands
   BusReadsFail      // the read call of the device fails
 };
-constexpr int kFaultKinds = 8;
+
+// What a fault holds.
+enum class FaultTarget { None, Rack, Card, CylinderCard, Input, Motor, Cylinder };
+// What its value is: a level, a number from 0 on, or every so many, from 1 on.
+enum class FaultValue { None, Level, Count, Every };
+
+struct FaultNeeds {
+  FaultTarget target;  // None: there is no such kind
+  FaultValue value;
+};
+
+// What a fault of this kind is given.
+constexpr FaultNeeds NeedsOf(FaultKind kind) {
+  switch (kind) {
+    case FaultKind::CardPulled:
+      return {FaultTarget::Card, FaultValue::None};
+    case FaultKind::InputStuck:
+      return {FaultTarget::Input, FaultValue::Level};
+    case FaultKind::CylinderAlarm:
+      return {FaultTarget::Cylinder, FaultValue::Count};
+    case FaultKind::MotorBlocked:
+      return {FaultTarget::Motor, FaultValue::None};
+    case FaultKind::MotorLosesSteps:
+      return {FaultTarget::Motor, FaultValue::Every};
+    case FaultKind::CardSilent:
+      return {FaultTarget::CylinderCard, FaultValue::None};
+    case FaultKind::BusReadsFail:
+      return {FaultTarget::Rack, FaultValue::None};
+    case FaultKind::None:
+      break;
+  }
+  return {FaultTarget::None, FaultValue::None};
+}
+
+// How many kinds there are. They are numbered from 1 on without a gap.
+constexpr int CountFaultKinds() {
+  int kinds = 0;
+  while (NeedsOf(static_cast<FaultKind>(kinds + 1)).target != FaultTarget::None) ++kinds;
+  return kinds;
+}
+constexpr int kFaultKinds = CountFaultKinds();
 
 enum class RequestResult : std::uint32_t {
   Pending = 0,
