@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <type_traits>
 
@@ -225,7 +226,8 @@ class StateFile {
 
   RackState* State() const { return mapped_; }
 
-  // Held by a tool while it sends requests.
+  // Held by a tool while it sends requests, against the other tools and against its own threads: the lock on
+  // the file does not part threads that share the descriptor.
   class SenderLock {
    public:
     explicit SenderLock(const StateFile& file);
@@ -234,6 +236,7 @@ class StateFile {
     SenderLock& operator=(const SenderLock&) = delete;
 
    private:
+    std::lock_guard<std::mutex> thread_;
     int descriptor_;
   };
 
@@ -243,6 +246,7 @@ class StateFile {
   RackState* mapped_ = nullptr;
   int descriptor_ = -1;
   std::string path_;
+  mutable std::mutex sender_;
 };
 
 // Puts the power-on state of a rack into zeroed memory.

@@ -267,12 +267,13 @@ Nanos Run::NextStop(Nanos now) const {
 std::string Run::Send(const Request& request) {
   std::uint32_t number = 0;
   if (!rack::Send(State().requests, request, number)) return "too many requests wait";
-  RequestResult result = RequestResult::Pending;
-  while (result == RequestResult::Pending && !controller_->Ended()) {
+  for (;;) {
+    const bool ended = controller_->Ended();
+    const RequestAnswer answer = AnswerOf(State().requests, number);
+    if (answer.state != RequestAnswer::State::Pending) return answer.text;
+    if (ended) return "the controller ended before it took the request";
     usleep(kLookMicros);
-    result = ResultOf(State().requests, number);
   }
-  return result == RequestResult::Done ? "" : "the rack refuses it";
 }
 
 std::string Run::Do(const Event& event) {
