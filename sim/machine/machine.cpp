@@ -3,10 +3,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <ctime>
+#include <iterator>
 
 #include "machine/faults.h"
 #include "machine/key_names.h"
@@ -230,8 +232,18 @@ Snapshot SnapshotOf(const RackImage& image, RackLive& live) {
       card.pulled = card.pulled || (fault.kind == FaultKind::CardPulled && card.slot == fault.slot);
     }
     snapshot.faults.push_back(FaultText(snapshot, fault, now));
+    snapshot.faultRecords.push_back(fault);
   }
   return snapshot;
+}
+
+Snapshot PowerOnSnapshot(const RackImage& image, const RackLive& live) {
+  const auto fresh = std::make_unique<RackLive>();
+  for (int slot = 0; slot < kSlots; ++slot) PowerOn(fresh->cards[slot], live.cards[slot].kind);
+  fresh->cards[0].cpu.functionPort = live.cards[0].cpu.functionPort;
+  fresh->plant.linkCount = live.plant.linkCount;
+  std::copy(std::begin(live.plant.links), std::end(live.plant.links), std::begin(fresh->plant.links));
+  return SnapshotOf(image, *fresh);
 }
 
 RequestAnswer AnswerOf(const RequestRing& requests, std::uint32_t number) {
@@ -245,6 +257,17 @@ Snapshot Machine::Take() {
   const bool running = Running();
   Live();
   if (running) Rack(State().image, *live_).AdvanceTo(Now());
+  return View(running);
+}
+
+Snapshot Machine::Recorded() {
+  const bool running = Running();
+  Live();
+  return View(running);
+}
+
+// What the copy shows.
+Snapshot Machine::View(bool running) {
   Snapshot snapshot = SnapshotOf(State().image, *live_);
   snapshot.running = running;
   const Nanos now = snapshot.nowNanos;

@@ -23,6 +23,9 @@ std::string LockPath(const std::string& machine);
 // tasks.
 Snapshot SnapshotOf(const RackImage& image, RackLive& live);
 
+// The same at power-on, before anything happened: the cards of this rack as power finds them.
+Snapshot PowerOnSnapshot(const RackImage& image, const RackLive& live);
+
 // What became of a request.
 struct RequestAnswer {
   enum class State { Pending, Done, Refused };
@@ -44,7 +47,7 @@ class StepFollower {
 };
 
 // Open comes first. Then any number of threads may ask at the same time (Send, Answer, Await, Ask, Give, and
-// Running, Replaced, Now, Standing), while one looks: Take and Live share a copy and are called by one
+// Running, Replaced, Now, Standing), while one looks: Take, Recorded and Live share a copy and are called by one
 // thread at a time. A second thread that looks opens a machine of its own.
 class Machine {
  public:
@@ -66,6 +69,8 @@ class Machine {
 
   // How things stand at this moment.
   Snapshot Take();
+  // How they stood at the controller's last bus access: up to there the journal tells of everything.
+  Snapshot Recorded();
   // A steady copy of what the controller's side keeps changing, as of its last bus access.
   const RackLive& Live();
 
@@ -83,6 +88,8 @@ class Machine {
   std::string Ask(const Request& request, std::uint32_t* number = nullptr) const;
 
  private:
+  Snapshot View(bool running);
+
   std::string directory_;
   StateFile file_;
   std::unique_ptr<RackLive> live_;

@@ -226,7 +226,7 @@ std::string Run::Prepare(const RunPlaces& places) {
   recording_.open(folder_ + "/recording");
   const Snapshot start = Look();
   waveform_ = std::make_unique<Waveform>(recording_, start);
-  waveform_->Begin({}, 0);
+  waveform_->Begin();
   journal_ = std::make_unique<JournalReader>(State().journal, JournalReader::Start::Oldest);
   judge_ = std::make_unique<Judge>(scenario_, start, [this](std::uint32_t number) -> std::string {
     return number == 0 || number > kMaxProgramFiles ? "" : State().live.programFiles[number - 1];
