@@ -18,11 +18,20 @@ std::string ViewPath(const std::string& path) {
   return (dot == std::string::npos ? path : path.substr(0, dot)) + ".gtkw";
 }
 
-// What happened up to now, from the start of the journal.
+// What happened up to now without a gap; all before the last gap counts as lost.
 std::vector<JournalRecord> Past(JournalReader& reader, std::uint64_t& lost) {
   std::vector<JournalRecord> records;
   JournalRecord record{};
-  while (reader.Next(record, lost) == JournalReader::Result::Record) records.push_back(record);
+  std::uint64_t missed = 0;
+  while (reader.Next(record, missed) == JournalReader::Result::Record) {
+    if (missed != 0) {
+      lost += records.size() + missed;
+      records.clear();
+      missed = 0;
+    }
+    records.push_back(record);
+  }
+  lost += missed;
   return records;
 }
 
@@ -43,10 +52,14 @@ int RecordVcd(const VcdOptions& options) {
   JournalReader reader(machine.State().journal,
                        oldest ? JournalReader::Start::Oldest : JournalReader::Start::Newest);
   std::uint64_t lost = oldest ? reader.Number() : 0;
+  // Taken before the past is read, so that the past reaches beyond it.
+  Snapshot snapshot = machine.Recorded();
   const std::vector<JournalRecord> past = oldest ? Past(reader, lost) : std::vector<JournalRecord>();
-  const Snapshot snapshot = machine.Take();
+  const bool whole = oldest && lost == 0;
+  if (whole) snapshot = PowerOnSnapshot(machine.State().image, machine.State().live);
   Waveform waveform(file, snapshot);
-  waveform.Begin(past, oldest ? 0 : snapshot.nowNanos);
+  if (lost == 0) waveform.Begin();
+  if (lost != 0) waveform.BeginBefore(past);
   if (lost != 0) waveform.Lost(lost);
   for (const JournalRecord& record : past) waveform.See(record);
   FollowSummary summary = Follow(

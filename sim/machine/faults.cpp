@@ -1,6 +1,7 @@
 #include "machine/faults.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "machine/signals.h"
 #include "toml/words.h"
@@ -9,40 +10,39 @@ namespace rack {
 
 namespace {
 
-enum class Target { None, Card, Input, Motor, Cylinder };
-enum class Value { None, Level, Number };
-
 struct Row {
   const char* word;
   FaultKind kind;
-  Target target;
-  Value value;
   int usualValue;  // of a number that is not given
   const char* usage;
   const char* effect;
 };
 
+// One for each kind, in their order.
 constexpr Row kRows[] = {
-    {"pulled", FaultKind::CardPulled, Target::Card, Value::None, 0, "pulled ENTRY",
-     "the card is out: reads give 0xFF, writes are lost"},
-    {"stuck", FaultKind::InputStuck, Target::Input, Value::Level, 0, "stuck SIGNAL on|off",
+    {"pulled", FaultKind::CardPulled, 0, "pulled ENTRY", "the card is out: reads give 0xFF, writes are lost"},
+    {"stuck", FaultKind::InputStuck, 0, "stuck SIGNAL on|off",
      "the input shows this level whatever the machine does"},
-    {"alarm", FaultKind::CylinderAlarm, Target::Cylinder, Value::Number, 0, "alarm ENTRY.CHANNEL [COUNT]",
+    {"alarm", FaultKind::CylinderAlarm, 0, "alarm ENTRY.CHANNEL [COUNT]",
      "the cylinder goes into alarm and again after that many resets"},
-    {"blocked", FaultKind::MotorBlocked, Target::Motor, Value::None, 0, "blocked ENTRY.CHANNEL",
-     "pulses come, the motor stands still"},
-    {"loses", FaultKind::MotorLosesSteps, Target::Motor, Value::Number, 10, "loses ENTRY.CHANNEL [N]",
-     "every Nth step moves nothing"},
-    {"silent", FaultKind::CardSilent, Target::Card, Value::None, 0, "silent ENTRY",
-     "the card does not acknowledge commands"},
-    {"bus", FaultKind::BusReadsFail, Target::None, Value::None, 0, "bus", "every read of the device fails"},
+    {"blocked", FaultKind::MotorBlocked, 0, "blocked ENTRY.CHANNEL", "pulses come, the motor stands still"},
+    {"loses", FaultKind::MotorLosesSteps, 10, "loses ENTRY.CHANNEL [N]", "every Nth step moves nothing"},
+    {"silent", FaultKind::CardSilent, 0, "silent ENTRY", "the card does not acknowledge commands"},
+    {"bus", FaultKind::BusReadsFail, 0, "bus", "every read of the device fails"},
 };
 
-const Row* FindRow(FaultKind kind) {
-  for (const Row& row : kRows) {
-    if (row.kind == kind) return &row;
+constexpr bool HasRowForEachKind() {
+  if (std::size(kRows) != kFaultKinds) return false;
+  for (int i = 0; i < kFaultKinds; ++i) {
+    if (kRows[i].kind != static_cast<FaultKind>(i + 1)) return false;
   }
-  return nullptr;
+  return true;
+}
+static_assert(HasRowForEachKind(), "a row for each kind of fault, in their order");
+
+const Row* FindRow(FaultKind kind) {
+  const int number = static_cast<int>(kind);
+  return number < 1 || number > kFaultKinds ? nullptr : &kRows[number - 1];
 }
 
 const Row* FindRow(const std::string& word) {
@@ -52,17 +52,19 @@ const Row* FindRow(const std::string& word) {
   return nullptr;
 }
 
-SignalChoice ChooseTarget(const Snapshot& snapshot, Target target, const std::string& text) {
+SignalChoice ChooseTarget(const Snapshot& snapshot, FaultTarget target, const std::string& text) {
   switch (target) {
-    case Target::Card:
+    case FaultTarget::Card:
+    case FaultTarget::CylinderCard:
       return ChooseCard(snapshot, text);
-    case Target::Input:
+    case FaultTarget::Input:
       return ChooseSignal(snapshot, SignalKind::Input, text);
-    case Target::Motor:
+    case FaultTarget::Motor:
       return ChooseChannel(snapshot, ChannelSort::Motor, text);
-    case Target::Cylinder:
+    case FaultTarget::Cylinder:
       return ChooseChannel(snapshot, ChannelSort::Cylinder, text);
-    case Target::None:
+    case FaultTarget::Rack:
+    case FaultTarget::None:
       break;
   }
   SignalChoice choice;
@@ -70,8 +72,8 @@ SignalChoice ChooseTarget(const Snapshot& snapshot, Target target, const std::st
   return choice;
 }
 
-std::optional<int> ParseValue(Value value, const std::string& text) {
-  if (value == Value::Level) {
+std::optional<int> ParseValue(FaultValue value, const std::string& text) {
+  if (value == FaultValue::Level) {
     if (text == "on") return 1;
     if (text == "off") return 0;
     return std::nullopt;
@@ -90,16 +92,30 @@ std::string UsageOf(const Row& row) {
   return std::string("; usage: fault ") + row.usage;
 }
 
-std::string TargetText(const Snapshot& snapshot, Target target, const FaultRecord& fault) {
+std::string TargetText(const Snapshot& snapshot, FaultTarget target, const FaultRecord& fault) {
+  const bool whole = target == FaultTarget::Card || target == FaultTarget::CylinderCard;
   for (std::size_t entry = 0; entry < snapshot.cards.size(); ++entry) {
     const CardView& card = snapshot.cards[entry];
     if (card.slot != fault.slot) continue;
     const int number = static_cast<int>(entry);
-    if (target == Target::Card) return " " + std::to_string(number) + " (" + KindName(card.kind) + ")";
-    return " " + SignalText(snapshot, target == Target::Input ? SignalKind::Input : SignalKind::None, number,
-                            fault.channel);
+    if (whole) return " " + std::to_string(number) + " (" + KindName(card.kind) + ")";
+    return " " + SignalText(snapshot, target == FaultTarget::Input ? SignalKind::Input : SignalKind::None,
+                            number, fault.channel);
   }
   return " slot " + std::to_string(fault.slot);
+}
+
+std::string ValueText(FaultValue kind, int value) {
+  switch (kind) {
+    case FaultValue::Level:
+      return value != 0 ? " on" : " off";
+    case FaultValue::Count:
+    case FaultValue::Every:
+      return " " + std::to_string(value);
+    case FaultValue::None:
+      break;
+  }
+  return "";
 }
 
 }  // namespace
@@ -116,20 +132,21 @@ FaultChoice ChooseFault(const Snapshot& snapshot, const std::vector<std::string>
   choice.request.kind = kind;
   choice.request.fault = row->kind;
   choice.request.value = row->usualValue;
-  const std::size_t targets = row->target == Target::None ? 0 : 1;
-  const bool valued = row->value != Value::None && kind == RequestKind::BeginFault;
-  const std::size_t most = 1 + targets + (row->value != Value::None ? 1U : 0U);
-  const std::size_t least = 1 + targets + (valued && row->value == Value::Level ? 1U : 0U);
+  const FaultNeeds needs = NeedsOf(row->kind);
+  const std::size_t targets = needs.target == FaultTarget::Rack ? 0 : 1;
+  const bool begins = kind == RequestKind::BeginFault;
+  const std::size_t most = 1 + targets + (needs.value != FaultValue::None ? 1U : 0U);
+  const std::size_t least = 1 + targets + (begins && needs.value == FaultValue::Level ? 1U : 0U);
   if (words.size() < least || words.size() > most) return Refuse("wrong number of words" + UsageOf(*row));
   if (targets == 1) {
-    const SignalChoice target = ChooseTarget(snapshot, row->target, words[1]);
+    const SignalChoice target = ChooseTarget(snapshot, needs.target, words[1]);
     if (!target.found) return Refuse(target.error);
     choice.request.slot =
         static_cast<std::uint8_t>(snapshot.cards[static_cast<std::size_t>(target.entry)].slot);
     choice.request.channel = static_cast<std::uint8_t>(target.channel);
   }
   if (words.size() == 1 + targets) return choice;
-  const std::optional<int> value = ParseValue(row->value, words.back());
+  const std::optional<int> value = ParseValue(needs.value, words.back());
   if (!value) return Refuse("\"" + words.back() + "\" is no value" + UsageOf(*row));
   choice.request.value = *value;
   return choice;
@@ -138,10 +155,10 @@ FaultChoice ChooseFault(const Snapshot& snapshot, const std::vector<std::string>
 std::string FaultText(const Snapshot& snapshot, const FaultRecord& fault, Nanos now) {
   const Row* row = FindRow(fault.kind);
   if (row == nullptr) return "unknown fault";
+  const FaultNeeds needs = NeedsOf(row->kind);
   std::string text = row->word;
-  if (row->target != Target::None) text += TargetText(snapshot, row->target, fault);
-  if (row->value == Value::Level) text += fault.value != 0 ? " on" : " off";
-  if (row->value == Value::Number) text += " " + std::to_string(fault.value);
+  if (needs.target != FaultTarget::Rack) text += TargetText(snapshot, needs.target, fault);
+  text += ValueText(needs.value, fault.value);
   if (fault.end != 0) text += ", " + Seconds(fault.end - now) + " left";
   return text;
 }

@@ -3,10 +3,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <ctime>
+#include <iterator>
 
 #include "machine/faults.h"
 #include "machine/key_names.h"
@@ -39,9 +41,11 @@ const char* RefusalText(RequestResult result) {
       return "there is no such fault";
     case RequestResult::BadValue:
       return "the value is out of range";
-    default:
-      return "not done";
+    case RequestResult::Pending:
+    case RequestResult::Done:
+      break;
   }
+  return "not done";
 }
 
 std::string Trimmed(const char* text) {
@@ -215,14 +219,42 @@ Snapshot SnapshotOf(const RackImage& image, RackLive& live) {
       card.pulled = card.pulled || (fault.kind == FaultKind::CardPulled && card.slot == fault.slot);
     }
     snapshot.faults.push_back(FaultText(snapshot, fault, now));
+    snapshot.faultRecords.push_back(fault);
   }
   return snapshot;
+}
+
+Snapshot PowerOnSnapshot(const RackImage& image, const RackLive& live) {
+  const auto fresh = std::make_unique<RackLive>();
+  for (int slot = 0; slot < kSlots; ++slot) PowerOn(fresh->cards[slot], live.cards[slot].kind);
+  fresh->cards[0].cpu.functionPort = live.cards[0].cpu.functionPort;
+  fresh->plant.linkCount = live.plant.linkCount;
+  std::copy(std::begin(live.plant.links), std::end(live.plant.links), std::begin(fresh->plant.links));
+  return SnapshotOf(image, *fresh);
+}
+
+RequestAnswer AnswerOf(const RequestRing& requests, std::uint32_t number) {
+  const RequestResult result = ResultOf(requests, number);
+  if (result == RequestResult::Pending) return {RequestAnswer::State::Pending, ""};
+  if (result == RequestResult::Done) return {RequestAnswer::State::Done, ""};
+  return {RequestAnswer::State::Refused, RefusalText(result)};
 }
 
 Snapshot Machine::Take() {
   const bool running = Running();
   Live();
   if (running) Rack(State().image, *live_).AdvanceTo(Now());
+  return View(running);
+}
+
+Snapshot Machine::Recorded() {
+  const bool running = Running();
+  Live();
+  return View(running);
+}
+
+// What the copy shows.
+Snapshot Machine::View(bool running) {
   Snapshot snapshot = SnapshotOf(State().image, *live_);
   snapshot.running = running;
   const Nanos now = snapshot.nowNanos;
@@ -238,30 +270,38 @@ Snapshot Machine::Take() {
   return snapshot;
 }
 
-std::uint32_t Machine::Give(const TimeCommand& command) {
+std::uint32_t Machine::Give(const TimeCommand& command) const {
   const StateFile::SenderLock lock(file_);
   return Order(State().time, command);
 }
 
-std::string Machine::Ask(const Request& request, std::uint32_t* number) {
+std::string Machine::Send(const Request& request, std::uint32_t& number) const {
   if (!Running()) return "the machine in " + directory_ + " does not run";
-  std::uint32_t sent = 0;
-  {
-    const StateFile::SenderLock lock(file_);
-    if (!Send(State().requests, request, sent))
-      return "the controller takes no requests: too many are waiting";
-  }
-  if (number != nullptr) *number = sent;
+  const StateFile::SenderLock lock(file_);
+  const bool sent = rack::Send(State().requests, request, number);
+  return sent ? "" : "the controller takes no requests: too many are waiting";
+}
+
+std::string Machine::Await(std::uint32_t number) const {
   const Nanos limit = MonotonicNow() + kAnswerLimit;
   for (;;) {
-    const RequestResult result = ResultOf(State().requests, sent);
-    if (result == RequestResult::Done) return "";
-    if (result != RequestResult::Pending) return RefusalText(result);
-    if (!Running()) return "the controller ended before it took the request";
+    // Asked before the answer is: what a controller did just before its end is still seen.
+    const bool running = Running();
+    const RequestAnswer answer = Answer(number);
+    if (answer.state != RequestAnswer::State::Pending) return answer.text;
+    if (!running) return "the controller ended before it took the request";
     if (MonotonicNow() > limit)
       return "the controller made no bus access for 5 s: the request is still waiting";
     Doze(kLookMillis);
   }
+}
+
+std::string Machine::Ask(const Request& request, std::uint32_t* number) const {
+  std::uint32_t sent = 0;
+  std::string unsent = Send(request, sent);
+  if (!unsent.empty()) return unsent;
+  if (number != nullptr) *number = sent;
+  return Await(sent);
 }
 
 void Doze(int millis) {

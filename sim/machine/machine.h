@@ -9,6 +9,7 @@
 
 #include "machine/snapshot.h"
 #include "rack/journal.h"
+#include "rack/requests.h"
 #include "rack/state.h"
 
 namespace rack {
@@ -22,6 +23,17 @@ std::string LockPath(const std::string& machine);
 // tasks.
 Snapshot SnapshotOf(const RackImage& image, RackLive& live);
 
+// The same at power-on, before anything happened: the cards of this rack as power finds them.
+Snapshot PowerOnSnapshot(const RackImage& image, const RackLive& live);
+
+// What became of a request.
+struct RequestAnswer {
+  enum class State { Pending, Done, Refused };
+  State state = State::Pending;
+  std::string text;  // why it was refused
+};
+RequestAnswer AnswerOf(const RequestRing& requests, std::uint32_t number);
+
 // Whether the tasks are in step mode, followed by the keys that the controller took: Plus turns it on, Dec
 // off, Enter only where no Plus came since the last Dec.
 class StepFollower {
@@ -34,6 +46,9 @@ class StepFollower {
   bool latch_ = false;
 };
 
+// Open comes first. Then any number of threads may ask at the same time (Send, Answer, Await, Ask, Give, and
+// Running, Replaced, Now, Standing), while one looks: Take, Recorded and Live share a copy and are called by one
+// thread at a time. A second thread that looks opens a machine of its own.
 class Machine {
  public:
   // Opens the machine of a directory; without one, that of the environment variable VELMO_MACHINE or the
@@ -49,23 +64,32 @@ class Machine {
   bool Replaced() const { return file_.Replaced(); }
   // Now, on the rack's clock.
   Nanos Now() const;
+  // Whether its time stands.
+  bool Standing() const { return State().time.standing != 0; }
 
   // How things stand at this moment.
   Snapshot Take();
+  // How they stood at the controller's last bus access: up to there the journal tells of everything.
+  Snapshot Recorded();
   // A steady copy of what the controller's side keeps changing, as of its last bus access.
   const RackLive& Live();
 
   // Gives a command to the machine's time; its number, for Stands.
-  std::uint32_t Give(const TimeCommand& command);
+  std::uint32_t Give(const TimeCommand& command) const;
 
-  // Whether its time stands.
-  bool Standing() const { return State().time.standing != 0; }
-
-  // Sends a request and waits until the controller's side has applied it. The text says why it was not;
-  // number, where given, gets the request's number.
-  std::string Ask(const Request& request, std::uint32_t* number = nullptr);
+  // Sends a request and yields its number, for Answer and Await. The text says why it was not sent.
+  std::string Send(const Request& request, std::uint32_t& number) const;
+  // What has become of a request by now. Pending until a controller has come to it, also one that is started
+  // later; see ResultOf for how long an answer is kept.
+  RequestAnswer Answer(std::uint32_t number) const { return AnswerOf(State().requests, number); }
+  // Waits until the controller's side has applied a request. The text says why it was not.
+  std::string Await(std::uint32_t number) const;
+  // Send and Await. The number, where wanted, is set once the request is sent.
+  std::string Ask(const Request& request, std::uint32_t* number = nullptr) const;
 
  private:
+  Snapshot View(bool running);
+
   std::string directory_;
   StateFile file_;
   std::unique_ptr<RackLive> live_;

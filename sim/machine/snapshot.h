@@ -79,7 +79,8 @@ struct Snapshot {
   std::vector<TaskView> tasks;
   std::vector<NamedSignal> signals;
   std::vector<CounterView> counters;
-  std::vector<std::string> faults;  // each as a sentence
+  std::vector<std::string> faults;        // each as a sentence
+  std::vector<FaultRecord> faultRecords;  // the same, as the rack has them
 };
 
 // "clamp_closed (0.5)" for a named signal, "0.5" for another.

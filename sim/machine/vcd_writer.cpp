@@ -38,11 +38,11 @@ int Zoom(std::int64_t nanos) {
 }  // namespace
 
 int VcdWriter::AddWire(const std::string& scope, const std::string& name, int width) {
-  wires_.push_back({Word(scope), Word(name), width, Code(wires_.size()), 0, false});
+  wires_.push_back({Word(scope), Word(name), width, Code(wires_.size()), std::nullopt, false});
   return static_cast<int>(wires_.size()) - 1;
 }
 
-void VcdWriter::Begin(const std::vector<std::int64_t>& values, std::int64_t nanos) {
+void VcdWriter::Begin(const std::vector<std::optional<std::int64_t>>& values, std::int64_t nanos) {
   out_ << "$version velmo-rack $end\n$timescale 1ns $end\n$scope module machine $end\n";
   std::string scope;
   for (const Wire& wire : wires_) {
@@ -73,13 +73,18 @@ void VcdWriter::Time(std::int64_t nanos) {
   out_ << "#" << nanos << "\n";
 }
 
+char VcdWriter::Bit(const Wire& wire, int bit) {
+  if (!wire.value) return 'x';
+  return (*wire.value >> bit & 1) != 0 ? '1' : '0';
+}
+
 void VcdWriter::Value(const Wire& wire) {
   if (wire.width == 1) {
-    out_ << (wire.value != 0 ? '1' : '0') << wire.code << "\n";
+    out_ << Bit(wire, 0) << wire.code << "\n";
     return;
   }
   out_ << 'b';
-  for (int bit = wire.width - 1; bit >= 0; --bit) out_ << ((wire.value >> bit & 1) != 0 ? '1' : '0');
+  for (int bit = wire.width - 1; bit >= 0; --bit) out_ << Bit(wire, bit);
   out_ << ' ' << wire.code << "\n";
 }
 

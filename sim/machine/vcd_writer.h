@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -17,8 +18,9 @@ class VcdWriter {
   // number.
   int AddWire(const std::string& scope, const std::string& name, int width);
 
-  // Writes the declarations and the values at the start, one per wire in order of declaration.
-  void Begin(const std::vector<std::int64_t>& values, std::int64_t nanos);
+  // Writes the declarations and the values at the start, one per wire in order of declaration; nothing where it
+  // is not known.
+  void Begin(const std::vector<std::optional<std::int64_t>>& values, std::int64_t nanos);
 
   // A wire's new value. A value the wire has already writes nothing; a time before the last one counts as the
   // last.
@@ -40,11 +42,12 @@ class VcdWriter {
     std::string name;
     int width;
     std::string code;
-    std::int64_t value;
+    std::optional<std::int64_t> value;
     bool changed;
   };
 
   void Time(std::int64_t nanos);
+  static char Bit(const Wire& wire, int bit);
   void Value(const Wire& wire);
 
   std::ostream& out_;

@@ -23,19 +23,39 @@ std::string WireName(const Snapshot& snapshot, SignalKind kind, int entry, int c
   return label.find('.') == std::string::npos ? plain + "_" + label : plain;
 }
 
+int LineOf(const Snapshot& snapshot, int task) {
+  for (const TaskView& view : snapshot.tasks) {
+    if (view.task == task) return view.line;
+  }
+  return 0;
+}
+
+// Records of these kinds come when the value has changed, never to tell it again.
+bool IsLevel(JournalKind kind) {
+  return kind == JournalKind::InputEdge || kind == JournalKind::OutputChange ||
+         kind == JournalKind::RelayChange || kind == JournalKind::MotorMove;
+}
+
+bool IsFault(JournalKind kind) {
+  return kind == JournalKind::FaultBegins || kind == JournalKind::FaultEnds;
+}
+
 }  // namespace
 
-Waveform::Waveform(std::ostream& out, const Snapshot& snapshot) : writer_(out) {
-  faults_ = static_cast<std::int64_t>(snapshot.faults.size());
+Waveform::Waveform(std::ostream& out, const Snapshot& snapshot) : writer_(out), start_(snapshot.nowNanos) {
+  for (const FaultRecord& fault : snapshot.faultRecords) {
+    faults_.emplace(static_cast<int>(fault.kind), fault.slot, fault.channel);
+  }
   for (std::size_t entry = 0; entry < snapshot.cards.size(); ++entry)
     AddCard(snapshot, static_cast<int>(entry));
   for (const CounterView& counter : snapshot.counters) {
     AddWire({JournalKind::CounterValue, 0, counter.link}, "counters", counter.name, 32, counter.count);
   }
   for (int task = 1; task <= kPlcTasks; ++task) {
-    AddWire({JournalKind::ProgramLine, task, 0}, "programs", "plc" + std::to_string(task) + "_line", 32, 0);
+    AddWire({JournalKind::ProgramLine, task, 0}, "programs", "plc" + std::to_string(task) + "_line", 32,
+            LineOf(snapshot, task));
   }
-  AddWire({JournalKind::FaultBegins, 0, 0}, "faults", "active", 8, faults_);
+  AddWire(kFaults, "faults", "active", 8, static_cast<std::int64_t>(faults_.size()));
 }
 
 void Waveform::AddWire(const Source& source, const std::string& scope, const std::string& name, int width,
@@ -93,28 +113,76 @@ void Waveform::AddChannels(const Snapshot& snapshot, int entry, const std::strin
   }
 }
 
-void Waveform::Begin(const std::vector<JournalRecord>& past, Nanos start) {
-  // Of a level that changed, the first change tells what it was before; everything else starts at 0.
-  std::set<Source> changed;
+void Waveform::Begin() {
+  writer_.Begin(values_, start_);
+}
+
+void Waveform::BeginBefore(const std::vector<JournalRecord>& past) {
+  std::set<Source> told;
+  std::set<FaultName> toldFaults;
   for (const JournalRecord& record : past) {
-    const Source source = {record.kind, record.slot, record.port};
-    const auto wire = wires_.find(source);
-    const bool level = record.kind == JournalKind::InputEdge || record.kind == JournalKind::OutputChange ||
-                       record.kind == JournalKind::RelayChange;
-    if (level && wire != wires_.end() && changed.insert(source).second) {
-      values_[static_cast<std::size_t>(wire->second)] = record.value != 0 ? 0 : 1;
+    ForEachValue(record, [&](const Source& source, std::int64_t value) {
+      const auto wire = wires_.find(source);
+      if (wire == wires_.end() || !told.insert(source).second) return;
+      std::optional<std::int64_t>& before = values_[static_cast<std::size_t>(wire->second)];
+      before.reset();
+      if (IsLevel(record.kind)) before = value != 0 ? 0 : 1;
+    });
+    if (IsFault(record.kind) && toldFaults.insert(FaultOf(record)).second) {
+      SetFault(record, record.kind == JournalKind::FaultEnds);
     }
   }
-  if (!past.empty()) {
-    for (const auto& [source, wire] : wires_) {
-      const JournalKind kind = std::get<0>(source);
-      const bool level = kind == JournalKind::InputEdge || kind == JournalKind::OutputChange ||
-                         kind == JournalKind::RelayChange;
-      if (!level) values_[static_cast<std::size_t>(wire)] = 0;
-    }
-    faults_ = 0;
+  values_[static_cast<std::size_t>(wires_[kFaults])] = static_cast<std::int64_t>(faults_.size());
+  if (!past.empty()) start_ = past.front().time;
+  Begin();
+}
+
+template <class Tell>
+void Waveform::ForEachValue(const JournalRecord& record, Tell tell) {
+  switch (record.kind) {
+    case JournalKind::InputEdge:
+    case JournalKind::OutputChange:
+    case JournalKind::RelayChange:
+    case JournalKind::MotorMove:
+    case JournalKind::MotorCount:
+      tell({record.kind, record.slot, record.port}, record.value);
+      break;
+    case JournalKind::CylinderState:
+      tell({record.kind, record.slot, record.port}, record.value & 0xFF);
+      tell({record.kind, record.slot, record.port + kPositionOffset}, record.value >> 8 & 0xFF);
+      break;
+    case JournalKind::CounterValue:
+      tell({record.kind, 0, record.port}, record.value);
+      break;
+    case JournalKind::Key:
+      tell({JournalKind::Key, 0, 0}, record.value);
+      break;
+    case JournalKind::KeyTaken:
+      tell({JournalKind::Key, 0, 0}, 0);
+      break;
+    case JournalKind::FunctionKeys:
+      for (int bit = 0; bit < kFunctionKeyBits; ++bit) tell({record.kind, 0, bit}, record.value >> bit & 1);
+      break;
+    case JournalKind::ProgramLine:
+      tell({record.kind, record.task, 0}, record.line);
+      break;
+    case JournalKind::None:
+    case JournalKind::Read:
+    case JournalKind::ReadFailed:
+    case JournalKind::Write:
+    case JournalKind::FaultBegins:
+    case JournalKind::FaultEnds:
+    case JournalKind::Device:
+    case JournalKind::ProgramEnd:
+    case JournalKind::ProgramOpened:
+    case JournalKind::ProgramMissing:
+    case JournalKind::Sync:
+    case JournalKind::Restart:
+    case JournalKind::ConsoleText:
+    case JournalKind::MotorPulses:
+    case JournalKind::MotorPosition:
+      break;
   }
-  writer_.Begin(values_, start);
 }
 
 void Waveform::Set(const Source& source, std::int64_t value, Nanos time) {
@@ -122,43 +190,20 @@ void Waveform::Set(const Source& source, std::int64_t value, Nanos time) {
   if (wire != wires_.end()) writer_.Change(wire->second, value, time);
 }
 
+Waveform::FaultName Waveform::FaultOf(const JournalRecord& record) {
+  return {record.value, record.slot, record.port};
+}
+
+void Waveform::SetFault(const JournalRecord& record, bool active) {
+  if (active) faults_.insert(FaultOf(record));
+  if (!active) faults_.erase(FaultOf(record));
+}
+
 void Waveform::See(const JournalRecord& record) {
-  switch (record.kind) {
-    case JournalKind::InputEdge:
-    case JournalKind::OutputChange:
-    case JournalKind::RelayChange:
-    case JournalKind::MotorMove:
-    case JournalKind::MotorCount:
-      Set({record.kind, record.slot, record.port}, record.value, record.time);
-      break;
-    case JournalKind::CylinderState:
-      Set({record.kind, record.slot, record.port}, record.value & 0xFF, record.time);
-      Set({record.kind, record.slot, record.port + kPositionOffset}, record.value >> 8 & 0xFF, record.time);
-      break;
-    case JournalKind::CounterValue:
-      Set({record.kind, 0, record.port}, record.value, record.time);
-      break;
-    case JournalKind::Key:
-      Set({JournalKind::Key, 0, 0}, record.value, record.time);
-      break;
-    case JournalKind::KeyTaken:
-      Set({JournalKind::Key, 0, 0}, 0, record.time);
-      break;
-    case JournalKind::FunctionKeys:
-      for (int bit = 0; bit < kFunctionKeyBits; ++bit)
-        Set({record.kind, 0, bit}, record.value >> bit & 1, record.time);
-      break;
-    case JournalKind::ProgramLine:
-      Set({record.kind, record.task, 0}, record.line, record.time);
-      break;
-    case JournalKind::FaultBegins:
-    case JournalKind::FaultEnds:
-      faults_ += record.kind == JournalKind::FaultBegins ? 1 : -1;
-      Set({JournalKind::FaultBegins, 0, 0}, faults_, record.time);
-      break;
-    default:
-      break;
-  }
+  ForEachValue(record, [&](const Source& source, std::int64_t value) { Set(source, value, record.time); });
+  if (!IsFault(record.kind)) return;
+  SetFault(record, record.kind == JournalKind::FaultBegins);
+  Set(kFaults, static_cast<std::int64_t>(faults_.size()), record.time);
 }
 
 void Waveform::Lost(std::uint64_t records) {

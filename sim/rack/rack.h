@@ -68,6 +68,7 @@ class Rack final : private EventSink {
   void NoteCylinder(int slot, int channel);
 
   void PressKey(std::uint32_t code, bool repeated);
+  void HoldFunctionKeys(std::uint32_t bits);
   void ShowInputs(int slot, std::uint16_t before);
   void NoteOutputs(int slot, std::uint32_t before, const Origin& origin);
 
@@ -77,6 +78,8 @@ class Rack final : private EventSink {
   RequestResult SetInput(const Request& request);
   RequestResult Press(const Request& request, std::uint32_t number);
   RequestResult PressFunctionKeys(const Request& request, std::uint32_t number);
+  RequestResult Release(const Request& request);
+  RequestResult ReleaseFunctionKeys(const Request& request);
   RequestResult BeginFault(const Request& request);
   RequestResult EndFault(const Request& request);
   RequestResult CheckFault(const Request& request) const;

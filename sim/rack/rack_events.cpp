@@ -105,10 +105,7 @@ void Rack::HandleKeys() {
     keys.nextRepeat += kRepeat;
     PressKey(keys.code, true);
   }
-  if (keys.functionBits == 0 || keys.functionRelease > live_.now) return;
-  keys.functionBits = 0;
-  live_.cards[0].cpu.functionKeys = 0;
-  Note(JournalKind::FunctionKeys, 0, 0, 0);
+  if (keys.functionBits != 0 && keys.functionRelease <= live_.now) HoldFunctionKeys(0);
 }
 
 void Rack::EndFaults() {
@@ -181,6 +178,12 @@ void Rack::ShowInputs(int slot, std::uint16_t before) {
 void Rack::PressKey(std::uint32_t code, bool repeated) {
   CpuCard(live_.cards[0].cpu).LatchKey(static_cast<std::uint8_t>(code));
   Note(JournalKind::Key, 0, repeated ? 1 : 0, static_cast<std::int32_t>(code));
+}
+
+void Rack::HoldFunctionKeys(std::uint32_t bits) {
+  live_.keys.functionBits = bits;
+  live_.cards[0].cpu.functionKeys = static_cast<std::uint8_t>(bits);
+  Note(JournalKind::FunctionKeys, 0, 0, static_cast<std::int32_t>(bits));
 }
 
 }  // namespace rack

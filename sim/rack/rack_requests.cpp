@@ -9,6 +9,22 @@ namespace {
 // From the press of a held key until it is sent again.
 constexpr Nanos kFirstRepeat = 500 * kMillisecond;
 
+bool IsKeyCode(std::int32_t value) {
+  return value > 0 && value <= 0xFF;
+}
+
+bool AreFunctionKeys(std::int32_t value) {
+  return value > 0 && value <= 0x0F;
+}
+
+bool IsHold(Nanos duration) {
+  return duration >= 0 || duration == kUntilReleased;
+}
+
+Nanos HoldEnd(Nanos now, Nanos duration) {
+  return duration == kUntilReleased ? kNever : now + duration;
+}
+
 }  // namespace
 
 bool Rack::IsAsked() const {
@@ -36,6 +52,10 @@ RequestResult Rack::Apply(const Request& request, std::uint32_t number) {
       return Press(request, number);
     case RequestKind::PressFunctionKeys:
       return PressFunctionKeys(request, number);
+    case RequestKind::ReleaseKey:
+      return Release(request);
+    case RequestKind::ReleaseFunctionKeys:
+      return ReleaseFunctionKeys(request);
     case RequestKind::BeginFault:
       return BeginFault(request);
     case RequestKind::EndFault:
@@ -72,10 +92,10 @@ RequestResult Rack::SetInput(const Request& request) {
 }
 
 RequestResult Rack::Press(const Request& request, std::uint32_t number) {
-  if (request.value <= 0 || request.value > 0xFF || request.duration < 0) return RequestResult::BadValue;
+  if (!IsKeyCode(request.value) || !IsHold(request.duration)) return RequestResult::BadValue;
   KeyState& keys = live_.keys;
   keys.code = static_cast<std::uint32_t>(request.value);
-  keys.release = live_.now + request.duration;
+  keys.release = HoldEnd(live_.now, request.duration);
   keys.nextRepeat = live_.now + kFirstRepeat;
   keys.pressRequest = number;
   keys.takenRequest = number - 1;  // not yet: the first request has the number 0
@@ -85,46 +105,60 @@ RequestResult Rack::Press(const Request& request, std::uint32_t number) {
 }
 
 RequestResult Rack::PressFunctionKeys(const Request& request, std::uint32_t number) {
-  CpuCardState& cpu = live_.cards[0].cpu;
-  if (cpu.functionPort == 0) return RequestResult::NoFunctionKeys;
-  if (request.value <= 0 || request.value > 0x0F || request.duration < 0) return RequestResult::BadValue;
+  if (live_.cards[0].cpu.functionPort == 0) return RequestResult::NoFunctionKeys;
+  if (!AreFunctionKeys(request.value) || !IsHold(request.duration)) return RequestResult::BadValue;
   KeyState& keys = live_.keys;
-  keys.functionBits = static_cast<std::uint32_t>(request.value);
-  keys.functionRelease = live_.now + request.duration;
+  keys.functionRelease = HoldEnd(live_.now, request.duration);
   keys.pressRequest = number;
   keys.takenRequest = number - 1;  // not yet: the first request has the number 0
   ++keys.pressCount;
-  cpu.functionKeys = static_cast<std::uint8_t>(request.value);
-  Note(JournalKind::FunctionKeys, 0, 0, request.value);
+  HoldFunctionKeys(static_cast<std::uint32_t>(request.value));
+  return RequestResult::Done;
+}
+
+// A key that is up already, or that another one has followed, is released in vain.
+RequestResult Rack::Release(const Request& request) {
+  if (!IsKeyCode(request.value)) return RequestResult::BadValue;
+  if (live_.keys.code == static_cast<std::uint32_t>(request.value)) live_.keys.code = 0;
+  return RequestResult::Done;
+}
+
+RequestResult Rack::ReleaseFunctionKeys(const Request& request) {
+  if (live_.cards[0].cpu.functionPort == 0) return RequestResult::NoFunctionKeys;
+  if (!AreFunctionKeys(request.value)) return RequestResult::BadValue;
+  const auto released = static_cast<std::uint32_t>(request.value);
+  const std::uint32_t held = live_.keys.functionBits;
+  if ((held & released) != 0) HoldFunctionKeys(held & ~released);
   return RequestResult::Done;
 }
 
 RequestResult Rack::CheckFault(const Request& request) const {
-  if (request.fault == FaultKind::BusReadsFail) return RequestResult::Done;
+  const FaultNeeds needs = NeedsOf(request.fault);
+  if (needs.target == FaultTarget::Rack) return RequestResult::Done;
   if (request.slot >= kSlots) return RequestResult::NoSuchCard;
   const CardState& card = live_.cards[request.slot];
   int channels = 0;
-  switch (request.fault) {
-    case FaultKind::CardPulled:
+  switch (needs.target) {
+    case FaultTarget::Card:
       return card.kind == CardKind::None ? RequestResult::NoSuchCard : RequestResult::Done;
-    case FaultKind::CardSilent:
+    case FaultTarget::CylinderCard:
       return CylinderCount(card) == 0 ? RequestResult::NoSuchCard : RequestResult::Done;
-    case FaultKind::InputStuck:
+    case FaultTarget::Input:
       channels = InputCount(card);
       break;
-    case FaultKind::CylinderAlarm:
-      channels = CylinderCount(card);
-      break;
-    case FaultKind::MotorBlocked:
-    case FaultKind::MotorLosesSteps:
+    case FaultTarget::Motor:
       channels = MotorCount(card);
       break;
-    default:
+    case FaultTarget::Cylinder:
+      channels = CylinderCount(card);
+      break;
+    case FaultTarget::Rack:
+    case FaultTarget::None:
       return RequestResult::BadValue;
   }
   if (channels == 0) return RequestResult::NoSuchCard;
   if (request.channel >= channels) return RequestResult::NoSuchChannel;
-  if (request.fault == FaultKind::MotorLosesSteps && request.value <= 0) return RequestResult::BadValue;
+  if (needs.value == FaultValue::Every && request.value <= 0) return RequestResult::BadValue;
   return RequestResult::Done;
 }
 
@@ -161,7 +195,6 @@ void Rack::End(FaultRecord& fault) {
   Note(JournalKind::FaultEnds, ended.slot, ended.channel, static_cast<std::int32_t>(ended.kind));
 }
 
-// Pulled cards and failing reads are looked up at each access.
 void Rack::Impose(const FaultRecord& fault, bool begins) {
   CardState& card = live_.cards[fault.slot < kSlots ? fault.slot : 0];
   switch (fault.kind) {
@@ -188,7 +221,10 @@ void Rack::Impose(const FaultRecord& fault, bool begins) {
         CylinderCard(*Cylinders(card)).SetNoAcknowledge(channel, begins, live_.now);
       }
       break;
-    default:
+    // Looked up at each access.
+    case FaultKind::CardPulled:
+    case FaultKind::BusReadsFail:
+    case FaultKind::None:
       break;
   }
 }

@@ -20,8 +20,9 @@ bool Send(RequestRing& ring, const Request& request, std::uint32_t& number) {
 RequestResult ResultOf(const RequestRing& ring, std::uint32_t number) {
   const std::uint32_t done = ring.done.load(std::memory_order_acquire);
   if (static_cast<std::int32_t>(done - number) <= 0) return RequestResult::Pending;
+  // Who sees the result of a later request in this place also sees that it was sent.
   const auto result = static_cast<RequestResult>(
-      ring.cells[number % kRequestCapacity].result.load(std::memory_order_relaxed));
+      ring.cells[number % kRequestCapacity].result.load(std::memory_order_acquire));
   const bool reused = ring.sent.load(std::memory_order_relaxed) - number > kRequestCapacity;
   return reused ? RequestResult::Done : result;
 }
@@ -40,7 +41,7 @@ bool NextRequest(const RequestRing& ring, Request& request, std::uint32_t& numbe
 void Finish(RequestRing& ring, RequestResult result) {
   const std::uint32_t done = ring.done.load(std::memory_order_relaxed);
   ring.cells[done % kRequestCapacity].result.store(static_cast<std::uint32_t>(result),
-                                                   std::memory_order_relaxed);
+                                                   std::memory_order_release);
   ring.done.store(done + 1, std::memory_order_release);
 }
 

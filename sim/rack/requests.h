@@ -14,14 +14,19 @@ namespace rack {
 
 enum class RequestKind : std::uint32_t {
   None = 0,
-  SetInput,           // slot, channel, value 0 or 1: the input shows this level until it is released
-  ReleaseInput,       // slot, channel: the machine drives the input again
-  PressKey,           // value: scan code; duration: how long it is held
-  PressFunctionKeys,  // value: function-key bits; duration: how long they are held
-  BeginFault,         // fault, slot, channel, value by the kind of the fault; duration: 0 until it is cleared
-  EndFault,           // fault, slot, channel: as they were given
+  SetInput,             // slot, channel, value 0 or 1: the input shows this level until it is released
+  ReleaseInput,         // slot, channel: the machine drives the input again
+  PressKey,             // value: scan code; duration: how long it is held, or kUntilReleased
+  PressFunctionKeys,    // value: function-key bits; duration: likewise
+  ReleaseKey,           // value: scan code. Another key that is held by now stays held
+  ReleaseFunctionKeys,  // value: function-key bits. Others that are held stay held
+  BeginFault,           // fault; slot, channel, value by its kind; duration: 0 until it is cleared
+  EndFault,             // fault, slot, channel: as they were given
   EndAllFaults
 };
+
+// Duration of a press that a release ends, or the next press.
+constexpr Nanos kUntilReleased = -1;
 
 enum class FaultKind : std::uint8_t {
   None = 0,
@@ -33,7 +38,47 @@ enum class FaultKind : std::uint8_t {
   CardSilent,       // slot: the card does not acknowledge commands
   BusReadsFail      // the read call of the device fails
 };
-constexpr int kFaultKinds = 8;
+
+// What a fault holds.
+enum class FaultTarget { None, Rack, Card, CylinderCard, Input, Motor, Cylinder };
+// What its value is: a level, a number from 0 on, or every so many, from 1 on.
+enum class FaultValue { None, Level, Count, Every };
+
+struct FaultNeeds {
+  FaultTarget target;  // None: there is no such kind
+  FaultValue value;
+};
+
+// What a fault of this kind is given.
+constexpr FaultNeeds NeedsOf(FaultKind kind) {
+  switch (kind) {
+    case FaultKind::CardPulled:
+      return {FaultTarget::Card, FaultValue::None};
+    case FaultKind::InputStuck:
+      return {FaultTarget::Input, FaultValue::Level};
+    case FaultKind::CylinderAlarm:
+      return {FaultTarget::Cylinder, FaultValue::Count};
+    case FaultKind::MotorBlocked:
+      return {FaultTarget::Motor, FaultValue::None};
+    case FaultKind::MotorLosesSteps:
+      return {FaultTarget::Motor, FaultValue::Every};
+    case FaultKind::CardSilent:
+      return {FaultTarget::CylinderCard, FaultValue::None};
+    case FaultKind::BusReadsFail:
+      return {FaultTarget::Rack, FaultValue::None};
+    case FaultKind::None:
+      break;
+  }
+  return {FaultTarget::None, FaultValue::None};
+}
+
+// How many kinds there are. They are numbered from 1 on without a gap.
+constexpr int CountFaultKinds() {
+  int kinds = 0;
+  while (NeedsOf(static_cast<FaultKind>(kinds + 1)).target != FaultTarget::None) ++kinds;
+  return kinds;
+}
+constexpr int kFaultKinds = CountFaultKinds();
 
 enum class RequestResult : std::uint32_t {
   Pending = 0,

@@ -177,7 +177,8 @@ bool StateFile::Replaced() const {
   return mapped.st_ino != named.st_ino || mapped.st_dev != named.st_dev;
 }
 
-StateFile::SenderLock::SenderLock(const StateFile& file) : descriptor_(file.descriptor_) {
+StateFile::SenderLock::SenderLock(const StateFile& file)
+    : thread_(file.sender_), descriptor_(file.descriptor_) {
   while (flock(descriptor_, LOCK_EX) != 0 && errno == EINTR) {
   }
 }

@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <type_traits>
 
@@ -87,7 +88,7 @@ struct KeyState {
   std::uint32_t code;          // 0: none is held
   std::uint32_t functionBits;  // held function keys
   Nanos nextRepeat;
-  Nanos release;
+  Nanos release;  // kNever: a request lets it go
   Nanos functionRelease;
   std::uint32_t pressRequest;  // number of the request that pressed last
   std::uint32_t takenRequest;  // number of the last press whose code (function bits) the controller has taken
@@ -242,7 +243,8 @@ class StateFile {
 
   RackState* State() const { return mapped_; }
 
-  // Held by a tool while it sends requests.
+  // Held by a tool while it sends requests, against the other tools and against its own threads: the lock on
+  // the file does not part threads that share the descriptor.
   class SenderLock {
    public:
     explicit SenderLock(const StateFile& file);
@@ -251,6 +253,7 @@ class StateFile {
     SenderLock& operator=(const SenderLock&) = delete;
 
    private:
+    std::lock_guard<std::mutex> thread_;
     int descriptor_;
   };
 
@@ -260,6 +263,7 @@ class StateFile {
   RackState* mapped_ = nullptr;
   int descriptor_ = -1;
   std::string path_;
+  mutable std::mutex sender_;
 };
 
 // Puts the power-on state of a rack into zeroed memory.

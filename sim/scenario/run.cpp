@@ -228,7 +228,7 @@ std::string Run::Prepare(const RunPlaces& places) {
   recording_.open(folder_ + "/recording");
   const Snapshot start = Look();
   waveform_ = std::make_unique<Waveform>(recording_, start);
-  waveform_->Begin({}, 0);
+  waveform_->Begin();
   cards_.emplace(State());
   journal_ = std::make_unique<JournalReader>(State().journal, JournalReader::Start::Oldest);
   judge_ = std::make_unique<Judge>(scenario_, start, [this](std::uint32_t number) -> std::string {
@@ -270,12 +270,13 @@ Nanos Run::NextStop(Nanos now) const {
 std::string Run::Send(const Request& request) {
   std::uint32_t number = 0;
   if (!rack::Send(State().requests, request, number)) return "too many requests wait";
-  RequestResult result = RequestResult::Pending;
-  while (result == RequestResult::Pending && !controller_->Ended()) {
+  for (;;) {
+    const bool ended = controller_->Ended();
+    const RequestAnswer answer = AnswerOf(State().requests, number);
+    if (answer.state != RequestAnswer::State::Pending) return answer.text;
+    if (ended) return "the controller ended before it took the request";
     usleep(kLookMicros);
-    result = ResultOf(State().requests, number);
   }
-  return result == RequestResult::Done ? "" : "the rack refuses it";
 }
 
 std::string Run::Do(const Event& event) {

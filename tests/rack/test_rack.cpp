@@ -33,6 +33,10 @@ Request Fault(FaultKind kind, std::uint8_t slot, std::uint8_t channel, int value
   return {RequestKind::BeginFault, kind, slot, channel, 0, value, 0, duration};
 }
 
+Request Keys(RequestKind kind, int value, rack::Nanos duration = 0) {
+  return {kind, FaultKind::None, 0, 0, 0, value, 0, duration};
+}
+
 Request Input(RequestKind kind, std::uint8_t slot, std::uint8_t channel, int level) {
   return {kind, FaultKind::None, slot, channel, 0, level, 0, 0};
 }
@@ -111,6 +115,47 @@ TEST(RackTest, FunctionKeysStandInTheirRegisterWhileTheyAreHeld) {
   EXPECT_EQ(cell.Events(), "0 input 0.1=1\n0 function 0.0=8\n100 function 0.0=0\n");
   TestRack plain("");
   EXPECT_EQ(plain.Ask(press, 0), RequestResult::NoFunctionKeys);
+}
+
+TEST(RackTest, AKeyPressedUntilReleasedRepeatsUntilItsOwnRelease) {
+  TestRack cell(kCell);
+  const auto ask = [&](RequestKind kind, int value, rack::Nanos now, rack::Nanos duration = 0) {
+    return cell.Ask(Keys(kind, value, duration), now);
+  };
+  EXPECT_EQ(ask(RequestKind::PressKey, 0x79, 0, -1), RequestResult::Done);
+  EXPECT_EQ(ask(RequestKind::ReleaseKey, 0x5A, 550 * kMs),
+            RequestResult::Done);  // another key: nothing happens
+  EXPECT_EQ(ask(RequestKind::ReleaseKey, 0x79, 650 * kMs), RequestResult::Done);
+  EXPECT_EQ(ask(RequestKind::PressKey, 0x79, 2000 * kMs, -1), RequestResult::Done);
+  // The key that an operator presses meanwhile stays down for its time.
+  EXPECT_EQ(ask(RequestKind::PressKey, 0x5A, 2100 * kMs, 550 * kMs), RequestResult::Done);
+  EXPECT_EQ(ask(RequestKind::ReleaseKey, 0x79, 2200 * kMs), RequestResult::Done);
+  cell.bus->AdvanceTo(9000 * kMs);
+  EXPECT_EQ(ask(RequestKind::ReleaseKey, 0x5A, 9000 * kMs), RequestResult::Done);
+  EXPECT_EQ(cell.Events(),
+            "0 input 0.1=1\n0 key 0.0=121\n500 key 0.1=121\n600 key 0.1=121\n"
+            "2000 key 0.0=121\n2100 key 0.0=90\n2600 key 0.1=90\n");
+  EXPECT_EQ(ask(RequestKind::PressKey, 0x79, 9000 * kMs, -2), RequestResult::BadValue);
+  EXPECT_EQ(ask(RequestKind::ReleaseKey, 0, 9000 * kMs), RequestResult::BadValue);
+  EXPECT_EQ(ask(RequestKind::ReleaseKey, 0x100, 9000 * kMs), RequestResult::BadValue);
+}
+
+TEST(RackTest, ReleasedFunctionKeysLeaveTheOthersInTheRegister) {
+  TestRack cell(kCell);
+  const auto ask = [&](RequestKind kind, int bits, rack::Nanos now, rack::Nanos duration = 0) {
+    return cell.Ask(Keys(kind, bits, duration), now);
+  };
+  EXPECT_EQ(ask(RequestKind::PressFunctionKeys, 0x0A, 0, -1), RequestResult::Done);
+  EXPECT_EQ(cell.Read(0, 20, 60'000 * kMs), 0x0A);
+  EXPECT_EQ(ask(RequestKind::ReleaseFunctionKeys, 0x04, 60'001 * kMs), RequestResult::Done);
+  EXPECT_EQ(ask(RequestKind::ReleaseFunctionKeys, 0x0C, 60'002 * kMs), RequestResult::Done);
+  EXPECT_EQ(cell.Read(0, 20, 60'003 * kMs), 0x02);
+  EXPECT_EQ(ask(RequestKind::ReleaseFunctionKeys, 0x02, 60'004 * kMs), RequestResult::Done);
+  EXPECT_EQ(cell.Read(0, 20, 60'005 * kMs), 0x00);
+  EXPECT_EQ(cell.Events(), "0 input 0.1=1\n0 function 0.0=10\n60002 function 0.0=2\n60004 function 0.0=0\n");
+  EXPECT_EQ(ask(RequestKind::ReleaseFunctionKeys, 0x10, 60'006 * kMs), RequestResult::BadValue);
+  TestRack plain("");
+  EXPECT_EQ(plain.Ask(Keys(RequestKind::ReleaseFunctionKeys, 0x02), 0), RequestResult::NoFunctionKeys);
 }
 
 TEST(RackTest, FaultsOfTheBusEndAtTheirOwnTime) {

@@ -101,6 +101,16 @@ TEST_F(CasesTest, AControllerThatEndsFailsWhatIsNotDecided) {
   EXPECT_EQ(shell.Status(), 1);
 }
 
+TEST_F(CasesTest, WhatTheRackRefusesIsSaidInItsWords) {
+  std::ofstream(shell.Folder() / "cases/bad.toml")
+      << "machine = \"machine\"\n[[event]]\nat = \"1 s\"\nkey = \"RUN\"\n"
+         "[[expect]]\nthat = \"guard on\"\nby = \"2 s\"\n";
+  EXPECT_EQ(Run("velmo-rack test bad.toml"),
+            "TAP version 13\n1..1\nBail out! bad.toml: key RUN: the CPU card has no function keys: the rack "
+            "file gives it none\n");
+  EXPECT_EQ(shell.Status(), 1);
+}
+
 TEST_F(CasesTest, JunitHasEveryExpectation) {
   Run("velmo-rack test pass/level.toml fail/end.toml --junit results.xml");
   const std::string xml = ReadText(shell.Folder() / "cases/results.xml");
