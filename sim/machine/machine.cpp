@@ -226,8 +226,7 @@ Snapshot SnapshotOf(const RackImage& image, RackLive& live) {
 
 Snapshot PowerOnSnapshot(const RackImage& image, const RackLive& live) {
   const auto fresh = std::make_unique<RackLive>();
-  for (int slot = 0; slot < kSlots; ++slot) PowerOn(fresh->cards[slot], live.cards[slot].kind);
-  fresh->cards[0].cpu.functionPort = live.cards[0].cpu.functionPort;
+  std::copy(std::begin(image.cards), std::end(image.cards), std::begin(fresh->cards));
   fresh->plant.linkCount = live.plant.linkCount;
   std::copy(std::begin(live.plant.links), std::end(live.plant.links), std::begin(fresh->plant.links));
   return SnapshotOf(image, *fresh);

@@ -39,14 +39,14 @@ void MakeEmptySetup(RackSetup& setup) {
 }
 
 void InsertCard(RackSetup& setup, int slot, CardKind kind) {
-  PowerOn(setup.cards[slot], kind);
+  PowerOn(setup.image.cards[slot], kind);
 }
 
 void AssignEntries(RackSetup& setup) {
   RackImage& image = setup.image;
   image.entryCount = 0;
   for (std::uint8_t slot = 0; slot < kSlots && image.entryCount < kMaxEntries; ++slot) {
-    if (setup.cards[slot].kind != CardKind::None) image.entrySlot[image.entryCount++] = slot;
+    if (setup.image.cards[slot].kind != CardKind::None) image.entrySlot[image.entryCount++] = slot;
   }
 }
 
@@ -93,7 +93,7 @@ void PowerOn(RackState& state, const RackSetup& setup, Nanos monotonic) {
   state.time.setup = setup.time;
   state.time.setup.realStart = monotonic;
   if (setup.time.mode == TimeMode::Virtual) state.powerOn = kVirtualPowerOn;
-  std::memcpy(state.live.cards, setup.cards, sizeof state.live.cards);
+  std::memcpy(state.live.cards, state.image.cards, sizeof state.live.cards);
   state.live.plant = setup.plant;
   Rack(state).PowerOn(setup.inputsOn);
 }

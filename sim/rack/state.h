@@ -52,8 +52,9 @@ struct RackImage {
   std::uint8_t entrySlot[kMaxEntries];
   SignalName signals[kMaxSignals];
   char linkNames[kMaxLinks][kSignalNameSize];  // what the rack file calls the plant's links; empty: nothing
+  CardState cards[kSlots];                     // by slot, as they are at power-on
 };
-static_assert(sizeof(RackImage) == 24 + 44 * kMaxSignals + 40 * kMaxLinks);
+static_assert(offsetof(RackImage, cards) == 24 + 44 * kMaxSignals + 40 * kMaxLinks);
 
 // Inputs 0 to 15 of a card, one bit each. The card shows the natural level, over it what was set by hand,
 // over both what a fault holds.
@@ -196,7 +197,6 @@ static_assert(std::is_standard_layout_v<RackState>);
 struct RackSetup {
   RackImage image;
   TimeSetup time;
-  CardState cards[kSlots];
   PlantState plant;                     // its links
   std::uint16_t inputsOn[kMaxEntries];  // inputs that are switched on at power-on, by entry
 };

@@ -85,7 +85,7 @@ Nanos Reader::Time(const Value& owner, const char* word, Nanos absent) {
 
 void Reader::ReadRack(const Value& rack) {
   CheckWords(rack.as_table(), {"rack"});
-  CpuCardState& cpu = setup_.cards[0].cpu;
+  CpuCardState& cpu = setup_.image.cards[0].cpu;
   cpu.taskCount = Number<std::uint8_t>(rack, "task_count", 0, 255, cpu.taskCount);
   cpu.settings = Number<std::uint8_t>(rack, "settings", 0, 255, 0);
   cpu.functionPort = Number<std::uint8_t>(rack, "function_port", 0, 255, 0);
@@ -128,7 +128,7 @@ void Reader::ReadSlot(const Value& value, int slot) {
       *std::find_if(std::begin(kCardRows), std::end(kCardRows),
                     [&](const CardRow& candidate) { return words[*choice] == candidate.word; });
   InsertCard(setup_, slot, row.kind);
-  if (value.is_table()) ReadSettings(value, row, setup_.cards[slot]);
+  if (value.is_table()) ReadSettings(value, row, setup_.image.cards[slot]);
 }
 
 void Reader::ReadSettings(const Value& value, const CardRow& row, CardState& card) {
@@ -219,7 +219,7 @@ bool Reader::Signal(const Value& value, bool output, SignalRef& signal) {
     }
     if (!Address(value, entry, channel)) return false;
   }
-  const CardState& card = setup_.cards[SlotOfEntry(setup_.image, entry)];
+  const CardState& card = setup_.image.cards[SlotOfEntry(setup_.image, entry)];
   const int count = output ? OutputCount(card) : InputCount(card);
   if (channel >= count) {
     const std::string has = count == 0 ? "no " + std::string(sort) + "s"
@@ -237,7 +237,7 @@ bool Reader::Mover(const Value& value, bool motor, std::uint8_t& entry, std::uin
   int row = 0;
   int number = 0;
   if (!Address(value, row, number)) return false;
-  const CardState& card = setup_.cards[SlotOfEntry(setup_.image, row)];
+  const CardState& card = setup_.image.cards[SlotOfEntry(setup_.image, row)];
   const int count = motor ? MotorCount(card) : CylinderCount(card);
   if (number >= count) {
     const std::string sort = motor ? "motors" : "cylinders";

@@ -46,12 +46,12 @@ inverted = true
   EXPECT_EQ(setup->image.entryCount, 3U);
   EXPECT_EQ(setup->image.entrySlot[1], 2);
   EXPECT_EQ(setup->image.entrySlot[2], 12);
-  EXPECT_EQ(setup->cards[0].cpu.taskCount, 8);
-  EXPECT_EQ(setup->cards[0].cpu.settings, 7);
-  EXPECT_EQ(setup->cards[12].servo.pulsesPerUnit, 250U);
-  EXPECT_EQ(setup->cards[2].cylinder.travelTime, 1500000000);
-  EXPECT_EQ(setup->cards[2].cylinder.setupTime, 250000);
-  EXPECT_EQ(setup->cards[2].cylinder.resetTime, 0);
+  EXPECT_EQ(setup->image.cards[0].cpu.taskCount, 8);
+  EXPECT_EQ(setup->image.cards[0].cpu.settings, 7);
+  EXPECT_EQ(setup->image.cards[12].servo.pulsesPerUnit, 250U);
+  EXPECT_EQ(setup->image.cards[2].cylinder.travelTime, 1500000000);
+  EXPECT_EQ(setup->image.cards[2].cylinder.setupTime, 250000);
+  EXPECT_EQ(setup->image.cards[2].cylinder.resetTime, 0);
   ASSERT_EQ(setup->plant.linkCount, 5U);
   const auto& links = setup->plant.links;
   EXPECT_EQ(links[0].entry, 2);

@@ -102,8 +102,8 @@ TEST(StateFileTest, OutlivesItsProcessAndRefusesOtherFiles) {
 }
 
 TEST(StateFileTest, LayoutIsTheSameForEveryProcess) {
-  EXPECT_EQ(sizeof(rack::RackImage), 25112U);
-  EXPECT_EQ(offsetof(rack::RackState, live), 25136U);
+  EXPECT_EQ(sizeof(rack::RackImage), 34472U);
+  EXPECT_EQ(offsetof(rack::RackState, live), 34496U);
   EXPECT_EQ(offsetof(rack::RackLive, cards), 1088U);
   EXPECT_EQ(offsetof(rack::RackLive, plant), 10448U);
   EXPECT_EQ(offsetof(rack::RackLive, tasks), 15120U);

@@ -14,9 +14,9 @@ std::optional<RackShape> ReadRackShape(const std::string& path, std::string* err
     return std::nullopt;
   }
   RackShape shape;
-  shape.tasks = setup->cards[0].cpu.taskCount;
+  shape.tasks = setup->image.cards[0].cpu.taskCount;
   for (std::uint32_t entry = 0; entry < setup->image.entryCount; ++entry) {
-    const rack::CardKind kind = setup->cards[setup->image.entrySlot[entry]].kind;
+    const rack::CardKind kind = setup->image.cards[setup->image.entrySlot[entry]].kind;
     shape.entries.push_back(&rack::CommandsOf(kind));
   }
   return shape;
