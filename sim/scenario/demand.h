@@ -48,8 +48,8 @@ struct DemandRow {
 
   // When it is decided at the latest; nothing: that is not known yet. Null: there is no such time.
   std::optional<Nanos> (*deadline)(const Trial& trial);
-  // What is ruled whenever something happens, when the deadline is past, and when the run ends. `why` tells what
-  // ended it; it is not whole when the controller has ended by itself.
+  // What is ruled whenever something happens, when the deadline is past, and when the run ends. `why` tells
+  // what ended it; it is not whole when the controller has ended by itself.
   Ruling (*weigh)(const Trial& trial);
   Ruling (*expire)(const Trial& trial);
   Ruling (*end)(const Trial& trial, const std::string& why, bool whole);

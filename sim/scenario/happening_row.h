@@ -28,7 +28,8 @@ struct Watched {
   Nanos last = 0;          // and when it happened last
 };
 
-// Each happening is seen in one of these. True: it happens; or, of what lasts, it may hold or not from now on.
+// Each happening is seen in one of these. True: it happens; or, of what lasts, whether it holds may have
+// changed.
 using SeesRecord = bool (*)(Watched&, const JournalRecord&);
 using SeesLine = bool (*)(const Watched&, int who, const std::string& line);
 using SeesEvent = bool (*)(const Watched&, const std::string& name);
