@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <type_traits>
 
+#include "cards/rows.h"
+
 namespace rack {
 
 // Nanoseconds since the machine's power-on.
@@ -21,22 +23,6 @@ constexpr std::uint8_t kOpenBus = 0xFF;
 constexpr int kMaxEntries = 12;
 
 constexpr std::uint8_t kCardVersion = 1;
-
-// Some rows of a table.
-template <class Row>
-class RowsOf {
- public:
-  constexpr RowsOf() = default;
-  template <std::size_t Count>
-  constexpr RowsOf(const Row (&rows)[Count])
-      : first_(rows), last_(rows + Count) {}  // NOLINT(google-explicit-constructor)
-  constexpr const Row* begin() const { return first_; }
-  constexpr const Row* end() const { return last_; }
-
- private:
-  const Row* first_ = nullptr;
-  const Row* last_ = nullptr;
-};
 
 enum class SignalKind : std::uint8_t { None = 0, Input = 1, Output = 2 };
 

@@ -100,7 +100,8 @@ inline constexpr CardRow kCardRows[] = {
     RACK_CARD_KINDS(RACK_ROW)
 #undef RACK_ROW
 };
-constexpr int kCardKinds = static_cast<int>(std::size(kCardRows));
+constexpr std::size_t kCardKinds = std::size(kCardRows);
+static_assert(AreRowsOf(kCardRows, &CardRow::kind, kCardKinds), "the rows stand in CardKind order");
 
 constexpr const CardRow& RowOf(CardKind kind) {
   return kCardRows[static_cast<std::size_t>(kind)];
@@ -112,14 +113,6 @@ inline const char* KindName(CardKind kind) {
 constexpr bool IsPlugIn(CardKind kind) {
   return kind != CardKind::None && kind != CardKind::Cpu;
 }
-
-constexpr bool RowsAreInOrder() {
-  for (std::size_t i = 0; i < std::size(kCardRows); ++i) {
-    if (static_cast<std::size_t>(kCardRows[i].kind) != i) return false;
-  }
-  return true;
-}
-static_assert(RowsAreInOrder(), "one row per kind, in CardKind order");
 
 constexpr bool TypesDiffer() {
   for (const CardRow& row : kCardRows) {

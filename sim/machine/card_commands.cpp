@@ -49,15 +49,7 @@ constexpr CardCommands kRows[] = {
     {CardKind::Servo, "a servo card", kServo, 200, false, kUnusedOnServo},
     {CardKind::Cylinder, "a cylinder card", kCylinder},
 };
-static_assert(std::size(kRows) == kCardKinds, "one row per kind of card");
-
-constexpr bool InOrder() {
-  for (std::size_t i = 0; i < std::size(kRows); ++i) {
-    if (static_cast<std::size_t>(kRows[i].kind) != i) return false;
-  }
-  return true;
-}
-static_assert(InOrder(), "the rows stand in CardKind order");
+static_assert(AreRowsOf(kRows, &CardCommands::kind, kCardKinds), "one row per kind of card, in their order");
 
 constexpr bool CommandsHaveChannels() {
   for (const CardCommands& row : kRows) {

@@ -31,14 +31,7 @@ constexpr Row kRows[] = {
     {"bus", FaultKind::BusReadsFail, 0, "bus", "every read of the device fails"},
 };
 
-constexpr bool HasRowForEachKind() {
-  if (std::size(kRows) != kFaultKinds) return false;
-  for (int i = 0; i < kFaultKinds; ++i) {
-    if (kRows[i].kind != static_cast<FaultKind>(i + 1)) return false;
-  }
-  return true;
-}
-static_assert(HasRowForEachKind(), "a row for each kind of fault, in their order");
+static_assert(AreRowsOf(kRows, &Row::kind, kFaultKinds, 1), "a row for each kind of fault, in their order");
 
 const Row* FindRow(FaultKind kind) {
   const int number = static_cast<int>(kind);

@@ -71,7 +71,7 @@ int SmallNumber(std::string_view text) {
 void Reader::CheckWords(const Table& table, const Words& scopes) {
   Words known;
   for (const RackWord& word : RackWords()) {
-    if (std::find(scopes.begin(), scopes.end(), word.table) != scopes.end()) known.emplace_back(word.word);
+    if (IsOneOf(word.table, scopes)) known.emplace_back(word.word);
   }
   TomlReader::CheckWords(table, known);
 }

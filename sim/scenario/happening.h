@@ -9,21 +9,35 @@
 
 namespace rack::scenario {
 
+// Every kind, each with its row in happening_rows.cpp. Where a text fits several, the last of them is meant.
+// clang-format off
+#define SCENARIO_HAPPENINGS(kind)                                                         \
+  kind(Level)          /* "clamped on", "input 1.1 off", "output 0.8 on" */               \
+  kind(MotorMoves)     /* "motor 2.0 starts" */                                           \
+  kind(MotorStands)    /* "motor 2.0 stands" */                                           \
+  kind(MotorAt)        /* "motor 2.0 at 800": stands there */                             \
+  kind(MotorCount)     /* "motor 2.0 counts 800": its encoder counter, standing */        \
+  kind(MotorPulses)    /* "motor 2.0 pulses 800": a move of so many pulses has ended */   \
+  kind(CylinderAt)     /* "cylinder 3.0 at 5": stands there */                            \
+  kind(CylinderAlarm)  /* "cylinder 3.0 alarm" */                                         \
+  kind(Counter)        /* "counter parts 5" */                                            \
+  kind(KeyTaken)       /* "key Enter": the controller has taken it */                     \
+  kind(Line)           /* "line plc1/FLOW.PLC:4": a task reads it to execute it */        \
+  kind(Prints)         /* "plc1 prints Failed", "console prints Failed" */                \
+  kind(Restart)        /* "restart" */                                                    \
+  kind(Event)          /* the name of one of the scenario's own events */
+// clang-format on
+
 enum class HappeningKind {
-  Level,       // "clamped on", "input 1.1 off", "output 0.8 on"
-  MotorMoves,  // "motor 2.0 starts"
-  MotorStands,
-  MotorAt,        // "motor 2.0 at 800": stands there
-  MotorCount,     // "motor 2.0 counts 800": its encoder counter, standing
-  MotorPulses,    // "motor 2.0 pulses 800": a move of so many pulses has ended
-  CylinderAt,     // "cylinder 3.0 at 5": stands there
-  CylinderAlarm,  // "cylinder 3.0 alarm"
-  Counter,        // "counter parts 5"
-  KeyTaken,       // "key Enter": the controller has taken it
-  Line,           // "line plc1/FLOW.PLC:4": a task reads it to execute it
-  Prints,         // "plc1 prints Failed", "console prints Failed"
-  Restart,        // "restart"
-  Event           // the name of one of the scenario's own events
+#define SCENARIO_KIND(kind) kind,
+  SCENARIO_HAPPENINGS(SCENARIO_KIND)
+#undef SCENARIO_KIND
+};
+
+constexpr HappeningKind kHappeningKinds[] = {
+#define SCENARIO_KIND(kind) HappeningKind::kind,
+    SCENARIO_HAPPENINGS(SCENARIO_KIND)
+#undef SCENARIO_KIND
 };
 
 // Who prints: a task number as in the journal, or anyone.
@@ -39,7 +53,7 @@ struct Happening {
   std::int64_t low = 0;  // level, position, count: all from low to high are meant
   std::int64_t high = 0;
   int who = kAnyone;
-  std::string words;  // what is printed, "file:line", or an event's name
+  std::string words;  // what is printed, the program file, or an event's name
 };
 
 // A happening, or why the text is none.

@@ -33,9 +33,20 @@ bool IsTold(JournalKind kind) {
     case JournalKind::ProgramMissing:
     case JournalKind::Restart:
       return true;
-    default:
-      return false;
+    case JournalKind::None:
+    case JournalKind::Read:
+    case JournalKind::ReadFailed:
+    case JournalKind::Write:
+    case JournalKind::MotorCount:
+    case JournalKind::Device:
+    case JournalKind::ProgramLine:
+    case JournalKind::ProgramEnd:
+    case JournalKind::ProgramOpened:
+    case JournalKind::Sync:
+    case JournalKind::ConsoleText:
+      break;
   }
+  return false;
 }
 
 bool IsTask(int who) {

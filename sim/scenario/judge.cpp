@@ -1,7 +1,5 @@
 #include "scenario/judge.h"
 
-#include <algorithm>
-
 namespace rack::scenario {
 
 Judge::Judge(const Scenario& scenario, const Snapshot& machine, const FileNames& files)
@@ -42,7 +40,9 @@ void Judge::Update() {
     if (fresh) occurrences_[i].push_back(watchers_[i].Last());
   }
   for (std::size_t i = 0; i < outcomes_.size(); ++i) {
-    if (outcomes_[i].verdict == Verdict::Open) Weigh(i);
+    if (outcomes_[i].verdict != Verdict::Open) continue;
+    const Expectation& expectation = scenario_.expectations[i];
+    Decide(i, now_, RowOf(expectation.demand).weigh(TrialOf(expectation)));
   }
 }
 
@@ -54,89 +54,37 @@ std::optional<Nanos> Judge::TimeOf(const Moment& moment) const {
   return times[nth - 1] + moment.delay;
 }
 
-std::optional<Nanos> Judge::Deadline(const Expectation& expectation) const {
-  switch (expectation.demand) {
-    case Demand::By:
-    case Demand::At:
-      return expectation.limit;
-    case Demand::Within:
-    case Demand::Never: {
-      const std::optional<Nanos> from = TimeOf(expectation.from);
-      if (!from || expectation.limit < 0) return std::nullopt;
-      return *from + expectation.limit;
-    }
-    default:
-      return std::nullopt;
-  }
+Trial Judge::TrialOf(const Expectation& expectation) const {
+  const auto watcher = [&](int happening) { return happening < 0 ? nullptr : &WatcherOf(happening); };
+  return {expectation,
+          WatcherOf(expectation.what),
+          watcher(expectation.first),
+          watcher(expectation.from.after),
+          TimeOf(expectation.from),
+          now_};
 }
 
 // What happens at the deadline itself is still in time: the deadline is past when time goes on.
 void Judge::Reach(Nanos time) {
   if (time <= now_) return;
   for (std::size_t i = 0; i < outcomes_.size(); ++i) {
-    if (outcomes_[i].verdict != Verdict::Open) continue;
-    const std::optional<Nanos> deadline = Deadline(scenario_.expectations[i]);
-    if (deadline && *deadline < time) Expire(i, *deadline);
+    const Expectation& expectation = scenario_.expectations[i];
+    const DemandRow& row = RowOf(expectation.demand);
+    if (outcomes_[i].verdict != Verdict::Open || row.deadline == nullptr) continue;
+    const Trial trial = TrialOf(expectation);
+    const std::optional<Nanos> deadline = row.deadline(trial);
+    if (deadline && *deadline < time) Decide(i, *deadline, row.expire(trial));
   }
   now_ = time;
   // A Never that begins now may be broken by what lasts.
   Update();
 }
 
-void Judge::Expire(std::size_t index, Nanos deadline) {
-  const Demand demand = scenario_.expectations[index].demand;
-  const Watcher& what = WatcherOf(scenario_.expectations[index].what);
-  const bool met = demand == Demand::Never ? !what.Holds() : demand == Demand::At && what.Holds();
-  if (met) return Pass(index, deadline);
-  Fail(index, deadline, what.Instead());
-}
-
-void Judge::Weigh(std::size_t index) {
-  const Expectation& expectation = scenario_.expectations[index];
-  const Watcher& what = WatcherOf(expectation.what);
-  switch (expectation.demand) {
-    case Demand::By:
-      if (what.Holds() || what.Count() > 0) Pass(index, now_);
-      break;
-    case Demand::Within: {
-      const std::optional<Nanos> from = TimeOf(expectation.from);
-      if (from && (what.Holds() || (what.Count() > 0 && what.Last() >= *from))) Pass(index, now_);
-      break;
-    }
-    case Demand::Never:
-      WeighNever(index, what);
-      break;
-    case Demand::Order: {
-      if (what.Count() == 0) break;
-      const Watcher& first = WatcherOf(expectation.first);
-      if (first.Count() > 0) {
-        Pass(index, now_);
-      } else {
-        Fail(index, now_, what.What().text + " has come, and " + first.What().text + " has not");
-      }
-      break;
-    }
-    default:
-      break;
-  }
-}
-
-void Judge::WeighNever(std::size_t index, const Watcher& what) {
-  const std::optional<Nanos> from = TimeOf(scenario_.expectations[index].from);
-  if (!from || now_ < *from) return;
-  const bool happened = what.Count() > 0 && what.Last() >= *from;
-  if (!happened && !what.Holds()) return;
-  Fail(index, now_, what.Instead());
-}
-
 bool Judge::Decided() const {
   for (std::size_t i = 0; i < outcomes_.size(); ++i) {
-    if (outcomes_[i].verdict != Verdict::Open) continue;
     const Expectation& expectation = scenario_.expectations[i];
-    if (expectation.demand == Demand::End) continue;
-    const std::optional<Nanos> from = TimeOf(expectation.from);
-    const bool watching = expectation.demand == Demand::Never && from && *from <= now_;
-    if (!watching || expectation.limit >= 0) return false;
+    const bool open = outcomes_[i].verdict == Verdict::Open;
+    if (open && RowOf(expectation.demand).keepsRunning(TrialOf(expectation))) return false;
   }
   return true;
 }
@@ -144,50 +92,28 @@ bool Judge::Decided() const {
 void Judge::End(Nanos time, const std::string& why, bool whole) {
   Reach(time);
   for (std::size_t i = 0; i < outcomes_.size(); ++i) {
-    if (outcomes_[i].verdict == Verdict::Open) WeighEnd(i, why, whole);
+    if (outcomes_[i].verdict != Verdict::Open) continue;
+    const Expectation& expectation = scenario_.expectations[i];
+    Decide(i, now_, RowOf(expectation.demand).end(TrialOf(expectation), why, whole));
   }
 }
 
-void Judge::WeighEnd(std::size_t index, const std::string& why, bool whole) {
-  const Expectation& expectation = scenario_.expectations[index];
-  const Watcher& what = WatcherOf(expectation.what);
-  const std::string when = why + ": ";
-  const bool after = expectation.from.after >= 0;
-  const bool begun = !after || TimeOf(expectation.from).has_value();
-  switch (expectation.demand) {
-    case Demand::End:
-      if (what.Holds()) return Pass(index, now_);
-      return Fail(index, now_, when + what.Instead());
-    case Demand::At:
-      // The end may be that very moment.
-      if (whole && expectation.limit == now_ && what.Holds()) return Pass(index, now_);
-      break;
-    case Demand::Never:
-      // What it counts from must have come: otherwise nothing was watched.
-      if (begun && whole) return Pass(index, now_);
-      if (begun) return Fail(index, now_, why);
-      break;
-    case Demand::Order:
-      return Fail(index, now_, when + what.What().text + " has not come");
-    default:
-      break;
+void Judge::Decide(std::size_t index, Nanos time, const Ruling& ruling) {
+  if (ruling.verdict == Verdict::Open) return;
+  Outcome& outcome = outcomes_[index];
+  outcome.verdict = ruling.verdict;
+  outcome.time = time;
+  if (ruling.verdict == Verdict::Passed) return;
+  outcome.message = "at " + ClockText(time) + ", " + ruling.message;
+  outcome.story = Story(scenario_.expectations[index]);
+}
+
+std::vector<std::string> Judge::Story(const Expectation& expectation) const {
+  std::vector<const Happening*> about;
+  for (const int happening : {expectation.what, expectation.first, expectation.from.after}) {
+    if (happening >= 0) about.push_back(&WatcherOf(happening).What());
   }
-  if (!begun)
-    return Fail(index, now_, when + WatcherOf(expectation.from.after).What().text + " has not come");
-  Fail(index, now_, when + what.Instead());
-}
-
-void Judge::Pass(std::size_t index, Nanos time) {
-  outcomes_[index].verdict = Verdict::Passed;
-  outcomes_[index].time = time;
-}
-
-void Judge::Fail(std::size_t index, Nanos time, const std::string& message) {
-  const Expectation& expectation = scenario_.expectations[index];
-  std::vector<const Happening*> about = {&WatcherOf(expectation.what).What()};
-  if (expectation.first >= 0) about.push_back(&WatcherOf(expectation.first).What());
-  if (expectation.from.after >= 0) about.push_back(&WatcherOf(expectation.from.after).What());
-  outcomes_[index] = {Verdict::Failed, time, "at " + ClockText(time) + ", " + message, history_.Story(about)};
+  return history_.Story(about);
 }
 
 }  // namespace rack::scenario

@@ -5,13 +5,10 @@
 #include <string>
 #include <vector>
 
+#include "scenario/demand.h"
 #include "scenario/history.h"
-#include "scenario/scenario.h"
-#include "scenario/watcher.h"
 
 namespace rack::scenario {
-
-enum class Verdict { Open, Passed, Failed };
 
 struct Outcome {
   Verdict verdict = Verdict::Open;
@@ -43,13 +40,9 @@ class Judge {
 
  private:
   void Update();
-  void Weigh(std::size_t index);
-  void WeighNever(std::size_t index, const Watcher& what);
-  void WeighEnd(std::size_t index, const std::string& why, bool whole);
-  void Expire(std::size_t index, Nanos deadline);
-  void Pass(std::size_t index, Nanos time);
-  void Fail(std::size_t index, Nanos time, const std::string& message);
-  std::optional<Nanos> Deadline(const Expectation& expectation) const;
+  Trial TrialOf(const Expectation& expectation) const;
+  void Decide(std::size_t index, Nanos time, const Ruling& ruling);
+  std::vector<std::string> Story(const Expectation& expectation) const;
   const Watcher& WatcherOf(int happening) const { return watchers_[static_cast<std::size_t>(happening)]; }
 
   const Scenario& scenario_;

@@ -29,13 +29,27 @@ struct Event {
   std::string content;  // of the program file or the datagram
 };
 
+// Every demand, each with its row in demand.cpp.
+// clang-format off
+#define SCENARIO_DEMANDS(demand)                                                                           \
+  demand(By)      /* it is so, or happens, at the latest then */                                           \
+  demand(At)      /* it is so at that moment */                                                            \
+  demand(Within)  /* it is so, or happens, within a time after the moment */                               \
+  demand(Never)   /* it is not so and does not happen, from a moment on for a time or to the end */        \
+  demand(Order)   /* it happens, and not before `first` has happened */                                    \
+  demand(End)     /* it is so when the run ends */
+// clang-format on
+
 enum class Demand {
-  By,      // it is so, or happens, at the latest then
-  At,      // it is so at that moment
-  Within,  // it is so, or happens, within a time after the moment
-  Never,   // it is not so and does not happen, from a moment on for a time or to the end
-  Order,   // it happens, and not before `first` has happened
-  End      // it is so when the run ends
+#define SCENARIO_DEMAND(demand) demand,
+  SCENARIO_DEMANDS(SCENARIO_DEMAND)
+#undef SCENARIO_DEMAND
+};
+
+constexpr Demand kDemands[] = {
+#define SCENARIO_DEMAND(demand) Demand::demand,
+    SCENARIO_DEMANDS(SCENARIO_DEMAND)
+#undef SCENARIO_DEMAND
 };
 
 struct Expectation {

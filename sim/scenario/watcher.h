@@ -3,15 +3,13 @@
 
 #include <string>
 
-#include "machine/trace_text.h"
-#include "rack/journal.h"
-#include "scenario/happening.h"
+#include "scenario/happening_row.h"
 
 namespace rack::scenario {
 
 class Watcher {
  public:
-  // The machine as it stands at power-on. `files` names a program file by its number.
+  // The machine as it stands at power-on.
   Watcher(const Happening& happening, const Snapshot& machine, FileNames files);
 
   void See(const JournalRecord& record);
@@ -21,35 +19,20 @@ class Watcher {
   void SeeEvent(Nanos time, const std::string& name);
 
   // Whether it is so now; false for what happens and is over.
-  bool Holds() const;
+  bool Holds() const { return row_.holds != nullptr && row_.holds(watched_); }
   // How often it has happened since power-on, and when it happened last.
-  int Count() const { return count_; }
-  Nanos Last() const { return last_; }
-  // What there is instead, or why it is so: "clamped (1.1) is off since 1.250 s".
-  std::string Instead() const;
+  int Count() const { return watched_.count; }
+  Nanos Last() const { return watched_.last; }
+  // What there is instead, or why it is so.
+  std::string Instead() const { return row_.says(watched_); }
 
-  const Happening& What() const { return happening_; }
+  const Happening& What() const { return watched_.what; }
 
  private:
-  void Take(Nanos time, std::int64_t value);
   void Happened(Nanos time);
-  bool InRange(std::int64_t value) const { return value >= happening_.low && value <= happening_.high; }
-  bool Mine(const JournalRecord& record) const {
-    return record.slot == happening_.slot && record.port == happening_.channel;
-  }
-  void SeeMotor(const JournalRecord& record);
 
-  Happening happening_;
-  FileNames files_;
-  std::string label_;       // what it is about: "clamped (1.1)"
-  std::int64_t value_ = 0;  // level, position, count, number of pulses
-  bool moving_ = false;     // of a motor
-  bool standing_ = true;    // of a cylinder: in position
-  bool alarm_ = false;      // of a cylinder
-  bool known_ = true;       // there is a value
-  Nanos since_ = 0;         // when the value became what it is
-  int count_ = 0;
-  Nanos last_ = 0;
+  const HappeningRow& row_;
+  Watched watched_;
 };
 
 // A time on the run's clock: "1.250 s".

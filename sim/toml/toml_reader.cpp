@@ -98,7 +98,7 @@ const TomlReader::Value* TomlReader::Need(const Value& owner, const std::string&
   return value;
 }
 
-std::int64_t TomlReader::WholeNumberOf(const Value& owner, const char* word, std::int64_t low,
+std::int64_t TomlReader::WholeNumberOf(const Value& owner, const std::string& word, std::int64_t low,
                                        std::int64_t high, std::int64_t absent) {
   const Value* value = Get(owner, word);
   if (value == nullptr) return absent;
@@ -110,7 +110,7 @@ std::int64_t TomlReader::WholeNumberOf(const Value& owner, const char* word, std
   return absent;
 }
 
-Nanos TomlReader::Time(const Value& owner, const char* word, Nanos absent) {
+Nanos TomlReader::Time(const Value& owner, const std::string& word, Nanos absent) {
   const Value* value = Get(owner, word);
   if (value == nullptr) return absent;
   const std::optional<Nanos> time = FileTime(value->is_string() ? value->as_string().str : "");
@@ -118,7 +118,7 @@ Nanos TomlReader::Time(const Value& owner, const char* word, Nanos absent) {
   return time.value_or(absent);
 }
 
-bool TomlReader::Flag(const Value& owner, const char* word) {
+bool TomlReader::Flag(const Value& owner, const std::string& word) {
   const Value* value = Get(owner, word);
   if (value == nullptr) return false;
   if (value->is_boolean()) return value->as_boolean();
@@ -135,7 +135,7 @@ bool TomlReader::Text(const Value& value, std::string& text) {
   return false;
 }
 
-bool TomlReader::Text(const Value& owner, const char* word, std::string& text) {
+bool TomlReader::Text(const Value& owner, const std::string& word, std::string& text) {
   const Value* value = Get(owner, word);
   if (value == nullptr) return false;
   if (value->is_string()) return Text(*value, text);
@@ -152,14 +152,14 @@ std::optional<std::size_t> TomlReader::Choice(const Value& value, const char* wh
   return std::nullopt;
 }
 
-const TomlReader::Value* TomlReader::TableOf(const Value& root, const char* word) {
+const TomlReader::Value* TomlReader::TableOf(const Value& root, const std::string& word) {
   const Value* value = Get(root, word);
   if (value == nullptr || value->is_table()) return value;
   Fail(*value, InQuotes(word) + " is written as [" + word + "]");
   return nullptr;
 }
 
-std::vector<const TomlReader::Value*> TomlReader::Tables(const Value& root, const char* word) {
+std::vector<const TomlReader::Value*> TomlReader::Tables(const Value& root, const std::string& word) {
   std::vector<const Value*> tables;
   const Value* list = Get(root, word);
   if (list == nullptr) return tables;
@@ -173,7 +173,7 @@ std::vector<const TomlReader::Value*> TomlReader::Tables(const Value& root, cons
   return tables;
 }
 
-const toml::array* TomlReader::List(const Value& value, const char* word, const char* example) {
+const toml::array* TomlReader::List(const Value& value, const std::string& word, const char* example) {
   if (value.is_array()) return &value.as_array();
   Fail(value, InQuotes(word) + " wants a list such as " + example);
   return nullptr;
@@ -181,7 +181,7 @@ const toml::array* TomlReader::List(const Value& value, const char* word, const 
 
 void TomlReader::CheckWords(const Table& table, const Words& known) {
   for (const auto& [word, value] : table) {
-    if (std::find(known.begin(), known.end(), word) != known.end()) continue;
+    if (IsOneOf(word, known)) continue;
     Fail(value, "unknown word " + InQuotes(word) + "; " + Hint(word, known, "known here: "));
   }
 }

@@ -42,25 +42,25 @@ class TomlReader {
 
   // The value of a word, or `absent` when it is not there or wrong.
   template <class Whole = std::int64_t>
-  Whole Number(const Value& owner, const char* word, std::int64_t low, std::int64_t high,
+  Whole Number(const Value& owner, const std::string& word, std::int64_t low, std::int64_t high,
                std::int64_t absent) {
     return static_cast<Whole>(WholeNumberOf(owner, word, low, high, absent));
   }
-  Nanos Time(const Value& owner, const char* word, Nanos absent);
-  bool Flag(const Value& owner, const char* word);
+  Nanos Time(const Value& owner, const std::string& word, Nanos absent);
+  bool Flag(const Value& owner, const std::string& word);
 
   // False when it is no text, or not there; the text then stays as it is.
   bool Text(const Value& value, std::string& text);
-  bool Text(const Value& owner, const char* word, std::string& text);
+  bool Text(const Value& owner, const std::string& word, std::string& text);
   // Which of the names a text is. `what` is how messages call one.
   std::optional<std::size_t> Choice(const Value& value, const char* what, const Words& names);
 
   // [word], null when it is not there.
-  const Value* TableOf(const Value& root, const char* word);
+  const Value* TableOf(const Value& root, const std::string& word);
   // The tables of [[word]], from top to bottom.
-  std::vector<const Value*> Tables(const Value& root, const char* word);
+  std::vector<const Value*> Tables(const Value& root, const std::string& word);
   // A list; `example` shows what could stand in it. Null for anything else.
-  const toml::array* List(const Value& value, const char* word, const char* example);
+  const toml::array* List(const Value& value, const std::string& word, const char* example);
 
   void CheckWords(const Table& table, const Words& known);
   // Which one of these words a table has: exactly one is wanted.
@@ -73,7 +73,7 @@ class TomlReader {
     std::string message;
   };
 
-  std::int64_t WholeNumberOf(const Value& owner, const char* word, std::int64_t low, std::int64_t high,
+  std::int64_t WholeNumberOf(const Value& owner, const std::string& word, std::int64_t low, std::int64_t high,
                              std::int64_t absent);
   void Report();
 

@@ -53,6 +53,21 @@ std::string InQuotes(const std::string& text) {
   return "\"" + text + "\"";
 }
 
+bool IsOneOf(const std::string& word, const std::vector<std::string>& words) {
+  return std::find(words.begin(), words.end(), word) != words.end();
+}
+
+std::vector<std::string> Split(std::string_view text) {
+  std::vector<std::string> words;
+  std::size_t at = 0;
+  while ((at = text.find_first_not_of(' ', at)) != std::string_view::npos) {
+    const std::size_t end = std::min(text.find(' ', at), text.size());
+    words.emplace_back(text.substr(at, end - at));
+    at = end;
+  }
+  return words;
+}
+
 std::string Join(const std::vector<std::string>& words, std::string_view separator) {
   std::string joined;
   for (const std::string& word : words) {

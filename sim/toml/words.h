@@ -21,6 +21,10 @@ std::optional<int> WholeNumber(std::string_view text);
 
 std::string InQuotes(const std::string& text);
 
+bool IsOneOf(const std::string& word, const std::vector<std::string>& words);
+
+// The words between blanks.
+std::vector<std::string> Split(std::string_view text);
 // Words joined by a separator.
 std::string Join(const std::vector<std::string>& words, std::string_view separator);
 

@@ -86,6 +86,10 @@ TEST_F(CasesTest, EveryMistakeOfAScenarioHasItsPlaceAndNothingRuns) {
   std::ofstream(shell.Folder() / "cases/bad.toml") << "machine = \"machine\"\n";
   EXPECT_EQ(Run("velmo-rack test bad.toml"),
             "bad.toml:1:1: nothing is expected here: write [[expect]] or [end]\n");
+  std::ofstream(shell.Folder() / "cases/bad.toml")
+      << "machine = \"machine\"\n[[expect]]\nthat = 5\nby = \"1 s\"\n[end]\nhold = [3]\n";
+  EXPECT_EQ(Run("velmo-rack test bad.toml"),
+            "bad.toml:3:8: a text in quotes is wanted here\nbad.toml:6:9: a text in quotes is wanted here\n");
 }
 
 TEST_F(CasesTest, AControllerThatEndsFailsWhatIsNotDecided) {

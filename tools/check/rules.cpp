@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <sstream>
 
+#include "cards/rows.h"
+
 namespace check {
 
 namespace {
@@ -190,14 +192,8 @@ constexpr Rule kRules[] = {
 };
 // clang-format on
 
-constexpr bool RowsInIdOrder() {
-  int expected = 0;
-  for (const Rule& rule : kRules) {
-    if (static_cast<int>(rule.id) != expected++) return false;
-  }
-  return expected == static_cast<int>(RuleId::UnknownIgnore) + 1;
-}
-static_assert(RowsInIdOrder(), "one row per rule, in RuleId order");
+static_assert(rack::AreRowsOf(kRules, &Rule::id, static_cast<std::size_t>(RuleId::Count)),
+              "one row per rule, in RuleId order");
 
 std::string Indented(const char* text) {
   std::istringstream lines(text);

@@ -51,6 +51,7 @@ enum class RuleId {
   LongDelay,
   SharedOutput,
   UnknownIgnore,
+  Count  // behind the last one
 };
 
 enum class Severity { Error, Warning };

@@ -1,0 +1,293 @@
+// Every kind of happening, and what its watcher does.
+#include "scenario/happening_row.h"
+#include "scenario/happening_text.h"
+#include "scenario/watcher.h"
+
+namespace rack::scenario {
+
+namespace {
+
+using Text = HappeningText;
+
+constexpr bool kOnCard = true;
+constexpr bool kElsewhere = false;
+
+const CardView& CardOf(const Watched& watched, const Snapshot& machine) {
+  return machine.cards[static_cast<std::size_t>(watched.what.entry)];
+}
+
+const MotorView& MotorOf(const Watched& watched, const Snapshot& machine) {
+  return CardOf(watched, machine).motors[static_cast<std::size_t>(watched.what.channel)];
+}
+
+bool IsMine(const Watched& watched, const JournalRecord& record) {
+  return record.slot == watched.what.slot && record.port == watched.what.channel;
+}
+
+bool IsInRange(const Watched& watched, std::int64_t value) {
+  return value >= watched.what.low && value <= watched.what.high;
+}
+
+bool TakeValue(Watched& watched, const JournalRecord& record) {
+  if (record.value != watched.value) watched.since = record.time;
+  watched.value = record.value;
+  return true;
+}
+
+std::string AddressLabel(const char* what, const Watched& watched) {
+  return what + std::to_string(watched.what.entry) + "." + std::to_string(watched.what.channel);
+}
+
+std::string Since(const Watched& watched) {
+  return watched.since == 0 ? "" : " since " + ClockText(watched.since);
+}
+
+bool HoldsInRange(const Watched& watched) {
+  return IsInRange(watched, watched.value);
+}
+
+// What has no state.
+
+void BeginNothing(Watched& /*watched*/, const Snapshot& /*machine*/) {}
+
+std::string SayLast(const Watched& watched) {
+  return watched.count == 0 ? "it did not happen" : "it happened last at " + ClockText(watched.last);
+}
+
+// Signals.
+
+void BeginLevel(Watched& watched, const Snapshot& machine) {
+  const Happening& what = watched.what;
+  const CardView& card = CardOf(watched, machine);
+  const std::uint32_t levels = what.signal == SignalKind::Input ? card.inputs : card.outputs;
+  watched.label = SignalText(machine, what.signal, what.entry, what.channel);
+  watched.value = levels >> what.channel & 1;
+}
+
+bool SeeLevel(Watched& watched, const JournalRecord& record) {
+  const bool input = record.kind == JournalKind::InputEdge;
+  const bool output = record.kind == JournalKind::OutputChange || record.kind == JournalKind::RelayChange;
+  const bool wanted = watched.what.signal == SignalKind::Input ? input : output;
+  return wanted && IsMine(watched, record) && TakeValue(watched, record);
+}
+
+std::string SayLevel(const Watched& watched) {
+  return watched.label + (watched.value != 0 ? " is on" : " is off") + Since(watched);
+}
+
+// Motors.
+
+void BeginMotor(Watched& watched, const Snapshot& /*machine*/) {
+  watched.label = AddressLabel("motor ", watched);
+}
+
+void BeginPosition(Watched& watched, const Snapshot& machine) {
+  BeginMotor(watched, machine);
+  watched.value = MotorOf(watched, machine).position;
+}
+
+void BeginCount(Watched& watched, const Snapshot& machine) {
+  BeginMotor(watched, machine);
+  watched.value = CardOf(watched, machine).counts[static_cast<std::size_t>(watched.what.channel)];
+}
+
+void BeginPulses(Watched& watched, const Snapshot& machine) {
+  BeginMotor(watched, machine);
+  watched.known = false;
+}
+
+bool SeeMove(Watched& watched, const JournalRecord& record) {
+  if (record.kind != JournalKind::MotorMove || !IsMine(watched, record)) return false;
+  watched.moving = record.value != 0;
+  watched.since = record.time;
+  return true;
+}
+
+// A motor's value, which a record of this kind has.
+bool SeeMotorValue(Watched& watched, const JournalRecord& record, JournalKind kind) {
+  if (record.kind != kind || !IsMine(watched, record)) return SeeMove(watched, record);
+  watched.value = record.value;
+  return true;
+}
+
+bool SeePosition(Watched& watched, const JournalRecord& record) {
+  return SeeMotorValue(watched, record, JournalKind::MotorPosition);
+}
+
+bool SeeCount(Watched& watched, const JournalRecord& record) {
+  return SeeMotorValue(watched, record, JournalKind::MotorCount);
+}
+
+bool SeePulses(Watched& watched, const JournalRecord& record) {
+  if (record.kind != JournalKind::MotorPulses || !IsMine(watched, record)) return false;
+  watched.value = record.value;
+  watched.known = true;
+  return HoldsInRange(watched);
+}
+
+bool Moves(const Watched& watched) {
+  return watched.moving;
+}
+
+bool Stands(const Watched& watched) {
+  return !watched.moving;
+}
+
+bool StandsInRange(const Watched& watched) {
+  return Stands(watched) && HoldsInRange(watched);
+}
+
+std::string SayMotor(const Watched& watched, const std::string& standing) {
+  return watched.label + (watched.moving ? " moves" : standing) + Since(watched);
+}
+
+std::string SayMove(const Watched& watched) {
+  return SayMotor(watched, " stands");
+}
+
+std::string SayPosition(const Watched& watched) {
+  return SayMotor(watched, " stands at " + std::to_string(watched.value));
+}
+
+std::string SayCount(const Watched& watched) {
+  return SayMotor(watched, " counts " + std::to_string(watched.value));
+}
+
+std::string SayPulses(const Watched& watched) {
+  if (!watched.known) return watched.label + " has ended no move";
+  return "the last move of " + watched.label + " had " + std::to_string(watched.value) + " pulses";
+}
+
+// Cylinders.
+
+void TakeStatus(Watched& watched, int status) {
+  watched.standing = (status & kCylinderInPosition) != 0;
+  watched.alarm = (status & kCylinderAlarm) != 0;
+}
+
+void BeginCylinder(Watched& watched, const Snapshot& machine) {
+  const CardView& card = CardOf(watched, machine);
+  const CylinderView& cylinder = card.cylinders[static_cast<std::size_t>(watched.what.channel)];
+  watched.label = AddressLabel("cylinder ", watched);
+  TakeStatus(watched, cylinder.status);
+  watched.value = cylinder.thousandths / kCylinderPosition;
+}
+
+bool SeeCylinder(Watched& watched, const JournalRecord& record) {
+  if (record.kind != JournalKind::CylinderState || !IsMine(watched, record)) return false;
+  TakeStatus(watched, record.value);
+  watched.value = record.value >> 8 & 0xFF;
+  watched.since = record.time;
+  return true;
+}
+
+bool IsThere(const Watched& watched) {
+  return watched.standing && HoldsInRange(watched);
+}
+
+bool IsInAlarm(const Watched& watched) {
+  return watched.alarm;
+}
+
+std::string SayCylinder(const Watched& watched) {
+  const char* const how = watched.standing ? " stands at "
+                          : watched.alarm  ? " is in alarm at "
+                                           : " is on its way at ";
+  return watched.label + how + std::to_string(watched.value) + Since(watched);
+}
+
+std::string SayAlarm(const Watched& watched) {
+  return watched.label + (watched.alarm ? " is in alarm" + Since(watched) : " is in no alarm");
+}
+
+// Counters.
+
+void BeginCounter(Watched& watched, const Snapshot& machine) {
+  watched.label = "counter";
+  for (const CounterView& counter : machine.counters) {
+    if (counter.link == watched.what.channel) watched.label = "counter " + counter.name;
+  }
+}
+
+bool SeeCounter(Watched& watched, const JournalRecord& record) {
+  return record.kind == JournalKind::CounterValue && record.port == watched.what.channel &&
+         TakeValue(watched, record);
+}
+
+std::string SayCounter(const Watched& watched) {
+  return watched.label + " is " + std::to_string(watched.value) + Since(watched);
+}
+
+// The controller and the scenario.
+
+bool SeeKey(Watched& watched, const JournalRecord& record) {
+  return record.kind == JournalKind::KeyTaken && IsInRange(watched, record.value);
+}
+
+bool SeeProgramLine(Watched& watched, const JournalRecord& record) {
+  return record.kind == JournalKind::ProgramLine && IsInRange(watched, record.line) &&
+         record.task == watched.what.who && watched.files(record.file) == watched.what.words;
+}
+
+bool SeeRestart(Watched& /*watched*/, const JournalRecord& record) {
+  return record.kind == JournalKind::Restart;
+}
+
+bool SeePrinted(const Watched& watched, int who, const std::string& line) {
+  const bool speaks = watched.what.who == kAnyone || watched.what.who == who;
+  return speaks && line.find(watched.what.words) != std::string::npos;
+}
+
+bool SeeDone(const Watched& watched, const std::string& name) {
+  return watched.what.words == name;
+}
+
+// clang-format off
+constexpr HappeningRow kRows[] = {
+  {HappeningKind::Level, "\"clamped on\"", &Text::EndsInLevel, "", "",
+   &Text::ReadLevel, kOnCard, BeginLevel, SeeLevel, HoldsInRange, SayLevel},
+  {HappeningKind::MotorMoves, "", &Text::HasFirst, "motor", "starts",
+   &Text::ReadMotor, kOnCard, BeginMotor, SeeMove, Moves, SayMove},
+  {HappeningKind::MotorStands, "", &Text::HasFirst, "motor", "stands",
+   &Text::ReadMotor, kOnCard, BeginMotor, SeeMove, Stands, SayMove},
+  {HappeningKind::MotorAt, "\"motor 2.0 at 800\"", &Text::HasFirst, "motor", "at N",
+   &Text::ReadMotor, kOnCard, BeginPosition, SeePosition, StandsInRange, SayPosition},
+  {HappeningKind::MotorCount, "", &Text::HasFirst, "motor", "counts N",
+   &Text::ReadMotor, kOnCard, BeginCount, SeeCount, StandsInRange, SayCount},
+  {HappeningKind::MotorPulses, "", &Text::HasFirst, "motor", "pulses N",
+   &Text::ReadMotor, kOnCard, BeginPulses, SeePulses, nullptr, SayPulses},
+  {HappeningKind::CylinderAt, "", &Text::HasFirst, "cylinder", "at N",
+   &Text::ReadCylinder, kOnCard, BeginCylinder, SeeCylinder, IsThere, SayCylinder},
+  {HappeningKind::CylinderAlarm, "\"cylinder 3.0 alarm\"", &Text::HasFirst, "cylinder", "alarm",
+   &Text::ReadCylinder, kOnCard, BeginCylinder, SeeCylinder, IsInAlarm, SayAlarm},
+  {HappeningKind::Counter, "\"counter parts 5\"", &Text::HasFirst, "counter", "",
+   &Text::ReadCounter, kElsewhere, BeginCounter, SeeCounter, HoldsInRange, SayCounter},
+  {HappeningKind::KeyTaken, "\"key Enter\"", &Text::HasFirst, "key", "",
+   &Text::ReadKey, kElsewhere, BeginNothing, SeeKey, nullptr, SayLast},
+  {HappeningKind::Line, "\"line plc1/FLOW.PLC:4\"", &Text::HasFirst, "line", "",
+   &Text::ReadLine, kElsewhere, BeginNothing, SeeProgramLine, nullptr, SayLast},
+  {HappeningKind::Prints, "\"plc1 prints TEXT\"", &Text::HasSecond, "prints", "",
+   &Text::ReadPrints, kElsewhere, BeginNothing, SeePrinted, nullptr, SayLast},
+  {HappeningKind::Restart, "\"restart\"", &Text::IsWord, "restart", "",
+   &Text::ReadNothing, kElsewhere, BeginNothing, SeeRestart, nullptr, SayLast},
+  {HappeningKind::Event, "the name of an event", &Text::IsEvent, "", "",
+   &Text::ReadEvent, kElsewhere, BeginNothing, SeeDone, nullptr, SayLast},
+};
+// clang-format on
+static_assert(AreRowsOf(kRows, &HappeningRow::kind, kHappeningKinds), "a row for each happening, in order");
+
+}  // namespace
+
+const HappeningRow& RowOf(HappeningKind kind) {
+  return kRows[static_cast<std::size_t>(kind)];
+}
+
+bool IsState(HappeningKind kind) {
+  return RowOf(kind).holds != nullptr;
+}
+
+bool IsOnCard(HappeningKind kind) {
+  return RowOf(kind).onCard;
+}
+
+}  // namespace rack::scenario

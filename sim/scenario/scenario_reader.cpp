@@ -1,0 +1,143 @@
+#include "scenario/scenario_reader.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <iterator>
+#include <memory>
+
+#include "machine/machine.h"
+#include "rackfile/rackfile.h"
+#include "toml/times.h"
+#include "toml/words.h"
+
+namespace rack::scenario {
+
+namespace {
+
+constexpr Nanos kUsualLimit = 60 * kSecond;
+
+const std::vector<std::string> kTopWords = {"machine", "rack",  "tasks",  "seed",
+                                            "limit",   "event", "expect", "end"};
+
+std::string NameOf(const std::string& path) {
+  const std::string file = path.substr(path.rfind('/') + 1);
+  return file.substr(0, file.rfind('.'));
+}
+
+std::string Below(const std::string& folder, const std::string& path) {
+  return path[0] == '/' ? path : folder + "/" + path;
+}
+
+}  // namespace
+
+std::string ScenarioReader::BesideScenario(const std::string& path) const {
+  const std::size_t slash = scenario_.path.rfind('/');
+  return Below(slash == std::string::npos ? "." : scenario_.path.substr(0, slash), path);
+}
+
+// Unknown words, and words that go with another sort.
+bool ScenarioReader::SortOf(const Value& owner, const std::vector<Sort>& sorts, const Words& always,
+                            std::string& sort) {
+  Words words;
+  Words known = always;
+  for (const Sort& row : sorts) {
+    words.push_back(row.word);
+    known.push_back(row.word);
+    std::copy_if(row.with.begin(), row.with.end(), std::back_inserter(known),
+                 [&](const std::string& word) { return !IsOneOf(word, known); });
+  }
+  CheckWords(owner.as_table(), known);
+  if (!OneOf(owner, words, sort)) return false;
+  Words fitting = always;
+  fitting.push_back(sort);
+  for (const Sort& row : sorts) {
+    if (row.word == sort) fitting.insert(fitting.end(), row.with.begin(), row.with.end());
+  }
+  for (const auto& [word, value] : owner.as_table()) {
+    if (!IsOneOf(word, known) || IsOneOf(word, fitting)) continue;
+    Fail(value, InQuotes(word) + " does not go with " + InQuotes(sort));
+  }
+  return true;
+}
+
+void ScenarioReader::CheckTime(const Value& table, const std::string& word, Nanos time) {
+  if (time <= scenario_.limit) return;
+  Fail(*Get(table, word),
+       "this is later than the limit of " + TimeText(scenario_.limit) + ", \"limit\" moves it");
+}
+
+// The machine and what its rack file says. False: the names in the rest cannot be judged.
+bool ScenarioReader::ReadMachine(const Value& root) {
+  std::string directory = "..";
+  Text(root, "machine", directory);
+  scenario_.machine = BesideScenario(directory);
+  struct stat status = {};
+  if (stat(scenario_.machine.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
+    const Value* given = Get(root, "machine");
+    Fail(given != nullptr ? *given : root, "there is no machine in " + scenario_.machine +
+                                               ": \"machine\" names its directory, seen from this file");
+    return false;
+  }
+  std::string rackFile = "rack.toml";
+  Text(root, "rack", rackFile);
+  const auto setup = std::make_shared<RackSetup>();
+  if (!ReadRackFile(Below(scenario_.machine, rackFile), *setup, Errors())) return false;
+  scenario_.setup = setup;
+  const auto state = std::make_unique<RackState>();
+  PowerOn(*state, *setup, 0);
+  machine_ = SnapshotOf(state->image, state->live);
+  return true;
+}
+
+// A row of the happenings, also for what is wrong: it counts as a state from here on, one finding is enough.
+int ScenarioReader::Happens(const Value& value) {
+  std::string text;
+  HappeningChoice choice;
+  if (!Text(value, text)) {
+    choice.happening.kind = HappeningKind::Level;
+  } else {
+    choice = ParseHappening(text, machine_, names_);
+  }
+  if (!choice.error.empty()) {
+    Fail(value, choice.error);
+    choice.happening.kind = HappeningKind::Level;
+  }
+  scenario_.happenings.push_back(choice.happening);
+  return static_cast<int>(scenario_.happenings.size()) - 1;
+}
+
+bool ScenarioReader::ReadAfter(const Value& table, Moment& moment) {
+  const Value* after = Get(table, "after");
+  if (after == nullptr) {
+    if (const Value* nth = Get(table, "nth")) Fail(*nth, "\"nth\" goes with \"after\"");
+    return false;
+  }
+  moment.after = Happens(*after);
+  moment.nth = Number<int>(table, "nth", 1, 1'000'000, 1);
+  return true;
+}
+
+void ScenarioReader::ReadRoot(const Value& root) {
+  CheckWords(root.as_table(), kTopWords);
+  scenario_.limit = Time(root, "limit", kUsualLimit);
+  scenario_.seed = Number<unsigned>(root, "seed", 0, INT32_MAX, 0);
+  const int tasks = Number<int>(root, "tasks", 0, 99, -1);
+  if (tasks >= 0) scenario_.tasks = std::to_string(tasks);
+  if (!ReadMachine(root)) return;
+  ReadEventNames(root);
+  for (const Value* table : Tables(root, "event")) ReadEvent(*table);
+  for (const Value* table : Tables(root, "expect")) ReadExpectation(*table);
+  if (const Value* end = TableOf(root, "end")) ReadEnd(*end);
+  if (Get(root, "expect") == nullptr && Get(root, "end") == nullptr) {
+    Fail(root, "nothing is expected here: write [[expect]] or [end]");
+  }
+}
+
+bool ReadScenario(const std::string& path, Scenario& scenario, std::vector<std::string>& errors) {
+  scenario.path = path;
+  scenario.name = NameOf(path);
+  return ScenarioReader(scenario, errors).ReadFile();
+}
+
+}  // namespace rack::scenario

@@ -1,0 +1,63 @@
+// A scenario's file, read word by word.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "scenario/scenario.h"
+#include "toml/toml_reader.h"
+
+namespace rack::scenario {
+
+class ScenarioReader : public TomlReader {
+ public:
+  ScenarioReader(Scenario& scenario, std::vector<std::string>& errors)
+      : TomlReader(scenario.path, errors), scenario_(scenario) {}
+
+  // How what is done is read, for the rows of the actions.
+  void ReadKey(const Value& table, const std::string& word, Event& event);
+  void ReadInput(const Value& table, const std::string& word, Event& event);
+  void ReadFault(const Value& table, const std::string& word, Event& event);
+  void ReadDatagram(const Value& table, const std::string& word, Event& event);
+  void ReadRestart(const Value& table, const std::string& word, Event& event);
+  void ReadProgram(const Value& table, const std::string& word, Event& event);
+
+ private:
+  // What a table can be: the word that says so, and those that go with it.
+  struct Sort {
+    std::string word;
+    Words with;
+  };
+
+  void ReadRoot(const Value& root) override;
+  bool ReadMachine(const Value& root);
+  std::string BesideScenario(const std::string& path) const;
+  // Which of the sorts a table is, with all its words checked.
+  bool SortOf(const Value& owner, const std::vector<Sort>& sorts, const Words& always, std::string& sort);
+  void CheckTime(const Value& table, const std::string& word, Nanos time);
+  int Happens(const Value& value);
+  const Happening& HappeningAt(int index) const {
+    return scenario_.happenings[static_cast<std::size_t>(index)];
+  }
+  bool ReadAfter(const Value& table, Moment& moment);
+
+  void ReadEventNames(const Value& root);
+  void ReadEvent(const Value& table);
+  void ReadMoment(const Value& table, Moment& when);
+
+  void ReadExpectation(const Value& table);
+  void ReadThat(const Value& table, Expectation& expectation);
+  bool FindThat(const Value& table, Demand& demand);
+  void CheckLasting(const Value& value, const Expectation& expectation, const std::string& who);
+  void ReadNever(const Value& table, Expectation& expectation);
+  void ReadThen(const Value& table, Expectation& expectation);
+  void ReadEnd(const Value& table);
+  static std::vector<Sort> Sentences();
+  std::string AfterText(const Moment& moment) const;
+
+  Scenario& scenario_;
+  std::vector<std::string> names_;  // of events
+  Snapshot machine_;
+};
+
+}  // namespace rack::scenario
