@@ -13,7 +13,8 @@ TEST(InstallTest, InstalledProgramsFindControllerAndLibrary) {
   shell.Run("cmake --install '" VELMO_BUILD "' --prefix \"$PWD/usr\"");
   ASSERT_EQ(shell.Status(), 0);
   EXPECT_EQ(shell.Run("cd usr && ls bin lib/velmo"),
-            "bin:\nVelmo\nvelmo-check\nvelmo-rack\n\nlib/velmo:\nVelmo\nlibvelmo-rack.so\nvelmo-check\nvelmo-rack\n");
+            "bin:\nVelmo\nvelmo-check\nvelmo-rack\n\nlib/"
+            "velmo:\nVelmo\nlibvelmo-rack.so\nvelmo-check\nvelmo-rack\n");
   shell.Run("usr/bin/velmo-rack new m");
   EXPECT_EQ(shell.Run("usr/bin/velmo-check m"), "no findings\n");
   EXPECT_THAT(shell.Run("cd m && ../usr/bin/velmo-rack run --time virtual --for 1s ."),
