@@ -17,7 +17,7 @@ enum Port : std::uint8_t {
   kFirstFunctionPort = 9
 };
 
-constexpr std::uint8_t kFunctionKeyBits = 0x0F;
+constexpr std::uint8_t kFunctionKeyBits = (1 << kFunctionKeys) - 1;
 
 }  // namespace
 

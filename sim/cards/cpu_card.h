@@ -22,6 +22,7 @@ namespace rack {
 
 constexpr int kCpuInputs = 16;
 constexpr int kCpuOutputs = 16;
+constexpr int kFunctionKeys = 4;  // bits of their register
 
 struct CpuCardState {
   std::uint8_t version;

@@ -41,6 +41,13 @@ std::optional<Key> KeyOfCode(std::uint8_t code) {
   return std::nullopt;
 }
 
+std::optional<Key> FunctionKeyOfBit(int bit) {
+  for (const Row& row : kRows) {
+    if (row.key.function && row.key.code == 1 << bit) return row.key;
+  }
+  return std::nullopt;
+}
+
 std::vector<std::string> KeyNames() {
   std::vector<std::string> names;
   for (const Row& row : kRows) names.emplace_back(row.key.name);

@@ -23,6 +23,9 @@ std::optional<Key> FindKey(std::string_view name);
 // The key a make code belongs to; nothing for a code without one.
 std::optional<Key> KeyOfCode(std::uint8_t code);
 
+// The function key of a bit of the register, 0 for the lowest; nothing for a bit without one.
+std::optional<Key> FunctionKeyOfBit(int bit);
+
 // Every name that FindKey knows, the usual one of each key first.
 std::vector<std::string> KeyNames();
 

@@ -2,12 +2,12 @@
 
 #include <set>
 
+#include "machine/key_names.h"
+
 namespace rack {
 
 namespace {
 
-constexpr int kFunctionKeyBits = 4;
-constexpr const char* kFunctionKeyNames[kFunctionKeyBits] = {"CANCEL", "ZERO", "STEP", "RUN"};
 constexpr int kPlcTasks = 8;
 
 // A channel of the CylinderState source that stands for the position; the plain channel is the status.
@@ -66,8 +66,8 @@ void Waveform::AddWire(const Source& source, const std::string& scope, const std
 
 void Waveform::AddKeypad(const CardView& cpu) {
   AddWire({JournalKind::Key, 0, 0}, "keypad", "code", 8, cpu.keyCode);
-  for (int bit = 0; bit < kFunctionKeyBits; ++bit) {
-    AddWire({JournalKind::FunctionKeys, 0, bit}, "keypad", kFunctionKeyNames[bit], 1,
+  for (int bit = 0; bit < kFunctionKeys; ++bit) {
+    AddWire({JournalKind::FunctionKeys, 0, bit}, "keypad", FunctionKeyOfBit(bit)->name, 1,
             cpu.functionKeys >> bit & 1);
   }
 }
@@ -161,7 +161,7 @@ void Waveform::ForEachValue(const JournalRecord& record, Tell tell) {
       tell({JournalKind::Key, 0, 0}, 0);
       break;
     case JournalKind::FunctionKeys:
-      for (int bit = 0; bit < kFunctionKeyBits; ++bit) tell({record.kind, 0, bit}, record.value >> bit & 1);
+      for (int bit = 0; bit < kFunctionKeys; ++bit) tell({record.kind, 0, bit}, record.value >> bit & 1);
       break;
     case JournalKind::ProgramLine:
       tell({record.kind, record.task, 0}, record.line);

@@ -14,7 +14,7 @@ bool IsKeyCode(std::int32_t value) {
 }
 
 bool AreFunctionKeys(std::int32_t value) {
-  return value > 0 && value <= 0x0F;
+  return value > 0 && value < 1 << kFunctionKeys;
 }
 
 bool IsHold(Nanos duration) {
