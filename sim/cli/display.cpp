@@ -46,7 +46,8 @@ void AddKeys(std::string& text, const CardView& card) {
     const std::optional<Key> key = KeyOfCode(card.keyCode);
     text += std::string("  key      ") + (key ? key->name : "unknown") + "\n";
   }
-  if (card.functionKeys != 0) text += "  function keys " + LevelRow(card.functionKeys, 0, kFunctionKeys) + "\n";
+  if (card.functionKeys != 0)
+    text += "  function keys " + LevelRow(card.functionKeys, 0, kFunctionKeys) + "\n";
 }
 
 void AddMotors(std::string& text, const CardView& card) {
