@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "check/check.h"
+#include "check/found.h"
 #include "support/rule_example.h"
 #include "support/scratch.h"
 
@@ -24,32 +25,6 @@ using testing::HasSubstr;
 using testing::UnorderedElementsAreArray;
 
 const fs::path kSource = VELMO_SOURCE;
-
-std::string ReadText(const fs::path& path) {
-  std::ostringstream text;
-  text << std::ifstream(path, std::ios::binary).rdbuf();
-  return text.str();
-}
-
-// The findings of a machine, files relative to its directory.
-std::vector<check::Finding> FindingsOf(const fs::path& machine) {
-  std::string error;
-  auto findings = check::CheckPath(machine, "", &error);
-  EXPECT_EQ(error, "");
-  if (!findings) return {};
-  for (check::Finding& finding : *findings) finding.file = fs::path(finding.file).lexically_relative(machine);
-  return *findings;
-}
-
-// "file:line rule" of each finding.
-std::vector<std::string> Found(const fs::path& machine) {
-  std::vector<std::string> found;
-  for (const check::Finding& finding : FindingsOf(machine)) {
-    found.push_back(finding.file + ":" + std::to_string(finding.line) + " " +
-                    check::RuleOf(finding.rule).name);
-  }
-  return found;
-}
 
 void AddExpected(const std::string& name, const std::string& text, std::vector<std::string>* expected) {
   std::istringstream lines(text);
