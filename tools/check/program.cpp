@@ -60,7 +60,8 @@ Program LoadProgram(const fs::path& directory, const std::string& name) {
   for (size_t at = 0; at < text.size();) {
     const size_t lineEnd = std::min(text.find('\n', at), text.size() - 1) + 1;
     const size_t end = std::min(lineEnd, at + MAXLINE - 1);
-    program.lines.emplace_back(number, pieceStart, text.substr(at, end - at));
+    const Line& line = program.lines.emplace_back(number, pieceStart, text.substr(at, end - at));
+    if (line.label) program.labels.emplace(*line.label, program.lines.size() - 1);
     const bool isLineEnd = text[end - 1] == '\n';
     number += isLineEnd ? 1 : 0;
     pieceStart = isLineEnd ? 0 : pieceStart + MAXLINE - 1;
@@ -120,6 +121,8 @@ Line::Line(int lineNumber, int startOfPiece, std::string bytes)
   const size_t begin = raw.find(text);
   if (begin != std::string::npos) lead = static_cast<int>(begin);
   ExplainLine(text.c_str(), &parsed);
+  int found = 0;
+  if (IsLabel(raw.c_str(), &found)) label = found;
   ReadIgnores(this);
 }
 

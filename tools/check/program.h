@@ -36,6 +36,7 @@ struct Line {
   std::string text;  // trimmed
   int lead;          // byte of `raw` where `text` begins
   EXPLAINEDLINE parsed;
+  std::optional<int> label;                 // that GO finds here, also in a line too long to be executed
   std::vector<RuleId> ignored;              // silenced by the line's comment
   std::vector<std::string> unknownIgnored;  // no rule of that name
 };
@@ -47,6 +48,7 @@ struct Program {
   bool isCalled = false;  // by an FL or IF of its task
   bool isUtf16 = false;   // not taken apart then
   std::deque<Line> lines;
+  std::map<int, size_t> labels;  // by number: index of the first line with it, where GO leads
 };
 
 struct Task {
