@@ -1,11 +1,14 @@
 // Labels, ends of files, calls of blocks and loops.
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <map>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "check/characters.h"
 #include "check/flow.h"
 #include "check/topics.h"
 #include "commands/command_rows.h"
@@ -162,6 +165,32 @@ std::string LabelsOf(const Program& program, int missing) {
                  : "of its " + std::to_string(program.labels.size()) + " the nearest are " + list;
 }
 
+// The characters of a name that are taken for others.
+std::string LookAlikesOf(const std::string& name) {
+  std::string list;
+  for (size_t at = 0; at < name.size();) {
+    const Character character = CharacterAt(name, at);
+    const std::optional<LookAlike> looks = LookAlikeOf(character.code);
+    if (looks) list += "; it has " + looks->name + ", which is not " + looks->meant;
+    at += character.size;
+  }
+  return list;
+}
+
+// The last command of a program, END or EXIT, right behind one that leads elsewhere: it closes the program for
+// who reads it. `index` is that of the command.
+bool ClosesProgram(const Program& program, size_t index) {
+  const rack::GoesOn goesOn = GoesOnOf(program.lines[index]);
+  if (goesOn != rack::GoesOn::Caller && goesOn != rack::GoesOn::Nowhere) return false;
+  const auto isCommand = [](const Line& line) { return line.IsCommand(); };
+  const auto at = program.lines.begin() + static_cast<std::ptrdiff_t>(index);
+  if (std::any_of(at + 1, program.lines.end(), isCommand)) return false;
+  const auto before = std::find_if(std::make_reverse_iterator(at), program.lines.rend(), isCommand);
+  if (before == program.lines.rend()) return false;
+  const rack::GoesOn leads = GoesOnOf(*before);
+  return leads == rack::GoesOn::Label || leads == rack::GoesOn::Block;
+}
+
 class FlowRules {
  public:
   FlowRules(const Task& task, Report* report) : ofTask_(task), out_(*report), mainsAbove_(MainsAbove(task)) {
@@ -229,7 +258,8 @@ class FlowRules {
     }
     if (ofTask_.Find(block.name) != nullptr) return;
     out_.Add(program, line, block.column, RuleId::MissingBlock,
-             "there is no file \"" + block.name + "\": " + effect + DidYouMean(NameMeant(block.name)));
+             "there is no file \"" + block.name + "\": " + effect + LookAlikesOf(block.name) +
+                 DidYouMean(NameMeant(block.name)));
   }
 
   // The file probably meant by a block's name that is none.
@@ -257,7 +287,7 @@ class FlowRules {
     for (size_t i = 0; i < program.lines.size(); ++i) {
       const Line& line = program.lines[i];
       if (flow.reached[i]) isReported = false;
-      if (flow.reached[i] || !line.IsCommand() || isReported) continue;
+      if (flow.reached[i] || !line.IsCommand() || isReported || ClosesProgram(program, i)) continue;
       isReported = true;
       out_.Add(program, line, line.parsed.KeywordColumn, RuleId::Unreachable,
                "the controller never comes to this line: the program ends or goes elsewhere before it");
