@@ -29,8 +29,8 @@ std::vector<std::string> PlugInWords() {
 
 class Reader : public TomlReader {
  public:
-  Reader(std::string name, RackSetup& setup, std::vector<std::string>& errors)
-      : TomlReader(std::move(name), errors), setup_(setup) {}
+  Reader(std::string name, RackSetup& setup, std::vector<std::string>& errors, RackNotes& notes)
+      : TomlReader(std::move(name), errors), setup_(setup), notes_(notes) {}
 
  private:
   void ReadRoot(const Value& root) override;
@@ -56,9 +56,11 @@ class Reader : public TomlReader {
   void ReadCounter(const Value& counter);
   void ReadThings(const Value& root);
   void ReadOnAtStart(const Value& on);
+  void ReadCheck(const Value& check);
   void AddLink(const Value& owner, const PlantLink& link, const std::string& name);
 
   RackSetup& setup_;
+  RackNotes& notes_;
   int signals_ = 0;
 };
 
@@ -421,6 +423,20 @@ void Reader::ReadOnAtStart(const Value& on) {
   }
 }
 
+void Reader::ReadCheck(const Value& check) {
+  CheckWords(check.as_table(), {"check"});
+  const Value* ignore = Get(check, "ignore");
+  const toml::array* rules =
+      ignore == nullptr ? nullptr : List(*ignore, "ignore", "[\"long-delay\", \"lost-text\"]");
+  if (rules == nullptr) return;
+  for (const Value& rule : *rules) {
+    std::string name;
+    if (!Text(rule, name)) continue;
+    const toml::source_location place = rule.location();
+    notes_.ignored.push_back({name, place.line(), place.column()});
+  }
+}
+
 void Reader::ReadRoot(const Value& root) {
   CheckWords(root.as_table(), {""});
   const Value* rack = TableOf(root, "rack");
@@ -432,6 +448,7 @@ void Reader::ReadRoot(const Value& root) {
   ReadThings(root);
   const Value* on = rack == nullptr ? nullptr : Get(*rack, "on_at_start");
   if (on != nullptr) ReadOnAtStart(*on);
+  if (const Value* check = TableOf(root, "check")) ReadCheck(*check);
 }
 
 }  // namespace
@@ -445,14 +462,17 @@ bool ParseAddress(const std::string& text, int& entry, int& channel) {
 }
 
 bool ReadRackText(const std::string& text, const std::string& name, RackSetup& setup,
-                  std::vector<std::string>& errors) {
+                  std::vector<std::string>& errors, RackNotes* notes) {
   MakeEmptySetup(setup);
-  return Reader(name, setup, errors).ReadText(text);
+  RackNotes unasked;
+  return Reader(name, setup, errors, notes == nullptr ? unasked : *notes).ReadText(text);
 }
 
-bool ReadRackFile(const std::string& path, RackSetup& setup, std::vector<std::string>& errors) {
+bool ReadRackFile(const std::string& path, RackSetup& setup, std::vector<std::string>& errors,
+                  RackNotes* notes) {
   MakeEmptySetup(setup);
-  return Reader(path, setup, errors).ReadFile();
+  RackNotes unasked;
+  return Reader(path, setup, errors, notes == nullptr ? unasked : *notes).ReadFile();
 }
 
 }  // namespace rack

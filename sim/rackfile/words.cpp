@@ -15,6 +15,7 @@ constexpr RackWord kWords[] = {
     {"", "arrival", "[[arrival]]: a part that arrives when something has happened"},
     {"", "stop", "[[stop]]: what stops a motor through its external stop"},
     {"", "counter", "[[counter]]: counts how often something happens"},
+    {"", "check", "what velmo-check is to leave out"},
     {"rack", "device", "\"em_isa\", \"em335x_isa\" or \"none\": the device name that exists"},
     {"rack", "task_count", "the task-count switch, 0 to 255"},
     {"rack", "settings", "the settings byte, 0 to 255"},
@@ -54,6 +55,7 @@ constexpr RackWord kWords[] = {
     {"when", "when_cylinder", "condition: this cylinder stands at position `at`"},
     {"when", "at", "of when_cylinder: position 0 to 15"},
     {"when", "when_alarm", "condition: this cylinder is in alarm"},
+    {"check", "ignore", "list: rules of velmo-check that say nothing about this machine"},
     {"when", "inverted", "true: the condition is turned round"},
 };
 

@@ -118,6 +118,25 @@ TEST(RackFileTest, BadTomlIsOneErrorWithItsPlace) {
   EXPECT_EQ(ErrorsOf("[rack]\ntask_count 3\n"), "rack.toml:2:1: missing key-value separator `=`\n");
 }
 
+TEST(RackFileTest, RulesThatTheCheckerIgnoresAreNotedWithTheirPlace) {
+  const std::string text = "[rack]\ntask_count = 2\n[check]\nignore = [\"long-delay\",\n  \"lost-text\"]\n";
+  const auto setup = std::make_unique<rack::RackSetup>();
+  std::vector<std::string> errors;
+  rack::RackNotes notes;
+  ASSERT_TRUE(rack::ReadRackText(text, "rack.toml", *setup, errors, &notes));
+  ASSERT_EQ(notes.ignored.size(), 2U);
+  EXPECT_EQ(notes.ignored[0].name, "long-delay");
+  EXPECT_EQ(notes.ignored[1].name, "lost-text");
+  EXPECT_EQ(notes.ignored[1].line, 5U);
+  EXPECT_EQ(notes.ignored[1].column, 3U);
+  EXPECT_EQ(ErrorsOf(text), "");
+  EXPECT_EQ(ErrorsOf("[check]\nignore = \"long-delay\"\n"),
+            "rack.toml:2:10: \"ignore\" wants a list such as [\"long-delay\", \"lost-text\"]\n");
+  EXPECT_EQ(ErrorsOf("[check]\nignore = [3]\n"), "rack.toml:2:11: a text in quotes is wanted here\n");
+  EXPECT_EQ(ErrorsOf("[check]\nignored = []\n"),
+            "rack.toml:2:11: unknown word \"ignored\"; did you mean \"ignore\"?\n");
+}
+
 TEST(RackFileTest, WhatIsNoFileSaysWhy) {
   const auto setup = std::make_unique<rack::RackSetup>();
   std::vector<std::string> errors;

@@ -103,6 +103,19 @@ void KeepsItsPause(TestMachine& machine, int task) {
   EXPECT_GE(TimeOfLine(machine, task, 4) - TimeOfLine(machine, task, 3), 300 * rack::kMillisecond);
 }
 
+Group LooksOtherwise() {
+  return {"LooksOtherwise",
+          {
+              {"line-too-long", "GO: 7\nOUT: 1, 3, 1\n#LE: 7 ;(999 more characters)\nEND", Then::Ends,
+               Flow("GO", 7, -1, "") + End(7), ""},
+              {"line-split", ";(1022 more characters)#LE: 7\nGO: 7", Then::Stays,
+               Flow("#LE", 7, -1, "") + Flow("GO", 7, -1, "") + FlowAgain("GO", 7, -1, ""), ""},
+              {"wrong-separator", "OUT: 1, \xEF\xBC\x93, 1\nOUT: 1, \xE2\x80\x8B\x33, 1\nEND", Then::Ends,
+               Flow("OUT", 1, 0, "1") + Flow("OUT", 1, 0, "1") + End(1), nullptr},
+              {"wrong-separator", "\xD0\x9E\x55T: 1, 3, 1\nEND", Then::Ends, End(0), ""},
+          }};
+}
+
 Group NumbersAndTexts() {
   return {"NumbersAndTexts",
           {
@@ -421,8 +434,8 @@ Group TasksAndTheirCards() {
 }  // namespace
 
 const std::vector<Group>& Groups() {
-  static const std::vector<Group> groups = {SkippedLines(), NumbersAndTexts(),  LabelsAndBlocks(),
-                                            FilesAndEnds(), SlotsAndChannels(), CardsAndParameters(),
-                                            Values(),       MotionAndKeys(),    TasksAndTheirCards()};
+  static const std::vector<Group> groups = {
+      SkippedLines(),     LooksOtherwise(),     NumbersAndTexts(), LabelsAndBlocks(), FilesAndEnds(),
+      SlotsAndChannels(), CardsAndParameters(), Values(),          MotionAndKeys(),   TasksAndTheirCards()};
   return groups;
 }

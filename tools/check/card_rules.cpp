@@ -1,5 +1,6 @@
 // What the addressed card makes of a command: entry, channel and parameter.
 #include <algorithm>
+#include <map>
 #include <string>
 
 #include "check/topics.h"
@@ -47,10 +48,13 @@ MotLimit MotLimitOf(MOTIDX field) {
 
 class CardRules {
  public:
-  CardRules(const ProgramTree& tree, const Program& program, const Line& line, Report* report)
+  // lastMove: the line above that has started something that this one may wait for; null: none.
+  CardRules(const ProgramTree& tree, const Program& program, const Line& line, const Line* lastMove,
+            Report* report)
       : tree_(tree),
         inProgram_(program),
         ofLine_(line),
+        lastMove_(lastMove),
         parsed_(line.parsed),
         command_(rack::RowOf(line.parsed.CmdIdx)),
         keyword_(SYNXCMD[line.parsed.CmdIdx]),
@@ -65,7 +69,7 @@ class CardRules {
     if (card_ != nullptr && card_->Find(parsed_.CmdIdx) == nullptr) {
       return Add(parsed_.KeywordColumn, RuleId::WrongCard,
                  "entry " + Slot() + " is " + card_->name + ", which has no " + keyword_ + ": " +
-                     command_.withoutUse + "; another entry or command was probably meant");
+                     command_.withoutUse + "; another entry or command was probably meant" + Entries());
     }
     CheckChannel();
     CheckParam();
@@ -78,22 +82,46 @@ class CardRules {
 
   std::string Slot() const { return std::to_string(parsed_.SlotIdx.Value); }
 
+  // "; there are 0 cpu, 1 io, 2 stepper"
+  std::string Entries() const {
+    if (!tree_.rack) return "";
+    std::string list;
+    for (size_t i = 0; i < tree_.rack->entries.size(); ++i) {
+      list += (i == 0 ? "; there are " : ", ") + std::to_string(i) + " " +
+              rack::RowOf(tree_.rack->entries[i]->kind).word;
+    }
+    return list;
+  }
+
   void CheckTwoFields() {
     const std::string channel = std::to_string(parsed_.ChIdx.Value);
+    const std::string whole = WholeWait();
     Add(parsed_.KeywordColumn, RuleId::TwoFieldWait,
         keyword_ + " with two fields is channel " + channel +
-            " of the CPU card: the wait is met at once, while the axis still moves; did you mean \"" +
-            keyword_ + ": " + channel + ", " + (param_.empty() ? "0" : param_) + ",\"?");
+            " of the CPU card: the wait is met at once, while the axis still moves" +
+            (whole.empty() ? "; write slot, channel and a last comma"
+                           : DidYouMean(keyword_ + ": " + whole + ",")));
+  }
+
+  // Slot and channel that were probably meant: of the motor or cylinder that was started last, when the line has
+  // its channel or its slot only. Empty when nothing was started.
+  std::string WholeWait() const {
+    const int written = parsed_.ChIdx.Value;
+    if (!param_.empty()) return std::to_string(written) + ", " + param_;
+    if (lastMove_ == nullptr) return written == 0 ? "" : std::to_string(written) + ", 0";
+    const int slot = lastMove_->parsed.SlotIdx.Value;
+    const int channel = written == slot ? lastMove_->parsed.ChIdx.Value : written;
+    return std::to_string(slot) + ", " + std::to_string(channel);
   }
 
   bool CheckSlot() {
     const int slot = parsed_.SlotIdx.Value;
     const int entries = tree_.rack ? static_cast<int>(tree_.rack->entries.size()) : MAXCARDNO;
     if (slot >= 0 && slot < entries) return true;
-    const std::string limit = tree_.rack ? "this rack has entries 0 to " : "a rack has at most entries 0 to ";
+    const std::string there =
+        tree_.rack ? Entries() : "; a rack has at most entries 0 to " + std::to_string(entries - 1);
     Add(parsed_.SlotIdx.Column, RuleId::NoSuchSlot,
-        "there is no entry " + Slot() + ": the controller " + command_.withoutCard + "; " + limit +
-            std::to_string(entries - 1));
+        "there is no entry " + Slot() + ": the controller " + command_.withoutCard + there);
     return false;
   }
 
@@ -265,6 +293,7 @@ class CardRules {
   const ProgramTree& tree_;
   const Program& inProgram_;
   const Line& ofLine_;
+  const Line* lastMove_;
   const EXPLAINEDLINE& parsed_;
   const rack::CommandRow& command_;
   const std::string keyword_;
@@ -276,7 +305,18 @@ class CardRules {
 }  // namespace
 
 void CheckCardCommands(const ProgramTree& tree, const Program& program, Report* report) {
-  for (const Line& line : program.lines) CardRules(tree, program, line, report).Check();
+  std::map<SYNXIDX, const Line*> last;  // by the command that starts a move
+  for (const Line& line : program.lines) {
+    const rack::WaitsFor waitsFor = rack::RowOf(line.parsed.CmdIdx).waitsFor;
+    const Line* lastMove = nullptr;
+    if (waitsFor == rack::WaitsFor::MotorEnd) lastMove = last[SYN_MOT];
+    if (waitsFor == rack::WaitsFor::CylinderPosition) lastMove = last[SYN_DG];
+    CardRules(tree, program, line, lastMove, report).Check();
+    const rack::CardCommands* card = tree.CardOf(line.parsed.SlotIdx.Value);
+    const bool isTaken = card == nullptr || card->Find(line.parsed.CmdIdx) != nullptr;
+    if (isTaken && rack::RowOf(line.parsed.CmdIdx).again == rack::Again::Moves)
+      last[line.parsed.CmdIdx] = &line;
+  }
 }
 
 }  // namespace check

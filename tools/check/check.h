@@ -10,9 +10,27 @@
 
 namespace check {
 
-// Checks a machine's directory, or one program file (only its own findings are given then). rackFile: empty
-// for "rack.toml" in the machine's directory, if there is one. Nothing when it could not run; error says why.
+// Checks a machine's directory, a task's directory or one program file (only its own findings are given then).
+// rackFile: empty for "rack.toml" in the machine's directory, if there is one; what it ignores is left out. Nothing
+// when it could not run; error says why.
 std::optional<std::vector<Finding>> CheckPath(const std::filesystem::path& path, const std::string& rackFile,
                                               std::string* error);
+
+struct Checked {
+  std::vector<Finding> findings;
+  std::vector<std::string> racks;  // the rack files that were read
+};
+
+// Several of them, each finding once.
+std::optional<Checked> CheckPaths(const std::vector<std::string>& paths, const std::string& rackFile,
+                                  std::string* error);
+
+// What of the findings is shown.
+struct Selection {
+  bool errorsOnly = false;
+  bool warningsAreErrors = false;
+  std::vector<RuleId> ignored;
+};
+std::vector<Finding> Selected(const std::vector<Finding>& findings, const Selection& selection);
 
 }  // namespace check

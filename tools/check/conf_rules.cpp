@@ -20,6 +20,7 @@ namespace {
 constexpr const char* kConfName = "Velmo.conf";
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::string_view kBlanks = " \t\r\n";
+constexpr std::string_view kCommentMarks = ";#/";  // for who writes the file; the reader finds no item there
 
 struct ConfItem {
   const char* group;
@@ -85,6 +86,7 @@ class ConfRules {
 
   void CheckLine(const std::string& line, bool report) {
     const std::string trimmed = Trimmed(line);
+    if (!trimmed.empty() && kCommentMarks.find(trimmed[0]) != std::string_view::npos) return;
     if (!trimmed.empty() && std::string_view("[<(").find(trimmed[0]) != std::string_view::npos) {
       return CheckGroup(line, trimmed, report);
     }

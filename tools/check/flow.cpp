@@ -1,7 +1,5 @@
 #include "check/flow.h"
 
-#include <algorithm>
-
 #include "commands/command_rows.h"
 
 namespace check {
@@ -29,16 +27,16 @@ bool IsConditional(const Line& line) {
   return rack::RowOf(line.parsed.CmdIdx).parameter == rack::Parameter::Condition;
 }
 
-std::set<size_t> NextOf(const Task& task, const Program& program, size_t index) {
+NextLine NextOf(const Task& task, const Program& program, size_t index) {
   const Line& line = program.lines[index];
   if (rack::RowOf(line.parsed.CmdIdx).goesOn == rack::GoesOn::Label) {
     const std::optional<size_t> label = FindLabel(program, line.parsed.SlotIdx.Value);
-    if (label) return {*label};
+    if (label) return NextLine(*label);
     if (index + 1 == program.lines.size())
       return {};  // repeats itself; so it does elsewhere, but was meant to go on
   }
   if (!GoesToNextLine(task, program, line)) return {};
-  return {index + 1};
+  return NextLine(index + 1);
 }
 
 }  // namespace
@@ -49,23 +47,17 @@ Flow FlowOf(const Task& task, const Program& program) {
   for (size_t i = 0; i < end; ++i) flow.next.push_back(NextOf(task, program, i));
   flow.next.emplace_back();
   flow.reached.assign(end + 1, false);
-  std::vector<size_t> open = {0};
-  while (!open.empty()) {
-    const size_t index = open.back();
-    open.pop_back();
-    if (flow.reached[index]) continue;
-    flow.reached[index] = true;
-    open.insert(open.end(), flow.next[index].begin(), flow.next[index].end());
+  NextLine at(0);
+  while (!at.empty() && !flow.reached[*at]) {
+    flow.reached[*at] = true;
+    at = flow.next[*at];
   }
   return flow;
 }
 
 std::optional<size_t> FindLabel(const Program& program, int number) {
-  for (size_t i = 0; i < program.lines.size(); ++i) {
-    int label = 0;
-    if (IsLabel(program.lines[i].raw.c_str(), &label) && label == number) return i;
-  }
-  return std::nullopt;
+  const auto found = program.labels.find(number);
+  return found == program.labels.end() ? std::nullopt : std::optional(found->second);
 }
 
 std::vector<const Program*> BlocksOf(const Task& task, const Line& line) {

@@ -1,16 +1,31 @@
 // Where a program goes on after each of its lines.
 #pragma once
 
-#include <set>
 #include <vector>
 
 #include "check/program.h"
 
 namespace check {
 
+// The line that may follow a line: one at most, for a call comes back to the line behind it.
+class NextLine {
+ public:
+  NextLine() = default;
+  explicit NextLine(size_t index) : index_(index), count_(1) {}
+
+  bool empty() const { return count_ == 0; }
+  size_t operator*() const { return index_; }
+  const size_t* begin() const { return &index_; }
+  const size_t* end() const { return &index_ + count_; }
+
+ private:
+  size_t index_ = 0;
+  size_t count_ = 0;
+};
+
 struct Flow {
   // By index of the line; index lines.size() stands for the end of the file.
-  std::vector<std::set<size_t>> next;
+  std::vector<NextLine> next;
   std::vector<bool> reached;  // from the first line
 
   bool ReachesEnd() const { return reached.back(); }

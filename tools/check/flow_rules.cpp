@@ -1,7 +1,14 @@
 // Labels, ends of files, calls of blocks and loops.
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <map>
+#include <set>
 #include <string>
+#include <vector>
 
+#include "check/characters.h"
 #include "check/flow.h"
 #include "check/topics.h"
 #include "commands/command_rows.h"
@@ -28,74 +35,165 @@ struct PauseState {
   bool At(const Program& program, size_t index) const { return mayBeZero.at(program.name)[index]; }
 };
 
+using Flows = std::map<std::string, Flow>;  // by program
+
 // Follows G_ST through the programs of a task. The pause outlasts calls and changes of the program.
 class PauseFlow {
  public:
-  PauseFlow(const Task& task, const std::map<std::string, Flow>& flows) : ofTask_(task), flows_(flows) {
+  PauseFlow(const Task& task, const Flows& flows) : ofTask_(task), flows_(flows) {
     for (const auto& [name, program] : task.programs) {
       state_.mayBeZero[name].assign(program.lines.size() + 1, false);
+      for (size_t i = 0; i < program.lines.size(); ++i) {
+        for (const Program* block : BlocksOf(task, program.lines[i]))
+          callers_[block].push_back({&program, i});
+      }
     }
   }
 
   PauseState Solve() {
-    do {
-      changed_ = false;
-      for (const auto& [name, program] : ofTask_.programs) Pass(program);
-    } while (changed_);
+    for (const auto& [name, program] : ofTask_.programs) {
+      for (size_t i = 0; i < program.lines.size(); ++i) {
+        if (SetsPause(program.lines[i]) && program.lines[i].parsed.SlotIdx.Value == 0) Leave({&program, i});
+      }
+    }
+    while (!open_.empty()) {
+      const Place place = open_.back();
+      open_.pop_back();
+      PassOn(place);
+    }
     return state_;
   }
 
  private:
-  void Pass(const Program& program) {
-    if (program.name == kFlowProgram && ResetLeavesZero()) Enter(program, 0);
-    for (size_t i = 0; i < program.lines.size(); ++i) {
-      if (!LeavesZero(program, i)) continue;
-      for (const size_t next : flows_.at(program.name).next[i]) Enter(program, next);
-      for (const Program* block : BlocksOf(ofTask_, program.lines[i])) Enter(*block, 0);
+  struct Place {
+    const Program* program;
+    size_t index;  // of the line
+  };
+
+  // A negative pause leaves it as it is.
+  static bool SetsPause(const Line& line) {
+    return rack::RowOf(line.parsed.CmdIdx).waitsFor == rack::WaitsFor::PauseBetween &&
+           line.parsed.SlotIdx.Value >= 0;
+  }
+
+  // The pause may be 0 in front of this line.
+  void PassOn(const Place& place) {
+    if (place.index == place.program->lines.size()) return;
+    const Line& line = place.program->lines[place.index];
+    if (SetsPause(line)) return;
+    for (const Program* block : BlocksOf(ofTask_, line)) Enter(*block, 0);
+    if (GoesOnOf(line) == rack::GoesOn::Caller) Return(*place.program);
+    Leave(place);
+  }
+
+  void Leave(const Place& place) {
+    const Flow& flow = flows_.at(place.program->name);
+    if (!flow.reached[place.index]) return;
+    for (const size_t next : flow.next[place.index]) Enter(*place.program, next);
+  }
+
+  // A block that another has replaced is not come back to.
+  void Return(const Program& block) {
+    if (!returned_.insert(&block).second) return;
+    for (const Place& caller : callers_[&block]) {
+      if (caller.program->isMain)
+        Leave(caller);
+      else
+        Return(*caller.program);
     }
   }
 
-  bool LeavesZero(const Program& program, size_t index) const {
-    const Line& line = program.lines[index];
-    if (!flows_.at(program.name).reached[index]) return false;
-    if (rack::RowOf(line.parsed.CmdIdx).waitsFor == rack::WaitsFor::PauseBetween &&
-        line.parsed.SlotIdx.Value >= 0)
-      return line.parsed.SlotIdx.Value == 0;
-    bool leaves = state_.At(program, index);
-    for (const Program* block : BlocksOf(ofTask_, line)) leaves |= EndsZero(*block);
-    return leaves;
-  }
-
-  bool EndsZero(const Program& program) const {
-    for (size_t i = 0; i < program.lines.size(); ++i) {
-      if (GoesOnOf(program.lines[i]) == rack::GoesOn::Caller && state_.At(program, i)) return true;
-    }
-    return false;
-  }
-
-  bool ResetLeavesZero() const {
-    const Program* reset = ofTask_.Find(kResetProgram);
-    if (reset == nullptr) return false;
-    const std::vector<bool>& zero = state_.mayBeZero.at(kResetProgram);
-    return std::find(zero.begin(), zero.end(), true) != zero.end();
-  }
-
+  // The Enter key may come at any line of the reset program.
   void Enter(const Program& program, size_t index) {
     std::vector<bool>& zero = state_.mayBeZero[program.name];
     if (zero[index]) return;
     zero[index] = true;
-    changed_ = true;
+    open_.push_back({&program, index});
+    const Program* flow = program.name == kResetProgram ? ofTask_.Find(kFlowProgram) : nullptr;
+    if (flow != nullptr) Enter(*flow, 0);
   }
 
   const Task& ofTask_;
-  const std::map<std::string, Flow>& flows_;
+  const Flows& flows_;
+  std::map<const Program*, std::vector<Place>> callers_;
+  std::vector<Place> open_;
+  std::set<const Program*> returned_;
   PauseState state_;
-  bool changed_ = false;
 };
+
+// The main programs from which each block is reached.
+std::map<const Program*, std::set<std::string>> MainsAbove(const Task& task) {
+  std::map<const Program*, std::set<const Program*>> called;
+  for (const auto& [name, program] : task.programs) {
+    for (const Line& line : program.lines) {
+      for (const Program* block : BlocksOf(task, line)) called[&program].insert(block);
+    }
+  }
+  std::map<const Program*, std::set<std::string>> mains;
+  for (const auto& [name, main] : task.programs) {
+    if (!main.isMain) continue;
+    std::vector<const Program*> open(called[&main].begin(), called[&main].end());
+    while (!open.empty()) {
+      const Program* block = open.back();
+      open.pop_back();
+      if (!mains[block].insert(name).second) continue;
+      open.insert(open.end(), called[block].begin(), called[block].end());
+    }
+  }
+  return mains;
+}
+
+// "it has 1, 2, 3"; of many labels those whose numbers are next to the one that is not there.
+std::string LabelsOf(const Program& program, int missing) {
+  constexpr size_t kShown = 8;
+  if (program.labels.empty()) return "the file has no label";
+  auto first = program.labels.begin();
+  auto last = program.labels.end();
+  const bool isWhole = program.labels.size() <= kShown;
+  if (!isWhole) {
+    first = last = program.labels.lower_bound(missing);
+    for (size_t i = 0; i < kShown / 2; ++i) {
+      if (first != program.labels.begin()) --first;
+      if (last != program.labels.end()) ++last;
+    }
+  }
+  std::string list;
+  for (auto label = first; label != last; ++label) {
+    list += (list.empty() ? "" : ", ") + std::to_string(label->first);
+  }
+  return isWhole ? "it has " + list
+                 : "of its " + std::to_string(program.labels.size()) + " the nearest are " + list;
+}
+
+// The characters of a name that are taken for others.
+std::string LookAlikesOf(const std::string& name) {
+  std::string list;
+  for (size_t at = 0; at < name.size();) {
+    const Character character = CharacterAt(name, at);
+    const std::optional<LookAlike> looks = LookAlikeOf(character.code);
+    if (looks) list += "; it has " + looks->name + ", which is not " + looks->meant;
+    at += character.size;
+  }
+  return list;
+}
+
+// The last command of a program, END or EXIT, right behind one that leads elsewhere: it closes the program for
+// who reads it. `index` is that of the command.
+bool ClosesProgram(const Program& program, size_t index) {
+  const rack::GoesOn goesOn = GoesOnOf(program.lines[index]);
+  if (goesOn != rack::GoesOn::Caller && goesOn != rack::GoesOn::Nowhere) return false;
+  const auto isCommand = [](const Line& line) { return line.IsCommand(); };
+  const auto at = program.lines.begin() + static_cast<std::ptrdiff_t>(index);
+  if (std::any_of(at + 1, program.lines.end(), isCommand)) return false;
+  const auto before = std::find_if(std::make_reverse_iterator(at), program.lines.rend(), isCommand);
+  if (before == program.lines.rend()) return false;
+  const rack::GoesOn leads = GoesOnOf(*before);
+  return leads == rack::GoesOn::Label || leads == rack::GoesOn::Block;
+}
 
 class FlowRules {
  public:
-  FlowRules(const Task& task, Report* report) : ofTask_(task), out_(*report) {
+  FlowRules(const Task& task, Report* report) : ofTask_(task), out_(*report), mainsAbove_(MainsAbove(task)) {
     for (const auto& [name, program] : task.programs) flows_.emplace(name, FlowOf(task, program));
     pauses_ = PauseFlow(task, flows_).Solve();
   }
@@ -122,25 +220,22 @@ class FlowRules {
   }
 
   void CheckLabels(const Program& program) {
-    std::set<std::string> labels;
     for (size_t i = 0; i < program.lines.size(); ++i) {
       const Line& line = program.lines[i];
-      int number = 0;
-      if (!IsLabel(line.raw.c_str(), &number)) continue;
-      labels.insert(std::to_string(number));
-      const size_t first = *FindLabel(program, number);
+      if (!line.label) continue;
+      const size_t first = *FindLabel(program, *line.label);
       if (first == i) continue;
       out_.Add(program, line, 0, RuleId::DuplicateLabel,
-               "label " + std::to_string(number) + " stands in line " +
+               "label " + std::to_string(*line.label) + " stands in line " +
                    std::to_string(program.lines[first].number) +
                    " too: GO goes there and never here; give it another number");
     }
     for (const Line& line : program.lines) {
-      if (GoesOnOf(line) != rack::GoesOn::Label || FindLabel(program, line.parsed.SlotIdx.Value)) continue;
+      const int wanted = line.parsed.SlotIdx.Value;
+      if (GoesOnOf(line) != rack::GoesOn::Label || FindLabel(program, wanted)) continue;
       out_.Add(program, line, line.parsed.SlotIdx.Column, RuleId::MissingLabel,
-               "there is no label " + std::to_string(line.parsed.SlotIdx.Value) +
-                   " in this file: the controller repeats the line for ever; " +
-                   (labels.empty() ? "the file has no label" : "it has " + ListOf(labels)));
+               "there is no label " + std::to_string(wanted) +
+                   " in this file: the controller repeats the line for ever; " + LabelsOf(program, wanted));
     }
   }
 
@@ -163,37 +258,26 @@ class FlowRules {
     }
     if (ofTask_.Find(block.name) != nullptr) return;
     out_.Add(program, line, block.column, RuleId::MissingBlock,
-             "there is no file \"" + block.name + "\": " + effect +
-                 DidYouMean(NearMiss(block.name, FileNames(ofTask_.directory))));
+             "there is no file \"" + block.name + "\": " + effect + LookAlikesOf(block.name) +
+                 DidYouMean(NameMeant(block.name)));
+  }
+
+  // The file probably meant by a block's name that is none.
+  const std::string& NameMeant(const std::string& name) {
+    const auto [entry, isNew] = meant_.try_emplace(name);
+    if (!isNew) return entry->second;
+    if (files_.empty()) files_ = FileNames(ofTask_.directory);
+    return entry->second = NearMiss(name, files_);
   }
 
   void CheckNesting(const Program& program, const Line& line) {
+    const auto mains = mainsAbove_.find(&program);
     for (const Program* block : BlocksOf(ofTask_, line)) {
       out_.Add(program, line, line.parsed.KeywordColumn, RuleId::BlockInBlock,
                "a call inside a block: " + block->name + " replaces " + program.name +
-                   ", and its END returns to " + ListOf(MainsAbove(program)));
+                   ", and its END returns to " +
+                   (mains == mainsAbove_.end() ? "the main program" : ListOf(mains->second)));
     }
-  }
-
-  // The main programs from which a block is reached.
-  std::set<std::string> MainsAbove(const Program& program) const {
-    std::set<std::string> mains;
-    for (const auto& [name, main] : ofTask_.programs) {
-      std::set<const Program*> seen;
-      if (main.isMain && Calls(main, program, &seen)) mains.insert(name);
-    }
-    if (mains.empty()) mains.insert("the main program");
-    return mains;
-  }
-
-  bool Calls(const Program& caller, const Program& callee, std::set<const Program*>* seen) const {
-    if (!seen->insert(&caller).second) return false;
-    for (const Line& line : caller.lines) {
-      for (const Program* block : BlocksOf(ofTask_, line)) {
-        if (block == &callee || Calls(*block, callee, seen)) return true;
-      }
-    }
-    return false;
   }
 
   // One finding for each run of lines.
@@ -203,7 +287,7 @@ class FlowRules {
     for (size_t i = 0; i < program.lines.size(); ++i) {
       const Line& line = program.lines[i];
       if (flow.reached[i]) isReported = false;
-      if (flow.reached[i] || !line.IsCommand() || isReported) continue;
+      if (flow.reached[i] || !line.IsCommand() || isReported || ClosesProgram(program, i)) continue;
       isReported = true;
       out_.Add(program, line, line.parsed.KeywordColumn, RuleId::Unreachable,
                "the controller never comes to this line: the program ends or goes elsewhere before it");
@@ -282,28 +366,33 @@ class FlowRules {
     return true;
   }
 
-  bool IsBusyPath(const Program& program, size_t from, size_t to) const {
-    std::set<size_t> seen;
-    std::vector<size_t> open = {from};
-    while (!open.empty()) {
-      const size_t index = open.back();
-      open.pop_back();
-      if (index == program.lines.size() || !IsBusy(program, index) || !seen.insert(index).second) continue;
-      if (index == to) return true;
-      const std::set<size_t>& next = flows_.at(program.name).next[index];
-      open.insert(open.end(), next.begin(), next.end());
+  // By line: whether it lies on a loop in which all lines are busy.
+  std::vector<bool> BusyLoops(const Program& program) const {
+    constexpr size_t kNever = SIZE_MAX;
+    const size_t end = program.lines.size();
+    const Flow& flow = flows_.at(program.name);
+    std::vector<size_t> visited(end, kNever);  // on the way that began in that line
+    std::vector<bool> isInLoop(end, false);
+    for (size_t start = 0; start < end; ++start) {
+      NextLine at(start);
+      while (!at.empty() && *at < end && visited[*at] == kNever && IsBusy(program, *at)) {
+        visited[*at] = start;
+        at = flow.next[*at];
+      }
+      if (at.empty() || *at == end || visited[*at] != start) continue;
+      for (size_t i = *at; !isInLoop[i]; i = *flow.next[i]) isInLoop[i] = true;
     }
-    return false;
+    return isInLoop;
   }
 
   void CheckLoops(const Program& program) {
     const Flow& flow = flows_.at(program.name);
+    const std::vector<bool> isInLoop = BusyLoops(program);
     for (size_t i = 0; i < program.lines.size(); ++i) {
       const Line& line = program.lines[i];
-      if (GoesOnOf(line) != rack::GoesOn::Label || !flow.reached[i] ||
+      if (GoesOnOf(line) != rack::GoesOn::Label || !flow.reached[i] || !isInLoop[i] ||
           !FindLabel(program, line.parsed.SlotIdx.Value))
         continue;
-      if (!IsBusyPath(program, *flow.next[i].begin(), i)) continue;
       out_.Add(program, line, line.parsed.KeywordColumn, RuleId::BusyLoop,
                "this loop neither pauses nor waits while G_ST is 0: the task takes the processor from all "
                "others; add a "
@@ -313,8 +402,11 @@ class FlowRules {
 
   const Task& ofTask_;
   Report& out_;
-  std::map<std::string, Flow> flows_;
+  Flows flows_;
   PauseState pauses_;
+  const std::map<const Program*, std::set<std::string>> mainsAbove_;
+  std::vector<std::string> files_;            // of the task's directory, once they are asked for
+  std::map<std::string, std::string> meant_;  // by a name that is no file's
 };
 
 }  // namespace

@@ -2,9 +2,12 @@
 #include <algorithm>
 #include <cctype>
 #include <climits>
+#include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "check/characters.h"
 #include "check/topics.h"
 #include "commands/command_rows.h"
 #include "drvlib.h"
@@ -14,26 +17,6 @@
 namespace check {
 
 namespace {
-
-struct LookAlike {
-  std::string_view bytes;
-  const char* name;
-  const char* meant;
-};
-constexpr LookAlike kLookAlikes[] = {
-    {"\xEF\xBC\x9A", "a full-width colon", "\":\""},
-    {"\xEF\xBC\x8C", "a full-width comma", "\",\""},
-    {"\xE3\x80\x81", "an ideographic comma", "\",\""},
-    {"\xEF\xBC\x9B", "a full-width semicolon", "\";\""},
-    {"\xEF\xBC\x86", "a full-width ampersand", "\"&\""},
-    {"\xEF\xBC\x83", "a full-width number sign", "\"#\""},
-    {"\xC2\xA0", "a no-break space", "a blank"},
-    {"\xE3\x80\x80", "an ideographic space", "a blank"},
-    {"\xE2\x88\x92", "a minus sign that is not ASCII", "\"-\""},
-    {"\xE2\x80\x93", "a dash", "\"-\""},
-    {"\xEF\xBB\xBF", "a byte order mark", "nothing"},
-    {"\r", "a carriage return alone", "the end of the line"},
-};
 
 constexpr bool kDoesNothing[] = {
 #define SYNX_NOTHING(index, enumerator, keyword, form, gate, repeat, action) \
@@ -65,7 +48,9 @@ bool FindKeyword(const std::string& word, SYNXIDX* index) {
 std::string Quoted(std::string_view text) {
   constexpr size_t kShown = 40;
   text = text.substr(0, text.find_last_not_of(" \t\r\n") + 1);
-  return "\"" + std::string(text.substr(0, kShown)) + (text.size() > kShown ? "..." : "") + "\"";
+  size_t size = 0;
+  while (size < text.size() && size < kShown) size += CharacterAt(text, size).size;
+  return "\"" + std::string(text.substr(0, size)) + (text.size() > size ? "..." : "") + "\"";
 }
 
 std::string Upper(std::string text) {
@@ -73,9 +58,44 @@ std::string Upper(std::string text) {
   return text;
 }
 
-// Comments may hold any character.
-size_t PlaceOf(const LookAlike& row, const Line& line) {
-  return PieceOf(line.text, 0, ';').value_or("").find(row.bytes);
+struct FoundLookAlike {
+  size_t byte;
+  char32_t code;
+  LookAlike looks;
+};
+
+// A comment may hold any character, and so may a file's name.
+bool IsInBlockName(const std::vector<BlockName>& names, size_t byte) {
+  return std::any_of(names.begin(), names.end(), [&](const BlockName& name) {
+    const auto first = static_cast<size_t>(name.column);
+    return byte >= first && byte < first + name.name.size();
+  });
+}
+
+// Each character once, where it stands first.
+std::vector<FoundLookAlike> LookAlikesIn(const Line& line) {
+  constexpr char32_t kWideSemicolon = 0xFF1B;
+  const std::string_view code = std::string_view(line.text).substr(0, line.text.find(';'));
+  const bool isPlain = std::all_of(code.begin(), code.end(), [](char c) { return c > 0 && c != '\r'; });
+  if (isPlain) return {};
+  const std::vector<BlockName> names = CalledBlocks(line);
+  std::vector<FoundLookAlike> found;
+  std::set<char32_t> seen;
+  for (size_t at = 0; at < code.size();) {
+    const Character character = CharacterAt(code, at);
+    const std::optional<LookAlike> looks = LookAlikeOf(character.code);
+    if (looks && !IsInBlockName(names, at) && seen.insert(character.code).second)
+      found.push_back({at, character.code, *looks});
+    if (character.code == kWideSemicolon) break;  // a comment was meant
+    at += character.size;
+  }
+  return found;
+}
+
+// Only control characters, such as the end-of-file mark of other systems: no word that was meant as a command.
+bool HasNothingToRead(const std::string& code) {
+  return std::all_of(code.begin(), code.end(),
+                     [](char c) { return std::iscntrl(static_cast<unsigned char>(c)) != 0 || c == ' '; });
 }
 
 class LineRules {
@@ -84,12 +104,9 @@ class LineRules {
       : inProgram_(program), ofLine_(line), parsed_(line.parsed), out_(*report) {}
 
   void Check() {
-    for (const std::string& name : ofLine_.unknownIgnored) {
-      Add(0, RuleId::UnknownIgnore,
-          "\"check: ignore " + name + "\" names no rule and silences nothing" +
-              DidYouMean(rack::Nearest(name, RuleNames())));
-    }
+    for (const std::string& message : ofLine_.wrongIgnores) Add(0, RuleId::UnknownIgnore, message);
     if (ofLine_.IsPiece()) return CheckPiece();
+    CheckZeroByte();
     if (CheckLookAlikes()) return;
     if (parsed_.Fault != LINEFAULT::None) return CheckFault();
     if (kDoesNothing[parsed_.CmdIdx]) return CheckNoAction();
@@ -108,23 +125,45 @@ class LineRules {
 
   bool IsDelay() const { return rack::RowOf(parsed_.CmdIdx).waitsFor == rack::WaitsFor::Pause; }
 
+  // A piece that is no command is skipped, as the comment or line would have been that it was cut from.
   void CheckPiece() {
-    const std::string taken =
-        ofLine_.IsCommand() ? "executes this piece as the command " + std::string(SYNXCMD[parsed_.CmdIdx])
-                            : "reads this piece as a line of its own";
+    std::string taken;
+    if (ofLine_.IsCommand()) {
+      taken = "executes this piece as the command " + std::string(SYNXCMD[parsed_.CmdIdx]);
+    } else if (ofLine_.label) {
+      taken = "finds label " + std::to_string(*ofLine_.label) + " in this piece at a GO";
+    } else {
+      return;
+    }
     Add(0, RuleId::LineSplit, "the line has more than 1023 bytes: the controller " + taken + "; break it up");
   }
 
+  // Also in a line that is empty for the controller because it begins with it.
+  void CheckZeroByte() {
+    const size_t zero = ofLine_.raw.find('\0');
+    if (zero == std::string::npos) return;
+    Add(static_cast<int>(zero) - ofLine_.lead, RuleId::LostText,
+        "the controller does not look at what stands behind a zero byte");
+  }
+
   bool CheckLookAlikes() {
-    for (const LookAlike& row : kLookAlikes) {
-      const size_t at = PlaceOf(row, ofLine_);
-      if (at == std::string::npos) continue;
-      Add(static_cast<int>(at), RuleId::WrongSeparator,
-          std::string(row.name) + " is a letter like any other for the controller" +
-              (ofLine_.IsCommand() ? "" : ", which skips the line") + "; " + row.meant +
-              " was probably meant");
+    const std::vector<FoundLookAlike> found = LookAlikesIn(ofLine_);
+    for (const FoundLookAlike& row : found) {
+      Add(static_cast<int>(row.byte), RuleId::WrongSeparator,
+          row.looks.name + " is a letter like any other for the controller" + EffectOf(row.byte) + "; " +
+              row.looks.meant + " was probably meant");
     }
-    return HasLookAlike(ofLine_);
+    return !found.empty();
+  }
+
+  std::string EffectOf(size_t byte) const {
+    if (!ofLine_.IsCommand()) return ", which skips the line";
+    for (const LINENUMBER* number : {&parsed_.SlotIdx, &parsed_.ChIdx}) {
+      const auto first = static_cast<size_t>(number->Column);
+      if (number->Column >= 0 && byte >= first && byte < first + number->Text.size())
+        return ", which reads " + std::to_string(number->Value) + " there";
+    }
+    return "";
   }
 
   void CheckFault() {
@@ -132,8 +171,11 @@ class LineRules {
     switch (parsed_.Fault) {
       case LINEFAULT::TooLong:
         if (ofLine_.text[0] == ';') return;  // a comment is skipped anyway
-        return Add(parsed_.FaultColumn, RuleId::LineTooLong,
-                   "the line has more than 999 characters: the controller skips it; break it up");
+        return Add(
+            parsed_.FaultColumn, RuleId::LineTooLong,
+            "the line has more than 999 characters: the controller skips it" +
+                (ofLine_.label ? ", though GO finds its label " + std::to_string(*ofLine_.label) : "") +
+                "; break it up");
       case LINEFAULT::UnknownKeyword:
         return CheckUnknownKeyword();
       case LINEFAULT::MissingColon:
@@ -155,6 +197,7 @@ class LineRules {
 
   void CheckUnknownKeyword() {
     const std::string code = PieceOf(ofLine_.text, 0, ';').value_or("");
+    if (HasNothingToRead(code)) return;
     std::string keyword = PieceOf(code, 0, ':').value_or("");
     keyword.erase(keyword.find_last_not_of(" \t\r\n") + 1);
     const size_t wordEnd = keyword.find_first_of(" \t,");
@@ -239,11 +282,6 @@ class LineRules {
   }
 
   void CheckLostText() {
-    const size_t zero = ofLine_.raw.find('\0');
-    if (zero != std::string::npos) {
-      Add(static_cast<int>(zero) - ofLine_.lead, RuleId::LostText,
-          "the controller does not look at what stands behind a zero byte");
-    }
     CheckLostPiece(ofLine_.text, 2, ';', 0, "a second \";\"");
     const std::string code = PieceOf(ofLine_.text, 0, ';').value_or("");
     const int taken = FieldsTaken();
@@ -253,7 +291,8 @@ class LineRules {
     const char* limit = taken == 1 ? "the first field" : "the third field";
     CheckLostPiece(arguments, taken, ',', PieceColumn(code, 1, ':'), limit);
     const bool ignoresParam = ParameterKind() == rack::Parameter::Unlooked;
-    if (ignoresParam && !parsed_.Param.empty() && parsed_.SlotIdx.Column >= 0) {
+    const bool isFiller = parsed_.Param.empty() || parsed_.Param == "0";
+    if (ignoresParam && !isFiller && parsed_.SlotIdx.Column >= 0) {
       Add(parsed_.ParamColumn, RuleId::LostText,
           std::string(SYNXCMD[parsed_.CmdIdx]) + " takes no parameter: the controller does not look at " +
               Quoted(parsed_.Param));
@@ -281,8 +320,7 @@ class LineRules {
 }  // namespace
 
 bool HasLookAlike(const Line& line) {
-  return std::any_of(std::begin(kLookAlikes), std::end(kLookAlikes),
-                     [&](const LookAlike& row) { return PlaceOf(row, line) != std::string::npos; });
+  return !LookAlikesIn(line).empty();
 }
 
 void CheckNumberText(const Program& program, const Line& line, int byte, const std::string& text,

@@ -2,8 +2,10 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cstdlib>
 #include <iostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "check/check.h"
@@ -17,7 +19,7 @@ constexpr int kCouldNotRun = 2;
 
 constexpr const char* kFooter =
     "Exit status: 0 no findings, 1 findings, 2 could not run.\n"
-    "A comment \"; check: ignore RULE\" silences one rule in its line.\n"
+    "A comment \"; check: ignore RULE, RULE\" silences rules in its line.\n"
     "Examples:\n"
     "  velmo-check demo/cell\n"
     "  velmo-check --format gcc plc1/FLOW.PLC\n"
@@ -28,6 +30,10 @@ struct Options {
   std::string rackFile;
   std::string explained;
   std::string format = "text";
+  std::string columns = "characters";
+  std::vector<std::string> ignored;
+  bool errorsOnly = false;
+  bool warningsAsErrors = false;
   bool listRules = false;
 };
 
@@ -37,31 +43,53 @@ check::Format FormatOf(const std::string& name) {
   return name == "json" ? check::Format::Json : check::Format::Text;
 }
 
-int Explain(const std::string& name) {
+// Null when there is none; it has been complained about then.
+const check::Rule* RuleNamed(const std::string& name) {
   const check::Rule* rule = check::FindRule(name);
   if (rule == nullptr) {
-    std::cerr << "velmo-check: there is no rule \"" << name << "\""
+    std::cerr << "velmo-check: there is no rule \"" << check::Printable(name) << "\""
               << check::DidYouMean(rack::Nearest(name, check::RuleNames())) << "\n";
-    return kCouldNotRun;
   }
+  return rule;
+}
+
+int Explain(const std::string& name) {
+  const check::Rule* rule = RuleNamed(name);
+  if (rule == nullptr) return kCouldNotRun;
   std::cout << check::ExplainRule(*rule);
   return kClean;
 }
 
+bool IsSet(const char* variable) {
+  const char* value = std::getenv(variable);
+  return value != nullptr && *value != '\0';
+}
+
+bool WantsColours() {
+  const char* terminal = std::getenv("TERM");
+  const bool isDumb = terminal != nullptr && std::string_view(terminal) == "dumb";
+  return isatty(STDOUT_FILENO) != 0 && !isDumb && !IsSet("NO_COLOR");
+}
+
 int Check(const Options& options) {
-  std::vector<check::Finding> findings;
-  for (const std::string& path : options.paths) {
-    std::string error;
-    const auto found = check::CheckPath(path, options.rackFile, &error);
-    if (!found) {
-      std::cerr << "velmo-check: " << error;
-      return kCouldNotRun;
-    }
-    findings.insert(findings.end(), found->begin(), found->end());
+  check::Selection selection{options.errorsOnly, options.warningsAsErrors, {}};
+  for (const std::string& name : options.ignored) {
+    const check::Rule* rule = RuleNamed(name);
+    if (rule == nullptr) return kCouldNotRun;
+    selection.ignored.push_back(rule->id);
   }
-  std::cout << check::Render(findings, FormatOf(options.format), isatty(STDOUT_FILENO) != 0) << std::flush;
+  std::string error;
+  const auto checked = check::CheckPaths(options.paths, options.rackFile, &error);
+  if (!checked) {
+    if (!error.empty() && error.back() == '\n') error.pop_back();
+    std::cerr << "velmo-check: " << check::Printable(error) << "\n";
+    return kCouldNotRun;
+  }
+  const std::vector<check::Finding> shown = check::Selected(checked->findings, selection);
+  const check::OutputNotes notes{options.warningsAsErrors, options.columns == "utf16", checked->racks};
+  std::cout << check::Render(shown, FormatOf(options.format), WantsColours(), notes) << std::flush;
   if (!std::cout) return kCouldNotRun;
-  return findings.empty() ? kClean : kFindings;
+  return shown.empty() ? kClean : kFindings;
 }
 
 }  // namespace
@@ -70,12 +98,21 @@ int main(int argc, char** argv) {
   Options options;
   CLI::App app("Finds what the controller would misread in a machine's programs.", "velmo-check");
   app.footer(kFooter);
-  app.add_option("PATH", options.paths, "a machine's directory, or a program file");
+  app.add_option("PATH", options.paths, "a machine's directory, a task's directory, or a program file");
   app.add_option("--rack", options.rackFile,
                  "rack file; \"rack.toml\" in the machine's directory unless given");
   app.add_option("--format", options.format, "text, gcc, sarif or json")
       ->check(CLI::IsMember({"text", "gcc", "sarif", "json"}))
       ->type_name("FORMAT");
+  app.add_option("--columns", options.columns,
+                 "count columns in characters or utf16, units of UTF-16 as many editors do")
+      ->check(CLI::IsMember({"characters", "utf16"}))
+      ->type_name("UNIT");
+  app.add_flag("--errors-only", options.errorsOnly, "leave out the warnings");
+  app.add_flag("--warnings-as-errors", options.warningsAsErrors, "show warnings as errors");
+  app.add_option("--ignore", options.ignored, "leave out a rule; may be given several times")
+      ->type_name("RULE")
+      ->allow_extra_args(false);
   app.add_option("--explain", options.explained, "explain a rule, with a wrong and a right example")
       ->type_name("RULE");
   app.add_flag("--list-rules", options.listRules, "list all rules");

@@ -1,4 +1,5 @@
 // Moves, and the waits for them, along all paths of a program.
+#include <set>
 #include <string>
 #include <utility>
 

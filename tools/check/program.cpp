@@ -19,7 +19,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::string_view kIgnoreMark = "check: ignore ";
 constexpr std::string_view kNameCharacters = "abcdefghijklmnopqrstuvwxyz-";
 constexpr std::string_view kUtf16Marks[] = {"\xFF\xFE", "\xFE\xFF"};
 
@@ -29,22 +28,109 @@ std::string Trimmed(const std::string& raw) {
   return buffer.data();
 }
 
-void ReadIgnores(Line* line) {
-  std::string_view rest = line->raw;
-  rest.remove_prefix(std::min(rest.size(), rest.find(';')));
-  for (size_t at = rest.find(kIgnoreMark); at != rest.npos; at = rest.find(kIgnoreMark)) {
-    rest.remove_prefix(at + kIgnoreMark.size());
-    const std::string_view name = rest.substr(0, rest.find_first_not_of(kNameCharacters));
+size_t SkipBlanks(std::string_view text, size_t at) {
+  return std::min(text.find_first_not_of(" \t", at), text.size());
+}
+
+// Letters and hyphens.
+std::string_view WordAt(std::string_view text, size_t at) {
+  const std::string_view rest = text.substr(at);
+  return rest.substr(0, std::min(rest.find_first_not_of(kNameCharacters), rest.size()));
+}
+
+std::string MeantRule(std::string_view name) {
+  const std::string nearest = rack::Nearest(std::string(name), RuleNames());
+  return nearest.empty() ? "" : "; did you mean \"" + nearest + "\"?";
+}
+
+// "RULE, RULE": what stands behind the last one is a remark. Where the list ends.
+size_t ReadIgnoredRules(std::string_view comment, size_t at, Line* line) {
+  for (;;) {
+    const std::string_view name = WordAt(comment, at);
     const Rule* rule = FindRule(name);
-    if (rule != nullptr)
+    if (rule != nullptr) {
       line->ignored.push_back(rule->id);
-    else
-      line->unknownIgnored.emplace_back(name);
+    } else {
+      line->wrongIgnores.push_back("\"check: ignore " + std::string(name) +
+                                   "\" names no rule and silences nothing" + MeantRule(name));
+    }
+    at = SkipBlanks(comment, at + name.size());
+    if (at < comment.size() && comment[at] == ',') {
+      at = SkipBlanks(comment, at + 1);
+      continue;
+    }
+    const std::string_view next = WordAt(comment, at);
+    if (rule != nullptr && FindRule(next) != nullptr) {
+      line->wrongIgnores.push_back("\"" + std::string(next) + "\" is not separated by a comma from \"" +
+                                   std::string(name) + "\" and is not silenced");
+    }
+    return at;
+  }
+}
+
+// "ignore", whatever stands behind it and wherever its letters slipped to.
+bool MeansIgnore(std::string_view word) {
+  constexpr std::string_view kIgnore = "ignore";
+  return word.substr(0, kIgnore.size() - 1) == kIgnore.substr(0, kIgnore.size() - 1) ||
+         std::is_permutation(word.begin(), word.end(), kIgnore.begin(), kIgnore.end());
+}
+
+// Words to this program begin with "check: ignore"; letter case and blanks count. What only looks like it was
+// meant for it; another remark that begins with "check:" was not.
+void ReadIgnores(Line* line) {
+  constexpr std::string_view kMark = "check:";
+  constexpr std::string_view kWord = " ignore";
+  std::string_view comment = line->raw;
+  comment.remove_prefix(std::min(comment.size(), comment.find(';')));
+  const std::string lower = rack::Lower(comment);
+  for (size_t at = lower.find(kMark); at != lower.npos; at = lower.find(kMark, at)) {
+    const size_t behind = at + kMark.size();
+    const size_t word = SkipBlanks(comment, behind);
+    const std::string_view written = WordAt(lower, word);
+    const bool isExact = comment.substr(at, kMark.size()) == kMark &&
+                         comment.substr(behind, kWord.size()) == kWord && written == kWord.substr(1);
+    at = behind;
+    if (isExact) {
+      at = ReadIgnoredRules(comment, SkipBlanks(comment, word + written.size()), line);
+    } else if (MeansIgnore(written)) {
+      line->wrongIgnores.push_back(
+          "\"" + std::string(comment.substr(at - kMark.size(), word + written.size() - at + kMark.size())) +
+          "\" is not understood and silences nothing; did you mean \"check: ignore\"?");
+    }
   }
 }
 
 bool IsContinuationByte(char c) {
   return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
+}
+
+// The first byte of a character that takes two units of UTF-16.
+bool StartsPair(char c) {
+  return (static_cast<unsigned char>(c) & 0xF8) == 0xF0;
+}
+
+int CharactersIn(std::string_view text) {
+  return static_cast<int>(text.size()) -
+         static_cast<int>(std::count_if(text.begin(), text.end(), IsContinuationByte));
+}
+
+int UnitsIn(std::string_view text) {
+  return CharactersIn(text) + static_cast<int>(std::count_if(text.begin(), text.end(), StartsPair));
+}
+
+// Bytes of the word that begins there, a separator being one of its own.
+size_t WordSize(std::string_view rest) {
+  if (rest.empty()) return 0;
+  const size_t size = std::min(rest.find_first_of(" \t\r\n,:;&"), rest.size());
+  return size == 0 ? 1 : size;
+}
+
+template <class Count>
+Columns ColumnsOf(const Line& line, int byte, Count count) {
+  const std::string_view raw = line.raw;
+  const size_t first = std::min(raw.size(), static_cast<size_t>(std::max(0, line.lead + byte)));
+  const int column = line.pieceStart + count(raw.substr(0, first)) + 1;
+  return {column, column + count(raw.substr(first, WordSize(raw.substr(first))))};
 }
 
 Program LoadProgram(const fs::path& directory, const std::string& name) {
@@ -60,7 +146,8 @@ Program LoadProgram(const fs::path& directory, const std::string& name) {
   for (size_t at = 0; at < text.size();) {
     const size_t lineEnd = std::min(text.find('\n', at), text.size() - 1) + 1;
     const size_t end = std::min(lineEnd, at + MAXLINE - 1);
-    program.lines.emplace_back(number, pieceStart, text.substr(at, end - at));
+    const Line& line = program.lines.emplace_back(number, pieceStart, text.substr(at, end - at));
+    if (line.label) program.labels.emplace(*line.label, program.lines.size() - 1);
     const bool isLineEnd = text[end - 1] == '\n';
     number += isLineEnd ? 1 : 0;
     pieceStart = isLineEnd ? 0 : pieceStart + MAXLINE - 1;
@@ -120,13 +207,17 @@ Line::Line(int lineNumber, int startOfPiece, std::string bytes)
   const size_t begin = raw.find(text);
   if (begin != std::string::npos) lead = static_cast<int>(begin);
   ExplainLine(text.c_str(), &parsed);
+  int found = 0;
+  if (IsLabel(raw.c_str(), &found)) label = found;
   ReadIgnores(this);
 }
 
-int Line::ColumnOf(int byte) const {
-  const auto end = raw.begin() + std::min(static_cast<int>(raw.size()), lead + byte);
-  const auto inside = std::count_if(raw.begin(), end, IsContinuationByte);
-  return pieceStart + static_cast<int>(end - raw.begin() - inside) + 1;
+Columns Line::CharactersOf(int byte) const {
+  return ColumnsOf(*this, byte, CharactersIn);
+}
+
+Columns Line::Utf16Of(int byte) const {
+  return ColumnsOf(*this, byte, UnitsIn);
 }
 
 Program* Task::Find(const std::string& name) {

@@ -17,6 +17,12 @@ namespace check {
 constexpr const char* kResetProgram = "RESET.PLC";
 constexpr const char* kFlowProgram = "FLOW.PLC";
 
+// A word's place in a line of its file, counted from 1.
+struct Columns {
+  int first = 0;
+  int behind = 0;
+};
+
 // What the controller takes as one line: a line of the file, or a piece of one that is too long to be read at
 // once. `parsed` points into `text`, so a line is neither copied nor moved.
 struct Line {
@@ -25,8 +31,9 @@ struct Line {
   Line(const Line&) = delete;
   Line& operator=(const Line&) = delete;
 
-  // Column, counted from 1 in characters, of a byte of `text`.
-  int ColumnOf(int byte) const;
+  // The word of `text` that begins at a byte: in characters, and in units of UTF-16.
+  Columns CharactersOf(int byte) const;
+  Columns Utf16Of(int byte) const;
   bool IsPiece() const { return pieceStart > 0; }
   bool IsCommand() const { return parsed.CmdIdx != SYN_NUL; }
 
@@ -36,8 +43,9 @@ struct Line {
   std::string text;  // trimmed
   int lead;          // byte of `raw` where `text` begins
   EXPLAINEDLINE parsed;
-  std::vector<RuleId> ignored;              // silenced by the line's comment
-  std::vector<std::string> unknownIgnored;  // no rule of that name
+  std::optional<int> label;               // that GO finds here, also in a line too long to be executed
+  std::vector<RuleId> ignored;            // silenced by the line's comment
+  std::vector<std::string> wrongIgnores;  // what is wrong with the comment's words to this program
 };
 
 struct Program {
@@ -47,6 +55,7 @@ struct Program {
   bool isCalled = false;  // by an FL or IF of its task
   bool isUtf16 = false;   // not taken apart then
   std::deque<Line> lines;
+  std::map<int, size_t> labels;  // by number: index of the first line with it, where GO leads
 };
 
 struct Task {

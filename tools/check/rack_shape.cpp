@@ -2,17 +2,12 @@
 
 #include <memory>
 
-#include "rackfile/rackfile.h"
-
 namespace check {
 
-std::optional<RackShape> ReadRackShape(const std::string& path, std::string* error) {
+std::optional<RackShape> ReadRackShape(const std::string& path, std::vector<std::string>* errors,
+                                       rack::RackNotes* notes) {
   const auto setup = std::make_unique<rack::RackSetup>();
-  std::vector<std::string> errors;
-  if (!rack::ReadRackFile(path, *setup, errors)) {
-    for (const std::string& line : errors) *error += line + "\n";
-    return std::nullopt;
-  }
+  if (!rack::ReadRackFile(path, *setup, *errors, notes)) return std::nullopt;
   RackShape shape;
   shape.tasks = setup->image.cards[0].cpu.taskCount;
   for (std::uint32_t entry = 0; entry < setup->image.entryCount; ++entry) {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "machine/card_commands.h"
+#include "rackfile/rackfile.h"
 
 namespace check {
 
@@ -14,7 +15,8 @@ struct RackShape {
   int tasks = 0;  // 0: not known
 };
 
-// Nothing when the rack file is wrong; error says why.
-std::optional<RackShape> ReadRackShape(const std::string& path, std::string* error);
+// Nothing when the rack file is wrong; a line for each error says why. The notes hold what could be read.
+std::optional<RackShape> ReadRackShape(const std::string& path, std::vector<std::string>* errors,
+                                       rack::RackNotes* notes);
 
 }  // namespace check

@@ -9,12 +9,17 @@
 
 namespace check {
 
+// Columns are counted from 1, in characters.
 struct Finding {
   std::string file;
-  int line;    // counted from 1; 1 for a finding about the file as a whole
-  int column;  // counted from 1, in characters
+  int line;  // counted from 1; 1 for a finding about the file as a whole
+  int column;
   RuleId rule;
   std::string message;
+  int endColumn = 0;       // behind the word that the finding is about; 0: it is about no word
+  Columns utf16 = {};      // both columns in units of UTF-16; 0: as above
+  std::string text = {};   // of the line, by which the finding is known again when the file changes
+  std::string opens = {};  // the file to look into where `file` is a directory; empty: `file`
 };
 
 class Report {
@@ -22,6 +27,9 @@ class Report {
   // About a byte of the line's text, unless the line silences the rule.
   void Add(const Program& program, const Line& line, int byte, RuleId rule, const std::string& message);
   void Add(const std::string& file, int line, int column, RuleId rule, const std::string& message);
+  // About a directory; `opens` is a file that has to do with it.
+  void AddAboutDirectory(const std::string& directory, const std::string& opens, RuleId rule,
+                         const std::string& message);
 
   // In the order of files, lines and columns.
   std::vector<Finding> Sorted() const;
@@ -33,9 +41,20 @@ class Report {
 // "; did you mean X?" or nothing.
 std::string DidYouMean(const std::string& word);
 
+// Text as it may go to a terminal: control characters, and bytes that are no UTF-8, as "\x1b".
+std::string Printable(const std::string& text);
+
 enum class Format { Text, Gcc, Sarif, Json };
 
+// What an output says beside the findings, and how.
+struct OutputNotes {
+  bool warningsAreErrors = false;
+  bool utf16 = false;              // columns in units of UTF-16
+  std::vector<std::string> racks;  // the rack files that were read
+};
+
 // The whole output for one format; colours in Text only.
-std::string Render(const std::vector<Finding>& findings, Format format, bool colours);
+std::string Render(const std::vector<Finding>& findings, Format format, bool colours,
+                   const OutputNotes& notes = {});
 
 }  // namespace check

@@ -27,15 +27,16 @@ constexpr Rule kRules[] = {
      "LMOT: 2\nOUT: 1, 3\nEND", "LMOT: 2, 0,\nOUT: 1, 3, 1\nEND"},
     {RuleId::LineTooLong, "line-too-long", kError, "a line has more than 999 characters",
      "The controller skips the line, whether the characters are code or comment: nothing is executed, nothing is\n"
-     "logged.",
+     "logged. Only GO finds a label in it.",
      "OUT: 1, 3, 1 ;(990 more characters)\nEND", "OUT: 1, 3, 1\n;(990 more characters)\nEND"},
-    {RuleId::LineSplit, "line-split", kError, "a line of the file has more than 1023 bytes",
-     "The controller reads it in pieces of 1023 bytes and takes each piece as a line of its own: what stands behind\n"
-     "may be executed as a command, though it was meant as a comment.",
+    {RuleId::LineSplit, "line-split", kError, "a piece of a line with more than 1023 bytes is executed",
+     "The controller reads it in pieces of 1023 bytes and takes each piece as a line of its own: this one is a command\n"
+     "or a label, though it was meant as a comment.",
      ";(1022 more characters)OUT: 1, 3, 1\nEND", ";(500 more characters)\n;(522 more characters)OUT: 1, 3, 1\nEND"},
-    {RuleId::WrongSeparator, "wrong-separator", kError, "a character that only looks like a separator, a digit or a blank",
+    {RuleId::WrongSeparator, "wrong-separator", kError, "a character that only looks like a separator, a digit, a letter or a blank",
      "The controller knows the ASCII characters only: for it this one is a letter of the keyword or field. The line\n"
-     "is then usually skipped. A byte order mark becomes part of the first keyword.",
+     "is then usually skipped; in front of a number it makes the number 0, so that another output switches. A byte\n"
+     "order mark becomes part of the first keyword. Names of blocks and comments may have any character.",
      "OUT： 1, 3, 1\nEND", "OUT: 1, 3, 1\nEND"},
     {RuleId::MissingLabel, "missing-label", kError, "GO names a label that is not in the same file",
      "The controller executes the GO line again and again, until the minus key. It searches only the file that the GO\n"
@@ -186,9 +187,15 @@ constexpr Rule kRules[] = {
      "== plc2/RESET.PLC\nEXIT\n== plc2/FLOW.PLC\nOUT: 1, 3, 0\nEND",
      "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nOUT: 1, 3, 1\nEND\n"
      "== plc2/RESET.PLC\nEXIT\n== plc2/FLOW.PLC\nOUT: 1, 4, 0\nEND"},
-    {RuleId::UnknownIgnore, "unknown-ignore", kWarning, "\"check: ignore\" names no rule",
-     "Nothing is silenced. --list-rules prints the names.",
+    {RuleId::UnknownIgnore, "unknown-ignore", kWarning, "words to the checker that it does not understand",
+     "Nothing is silenced. The words are \"check: ignore\" and the names of rules, with a comma between two names;\n"
+     "--list-rules prints them.",
      "DLY: 500 ; check: ignore long-dely\nEND", "DLY: 1000 ; check: ignore long-delay\nEND"},
+    {RuleId::RackFile, "rack-file", kError, "the rack file is wrong",
+     "velmo-rack does not start a machine whose rack file it cannot read. The checker goes on without it and leaves\n"
+     "out what depends on the cards; what [check] ignores it takes as far as it is right.",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nDLY: 100\nEND\n== rack.toml\n[slots]\n1 = \"oi\"",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nDLY: 100\nEND\n== rack.toml\n[slots]\n1 = \"io\""},
 };
 // clang-format on
 

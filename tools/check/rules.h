@@ -51,6 +51,7 @@ enum class RuleId {
   LongDelay,
   SharedOutput,
   UnknownIgnore,
+  RackFile,
   Count  // behind the last one
 };
 

@@ -2,7 +2,9 @@
 #include <algorithm>
 #include <set>
 #include <string>
+#include <system_error>
 #include <utility>
+#include <vector>
 
 #include "check/topics.h"
 #include "commands/command_rows.h"
@@ -37,24 +39,52 @@ std::string OtherCase(const fs::path& directory, const std::string& name) {
   return "";
 }
 
+std::string FileIn(const fs::path& directory, const std::vector<std::string>& names) {
+  for (const std::string& name : names) {
+    std::error_code error;
+    if (fs::is_regular_file(directory / name, error)) return (directory / name).lexically_normal().string();
+  }
+  return "";
+}
+
+// A file to look into for what is wrong with a directory: one of its programs, otherwise one of its machine.
+std::string FileAbout(const fs::path& directory, const fs::path& machine) {
+  for (const std::vector<std::string>& names :
+       {std::vector<std::string>{kResetProgram, kFlowProgram}, FileNames(directory)}) {
+    std::string file = FileIn(directory, names);
+    if (!file.empty()) return file;
+  }
+  std::string file = FileIn(machine, {"rack.toml", "Velmo.conf"});
+  if (!file.empty()) return file;
+  for (const std::string& name : FileNames(machine)) {
+    std::string program = FileIn(machine / name, {kResetProgram, kFlowProgram});
+    if (!program.empty()) return program;
+  }
+  return "";
+}
+
 void CheckDirectories(const ProgramTree& tree, int count, Report* report) {
   for (int number = 1; number <= count; ++number) {
     const bool isThere = std::any_of(tree.tasks.begin(), tree.tasks.end(),
                                      [&](const Task& task) { return task.number == number; });
     if (isThere) continue;
     const std::string name = "plc" + std::to_string(number);
-    report->Add(tree.directory.string(), 1, 1, RuleId::NoTaskDirectory,
-                "task " + std::to_string(number) + " has no directory " + name +
-                    ": the task ends at the start" + DidYouMean(OtherCase(tree.directory, name)));
+    report->AddAboutDirectory(
+        tree.directory.string(), FileAbout(tree.directory, tree.directory), RuleId::NoTaskDirectory,
+        "task " + std::to_string(number) + " has no directory " + name + ": the task ends at the start" +
+            DidYouMean(OtherCase(tree.directory, name)));
   }
 }
 
 void CheckFile(const Task& task, const char* name, RuleId rule, const char* effect, Report* report) {
   if (task.Find(name) != nullptr) return;
   const std::string other = OtherCase(task.directory, name);
-  const fs::path place = other.empty() ? task.directory : task.directory / other;
-  report->Add(place.lexically_normal().string(), 1, 1, rule,
-              "task " + std::to_string(task.number) + " has no " + name + ": " + effect + DidYouMean(other));
+  const std::string message =
+      "task " + std::to_string(task.number) + " has no " + name + ": " + effect + DidYouMean(other);
+  if (!other.empty())
+    return report->Add((task.directory / other).lexically_normal().string(), 1, 1, rule, message);
+  report->AddAboutDirectory(task.directory.lexically_normal().string(),
+                            FileAbout(task.directory, task.directory.parent_path()), rule, message);
 }
 
 using Output = std::pair<int, int>;  // slot index and channel
@@ -83,8 +113,10 @@ void CheckTasks(const ProgramTree& tree, Report* report) {
   CheckDirectories(tree, count, report);
   for (const Task& task : tree.tasks) {
     if (!IsRun(task, count)) {
-      report->Add(task.directory.lexically_normal().string(), 1, 1, RuleId::IdleDirectory,
-                  "no task runs these programs: the controller starts tasks 1 to " + std::to_string(count));
+      report->AddAboutDirectory(
+          task.directory.lexically_normal().string(), FileAbout(task.directory, tree.directory),
+          RuleId::IdleDirectory,
+          "no task runs these programs: the controller starts tasks 1 to " + std::to_string(count));
       continue;
     }
     CheckFile(task, kResetProgram, RuleId::NoReset, "the task ends at the start", report);
