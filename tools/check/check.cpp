@@ -19,10 +19,11 @@ void CheckPrograms(const ProgramTree& tree, Report* report) {
     for (const auto& [name, program] : task.programs) {
       CheckLines(program, report);
       CheckCardCommands(tree, program, report);
+      CheckMoves(tree, program, report);
     }
     CheckFlow(task, report);
-    CheckMotion(tree, task, report);
   }
+  CheckMotion(tree, report);
 }
 
 // False when there is a rack file that cannot be read.
@@ -56,6 +57,7 @@ std::optional<std::vector<Finding>> CheckDirectory(const fs::path& directory, co
   CheckPrograms(tree, &report);
   CheckTasks(tree, &report);
   CheckSharedOutputs(tree, &report);
+  CheckAxes(tree, &report);
   CheckConf(directory, &report);
   return report.Sorted();
 }

@@ -51,6 +51,14 @@ enum class RuleId {
   LongDelay,
   SharedOutput,
   UnknownIgnore,
+  UnawaitedTravel,
+  SharedAxis,
+  SharedCard,
+  WaitWithoutMove,
+  NoPulse,
+  CountStop,
+  StaleCount,
+  LeftMoving,
   Count  // behind the last one
 };
 
