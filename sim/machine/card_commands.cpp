@@ -40,13 +40,16 @@ constexpr CardCommand kCylinder[] = {
 };
 constexpr MOTIDX kUnusedOnStepper[] = {MOT_ExtStopCH};
 constexpr MOTIDX kUnusedOnServo[] = {MOT_StartStep, MOT_CompensateStep};
+constexpr SYNXIDX kSelecting[] = {SYN_MOT, SYN_ROW};
+constexpr SYNXIDX kAskingLastOnStepper[] = {SYN_LMOT, SYN_ROCLR};
+constexpr SYNXIDX kAskingLastOnServo[] = {SYN_ROCLR};
 
 constexpr CardCommands kRows[] = {
     {CardKind::None, "an empty slot", {}},
     {CardKind::Cpu, "a CPU card", kDigital},
     {CardKind::Io, "an I/O card", kDigital},
-    {CardKind::Stepper, "a stepper card", kStepper, 500, true, kUnusedOnStepper},
-    {CardKind::Servo, "a servo card", kServo, 200, false, kUnusedOnServo},
+    {CardKind::Stepper, "a stepper card", kStepper, 500, kUnusedOnStepper, kSelecting, kAskingLastOnStepper},
+    {CardKind::Servo, "a servo card", kServo, 200, kUnusedOnServo, kSelecting, kAskingLastOnServo},
     {CardKind::Cylinder, "a cylinder card", kCylinder},
 };
 static_assert(AreRowsOf(kRows, &CardCommands::kind, kCardKinds), "one row per kind of card, in their order");
@@ -77,6 +80,11 @@ constexpr bool EachIsTaken() {
 }
 static_assert(EachIsTaken(), "a command that goes to a card is taken by some kind of card, no other one is");
 
+template <class Row>
+bool Has(const RowsOf<Row>& rows, Row row) {
+  return std::find(rows.begin(), rows.end(), row) != rows.end();
+}
+
 }  // namespace
 
 const CardCommand* CardCommands::Find(SYNXIDX command) const {
@@ -86,7 +94,15 @@ const CardCommand* CardCommands::Find(SYNXIDX command) const {
 }
 
 bool CardCommands::LeavesUnused(MOTIDX field) const {
-  return std::find(motUnused.begin(), motUnused.end(), field) != motUnused.end();
+  return Has(motUnused, field);
+}
+
+bool CardCommands::Selects(SYNXIDX command) const {
+  return Has(selecting, command);
+}
+
+bool CardCommands::AsksLastSelected(SYNXIDX command) const {
+  return Has(askingLast, command);
 }
 
 int CardCommands::Reached(const CardCommand& command, int chIdx) const {

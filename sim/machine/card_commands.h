@@ -25,14 +25,18 @@ struct CardCommand {
 
 struct CardCommands {
   CardKind kind;
-  const char* name;               // with its article
-  RowsOf<CardCommand> commands;   // all others do nothing
-  int motFieldLimit = 0;          // a field of so many characters is refused
-  bool asksLastSelected = false;  // LMOT and ROCLR ask for the channel selected last
+  const char* name;              // with its article
+  RowsOf<CardCommand> commands;  // all others do nothing
+  int motFieldLimit = 0;         // a field of so many characters is refused
   RowsOf<MOTIDX> motUnused = {};
+  // The card has one channel select: these write it, those are answered for the channel written last.
+  RowsOf<SYNXIDX> selecting = {};
+  RowsOf<SYNXIDX> askingLast = {};
 
   const CardCommand* Find(SYNXIDX command) const;
   bool LeavesUnused(MOTIDX field) const;
+  bool Selects(SYNXIDX command) const;
+  bool AsksLastSelected(SYNXIDX command) const;
   constexpr int Channels(const CardCommand& command) const { return RowOf(kind).Channels(command.about); }
   // The channel that is reached; -1 when there is none.
   int Reached(const CardCommand& command, int chIdx) const;

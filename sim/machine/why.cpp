@@ -65,7 +65,7 @@ std::string LackOfMotorEnd(const Standing& at) {
   constexpr int kBusyBits = 8;
   const int channels = RowOf(at.card->kind).motors;
   // The busy register has a bit for each channel, or one for the channel selected last.
-  const bool asksLastSelected = CommandsOf(at.card->kind).asksLastSelected;
+  const bool asksLastSelected = CommandsOf(at.card->kind).AsksLastSelected(SYN_LMOT);
   const int told = asksLastSelected ? at.card->selectedChannel : at.Channel() % 256;
   if (!asksLastSelected && (told < 0 || told >= kBusyBits)) return "";
   const std::string asked = "motor " + std::to_string(at.Channel());

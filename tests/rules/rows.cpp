@@ -11,7 +11,9 @@ using testing::Not;
 
 constexpr int kIoSlot = 7;
 constexpr int kStepperSlot = 8;
+constexpr int kCylinderSlot = 9;
 constexpr int kServoSlot = 10;
+constexpr std::size_t kStepperEntry = 2;
 
 const std::string kLongName = "A" + std::string(200, 'x');
 const std::string kLongPath = "A" + std::string(194, 'x');
@@ -309,7 +311,7 @@ Group Values() {
   const std::string stopInput = "4000&20&0&0&0&4&1";
   return {"Values",
           {
-              {"mot-flag", nullptr, Then::Ends, Mot(2, 0, "4000&20&2") + End(2),
+              {"mot-flag", "MOT: 2, 0, 4000&20&2\nEND", Then::Ends, Mot(2, 0, "4000&20&2") + End(2),
                "#8 7<00 #8 8<00 #8 7<00 #8 9<14 #8 11<00 #8 10<14 #8 15<00 #8 14<00 #8 13<1F #8 12<40 "
                "#8 17<00 #8 16<14 #8 29<00 #8 28<00 #8 27<00 #8 26<00 #8 24<01 #8 24>01 "},
               {"mot-flag", "MOT: 2, 3, 4000&20&0&0&0&0&2\nEND", Then::Ends, Mot(2, 3, spill) + End(2),
@@ -321,7 +323,7 @@ Group Values() {
               {"value-cut", "MOT: 2, 1, 2147483649&20&1\nDG: 3, 0, 261\nLDG: 3, 0,\nEND", Then::Ends,
                Mot(2, 1, "2147483649&20&1") + Flow("DG", 3, 0, "261") + "SYN_DG: SlotIdx:3 ChIdx:0 261\n",
                nullptr, CutsCountAndPosition},
-              {"value-cut", nullptr, Then::Ends, Mot(2, 0, "4000&300&1") + End(2),
+              {"value-cut", "MOT: 2, 0, 4000&300&1\nEND", Then::Ends, Mot(2, 0, "4000&300&1") + End(2),
                "#8 7<00 #8 8<80 #8 7<00 #8 9<2C #8 11<00 #8 10<2C #8 15<00 #8 14<00 #8 13<1F #8 12<40 "
                "#8 17<00 #8 16<2C #8 29<00 #8 28<00 #8 27<00 #8 26<00 #8 24<01 #8 24>01 "},
               {"level-never", nullptr, Then::Stays, Waits("LD", 1, 0, "2", "SYN_LD: SlotIdx:1  ChIdx:0 2\n"),
@@ -431,11 +433,144 @@ Group TasksAndTheirCards() {
           }};
 }
 
+bool HasStoodAt(TestMachine& machine, int channel, int position) {
+  for (const rack::JournalRecord& record : machine.Journal()) {
+    const bool isCylinder = record.slot == kCylinderSlot && record.port == channel;
+    if (!isCylinder || record.kind != rack::JournalKind::CylinderState) continue;
+    if ((record.value & 0xFF) == 0x10 && record.value >> 8 == position) return true;
+  }
+  return false;
+}
+
+void NeverComesToTheFirstPosition(TestMachine& machine, int task) {
+  machine.WaitForLog(End(3), task);
+  EXPECT_TRUE(HasStoodAt(machine, 0, 0));
+  EXPECT_FALSE(HasStoodAt(machine, 0, 15));
+}
+
+void EndsWithOnePulse(TestMachine& machine, int) {
+  EXPECT_TRUE(machine.Await([&] { return MovesEnded(machine, kStepperSlot, 0) > 0; }));
+  EXPECT_EQ(machine.Picture().cards[kStepperEntry].motors[0].position, -1);
+}
+
+// When a move of the motor began, or ended, for the first time.
+rack::Nanos TimeOfMove(TestMachine& machine, int slot, int channel, int value) {
+  for (const rack::JournalRecord& record : machine.Journal()) {
+    const bool isMotor = record.slot == slot && record.port == channel;
+    if (record.kind == rack::JournalKind::MotorMove && isMotor && record.value == value) return record.time;
+  }
+  return 0;
+}
+
+void OneMoveReplacesTheOther(TestMachine& machine, int task) {
+  EXPECT_TRUE(machine.Await([&] { return MovesEnded(machine, kServoSlot, 0) > 0; }));
+  for (const int mover : {task, task + 1}) {
+    EXPECT_EQ(CountOf(machine.Bus(mover), "#10 24<01 "), 1);
+    EXPECT_LT(TimeOfLine(machine, mover, 1), TimeOfMove(machine, kServoSlot, 0, 0));
+  }
+}
+
+void GoesOnWhileItsMotorMoves(TestMachine& machine, int task) {
+  machine.WaitForLog(End(2), task);
+  EXPECT_EQ(MovesEnded(machine, kStepperSlot, 1), 1);
+  EXPECT_EQ(MovesEnded(machine, kStepperSlot, 0), 0);
+}
+
+// The lines behind the moves: the first wait, the one behind it, the second wait, the one behind it.
+void WaitsForTheFirstCountOnly(TestMachine& machine, int task) {
+  EXPECT_TRUE(machine.Await([&] { return TimeOfLine(machine, task, 6) > 0; }));
+  EXPECT_GE(TimeOfLine(machine, task, 3) - TimeOfLine(machine, task, 2), 500 * rack::kMillisecond);
+  EXPECT_LE(TimeOfLine(machine, task, 6) - TimeOfLine(machine, task, 5), 20 * rack::kMillisecond);
+}
+
+void StartsTheMovingMotorInEachRound(TestMachine& machine, int task) {
+  EXPECT_TRUE(machine.Await([&] { return CountOf(machine.Bus(task), "#8 24<01 ") >= 3; }));
+  EXPECT_EQ(MovesEnded(machine, kStepperSlot, 0), 0);
+}
+
+void StartsAnewWhatTheResetProgramStarted(TestMachine& machine, int task) {
+  machine.WaitForLog(Flow("MOT", 4, 1, "40000&20&0"), task);
+  EXPECT_TRUE(machine.Await([&] { return CountOf(machine.Bus(task), "#10 24<01 ") == 2; }));
+  EXPECT_EQ(MovesEnded(machine, kServoSlot, 1), 0);
+}
+
+void SelectsChannelSeven(TestMachine& machine, int) {
+  EXPECT_EQ(machine.Picture().cards[kStepperEntry].selectedChannel, 7);
+}
+
+void StartsOneWhileTheOtherMoves(TestMachine& machine, int) {
+  EXPECT_TRUE(machine.Await([&] { return MovesEnded(machine, kServoSlot, 0) > 0; }));
+  const rack::Nanos second = TimeOfMove(machine, kServoSlot, 1, 1);
+  EXPECT_GT(second, 0);
+  EXPECT_LT(second, TimeOfMove(machine, kServoSlot, 0, 0));
+}
+
+Group WaitsAndMoves() {
+  const std::string move = "4000&20&1";
+  return {
+      "WaitsAndMoves",
+      {
+          {"unawaited-travel", nullptr, Then::Own, "", nullptr, NeverComesToTheFirstPosition},
+          {"wait-without-move", nullptr, Then::Ends,
+           Mot(4, 0, move) + Flow("LMOT", 4, 1, "") + Flow("LMOT", 4, 0, ""), nullptr},
+          {"no-pulse", nullptr, Then::Stays, Mot(2, 0, "4000&0&1") + Waits("LMOT", 2, 0, "", ""), nullptr},
+      }};
+}
+
+Group CountsAndTasks() {
+  return {"CountsAndTasks",
+          {
+              {"shared-axis", nullptr, Then::Own, "", nullptr, OneMoveReplacesTheOther},
+              {"count-stop", nullptr, Then::Own, "", nullptr, EndsWithOnePulse},
+          }};
+}
+
+Group CardsOfTwoTasks() {
+  return {"CardsOfTwoTasks",
+          {
+              {"shared-card", nullptr, Then::Own, "", nullptr, GoesOnWhileItsMotorMoves},
+              {"stale-count", nullptr, Then::Own, "", nullptr, WaitsForTheFirstCountOnly},
+          }};
+}
+
+// The driver writes a stop count that the control byte does not switch on; a stop input goes nowhere.
+Group WaysOfAProgram() {
+  const std::string count = "4000&20&1&0&0&0&0&0&0&0&70";
+  const std::string input = "4000&20&1&0&1&3&1";
+  return {
+      "WaysOfAProgram",
+      {
+          {"unawaited-move", "MOT: 2, 0, 4000&20&1\nDLY: 10\nEND", Then::Own, "", nullptr,
+           StartsTheMovingMotorInEachRound},
+          {"unawaited-move",
+           "== plc1/RESET.PLC\nMOT: 4, 1, 40000&20&1\nEXIT\n== plc1/FLOW.PLC\nMOT: 4, 1, 40000&20&0\n"
+           "LMOT: 4, 1,\nEND",
+           Then::Own, "", nullptr, StartsAnewWhatTheResetProgramStarted},
+          {"lost-text", "MOT: 2, 5, 4000&20&1&0&0&0&0&0&0&0&70\nEND", Then::Ends, Mot(2, 5, count) + End(2),
+           "#8 7<05 #8 8<80 #8 7<05 #8 9<14 #8 11<00 #8 10<14 #8 15<00 #8 14<00 #8 13<1F #8 12<40 "
+           "#8 17<00 #8 16<14 #8 29<00 #8 28<00 #8 27<00 #8 26<8C #8 24<01 #8 24>01 "},
+          {"lost-text", "MOT: 2, 6, 4000&20&1&0&1&3&1\nEND", Then::Ends, Mot(2, 6, input) + End(2),
+           "#8 7<06 #8 8<C4 #8 7<06 #8 9<14 #8 11<00 #8 10<14 #8 15<00 #8 14<00 #8 13<1F #8 12<40 "
+           "#8 17<00 #8 16<14 #8 29<00 #8 28<00 #8 27<00 #8 26<00 #8 24<01 #8 24>01 "},
+      }};
+}
+
+Group FirstLinesAndBlocks() {
+  return {"FirstLinesAndBlocks",
+          {
+              {"other-channel", "ROCLR: 2, 0,\nEND", Then::Ends,
+               Flow("ROCLR", 2, 0, "") + "SYN_ROCLR: SlotIdx:2 ChIdx:0 \n" + End(2), "#8 19<01 #8 19<00 ",
+               SelectsChannelSeven},
+              {"left-moving", nullptr, Then::Own, "", nullptr, StartsOneWhileTheOtherMoves},
+          }};
+}
+
 }  // namespace
 
 const std::vector<Group>& Groups() {
   static const std::vector<Group> groups = {
       SkippedLines(),     LooksOtherwise(),     NumbersAndTexts(), LabelsAndBlocks(), FilesAndEnds(),
-      SlotsAndChannels(), CardsAndParameters(), Values(),          MotionAndKeys(),   TasksAndTheirCards()};
+      SlotsAndChannels(), CardsAndParameters(), Values(),          MotionAndKeys(),   TasksAndTheirCards(),
+      WaitsAndMoves(),    CountsAndTasks(),     CardsOfTwoTasks(), WaysOfAProgram(),  FirstLinesAndBlocks()};
   return groups;
 }

@@ -22,10 +22,11 @@ void CheckPrograms(const ProgramTree& tree, Report* report) {
     for (const auto& [name, program] : task.programs) {
       CheckLines(program, report);
       CheckCardCommands(tree, program, report);
+      CheckMoves(tree, program, report);
     }
     CheckFlow(task, report);
-    CheckMotion(tree, task, report);
   }
+  CheckMotion(tree, report);
 }
 
 // A rack file as far as it could be read.
@@ -106,6 +107,7 @@ bool CheckMachine(const fs::path& directory, const std::string& rackFile, Subjec
   CheckPrograms(tree, &report);
   CheckTasks(tree, &report);
   CheckSharedOutputs(tree, &report);
+  CheckAxes(tree, &report);
   CheckConf(directory, &report);
   subject->findings = report.Sorted();
   return true;

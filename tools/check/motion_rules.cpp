@@ -1,179 +1,177 @@
-// Moves, and the waits for them, along all paths of a program.
-#include <set>
+// Moves, and the waits for them, along all ways of each task.
 #include <string>
-#include <utility>
 
-#include "check/flow.h"
+#include "check/motion_flow.h"
 #include "check/topics.h"
 #include "commands/command_rows.h"
+#include "kova_motion.h"
 
 namespace check {
 
 namespace {
 
-using Axis = std::pair<int, int>;  // slot index and channel
-
-// What may be the case when a line begins.
-struct MotionState {
-  std::map<Axis, std::string> moving;  // started in that file and line, and nothing has waited for it since
-  std::map<int, std::set<int>> selected;  // by slot index: the channel that was addressed last
-
-  // True when something is new.
-  bool Join(const MotionState& other) {
-    bool isNew = false;
-    for (const auto& [axis, place] : other.moving) isNew |= moving.emplace(axis, place).second;
-    for (const auto& [slot, channels] : other.selected) {
-      for (const int channel : channels) isNew |= selected[slot].insert(channel).second;
-    }
-    return isNew;
-  }
-};
-
-// What a block does to the state of its caller.
-struct BlockEffect {
-  MotionState atEnd;
-  std::set<Axis> awaited;
-};
-
-bool IsMotorWait(SYNXIDX command) {
-  const rack::WaitsFor waitsFor = rack::RowOf(command).waitsFor;
-  return waitsFor == rack::WaitsFor::MotorEnd || waitsFor == rack::WaitsFor::Count;
-}
+// The channel that the controller's start leaves selected on each motor card.
+constexpr int kSelectedAtStart = kClearedChannels - 1;
 
 class MotionRules {
  public:
-  MotionRules(const ProgramTree& tree, const Task& task, Report* report)
-      : tree_(tree), ofTask_(task), out_(*report) {}
+  MotionRules(const ProgramTree& tree, const Task& task, const MotionTable& table, Report* report)
+      : tree_(tree), ofTask_(task), table_(table), flow_(task, table), out_(*report) {}
 
   void Check() {
-    for (const auto& [name, program] : ofTask_.programs) {
-      const Flow flow = FlowOf(ofTask_, program);
-      const std::vector<MotionState> states = Follow(program, flow);
-      for (size_t i = 0; i < program.lines.size(); ++i) {
-        if (flow.reached[i]) CheckLine(program, program.lines[i], states[i]);
-      }
-    }
+    flow_.ForEachAct([this](const Program& program, size_t index, const Act& act, const int* facts) {
+      if (act.asksLast) CheckSelection(act, facts);
+      if (act.deed == Deed::Move) CheckMove(program, index, act, facts);
+      if (act.deed == Deed::Travel || act.deed == Deed::Setup) CheckTravel(act, facts);
+      if (act.deed == Deed::CountWait) CheckCount(act, act, facts);
+    });
   }
 
  private:
-  // The states in front of all lines, each program taken for itself.
-  std::vector<MotionState> Follow(const Program& program, const Flow& flow) {
-    std::vector<MotionState> states(program.lines.size() + 1);
-    std::vector<size_t> open = {0};
-    std::vector<bool> isSeen(states.size(), false);
-    while (!open.empty()) {
-      const size_t index = open.back();
-      open.pop_back();
-      if (index == program.lines.size()) continue;
-      isSeen[index] = true;
-      const MotionState after = After(states[index], program, program.lines[index]);
-      for (const size_t next : flow.next[index]) {
-        if (states[next].Join(after) || !isSeen[next]) open.push_back(next);
-      }
+  void Add(const Act& act, RuleId rule, const std::string& message) {
+    out_.Add(*act.program, *act.line, act.line->parsed.KeywordColumn, rule, message);
+  }
+
+  // The move of the axis that runs, or may run; kNoAct when none does.
+  static int MoveOf(int axis, const AxisFact (&kinds)[2], const int* facts) {
+    for (const AxisFact kind : kinds) {
+      const int move = facts[FactPlan::Of(axis, kind)];
+      if (move >= 0) return move;
     }
-    return states;
+    return kNoAct;
   }
 
-  // The channel that the card really takes; nothing when it takes none. Without a known card the written one.
-  std::optional<int> Channel(const Line& line) const {
-    const rack::CardCommands* card = tree_.CardOf(line.parsed.SlotIdx.Value);
-    if (card == nullptr) return line.parsed.ChIdx.Value;
-    const rack::CardCommand* command = card->Find(line.parsed.CmdIdx);
-    const int channel = command == nullptr ? -1 : card->Reached(*command, line.parsed.ChIdx.Value);
-    return channel < 0 ? std::nullopt : std::optional(channel);
-  }
-
-  MotionState After(MotionState state, const Program& program, const Line& line) {
-    const EXPLAINEDLINE& parsed = line.parsed;
-    if (rack::RowOf(parsed.CmdIdx).goesOn == rack::GoesOn::Block) return AfterCall(state, line);
-    const bool moves = parsed.CmdIdx == SYN_MOT;
-    const bool waits = IsMotorWait(parsed.CmdIdx);
-    const std::optional<int> channel = moves || waits ? Channel(line) : std::nullopt;
-    if (!channel) return state;
-    const Axis axis(parsed.SlotIdx.Value, *channel);
-    if (waits) state.moving.erase(axis);
-    if (moves) state.moving[axis] = program.name + ":" + std::to_string(line.number);
-    if (parsed.CmdIdx != SYN_LMOT) state.selected[axis.first] = {*channel};
-    return state;
-  }
-
-  MotionState AfterCall(const MotionState& before, const Line& line) {
-    MotionState after;
-    if (MayCallNothing(ofTask_, line)) after = before;
-    for (const Program* block : BlocksOf(ofTask_, line)) {
-      const BlockEffect& effect = EffectOf(*block);
-      MotionState back = before;
-      for (const Axis& axis : effect.awaited) back.moving.erase(axis);
-      for (const auto& [axis, started] : effect.atEnd.moving) back.moving[axis] = started;
-      for (const auto& [slot, channels] : effect.atEnd.selected) back.selected[slot] = channels;
-      after.Join(back);
+  template <class Which>
+  bool OtherTaskHas(int axis, Which which) const {
+    for (const int index : table_.RunOnAxis(axis)) {
+      const Act& act = table_.ActOf(index);
+      if (act.task != &ofTask_ && which(act)) return true;
     }
-    return after;
+    return false;
   }
 
-  // A block that is being looked at already, because blocks replace each other in a circle, adds nothing.
-  const BlockEffect& EffectOf(const Program& block) {
-    const auto [entry, isNew] = effects_.try_emplace(block.name);
-    if (!isNew) return entry->second;
-    BlockEffect effect;
-    const Flow flow = FlowOf(ofTask_, block);
-    const std::vector<MotionState> states = Follow(block, flow);
-    for (size_t i = 0; i < block.lines.size(); ++i) {
-      const Line& line = block.lines[i];
-      const SYNXIDX command = line.parsed.CmdIdx;
-      const std::optional<int> awaited = IsMotorWait(command) ? Channel(line) : std::nullopt;
-      if (awaited) effect.awaited.emplace(line.parsed.SlotIdx.Value, *awaited);
-      for (const Program* next : BlocksOf(ofTask_, line)) {
-        const BlockEffect& further = EffectOf(*next);
-        effect.awaited.insert(further.awaited.begin(), further.awaited.end());
-      }
-      if (command == SYN_END || !BlocksOf(ofTask_, line).empty())
-        effect.atEnd.Join(After(states[i], block, line));
+  bool OtherTaskWaits(int axis) const {
+    return OtherTaskHas(axis, [](const Act& act) {
+      return act.deed == Deed::MotorWait || act.deed == Deed::CountWait || act.deed == Deed::CylinderWait;
+    });
+  }
+
+  void CheckMove(const Program& program, size_t index, const Act& act, const int* facts) {
+    if (!act.starts) return;
+    const int moving = MoveOf(act.axis, kMovingFacts, facts);
+    if (moving != kNoAct && !OtherTaskWaits(act.axis)) {
+      Add(act, RuleId::UnawaitedMove,
+          "nothing has waited for the move that " + table_.ActOf(moving).Place() +
+              " has started: the controller programs the running motor anew; put \"" +
+              table_.AxisOf(act).Wait() + "\" between them");
     }
-    return effects_[block.name] = effect;
+    CheckLeftMoves(program, index, act, facts);
+    CheckCountBehind(program, index, facts);
   }
 
-  void CheckLine(const Program& program, const Line& line, const MotionState& before) {
-    const SYNXIDX command = line.parsed.CmdIdx;
-    const bool asksCard = command == SYN_LMOT || command == SYN_ROCLR;
-    if (command != SYN_MOT && !asksCard) return;
-    const std::optional<int> channel = Channel(line);
-    if (!channel) return;
-    if (asksCard) return CheckSelection(program, line, *channel, before);
-    const int slot = line.parsed.SlotIdx.Value;
-    const auto moving = before.moving.find({slot, *channel});
-    if (moving == before.moving.end()) return;
-    out_.Add(program, line, line.parsed.KeywordColumn, RuleId::UnawaitedMove,
-             "nothing has waited for the move that " + moving->second +
-                 " has started: the controller programs the running motor anew; put \"LMOT: " +
-                 std::to_string(slot) + ", " + std::to_string(*channel) + ",\" between them");
-  }
-
-  void CheckSelection(const Program& program, const Line& line, int channel, const MotionState& before) {
-    const EXPLAINEDLINE& parsed = line.parsed;
-    const rack::CardCommands* card = tree_.CardOf(parsed.SlotIdx.Value);
-    const auto selected = before.selected.find(parsed.SlotIdx.Value);
-    if (card == nullptr || !card->asksLastSelected || selected == before.selected.end()) return;
-    for (const int other : selected->second) {
-      if (other == channel) continue;
-      return out_.Add(
-          program, line, parsed.KeywordColumn, RuleId::OtherChannel,
-          "channel " + std::to_string(other) + " of this card may have been addressed last: the card " +
-              (parsed.CmdIdx == SYN_LMOT ? "tells when that motor stands" : "clears that counter") +
-              ", not channel " + std::to_string(channel));
+  void CheckLeftMoves(const Program& program, size_t index, const Act& act, const int* facts) {
+    for (int axis = 0; axis < static_cast<int>(table_.Axes().size()); ++axis) {
+      const int left = MoveOf(axis, kLeftFacts, facts);
+      if (left == kNoAct || axis == act.axis || OtherTaskWaits(axis)) continue;
+      const Act& start = table_.ActOf(left);
+      if (flow_.IsAwaitedLater(program, index, start)) continue;
+      Add(act, RuleId::LeftMoving,
+          table_.AxisOf(start).Title() + " may still be under way: " + start.Place() +
+              " has started it, and nothing has waited for it since; put \"" + table_.AxisOf(start).Wait() +
+              "\" before the END of " + start.program->name);
     }
+  }
+
+  void CheckTravel(const Act& act, const int* facts) {
+    const int moving = MoveOf(act.axis, kMovingFacts, facts);
+    if (moving == kNoAct || OtherTaskWaits(act.axis)) return;
+    const Act& start = table_.ActOf(moving);
+    if (act.deed == Deed::Travel && start.number == act.number) return;
+    Add(act, RuleId::UnawaitedTravel,
+        "nothing has waited for the travel to " + std::to_string(start.number) + " that " + start.Place() +
+            " has started: the cylinder leaves its way for this one; put \"" + table_.AxisOf(act).Wait() +
+            "\" between them");
+  }
+
+  // The ROW that follows a move, as long as each line leads to the next one.
+  void CheckCountBehind(const Program& program, size_t index, const int* facts) {
+    const std::vector<int>& acts = table_.ActsOf(program);
+    const Act& move = table_.ActOf(acts[index]);
+    if (facts[FactPlan::Of(move.axis, AxisFact::Counted)] < 0) return;
+    for (size_t i = index + 1; i < acts.size(); ++i) {
+      if (rack::RowOf(program.lines[i].parsed.CmdIdx).goesOn != rack::GoesOn::NextLine) return;
+      if (acts[i] == kNoAct || table_.ActOf(acts[i]).axis != move.axis) continue;
+      const Act& act = table_.ActOf(acts[i]);
+      if (act.deed == Deed::CountWait) CheckCount(act, move, facts);
+      if (act.deed != Deed::MotorWait) return;
+    }
+  }
+
+  // facts: in front of the last act that could have changed the count.
+  void CheckCount(const Act& act, const Act& last, const int* facts) {
+    const int counted = facts[FactPlan::Of(last.axis, AxisFact::Counted)];
+    if (counted < 0 || act.number > table_.ActOf(counted).number || act.number <= 0) return;
+    const bool isTouched = OtherTaskHas(act.axis, [](const Act& other) {
+      return other.deed == Deed::Move || other.deed == Deed::ClearCount;
+    });
+    if (isTouched) return;
+    const std::string axis =
+        std::to_string(table_.AxisOf(act).slot) + ", " + std::to_string(table_.AxisOf(act).channel);
+    Add(act, RuleId::StaleCount,
+        "the counter has not been cleared since " + table_.ActOf(counted).Place() +
+            ": it already stands at " + std::to_string(act.number) +
+            " or more, and the wait is met at once; put \"ROCLR: " + axis + ",\" between them");
+  }
+
+  void CheckSelection(const Act& act, const int* facts) {
+    const FactPlan& plan = flow_.Plan();
+    const int channel = table_.ChannelOf(act);
+    for (int other = 0; other < kChannelsOfCard; ++other) {
+      const int selecting = facts[plan.Selected(act.card, other)];
+      if (selecting < 0 || other == channel) continue;
+      return Add(act, RuleId::OtherChannel,
+                 "channel " + std::to_string(other) + " of this card may have been addressed last, by " +
+                     table_.ActOf(selecting).Place() + ": the card " + Answers(act) + ", not channel " +
+                     std::to_string(channel));
+    }
+    if (facts[plan.Selected(act.card, kAnySelected)] >= 0) CheckFirst(act, channel);
+  }
+
+  static const char* Answers(const Act& act) {
+    return act.deed == Deed::MotorWait ? "tells when that motor stands" : "clears that counter";
+  }
+
+  // Nothing has addressed the card since the start, where the controller has cleared all counters and stopped all
+  // motors, or since the minus key. When no other channel is ever addressed, a wait asks for the right one.
+  void CheckFirst(const Act& act, int channel) {
+    bool isAlone = true;
+    for (const int index : table_.RunOnCard(act.card)) {
+      const Act& other = table_.ActOf(index);
+      isAlone = isAlone && (!other.selects || table_.ChannelOf(other) == channel);
+    }
+    if (isAlone && (act.deed == Deed::MotorWait || channel == kSelectedAtStart)) return;
+    const rack::CardCommands& card = *tree_.CardOf(table_.AxisOf(act).slot);
+    const bool isThere = kSelectedAtStart < rack::RowOf(card.kind).motors;
+    const std::string selected = "channel " + std::to_string(kSelectedAtStart);
+    Add(act, RuleId::OtherChannel,
+        "nothing has addressed this card before: at the start " + selected + " is selected" +
+            (isThere ? "" : ", which it has not") +
+            ", after the minus key the one addressed last; the card " + Answers(act) +
+            "; put a MOT or ROW of channel " + std::to_string(channel) + " before it");
   }
 
   const ProgramTree& tree_;
   const Task& ofTask_;
+  const MotionTable& table_;
+  const MotionFlow flow_;
   Report& out_;
-  std::map<std::string, BlockEffect> effects_;
 };
 
 }  // namespace
 
-void CheckMotion(const ProgramTree& tree, const Task& task, Report* report) {
-  MotionRules(tree, task, report).Check();
+void CheckMotion(const ProgramTree& tree, Report* report) {
+  const MotionTable table(tree);
+  for (const Task& task : tree.tasks) MotionRules(tree, task, table, report).Check();
 }
 
 }  // namespace check

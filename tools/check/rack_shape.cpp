@@ -4,6 +4,45 @@
 
 namespace check {
 
+namespace {
+
+bool IsInput(const rack::SignalRef& signal) {
+  return signal.kind == rack::SignalKind::Input;
+}
+
+void AddStop(const rack::PlantLink& link, RackShape* shape) {
+  if (link.when != rack::Condition::Signal || !IsInput(link.source)) return;
+  // A card that takes no stop input from the program has one for each motor.
+  const bool isOwn = shape->entries[link.stopEntry]->LeavesUnused(MOT_ExtStopCH);
+  shape->axisInputs.push_back({link.stopEntry, isOwn ? link.stopChannel : kAnyChannel, false,
+                               link.source.entry, link.source.channel});
+}
+
+void AddSwitch(const rack::PlantLink& link, RackShape* shape) {
+  const bool isMotor = link.when == rack::Condition::MotorWithin;
+  if ((!isMotor && link.when != rack::Condition::CylinderStands) || !IsInput(link.target)) return;
+  shape->axisInputs.push_back({link.entry, link.channel, !isMotor, link.target.entry, link.target.channel});
+}
+
+void AddAxisInputs(const rack::PlantState& plant, RackShape* shape) {
+  for (std::uint32_t i = 0; i < plant.linkCount; ++i) {
+    const rack::PlantLink& link = plant.links[i];
+    switch (link.then) {
+      case rack::Effect::Stop:
+        AddStop(link, shape);
+        break;
+      case rack::Effect::Follow:
+      case rack::Effect::Arrive:
+        AddSwitch(link, shape);
+        break;
+      case rack::Effect::Count:
+        break;
+    }
+  }
+}
+
+}  // namespace
+
 std::optional<RackShape> ReadRackShape(const std::string& path, std::vector<std::string>* errors,
                                        rack::RackNotes* notes) {
   const auto setup = std::make_unique<rack::RackSetup>();
@@ -14,6 +53,7 @@ std::optional<RackShape> ReadRackShape(const std::string& path, std::vector<std:
     const rack::CardKind kind = setup->image.cards[setup->image.entrySlot[entry]].kind;
     shape.entries.push_back(&rack::CommandsOf(kind));
   }
+  AddAxisInputs(setup->plant, &shape);
   return shape;
 }
 

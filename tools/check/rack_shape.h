@@ -10,8 +10,19 @@
 
 namespace check {
 
+// An input that tells where an axis is, or stops it.
+struct AxisInput {
+  int slot;
+  int channel;  // kAnyChannel: a stop input that each motor of the card can use
+  bool isCylinder;
+  int inputSlot;
+  int inputChannel;
+};
+constexpr int kAnyChannel = -1;
+
 struct RackShape {
   std::vector<const rack::CardCommands*> entries;
+  std::vector<AxisInput> axisInputs;
   int tasks = 0;  // 0: not known
 };
 

@@ -24,7 +24,7 @@ constexpr Rule kRules[] = {
     {RuleId::TooFewFields, "too-few-fields", kError, "a command has fewer fields than it needs",
      "The controller skips the line: nothing is executed, nothing is logged. The last field may be empty, but its\n"
      "comma must be there.",
-     "LMOT: 2\nOUT: 1, 3\nEND", "LMOT: 2, 0,\nOUT: 1, 3, 1\nEND"},
+     "LMOT: 2\nOUT: 1, 3\nEND", "MOT: 2, 0, 4000&20&1\nLMOT: 2, 0,\nOUT: 1, 3, 1\nEND"},
     {RuleId::LineTooLong, "line-too-long", kError, "a line has more than 999 characters",
      "The controller skips the line, whether the characters are code or comment: nothing is executed, nothing is\n"
      "logged. Only GO finds a label in it.",
@@ -89,14 +89,14 @@ constexpr Rule kRules[] = {
     {RuleId::MotFields, "mot-fields", kError, "MOT with fewer than three fields, or with a field that is too long",
      "The card refuses the move: \"Task_MOT Fail[0]\", and the program goes on with the axis standing. Fields are\n"
      "separated by \"&\": steps, frequency code, direction.",
-     "MOT: 2, 0, 4000&20\nEND", "MOT: 2, 0, 4000&20&1\nEND"},
+     "MOT: 2, 0, 4000&20\nEND", "MOT: 2, 0, 4000&20&1\nLMOT: 2, 0,\nEND"},
     {RuleId::MotFlag, "mot-flag", kError, "a flag of MOT that is not 0 or 1, or an external stop channel above 3",
      "The control byte is put together without masks: the value spills into the flags beside it or is cut off.",
-     "MOT: 2, 0, 4000&20&2\nEND", "MOT: 2, 0, 4000&20&1\nEND"},
+     "MOT: 2, 0, 4000&20&2\nLMOT: 2, 0,\nEND", "MOT: 2, 0, 4000&20&1\nLMOT: 2, 0,\nEND"},
     {RuleId::ValueCut, "value-cut", kError, "a number is wider than what takes it",
      "The controller cuts the number to the width of its register (\"300\" is 44 in 8 bits) and goes on without a\n"
      "message. Step counts are doubled on their way to the card.",
-     "MOT: 2, 0, 4000&300&1\nEND", "MOT: 2, 0, 4000&200&1\nEND"},
+     "MOT: 2, 0, 4000&300&1\nLMOT: 2, 0,\nEND", "MOT: 2, 0, 4000&200&1\nLMOT: 2, 0,\nEND"},
     {RuleId::IfFields, "if-fields", kError, "IF without its three fields",
      "The condition is level, block if equal, block otherwise, separated by \"&\"; NUL stands for no block. With fewer\n"
      "fields nothing is called, whatever the level.",
@@ -136,7 +136,8 @@ constexpr Rule kRules[] = {
      "OUT: 1, 3, ON\nEND", "OUT: 1, 3, 1\nEND"},
     {RuleId::LostText, "lost-text", kWarning, "text that the controller does not look at",
      "A second \":\" ends the fields, a second \";\" ends the comment, and fields beyond those that a command takes are\n"
-     "dropped. A parameter cannot contain \",\", \":\" or \";\".",
+     "dropped. A parameter cannot contain \",\", \":\" or \";\". Of MOT, the card leaves out what it has no use for: the\n"
+     "stepper card field 5, the servo card 7 and 8, both the stop count unless field 9 is 1. A 0 may fill a place.",
      "OUT: 1, 3, 1, 1\nEND", "OUT: 1, 3, 1\nEND"},
     {RuleId::DuplicateLabel, "duplicate-label", kWarning, "a label's number stands twice in a file",
      "GO goes to the first one from the top of the file; the second is never reached by GO.",
@@ -163,13 +164,16 @@ constexpr Rule kRules[] = {
      "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nFL: A.PLC\nEND\n== plc1/A.PLC\n",
      "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nFL: A.PLC\nEND\n== plc1/A.PLC\nEND"},
     {RuleId::UnawaitedMove, "unawaited-move", kWarning, "a new MOT on a channel whose last move nothing waited for",
-     "The card programs the running motor anew: the first move does not end where it should. Wait with LMOT or ROW.",
+     "The card programs the running motor anew: the first move does not end where it should. Wait with LMOT or ROW,\n"
+     "also ahead of an END that leads back to the MOT, and of the EXIT of RESET.PLC. A LD counts as the wait for a move\n"
+     "with the external stop; if the rack file wires the axis, the LD of a switch or stop of that axis.",
      "MOT: 4, 0, 4000&20&1\nMOT: 4, 0, 4000&20&0\nLMOT: 4, 0,\nEND",
      "MOT: 4, 0, 4000&20&1\nLMOT: 4, 0,\nMOT: 4, 0, 4000&20&0\nLMOT: 4, 0,\nEND"},
     {RuleId::OtherChannel, "other-channel", kWarning,
-     "LMOT or ROCLR on a stepper card after another of its channels was addressed",
-     "The stepper card answers for the channel selected last, which MOT and ROW do; LMOT and ROCLR select none. Wait\n"
-     "for each motor before the next is started, or wait with ROW.",
+     "LMOT or ROCLR after another channel of the card was addressed, or none",
+     "The stepper card answers for the channel selected last, which MOT and ROW do; LMOT and ROCLR select none. So does\n"
+     "the servo card for ROCLR. At the start channel 7 is selected, after the minus key the one of before. Wait for each\n"
+     "motor before the next is started, or wait with ROW; write ROCLR behind a MOT or ROW of its channel.",
      "MOT: 2, 0, 4000&20&1\nMOT: 2, 1, 4000&20&1\nLMOT: 2, 0,\nLMOT: 2, 1,\nEND",
      "MOT: 2, 0, 4000&20&1\nLMOT: 2, 0,\nMOT: 2, 1, 4000&20&1\nLMOT: 2, 1,\nEND"},
     {RuleId::ResetFirstLine, "reset-first-line", kWarning, "MOT, DG or IF is the first line of RESET.PLC",
@@ -196,6 +200,50 @@ constexpr Rule kRules[] = {
      "out what depends on the cards; what [check] ignores it takes as far as it is right.",
      "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nDLY: 100\nEND\n== rack.toml\n[slots]\n1 = \"oi\"",
      "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nDLY: 100\nEND\n== rack.toml\n[slots]\n1 = \"io\""},
+    {RuleId::UnawaitedTravel, "unawaited-travel", kWarning, "a new DG on a cylinder whose last travel nothing waited for",
+     "The card replaces the running travel: the cylinder goes to the new position from where it is and does not come to\n"
+     "the first. Wait with LDG. A LD counts as a wait; if the rack file wires the cylinder, the LD of its switch.",
+     "DG: 3, 0, 15\nDG: 3, 0, 0\nLDG: 3, 0,\nEND",
+     "DG: 3, 0, 15\nLDG: 3, 0,\nDG: 3, 0, 0\nLDG: 3, 0,\nEND"},
+    {RuleId::SharedAxis, "shared-axis", kWarning, "two tasks move the same motor or cylinder",
+     "The move that comes last replaces one that still runs, and each task's wait is met by the other's move. DG with -1\n"
+     "or -2 from another task is help, not a move.",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nMOT: 4, 0, 4000&20&1\nLMOT: 4, 0,\nEND\n"
+     "== plc2/RESET.PLC\nEXIT\n== plc2/FLOW.PLC\nMOT: 4, 0, 4000&20&0\nLMOT: 4, 0,\nEND",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nMOT: 4, 0, 4000&20&1\nLMOT: 4, 0,\nEND\n"
+     "== plc2/RESET.PLC\nEXIT\n== plc2/FLOW.PLC\nMOT: 4, 1, 4000&20&0\nLMOT: 4, 1,\nEND"},
+    {RuleId::SharedCard, "shared-card", kWarning, "LMOT or ROCLR on a card of which another task addresses another channel",
+     "The card answers for the channel that was addressed last, whichever task did: LMOT is met while the task's own axis\n"
+     "still moves, or waits for the other's; ROCLR clears the other's counter. The servo card does so for ROCLR only.",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nMOT: 2, 0, 4000&20&1\nLMOT: 2, 0,\nEND\n"
+     "== plc2/RESET.PLC\nEXIT\n== plc2/FLOW.PLC\nDLY: 50\nMOT: 2, 1, 1&20&0\nLMOT: 2, 1,\nEND",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nMOT: 2, 0, 4000&20&1\nLMOT: 2, 0,\nEND\n"
+     "== plc2/RESET.PLC\nEXIT\n== plc2/FLOW.PLC\nDLY: 50\nMOT: 4, 1, 1&20&0\nLMOT: 4, 1,\nEND"},
+    {RuleId::WaitWithoutMove, "wait-without-move", kWarning, "LMOT or LDG for an axis that no task ever starts",
+     "What stands is waited for: the wait is met at once. The stepper card answers for another motor, the one addressed\n"
+     "last. Usually the channel is another one than in the MOT or DG.",
+     "MOT: 4, 0, 4000&20&1\nLMOT: 4, 1,\nLMOT: 4, 0,\nEND", "MOT: 4, 0, 4000&20&1\nLMOT: 4, 0,\nEND"},
+    {RuleId::NoPulse, "no-pulse", kError, "MOT with frequency code 0",
+     "The card makes no pulse: the motor stands, but its move never ends, and LMOT and ROW wait for ever.",
+     "MOT: 2, 0, 4000&0&1\nLMOT: 2, 0,\nEND", "MOT: 2, 0, 4000&20&1\nLMOT: 2, 0,\nEND"},
+    {RuleId::CountStop, "count-stop", kError, "MOT with the count stop on and no stop count",
+     "The stop count is then 0: the move ends with its first pulse, and LMOT is met. The tenth field switches the count\n"
+     "stop on, the eleventh is the count.",
+     "MOT: 2, 0, 4000&20&1&0&0&0&0&0&0&1\nLMOT: 2, 0,\nEND",
+     "MOT: 2, 0, 4000&20&1&0&0&0&0&0&0&1&3000\nLMOT: 2, 0,\nEND"},
+    {RuleId::StaleCount, "stale-count", kWarning, "a second ROW on a channel without ROCLR between",
+     "The counter still stands where the first wait found it, and either direction counts: a ROW of the same count or\n"
+     "less is met at once, before the second move has gone anywhere.",
+     "MOT: 4, 0, 4000&20&1\nROW: 4, 0, 3000\nLMOT: 4, 0,\nMOT: 4, 0, 4000&20&0\nROW: 4, 0, 3000\nLMOT: 4, 0,\nROCLR: 4, 0,\nEND",
+     "MOT: 4, 0, 4000&20&1\nROW: 4, 0, 3000\nLMOT: 4, 0,\nROCLR: 4, 0,\n"
+     "MOT: 4, 0, 4000&20&0\nROW: 4, 0, 3000\nLMOT: 4, 0,\nROCLR: 4, 0,\nEND"},
+    {RuleId::LeftMoving, "left-moving", kWarning, "a block leaves an axis moving, and another motor is started",
+     "END waits for no axis: the next motor starts while the block's motor or cylinder is still under way, and nothing\n"
+     "waits for that later. Wait in the block, with LMOT, ROW or LDG.",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nFL: TURN.PLC\nMOT: 4, 1, 4000&20&1\nLMOT: 4, 1,\nEXIT\n"
+     "== plc1/TURN.PLC\nMOT: 4, 0, 40000&20&1\nEND",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nFL: TURN.PLC\nMOT: 4, 1, 4000&20&1\nLMOT: 4, 1,\nEXIT\n"
+     "== plc1/TURN.PLC\nMOT: 4, 0, 40000&20&1\nLMOT: 4, 0,\nEND"},
 };
 // clang-format on
 

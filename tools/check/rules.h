@@ -52,6 +52,14 @@ enum class RuleId {
   SharedOutput,
   UnknownIgnore,
   RackFile,
+  UnawaitedTravel,
+  SharedAxis,
+  SharedCard,
+  WaitWithoutMove,
+  NoPulse,
+  CountStop,
+  StaleCount,
+  LeftMoving,
   Count  // behind the last one
 };
 

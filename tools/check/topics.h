@@ -17,8 +17,14 @@ void CheckNumberText(const Program& program, const Line& line, int byte, const s
 void CheckCardCommands(const ProgramTree& tree, const Program& program, Report* report);
 // Labels, ends, calls, loops.
 void CheckFlow(const Task& task, Report* report);
-// Moves and the waits for them.
-void CheckMotion(const ProgramTree& tree, const Task& task, Report* report);
+// Moves and the waits for them, along all paths of each task.
+void CheckMotion(const ProgramTree& tree, Report* report);
+// Axes and cards that tasks share, axes that nothing starts.
+void CheckAxes(const ProgramTree& tree, Report* report);
+// The fields of MOT, one beside the other.
+void CheckMoves(const ProgramTree& tree, const Program& program, Report* report);
+// Whether the controller starts the task.
+bool IsRun(const ProgramTree& tree, const Task& task);
 // Directories and files of all tasks, outputs that tasks share.
 void CheckTasks(const ProgramTree& tree, Report* report);
 void CheckSharedOutputs(const ProgramTree& tree, Report* report);
