@@ -189,6 +189,18 @@ TEST(RulesSeenAlone, LongDelayIsDeafToAShortKey) {
   EXPECT_THAT(machine.Console(), HasSubstr("PLCKey: KeyPad=12"));
 }
 
+TEST(RulesSeenAlone, MainProgramThatCallsItselfDoesNotPause) {
+  TestMachine machine;
+  machine.Write("rack.toml", RackFile(1));
+  machine.Write("plc1/RESET.PLC", "FL: RESET.PLC\nEXIT\n");
+  machine.Write("plc1/FLOW.PLC", "DLY: 100\nEND\n");
+  ExpectFinding(machine, "main-as-block", {"plc1"});
+  machine.Start();
+  EXPECT_TRUE(machine.Await([&] { return CountOf(machine.Log(), "CmdIdx: FL ") >= 1000; }));
+  EXPECT_LT(machine.Live().now, 5'000 * rack::kMillisecond);
+  EXPECT_EQ(CountOf(machine.Log(), "CmdIdx: EXIT"), 0);
+}
+
 // The switch says more than 8 tasks, which starts one.
 TEST(RulesSeenAlone, ConfigurationThatIsNotReadOrOutOfRange) {
   const std::string flow = "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nEND\n== Velmo.conf\n";

@@ -21,6 +21,7 @@ void CheckPrograms(const ProgramTree& tree, Report* report) {
       CheckCardCommands(tree, program, report);
     }
     CheckFlow(task, report);
+    CheckBlocks(task, report);
     CheckMotion(tree, task, report);
   }
 }

@@ -189,6 +189,19 @@ constexpr Rule kRules[] = {
     {RuleId::UnknownIgnore, "unknown-ignore", kWarning, "\"check: ignore\" names no rule",
      "Nothing is silenced. --list-rules prints the names.",
      "DLY: 500 ; check: ignore long-dely\nEND", "DLY: 1000 ; check: ignore long-delay\nEND"},
+    {RuleId::ExitInBlock, "exit-in-block", kError, "EXIT in a block without END right behind it",
+     "EXIT closes the main program, not the block: the controller still executes what stands behind it, up to END.\n"
+     "At the end of a file without END it stays in the block: FLOW.PLC, which Enter opens, is closed by the next EXIT\n"
+     "or never read. Only the minus key leads out.",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nFL: DONE.PLC\nEND\n== plc1/DONE.PLC\nDLY: 300\nEXIT",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nFL: DONE.PLC\nEND\n== plc1/DONE.PLC\nDLY: 300\nEXIT\nEND"},
+    {RuleId::MainAsBlock, "main-as-block", kError, "RESET.PLC or FLOW.PLC is called as a block",
+     "It then runs as a block: a call in it replaces it, its END returns behind the call, and Enter and EXIT concern the\n"
+     "caller. One that calls itself begins anew at each call, without a pause. The keys start the main programs.",
+     "== plc1/RESET.PLC\n; home, then go on\nFL: FLOW.PLC\nEXIT\n== plc1/FLOW.PLC\nFL: A.PLC\nOUT: 1, 3, 0\nEND\n"
+     "== plc1/A.PLC\nDLY: 100\nEND",
+     "== plc1/RESET.PLC\n; home, then wait for Enter\nEXIT\n== plc1/FLOW.PLC\nFL: A.PLC\nOUT: 1, 3, 0\nEND\n"
+     "== plc1/A.PLC\nDLY: 100\nEND"},
 };
 // clang-format on
 

@@ -51,6 +51,8 @@ enum class RuleId {
   LongDelay,
   SharedOutput,
   UnknownIgnore,
+  ExitInBlock,
+  MainAsBlock,
   Count  // behind the last one
 };
 

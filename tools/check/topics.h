@@ -17,6 +17,8 @@ void CheckNumberText(const Program& program, const Line& line, int byte, const s
 void CheckCardCommands(const ProgramTree& tree, const Program& program, Report* report);
 // Labels, ends, calls, loops.
 void CheckFlow(const Task& task, Report* report);
+// Calls of main programs, and what stands behind EXIT in a block.
+void CheckBlocks(const Task& task, Report* report);
 // Moves and the waits for them.
 void CheckMotion(const ProgramTree& tree, const Task& task, Report* report);
 // Directories and files of all tasks, outputs that tasks share.
