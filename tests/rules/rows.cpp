@@ -436,6 +436,30 @@ void CameBackWithoutTheRest(TestMachine& machine, int task) {
                                    "SYN_END:1 \n" + Line("EXIT", 100, -1, "")));
 }
 
+void OutputIsOnWhileTheAxisMoves(TestMachine& machine, int) {
+  EXPECT_EQ(LevelsOf(machine, kIoSlot, 3), "1");
+  EXPECT_EQ(MovesEnded(machine, kStepperSlot, 0), 0);
+}
+
+Group CountsAndBranches() {
+  const std::string move = "4000&20&0";
+  const std::string row = "SYN_ROW: SlotIdx:2 ChIdx:0 ";
+  const std::string log = "SYN_IF: SlotIdx:1 ChIdx:";
+  return {"CountsAndBranches",
+          {
+              {"row-count", nullptr, Then::Stays,
+               Mot(2, 0, move) + Flow("ROW", 2, 0, "-2000") + row + "-2000\n" + Flow("OUT", 1, 3, "1") +
+                   Waits("LMOT", 2, 0, "", ""),
+               nullptr, OutputIsOnWhileTheAxisMoves},
+              {"row-count", "MOT: 4, 1, 4000&20&0\nROW: 4, 1, 0\nEND", Then::Ends,
+               Mot(4, 1, move) + Flow("ROW", 4, 1, "0") + "SYN_ROW: SlotIdx:4 ChIdx:1 0\n" + End(4), nullptr},
+              {"idle-if", "IF: 1, 0, 1&NUL&NUL\nIF: 1, 3, 1&NUL&NUL\nEND", Then::Ends,
+               Flow("IF", 1, 0, "1&NUL&NUL") + log + "0 1&NUL&NUL\n" + Flow("IF", 1, 3, "1&NUL&NUL") + log +
+                   "3 1&NUL&NUL\n" + End(1),
+               "#7 8>01 #7 8>01 "},
+          }};
+}
+
 Group Blocks() {
   const std::string start = Flow("FL", 0, -1, "DONE.PLC") + Line("DLY", 300, -1, "300", "DONE.PLC") +
                             Line("EXIT", 300, -1, "", "DONE.PLC");
@@ -462,7 +486,8 @@ Group Blocks() {
 
 const std::vector<Group>& Groups() {
   static const std::vector<Group> groups = {
-      SkippedLines(),       NumbersAndTexts(), LabelsAndBlocks(), FilesAndEnds(),       SlotsAndChannels(),
-      CardsAndParameters(), Values(),          MotionAndKeys(),   TasksAndTheirCards(), Blocks()};
+      SkippedLines(),       NumbersAndTexts(),    LabelsAndBlocks(), FilesAndEnds(),
+      SlotsAndChannels(),   CardsAndParameters(), Values(),          MotionAndKeys(),
+      TasksAndTheirCards(), CountsAndBranches(),  Blocks()};
   return groups;
 }

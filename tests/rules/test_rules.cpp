@@ -177,6 +177,30 @@ TEST(RulesSeenAlone, BusyLoopAndEmptyBlockRunAtFullSpeed) {
   }
 }
 
+TEST(RulesSeenAlone, BusyWaitAsksAtFullSpeed) {
+  TestMachine machine;
+  StartExample(machine, "busy-wait");
+  machine.WaitForLog("CmdIdx: EXIT");
+  machine.Tap(kEnter);
+  machine.WaitForLog("CmdIdx: LD ");
+  const rack::Nanos start = machine.Live().now;
+  EXPECT_TRUE(machine.Await([&] { return CountOf(machine.Log(), "CmdIdx: LD ") >= 5000; }));
+  EXPECT_LT(machine.Live().now - start, 1'000 * rack::kMillisecond);
+}
+
+TEST(RulesSeenAlone, LongPauseIsDeafToAShortKey) {
+  TestMachine machine;
+  StartExample(machine, "long-pause");
+  machine.WaitForLog("CmdIdx: EXIT");
+  machine.Press(kEnter);
+  machine.WaitForLog("CmdIdx: LD ");
+  const int rounds = CountOf(machine.Log(), "CmdIdx: GO ");
+  machine.Tap(kDec);
+  EXPECT_TRUE(machine.Await([&] { return CountOf(machine.Log(), "CmdIdx: GO ") > rounds + 1; }));
+  EXPECT_EQ(CountOf(machine.Log(), "CmdIdx: EXIT"), 1) << machine.Log();
+  EXPECT_THAT(machine.Console(), HasSubstr("PLCKey: KeyPad=12"));
+}
+
 TEST(RulesSeenAlone, LongDelayIsDeafToAShortKey) {
   TestMachine machine;
   StartExample(machine, "long-delay");
@@ -240,8 +264,9 @@ TEST(RulesSeenAlone, ConfigurationThatIsNotReadOrOutOfRange) {
 
 TEST(RulesSeenTable, HasEveryRule) {
   std::vector<std::string> seen = {
-      "busy-loop",      "long-delay", "conf-unread", "conf-port",  // in the tests above
-      "unknown-ignore",                                            // concerns the checker alone
+      "busy-loop",      "busy-wait",   "long-delay",
+      "long-pause",     "conf-unread", "conf-port",  // in the tests above
+      "unknown-ignore",                              // concerns the checker alone
   };
   for (const Group& group : Groups()) {
     for (const Row& row : group.rows) seen.push_back(row.rule);

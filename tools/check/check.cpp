@@ -19,6 +19,7 @@ void CheckPrograms(const ProgramTree& tree, Report* report) {
     for (const auto& [name, program] : task.programs) {
       CheckLines(program, report);
       CheckCardCommands(tree, program, report);
+      CheckCounts(tree, program, report);
     }
     CheckFlow(task, report);
     CheckBlocks(task, report);

@@ -53,6 +53,10 @@ enum class RuleId {
   UnknownIgnore,
   ExitInBlock,
   MainAsBlock,
+  RowCount,
+  IdleIf,
+  BusyWait,
+  LongPause,
   Count  // behind the last one
 };
 

@@ -15,6 +15,8 @@ void CheckNumberText(const Program& program, const Line& line, int byte, const s
                      Report* report);
 // What the addressed card makes of channel and parameter.
 void CheckCardCommands(const ProgramTree& tree, const Program& program, Report* report);
+// Waits for a count that is there from the start.
+void CheckCounts(const ProgramTree& tree, const Program& program, Report* report);
 // Labels, ends, calls, loops.
 void CheckFlow(const Task& task, Report* report);
 // Calls of main programs, and what stands behind EXIT in a block.
