@@ -565,12 +565,78 @@ Group FirstLinesAndBlocks() {
           }};
 }
 
+// Enter opens FLOW.PLC, but the task stays in the block.
+void EnterStartsNothing(TestMachine& machine, int task) {
+  const std::string opened = "Run: [" + DirectoryOf(task) + "/FLOW.PLC]";
+  machine.Press(kEnter);
+  EXPECT_TRUE(machine.Await([&] { return CountOf(machine.Log(task), opened) > 1; }));
+  machine.AwaitPolls();
+  EXPECT_EQ(CountOf(machine.Log(task), "CmdIdx: FL "), 1) << machine.Log(task);
+}
+
+// The block that FLOW.PLC calls has replaced it: what stands behind the call is not executed.
+void CameBackWithoutTheRest(TestMachine& machine, int task) {
+  const std::string log = machine.Log(task);
+  const std::string fromReset = log.substr(0, log.find("HKEY_Enter"));
+  EXPECT_THAT(fromReset, HasSubstr(Line("FL", 0, -1, "FLOW.PLC") + Line("FL", 0, -1, "A.PLC", "FLOW.PLC") +
+                                   Line("DLY", 100, -1, "100", "A.PLC") + Line("END", 100, -1, "", "A.PLC") +
+                                   "SYN_END:1 \n" + Line("EXIT", 100, -1, "")));
+}
+
+void OutputIsOnWhileTheAxisMoves(TestMachine& machine, int) {
+  EXPECT_EQ(LevelsOf(machine, kIoSlot, 3), "1");
+  EXPECT_EQ(MovesEnded(machine, kStepperSlot, 0), 0);
+}
+
+Group CountsAndBranches() {
+  const std::string move = "4000&20&0";
+  const std::string row = "SYN_ROW: SlotIdx:2 ChIdx:0 ";
+  const std::string log = "SYN_IF: SlotIdx:1 ChIdx:";
+  return {"CountsAndBranches",
+          {
+              {"row-count", nullptr, Then::Stays,
+               Mot(2, 0, move) + Flow("ROW", 2, 0, "-2000") + row + "-2000\n" + Flow("OUT", 1, 3, "1") +
+                   Waits("LMOT", 2, 0, "", ""),
+               nullptr, OutputIsOnWhileTheAxisMoves},
+              {"row-count", "MOT: 4, 1, 4000&20&0\nROW: 4, 1, 0\nEND", Then::Ends,
+               Mot(4, 1, move) + Flow("ROW", 4, 1, "0") + "SYN_ROW: SlotIdx:4 ChIdx:1 0\n" + End(4), nullptr},
+              {"idle-if", "IF: 1, 0, 1&NUL&NUL\nIF: 1, 3, 1&NUL&NUL\nEND", Then::Ends,
+               Flow("IF", 1, 0, "1&NUL&NUL") + log + "0 1&NUL&NUL\n" + Flow("IF", 1, 3, "1&NUL&NUL") + log +
+                   "3 1&NUL&NUL\n" + End(1),
+               "#7 8>01 #7 8>01 "},
+          }};
+}
+
+Group Blocks() {
+  const std::string start = Flow("FL", 0, -1, "DONE.PLC") + Line("DLY", 300, -1, "300", "DONE.PLC") +
+                            Line("EXIT", 300, -1, "", "DONE.PLC");
+  const std::string exitAgain = Again("EXIT", 300, -1, "", "DONE.PLC");
+  return {
+      "Blocks",
+      {
+          {"exit-in-block", nullptr, Then::Stays, start + exitAgain + exitAgain, nullptr, EnterStartsNothing},
+          {"exit-in-block",
+           "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nFL: DONE.PLC\nEND\n"
+           "== plc1/DONE.PLC\nDLY: 300\nEXIT\nOUT: 1, 3, 1\nEND",
+           Then::Rests,
+           start + Line("OUT", 1, 3, "1", "DONE.PLC") + Line("END", 1, -1, "", "DONE.PLC") + "SYN_END:1 \n",
+           "#7 5>00 #7 5<08 "},
+          {"exit-in-block",
+           "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nFL: DONE.PLC\nEND\n"
+           "== plc1/DONE.PLC\nDLY: 300\nEXIT\n; the end",
+           Then::Rests, start, "", EnterStartsNothing},
+          {"main-as-block", nullptr, Then::Own, "", nullptr, CameBackWithoutTheRest},
+      }};
+}
+
 }  // namespace
 
 const std::vector<Group>& Groups() {
-  static const std::vector<Group> groups = {
-      SkippedLines(),     LooksOtherwise(),     NumbersAndTexts(), LabelsAndBlocks(), FilesAndEnds(),
-      SlotsAndChannels(), CardsAndParameters(), Values(),          MotionAndKeys(),   TasksAndTheirCards(),
-      WaitsAndMoves(),    CountsAndTasks(),     CardsOfTwoTasks(), WaysOfAProgram(),  FirstLinesAndBlocks()};
+  static const std::vector<Group> groups = {SkippedLines(),       LooksOtherwise(), NumbersAndTexts(),
+                                            LabelsAndBlocks(),    FilesAndEnds(),   SlotsAndChannels(),
+                                            CardsAndParameters(), Values(),         MotionAndKeys(),
+                                            TasksAndTheirCards(), WaitsAndMoves(),  CountsAndTasks(),
+                                            CardsOfTwoTasks(),    WaysOfAProgram(), FirstLinesAndBlocks(),
+                                            CountsAndBranches(),  Blocks()};
   return groups;
 }

@@ -177,6 +177,30 @@ TEST(RulesSeenAlone, BusyLoopAndEmptyBlockRunAtFullSpeed) {
   }
 }
 
+TEST(RulesSeenAlone, BusyWaitAsksAtFullSpeed) {
+  TestMachine machine;
+  StartExample(machine, "busy-wait");
+  machine.WaitForLog("CmdIdx: EXIT");
+  machine.Tap(kEnter);
+  machine.WaitForLog("CmdIdx: LD ");
+  const rack::Nanos start = machine.Live().now;
+  EXPECT_TRUE(machine.Await([&] { return CountOf(machine.Log(), "CmdIdx: LD ") >= 5000; }));
+  EXPECT_LT(machine.Live().now - start, 1'000 * rack::kMillisecond);
+}
+
+TEST(RulesSeenAlone, LongPauseIsDeafToAShortKey) {
+  TestMachine machine;
+  StartExample(machine, "long-pause");
+  machine.WaitForLog("CmdIdx: EXIT");
+  machine.Press(kEnter);
+  machine.WaitForLog("CmdIdx: LD ");
+  const int rounds = CountOf(machine.Log(), "CmdIdx: GO ");
+  machine.Tap(kDec);
+  EXPECT_TRUE(machine.Await([&] { return CountOf(machine.Log(), "CmdIdx: GO ") > rounds + 1; }));
+  EXPECT_EQ(CountOf(machine.Log(), "CmdIdx: EXIT"), 1) << machine.Log();
+  EXPECT_THAT(machine.Console(), HasSubstr("PLCKey: KeyPad=12"));
+}
+
 TEST(RulesSeenAlone, LongDelayIsDeafToAShortKey) {
   TestMachine machine;
   StartExample(machine, "long-delay");
@@ -187,6 +211,18 @@ TEST(RulesSeenAlone, LongDelayIsDeafToAShortKey) {
   EXPECT_TRUE(machine.Await([&] { return CountOf(machine.Log(), "SYN_END") > rounds; }));
   EXPECT_EQ(CountOf(machine.Log(), "CmdIdx: EXIT"), 1) << machine.Log();
   EXPECT_THAT(machine.Console(), HasSubstr("PLCKey: KeyPad=12"));
+}
+
+TEST(RulesSeenAlone, MainProgramThatCallsItselfDoesNotPause) {
+  TestMachine machine;
+  machine.Write("rack.toml", RackFile(1));
+  machine.Write("plc1/RESET.PLC", "FL: RESET.PLC\nEXIT\n");
+  machine.Write("plc1/FLOW.PLC", "DLY: 100\nEND\n");
+  ExpectFinding(machine, "main-as-block", {"plc1"});
+  machine.Start();
+  EXPECT_TRUE(machine.Await([&] { return CountOf(machine.Log(), "CmdIdx: FL ") >= 1000; }));
+  EXPECT_LT(machine.Live().now, 5'000 * rack::kMillisecond);
+  EXPECT_EQ(CountOf(machine.Log(), "CmdIdx: EXIT"), 0);
 }
 
 // The switch says more than 8 tasks, which starts one.
@@ -228,9 +264,10 @@ TEST(RulesSeenAlone, ConfigurationThatIsNotReadOrOutOfRange) {
 
 TEST(RulesSeenTable, HasEveryRule) {
   std::vector<std::string> seen = {
-      "busy-loop",      "long-delay", "conf-unread", "conf-port",  // in the tests above
-      "unknown-ignore",                                            // concerns the checker alone
-      "rack-file",                                                 // no controller is started
+      "busy-loop",      "busy-wait",   "long-delay",
+      "long-pause",     "conf-unread", "conf-port",  // in the tests above
+      "unknown-ignore",                              // concerns the checker alone
+      "rack-file",                                   // no controller is started
   };
   for (const Group& group : Groups()) {
     for (const Row& row : group.rows) seen.push_back(row.rule);

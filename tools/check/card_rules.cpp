@@ -5,6 +5,7 @@
 
 #include "check/topics.h"
 #include "commands/command_rows.h"
+#include "drvlib.h"
 #include "kova_man.h"
 #include "numbers.h"
 #include "public.h"
@@ -285,9 +286,18 @@ class CardRules {
                    "a block's name of 200 characters or more: the controller calls nothing; shorten it");
       }
     }
+    CheckBranches();
     if (!PieceOf(param_, 3, '&')) return;
     Add(parsed_.ParamColumn + PieceColumn(param_, 3, '&'), RuleId::LostText,
         "the controller does not look at what stands behind the third field of IF");
+  }
+
+  void CheckBranches() {
+    for (const int branch : {1, 2}) {
+      if (stricmp(PieceOf(param_, branch, '&').value_or("").c_str(), "NUL") != 0) return;
+    }
+    Add(parsed_.ParamColumn, RuleId::IdleIf,
+        "neither level calls a block: the controller reads the input and goes on; name a block");
   }
 
   const ProgramTree& tree_;

@@ -23,8 +23,10 @@ void CheckPrograms(const ProgramTree& tree, Report* report) {
       CheckLines(program, report);
       CheckCardCommands(tree, program, report);
       CheckMoves(tree, program, report);
+      CheckCounts(tree, program, report);
     }
     CheckFlow(task, report);
+    CheckBlocks(task, report);
   }
   CheckMotion(tree, report);
 }

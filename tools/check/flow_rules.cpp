@@ -81,9 +81,11 @@ class PauseFlow {
     if (place.index == place.program->lines.size()) return;
     const Line& line = place.program->lines[place.index];
     if (SetsPause(line)) return;
-    for (const Program* block : BlocksOf(ofTask_, line)) Enter(*block, 0);
+    const std::vector<const Program*> blocks = BlocksOf(ofTask_, line);
+    for (const Program* block : blocks) Enter(*block, 0);
     if (GoesOnOf(line) == rack::GoesOn::Caller) Return(*place.program);
-    Leave(place);
+    // Behind a call the pause is what the block leaves.
+    if (blocks.empty() || MayCallNothing(ofTask_, line)) Leave(place);
   }
 
   void Leave(const Place& place) {
@@ -205,6 +207,7 @@ class FlowRules {
       CheckCalls(program);
       CheckReach(program);
       CheckLoops(program);
+      CheckWaits(program);
       if (program.name == kResetProgram) CheckFirstLine(program);
       if (program.isMain || HasCommand(program))
         CheckEnd(program);
@@ -307,6 +310,28 @@ class FlowRules {
                  "line first");
   }
 
+  // One finding for the waits of a program.
+  void CheckWaits(const Program& program) {
+    const Line* first = nullptr;
+    int further = 0;
+    for (size_t i = 0; i < program.lines.size(); ++i) {
+      const Line& line = program.lines[i];
+      const bool waits = rack::kCommandTraits[line.parsed.CmdIdx].repeats;
+      if (!waits || !flows_.at(program.name).reached[i] || !pauses_.At(program, i)) continue;
+      if (first == nullptr)
+        first = &line;
+      else
+        ++further;
+    }
+    if (first == nullptr) return;
+    const std::string others =
+        further == 0 ? "" : ", as in " + std::to_string(further) + " more of this file";
+    out_.Add(program, *first, first->parsed.KeywordColumn, RuleId::BusyWait,
+             "G_ST may be 0 in this wait" + others +
+                 ": the controller asks at full speed and takes the processor from all other tasks; set G_ST "
+                 "to some milliseconds before it");
+  }
+
   void CheckEmptyBlock(const Program& program) {
     if (!program.isCalled) return;
     const char* effect = program.lines.empty()
@@ -396,7 +421,7 @@ class FlowRules {
       out_.Add(program, line, line.parsed.KeywordColumn, RuleId::BusyLoop,
                "this loop neither pauses nor waits while G_ST is 0: the task takes the processor from all "
                "others; add a "
-               "DLY or a wait");
+               "DLY");
     }
   }
 

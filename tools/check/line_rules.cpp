@@ -264,6 +264,11 @@ class LineRules {
           "a pause of " + std::to_string(pause) +
               " ms: the task sees no key meanwhile; wait for an input or loop over short pauses");
     }
+    if (!IsDelay() && pause >= 1000) {
+      Add(parsed_.ParamColumn, RuleId::LongPause,
+          "a pause of " + std::to_string(pause) +
+              " ms after each command: the task sees hardly any key; pause with DLY where it is wanted");
+    }
   }
 
   // How many fields the command takes; the rest of them is not looked at.

@@ -100,7 +100,8 @@ constexpr Rule kRules[] = {
     {RuleId::IfFields, "if-fields", kError, "IF without its three fields",
      "The condition is level, block if equal, block otherwise, separated by \"&\"; NUL stands for no block. With fewer\n"
      "fields nothing is called, whatever the level.",
-     "IF: 1, 0, 1&NUL\nEND", "IF: 1, 0, 1&NUL&NUL\nEND"},
+     "IF: 1, 0, 1&NUL\nEND",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nIF: 1, 0, 1&NUL&A.PLC\nEND\n== plc1/A.PLC\nDLY: 100\nEND"},
     {RuleId::DgPosition, "dg-position", kError, "a DG number that sends nothing",
      "0 to 15 move, -1 sets up, -2 resets the alarm. Other numbers are cut to 8 bits, and above 15 nothing is sent;\n"
      "the cylinder stays where it is and LDG is met.",
@@ -244,6 +245,36 @@ constexpr Rule kRules[] = {
      "== plc1/TURN.PLC\nMOT: 4, 0, 40000&20&1\nEND",
      "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nFL: TURN.PLC\nMOT: 4, 1, 4000&20&1\nLMOT: 4, 1,\nEXIT\n"
      "== plc1/TURN.PLC\nMOT: 4, 0, 40000&20&1\nLMOT: 4, 0,\nEND"},
+    {RuleId::ExitInBlock, "exit-in-block", kError, "EXIT in a block without END right behind it",
+     "EXIT closes the main program, not the block: the controller still executes what stands behind it, up to END.\n"
+     "At the end of a file without END it stays in the block: FLOW.PLC, which Enter opens, is closed by the next EXIT\n"
+     "or never read. Only the minus key leads out.",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nFL: DONE.PLC\nEND\n== plc1/DONE.PLC\nDLY: 300\nEXIT",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nFL: DONE.PLC\nEND\n== plc1/DONE.PLC\nDLY: 300\nEXIT\nEND"},
+    {RuleId::MainAsBlock, "main-as-block", kError, "RESET.PLC or FLOW.PLC is called as a block",
+     "It then runs as a block: a call in it replaces it, its END returns behind the call, and Enter and EXIT concern the\n"
+     "caller. One that calls itself begins anew at each call, without a pause. The keys start the main programs.",
+     "== plc1/RESET.PLC\n; home, then go on\nFL: FLOW.PLC\nEXIT\n== plc1/FLOW.PLC\nFL: A.PLC\nOUT: 1, 3, 0\nEND\n"
+     "== plc1/A.PLC\nDLY: 100\nEND",
+     "== plc1/RESET.PLC\n; home, then wait for Enter\nEXIT\n== plc1/FLOW.PLC\nFL: A.PLC\nOUT: 1, 3, 0\nEND\n"
+     "== plc1/A.PLC\nDLY: 100\nEND"},
+    {RuleId::RowCount, "row-count", kError, "ROW with a negative count or 0",
+     "The encoder has always counted that far: the wait is met at once. A count goes from 1 on and is met in either\n"
+     "direction. 0 has its use right before ROCLR or LMOT of that channel, for ROW selects it.",
+     "MOT: 2, 0, 4000&20&0\nROW: 2, 0, -2000\nOUT: 1, 3, 1\nLMOT: 2, 0,\nOUT: 1, 3, 0\nEND",
+     "MOT: 2, 0, 4000&20&0\nROW: 2, 0, 2000\nOUT: 1, 3, 1\nLMOT: 2, 0,\nROCLR: 2, 0,\nOUT: 1, 3, 0\nEND"},
+    {RuleId::IdleIf, "idle-if", kWarning, "IF with NUL for both blocks",
+     "The controller reads the input and goes on, whatever its level: nothing is ever called.",
+     "IF: 1, 3, 1&NUL&NUL\nEND",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nIF: 1, 3, 1&A.PLC&NUL\nEND\n== plc1/A.PLC\nDLY: 100\nEND"},
+    {RuleId::BusyWait, "busy-wait", kWarning, "LD, LDG, LMOT or ROW while G_ST is 0",
+     "Without the pause the line is executed again, and logged, as fast as the processor and the bus allow, until it is\n"
+     "met: the task takes time from all others. A few milliseconds are enough.",
+     "G_ST: 0\nLD: 1, 3, 1\nEND", "G_ST: 5\nLD: 1, 3, 1\nEND"},
+    {RuleId::LongPause, "long-pause", kWarning, "a G_ST of a second or more",
+     "A task looks at the keys once per line: with such a pause after each command it is nearly always deaf, and a key\n"
+     "pressed shorter is missed. Use DLY where the pause is wanted, in pieces below a second.",
+     "G_ST: 1000\n#LE: 1\nLD: 1, 0, 1\nGO: 1", "G_ST: 50\n#LE: 1\nLD: 1, 0, 1\nDLY: 900\nGO: 1"},
 };
 // clang-format on
 

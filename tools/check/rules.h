@@ -60,6 +60,12 @@ enum class RuleId {
   CountStop,
   StaleCount,
   LeftMoving,
+  ExitInBlock,
+  MainAsBlock,
+  RowCount,
+  IdleIf,
+  BusyWait,
+  LongPause,
   Count  // behind the last one
 };
 

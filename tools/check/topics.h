@@ -15,8 +15,12 @@ void CheckNumberText(const Program& program, const Line& line, int byte, const s
                      Report* report);
 // What the addressed card makes of channel and parameter.
 void CheckCardCommands(const ProgramTree& tree, const Program& program, Report* report);
+// Waits for a count that is there from the start.
+void CheckCounts(const ProgramTree& tree, const Program& program, Report* report);
 // Labels, ends, calls, loops.
 void CheckFlow(const Task& task, Report* report);
+// Calls of main programs, and what stands behind EXIT in a block.
+void CheckBlocks(const Task& task, Report* report);
 // Moves and the waits for them, along all paths of each task.
 void CheckMotion(const ProgramTree& tree, Report* report);
 // Axes and cards that tasks share, axes that nothing starts.
