@@ -1,6 +1,7 @@
 // The rack file: what stands in the rack and what hangs on the cards, in TOML.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -17,13 +18,40 @@ struct RackWord {
 };
 const std::vector<RackWord>& RackWords();
 
+// A text of the rack file that others can judge, and where it stands.
+struct PlacedText {
+  std::string text;
+  std::size_t line = 0;  // counted from 1
+  std::size_t column = 0;
+};
+
+enum class RuleForm {
+  NeverTogether,  // never_together, for
+  Always,         // while, always
+  Comes           // after, comes, within
+};
+
+// A [[rule]] as it is written. What can happen on a machine is judged where happenings are read.
+struct RuleText {
+  PlacedText name;
+  RuleForm form = RuleForm::NeverTogether;
+  std::vector<PlacedText> happenings;  // in the order of the words above
+  Nanos time = 0;                      // `for` or `within`
+};
+
+// What a rack file says to the tools beside the rack.
+struct RackNotes {
+  std::vector<RuleText> rules;
+};
+
 // Reads a rack file. False when something is wrong: `errors` then holds one line for each finding,
 // "file:line:column: message", and the setup is not to be used.
-bool ReadRackFile(const std::string& path, RackSetup& setup, std::vector<std::string>& errors);
+bool ReadRackFile(const std::string& path, RackSetup& setup, std::vector<std::string>& errors,
+                  RackNotes* notes = nullptr);
 
 // The same for a text that is called `name` in messages.
 bool ReadRackText(const std::string& text, const std::string& name, RackSetup& setup,
-                  std::vector<std::string>& errors);
+                  std::vector<std::string>& errors, RackNotes* notes = nullptr);
 
 // "0.5": entry and channel. False for anything else.
 bool ParseAddress(const std::string& text, int& entry, int& channel);
