@@ -43,7 +43,7 @@ bool IsMachine(const fs::path& directory) {
 }
 
 std::optional<std::vector<Finding>> CheckDirectory(const fs::path& directory, const std::string& rackFile,
-                                                   std::string* error) {
+                                                   std::string* error, std::vector<std::string>* notes) {
   if (!IsMachine(directory)) {
     *error =
         directory.string() + ": no machine's directory: there is no plc1, rack.toml or Velmo.conf in it\n";
@@ -56,6 +56,7 @@ std::optional<std::vector<Finding>> CheckDirectory(const fs::path& directory, co
   CheckPrograms(tree, &report);
   CheckTasks(tree, &report);
   CheckSharedOutputs(tree, &report);
+  CheckTogether(tree, &report, notes);
   CheckConf(directory, &report);
   return report.Sorted();
 }
@@ -80,9 +81,9 @@ std::optional<std::vector<Finding>> CheckFile(const fs::path& file, const std::s
 }  // namespace
 
 std::optional<std::vector<Finding>> CheckPath(const fs::path& path, const std::string& rackFile,
-                                              std::string* error) {
+                                              std::string* error, std::vector<std::string>* notes) {
   std::error_code ignored;
-  if (fs::is_directory(path, ignored)) return CheckDirectory(path, rackFile, error);
+  if (fs::is_directory(path, ignored)) return CheckDirectory(path, rackFile, error, notes);
   if (fs::is_regular_file(path, ignored)) return CheckFile(path, rackFile, error);
   *error = path.string() + ": no such file or directory\n";
   return std::nullopt;

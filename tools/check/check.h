@@ -12,7 +12,8 @@ namespace check {
 
 // Checks a machine's directory, or one program file (only its own findings are given then). rackFile: empty
 // for "rack.toml" in the machine's directory, if there is one. Nothing when it could not run; error says why.
+// `notes`, where wanted, is told what was not looked at in full.
 std::optional<std::vector<Finding>> CheckPath(const std::filesystem::path& path, const std::string& rackFile,
-                                              std::string* error);
+                                              std::string* error, std::vector<std::string>* notes = nullptr);
 
 }  // namespace check

@@ -50,15 +50,17 @@ int Explain(const std::string& name) {
 
 int Check(const Options& options) {
   std::vector<check::Finding> findings;
+  std::vector<std::string> notes;
   for (const std::string& path : options.paths) {
     std::string error;
-    const auto found = check::CheckPath(path, options.rackFile, &error);
+    const auto found = check::CheckPath(path, options.rackFile, &error, &notes);
     if (!found) {
       std::cerr << "velmo-check: " << error;
       return kCouldNotRun;
     }
     findings.insert(findings.end(), found->begin(), found->end());
   }
+  for (const std::string& note : notes) std::cerr << "velmo-check: " << note << "\n";
   std::cout << check::Render(findings, FormatOf(options.format), isatty(STDOUT_FILENO) != 0) << std::flush;
   if (!std::cout) return kCouldNotRun;
   return findings.empty() ? kClean : kFindings;

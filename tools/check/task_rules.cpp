@@ -78,6 +78,10 @@ struct Writer {
 
 }  // namespace
 
+bool IsRun(const ProgramTree& tree, const Task& task) {
+  return IsRun(task, TaskCount(tree));
+}
+
 void CheckTasks(const ProgramTree& tree, Report* report) {
   const int count = TaskCount(tree);
   CheckDirectories(tree, count, report);
