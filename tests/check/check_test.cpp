@@ -234,6 +234,24 @@ TEST_F(Program, ExplainsAndListsRules) {
               HasSubstr("long-delay         warning  a DLY of a second or more\n"));
 }
 
+TEST_F(Program, SaysWhenTheSearchOverTheTasksStopped) {
+  std::string flow = "OUT: 1, 0, 1\nLD: 1, 0, 1\n";
+  for (const std::string round : {"A", "B"}) {
+    for (int channel = 0; channel < 16; ++channel)
+      flow += "IF: 1, " + std::to_string(channel) + ", 1&" + round + ".PLC&NUL\n";
+  }
+  WriteFile("wide/plc1/RESET.PLC", "OUT: 1, 0, 0\nEXIT\n");
+  WriteFile("wide/plc1/A.PLC", "END\n");
+  WriteFile("wide/plc1/B.PLC", "END\n");
+  WriteFile("wide/plc1/FLOW.PLC", flow + "OUT: 1, 0, 0\nEND\n");
+  Write("wide/rack.toml", "[slots]\n1 = \"io\"\n[[valve]]\noutput = \"1.0\"\nsensor = \"1.0\"\n");
+  const Outcome run = RunCheck("wide");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.output,
+            "velmo-check: wide: the search over all tasks stopped at its bound: there may be waits that lock "
+            "each other beyond what it has seen\nno findings\n");
+}
+
 TEST_F(Program, SaysWhyItCouldNotRun) {
   WriteFile("empty/readme", "");
   Write("wrong.toml", "[slots]\n1 = \"oi\"\n");

@@ -175,7 +175,7 @@ class Search {
       case StepKind::WaitSensor:
         return SensorLevel(state, step.signal) == (step.level != 0);
       case StepKind::WaitInput:
-        return state[InputCell(step.signal)] == step.level;
+        return HasLevel(state, step);
       case StepKind::WaitForever:
         return false;
       case StepKind::Pass:
@@ -191,6 +191,11 @@ class Search {
         return true;
     }
     return true;
+  }
+
+  // Whether an input is known to have the level that a line waits for.
+  bool HasLevel(const State& state, const Step& step) const {
+    return step.signal != kNotKept && state[InputCell(step.signal)] == step.level;
   }
 
   // Whether it makes no difference to another task when the line is executed.
@@ -222,7 +227,7 @@ class Search {
       isIdle = isIdle && at == kIdle;
       if (at < 0 || state[Cell(task, kDue)] != 0 || StepAt(task, at).kind != StepKind::WaitInput) continue;
       State next = state;
-      next[InputCell(StepAt(task, at).signal)] = StepAt(task, at).level;
+      SetInput(&next, StepAt(task, at).signal, StepAt(task, at).level);
       Execute(next, index, task);
     }
     if (isIdle) PressEnter(state, index);
@@ -267,8 +272,8 @@ class Search {
     (*state)[Cell(task, kDue)] = 0;
     if (at < 0) return;
     const Step& step = StepAt(task, at);
-    const bool isOpen = step.kind == StepKind::WaitMove ||
-                        (step.kind == StepKind::WaitInput && (*state)[InputCell(step.signal)] != step.level);
+    const bool isOpen =
+        step.kind == StepKind::WaitMove || (step.kind == StepKind::WaitInput && !HasLevel(*state, step));
     (*state)[Cell(task, kDue)] = pause + (isOpen ? least_ : 0);
   }
 
@@ -322,14 +327,18 @@ class Search {
     return step.program->name == kResetProgram ? TaskOf(task).reset : TaskOf(task).flow;
   }
 
+  void SetInput(State* state, int input, int level) const {
+    if (input != kNotKept) (*state)[InputCell(input)] = level;
+  }
+
   // An input that was not read before has either level.
   void Ask(const State& state, size_t index, int task) {
     const Step& step = StepAt(task, state[Cell(task, kAt)]);
     for (const int level : {0, 1}) {
-      const int known = state[InputCell(step.signal)];
+      const int known = step.signal == kNotKept ? kUnknown : state[InputCell(step.signal)];
       if (known != kUnknown && known != level) continue;
       State next = state;
-      next[InputCell(step.signal)] = level;
+      SetInput(&next, step.signal, level);
       Call(&next, index, task, level == step.level ? step.first : step.second);
     }
   }

@@ -310,8 +310,30 @@ class ModelBuilder {
       if (isHere) model_.forbidden.push_back(ForbiddenOf(never));
     }
     for (const Uses* uses : group) model_.tasks.push_back(StepsOf(*uses->task));
-    model_.inputs = static_cast<int>(inputs_.size());
+    KeepInputs();
     return std::move(model_);
+  }
+
+  // The level of an input is remembered where one line may ask for what another has read.
+  void KeepInputs() {
+    std::vector<int> reads(inputs_.size(), 0);
+    std::vector<bool> isAsked(inputs_.size(), false);
+    const auto forEach = [&](const auto& look) {
+      for (TaskSteps& task : model_.tasks) {
+        for (Step& step : task.steps) {
+          if (step.kind == StepKind::WaitInput || step.kind == StepKind::AskInput) look(step);
+        }
+      }
+    };
+    forEach([&](const Step& step) {
+      ++reads[static_cast<size_t>(step.signal)];
+      if (step.kind == StepKind::AskInput) isAsked[static_cast<size_t>(step.signal)] = true;
+    });
+    std::vector<int> kept(inputs_.size(), kNotKept);
+    for (size_t i = 0; i < kept.size(); ++i) {
+      if (isAsked[i] && reads[i] > 1) kept[i] = model_.inputs++;
+    }
+    forEach([&](Step& step) { step.signal = kept[static_cast<size_t>(step.signal)]; });
   }
 
   Forbidden ForbiddenOf(const WantedNever& never) {

@@ -5,7 +5,7 @@
 //   - outputs change by OUT alone and are off at power-on,
 //   - the sensor of a [[valve]] follows its output after the valve's delay, whatever people do,
 //   - all other inputs are the operator's: such a level comes when a task waits for it, and until then an input
-//     stays as it was read first, which may be either level,
+//     stays as it was read first, which may be either level; one that a single line asks for may have changed,
 //   - a line takes the pause that the program asks for; how long a move takes is open.
 #pragma once
 
@@ -38,6 +38,9 @@ constexpr int kIdle = -1;   // no program is open: Enter starts FLOW.PLC
 constexpr int kStuck = -2;  // nothing but the minus key helps
 constexpr int kNoCall = -3;
 constexpr int kMissing = -4;  // a block that is not there
+
+// An input whose level need not be remembered.
+constexpr int kNotKept = -1;
 
 struct Step {
   StepKind kind = StepKind::Pass;
@@ -96,7 +99,7 @@ struct SearchModel {
   std::vector<TaskSteps> tasks;  // by number
   std::vector<Signal> outputs;
   std::vector<Sensor> sensors;
-  int inputs = 0;  // of the operator
+  int inputs = 0;  // of the operator, those whose level is remembered
   std::vector<Forbidden> forbidden;
 };
 
