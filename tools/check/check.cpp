@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <system_error>
 
+#include "check/graph.h"
 #include "check/program.h"
 #include "check/topics.h"
 
@@ -42,8 +43,8 @@ bool IsMachine(const fs::path& directory) {
   });
 }
 
-std::optional<std::vector<Finding>> CheckDirectory(const fs::path& directory, const std::string& rackFile,
-                                                   std::string* error, std::vector<std::string>* notes) {
+std::optional<ProgramTree> LoadMachine(const fs::path& directory, const std::string& rackFile,
+                                       std::string* error) {
   if (!IsMachine(directory)) {
     *error =
         directory.string() + ": no machine's directory: there is no plc1, rack.toml or Velmo.conf in it\n";
@@ -51,12 +52,18 @@ std::optional<std::vector<Finding>> CheckDirectory(const fs::path& directory, co
   }
   std::optional<RackShape> rack;
   if (!FindRack(directory, rackFile, &rack, error)) return std::nullopt;
-  const ProgramTree tree = LoadTree(directory, rack);
+  return LoadTree(directory, rack);
+}
+
+std::optional<std::vector<Finding>> CheckDirectory(const fs::path& directory, const std::string& rackFile,
+                                                   std::string* error, std::vector<std::string>* notes) {
+  const std::optional<ProgramTree> tree = LoadMachine(directory, rackFile, error);
+  if (!tree) return std::nullopt;
   Report report;
-  CheckPrograms(tree, &report);
-  CheckTasks(tree, &report);
-  CheckSharedOutputs(tree, &report);
-  CheckTogether(tree, &report, notes);
+  CheckPrograms(*tree, &report);
+  CheckTasks(*tree, &report);
+  CheckSharedOutputs(*tree, &report);
+  CheckTogether(*tree, &report, notes);
   CheckConf(directory, &report);
   return report.Sorted();
 }
@@ -87,6 +94,13 @@ std::optional<std::vector<Finding>> CheckPath(const fs::path& path, const std::s
   if (fs::is_regular_file(path, ignored)) return CheckFile(path, rackFile, error);
   *error = path.string() + ": no such file or directory\n";
   return std::nullopt;
+}
+
+std::optional<std::string> GraphOfPath(const fs::path& directory, const std::string& rackFile,
+                                       std::string* error) {
+  const std::optional<ProgramTree> tree = LoadMachine(directory, rackFile, error);
+  if (!tree) return std::nullopt;
+  return GraphOf(*tree);
 }
 
 }  // namespace check

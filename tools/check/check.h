@@ -16,4 +16,8 @@ namespace check {
 std::optional<std::vector<Finding>> CheckPath(const std::filesystem::path& path, const std::string& rackFile,
                                               std::string* error, std::vector<std::string>* notes = nullptr);
 
+// The flow of a machine's directory in the language of Graphviz. Nothing when it could not run.
+std::optional<std::string> GraphOfPath(const std::filesystem::path& directory, const std::string& rackFile,
+                                       std::string* error);
+
 }  // namespace check

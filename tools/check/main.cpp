@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,12 +22,14 @@ constexpr const char* kFooter =
     "Examples:\n"
     "  velmo-check demo/cell\n"
     "  velmo-check --format gcc plc1/FLOW.PLC\n"
-    "  velmo-check --explain missing-label\n";
+    "  velmo-check --explain missing-label\n"
+    "  velmo-check --graph demo/cell | dot -Tsvg -o cell.svg\n";
 
 struct Options {
   std::vector<std::string> paths;
   std::string rackFile;
   std::string explained;
+  std::string drawn;
   std::string format = "text";
   bool listRules = false;
 };
@@ -46,6 +49,17 @@ int Explain(const std::string& name) {
   }
   std::cout << check::ExplainRule(*rule);
   return kClean;
+}
+
+int Draw(const Options& options) {
+  std::string error;
+  const std::optional<std::string> graph = check::GraphOfPath(options.drawn, options.rackFile, &error);
+  if (!graph) {
+    std::cerr << "velmo-check: " << error;
+    return kCouldNotRun;
+  }
+  std::cout << *graph << std::flush;
+  return std::cout ? kClean : kCouldNotRun;
 }
 
 int Check(const Options& options) {
@@ -80,6 +94,8 @@ int main(int argc, char** argv) {
       ->type_name("FORMAT");
   app.add_option("--explain", options.explained, "explain a rule, with a wrong and a right example")
       ->type_name("RULE");
+  app.add_option("--graph", options.drawn, "draw the flow of a machine's directory, for Graphviz's dot")
+      ->type_name("DIR");
   app.add_flag("--list-rules", options.listRules, "list all rules");
   try {
     app.parse(argc, argv);
@@ -91,6 +107,7 @@ int main(int argc, char** argv) {
     return kClean;
   }
   if (!options.explained.empty()) return Explain(options.explained);
+  if (!options.drawn.empty()) return Draw(options);
   if (options.paths.empty()) {
     std::cerr << "velmo-check: name a machine's directory or a program file (--help)\n";
     return kCouldNotRun;
