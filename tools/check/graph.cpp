@@ -198,7 +198,7 @@ class Graph {
                 " [label=<<TABLE BORDER=\"1\" CELLBORDER=\"0\" CELLSPACING=\"0\" CELLPADDING=\"2\">";
       }
       const std::string port = "l" + std::to_string(i);
-      rows_[{&program, i}] = box + ":" + port;
+      rows_[{&program, i}] = std::string(box).append(":").append(port);
       text += "\n        <TR><TD ALIGN=\"LEFT\" PORT=\"" + port + "\" BGCOLOR=\"" + ColourOf(line) + "\">" +
               std::to_string(line.number) + "&nbsp;&nbsp;" + Escaped(Shown(line)) + BadgeOf({&program, i}) +
               "</TD></TR>";

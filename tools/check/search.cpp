@@ -60,7 +60,9 @@ class Switched {
   bool Has(int output, int level) const { return levels_[Index(output, level)]; }
 
  private:
-  static size_t Index(int output, int level) { return static_cast<size_t>(output * 2 + level); }
+  static size_t Index(int output, int level) {
+    return static_cast<size_t>(output) * 2 + static_cast<size_t>(level);
+  }
 
   std::vector<bool> levels_;
 };

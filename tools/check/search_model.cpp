@@ -440,11 +440,10 @@ class ModelBuilder {
       case rack::WaitsFor::MotorEnd:
       case rack::WaitsFor::Count:
       case rack::WaitsFor::CylinderPosition:
-        if (tree_.CardOf(line.parsed.SlotIdx.Value) == nullptr) {
-          step->kind = StepKind::WaitForever;
-        } else if (IsUsed(line)) {
+        if (IsUsed(line)) {
           step->kind = StepKind::WaitMove;
-        } else if (row.waitsFor == rack::WaitsFor::Count) {
+        } else if (row.waitsFor == rack::WaitsFor::Count ||
+                   tree_.CardOf(line.parsed.SlotIdx.Value) == nullptr) {
           step->kind = StepKind::WaitForever;
         }
         return;
