@@ -9,9 +9,9 @@ namespace check {
 
 namespace {
 
-constexpr size_t kMaxStates = 60'000;
+constexpr size_t kMaxStates = 50'000;
 constexpr size_t kMaxCells = 6'000'000;
-constexpr size_t kMaxLooked = 2'000'000;  // lines looked at to see whether a wait can still end
+constexpr size_t kMaxLooked = 1'000'000;  // lines looked at to see whether a wait can still end
 constexpr int kFirstPause = 10;           // milliseconds between two commands, until G_ST changes it
 constexpr int kEndPause = 1000;
 constexpr int kUnknown = -1;
