@@ -13,7 +13,7 @@
 #include "machine/standstill.h"
 #include "machine/supervise.h"
 #include "machine/time_words.h"
-#include "rackfile/rackfile.h"
+#include "scenario/machine_rules.h"
 #include "toml/times.h"
 
 namespace rack::cli {
@@ -89,10 +89,11 @@ int Run(const RunOptions& options) {
   const std::string refusal = WhyNotStart(controller, library);
   if (!refusal.empty()) return Complain(kFailed, refusal);
 
-  const auto setup = std::make_unique<RackSetup>();
+  const auto rack = std::make_unique<scenario::RackWithRules>();
+  RackSetup* const setup = &rack->setup;
   std::vector<std::string> findings;
   const std::string rackFile = options.rackFile.empty() ? machine + "/rack.toml" : options.rackFile;
-  if (!ReadRackFile(rackFile, *setup, findings)) {
+  if (!scenario::ReadRackWithRules(rackFile, *rack, findings)) {
     for (const std::string& finding : findings) std::fprintf(stderr, "%s\n", finding.c_str());
     return kFailed;
   }

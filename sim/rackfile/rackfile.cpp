@@ -27,6 +27,24 @@ std::vector<std::string> PlugInWords() {
   return words;
 }
 
+// The words of a rule, by the one that tells its form.
+struct RuleWords {
+  const char* word;
+  RuleForm form;
+  std::vector<std::string> happenings;
+  const char* time;
+  bool needsTime;
+};
+
+const std::vector<RuleWords>& RuleForms() {
+  static const std::vector<RuleWords> forms = {
+      {"never_together", RuleForm::NeverTogether, {"never_together"}, "for", false},
+      {"while", RuleForm::Always, {"while", "always"}, nullptr, false},
+      {"after", RuleForm::Comes, {"after", "comes"}, "within", true},
+  };
+  return forms;
+}
+
 class Reader : public TomlReader {
  public:
   Reader(std::string name, RackSetup& setup, std::vector<std::string>& errors, RackNotes& notes)
@@ -57,6 +75,9 @@ class Reader : public TomlReader {
   void ReadThings(const Value& root);
   void ReadOnAtStart(const Value& on);
   void ReadCheck(const Value& check);
+  void ReadRule(const Value& rule);
+  void ReadRuleName(const Value& rule, PlacedText& name);
+  void ReadHappenings(const Value& rule, const RuleWords& words, RuleText& text);
   void AddLink(const Value& owner, const PlantLink& link, const std::string& name);
 
   RackSetup& setup_;
@@ -403,7 +424,8 @@ void Reader::ReadThings(const Value& root) {
   const Thing things[] = {
       {"axis", {"axis"}, &Reader::ReadAxis},         {"cylinder", {"cylinder"}, &Reader::ReadCylinder},
       {"valve", {"valve"}, &Reader::ReadValve},      {"arrival", {"arrival", "when"}, &Reader::ReadArrival},
-      {"stop", {"stop", "when"}, &Reader::ReadStop}, {"counter", {"counter", "when"}, &Reader::ReadCounter}};
+      {"stop", {"stop", "when"}, &Reader::ReadStop}, {"counter", {"counter", "when"}, &Reader::ReadCounter},
+      {"rule", {"rule"}, &Reader::ReadRule}};
   for (const Thing& thing : things) {
     for (const Value* table : Tables(root, thing.word)) {
       CheckWords(table->as_table(), thing.scopes);
@@ -437,6 +459,62 @@ void Reader::ReadCheck(const Value& check) {
   }
 }
 
+void Reader::ReadRuleName(const Value& rule, PlacedText& name) {
+  const Value* given = Need(rule, "name");
+  if (given == nullptr || !Text(*given, name.text)) return;
+  name.line = given->location().line();
+  name.column = given->location().column();
+  if (Split(name.text).empty()) Fail(*given, "a rule's name says what must hold");
+  const bool twice = std::any_of(notes_.rules.begin(), notes_.rules.end(),
+                                 [&](const RuleText& other) { return other.name.text == name.text; });
+  if (twice) Fail(*given, "the rule " + InQuotes(name.text) + " is given twice");
+}
+
+void Reader::ReadHappenings(const Value& rule, const RuleWords& words, RuleText& text) {
+  const auto add = [&](const Value& value) {
+    PlacedText happening;
+    if (!Text(value, happening.text)) return;
+    happening.line = value.location().line();
+    happening.column = value.location().column();
+    text.happenings.push_back(happening);
+  };
+  if (words.form != RuleForm::NeverTogether) {
+    for (const std::string& word : words.happenings) {
+      if (const Value* value = Need(rule, word)) add(*value);
+    }
+    return;
+  }
+  const Value& value = *Get(rule, words.word);
+  const toml::array* list = List(value, words.word, "[\"spindle on\", \"clamped off\"]");
+  if (list == nullptr) return;
+  if (list->size() < 2) Fail(value, "\"never_together\" wants two or more that must not be together");
+  for (const Value& each : *list) add(each);
+}
+
+void Reader::ReadRule(const Value& rule) {
+  RuleText text;
+  ReadRuleName(rule, text.name);
+  Words first;
+  for (const RuleWords& form : RuleForms()) first.emplace_back(form.word);
+  std::string given;
+  if (!OneOf(rule, first, given)) return;
+  const RuleWords& words = *std::find_if(RuleForms().begin(), RuleForms().end(),
+                                         [&](const RuleWords& form) { return form.word == given; });
+  Words fitting = words.happenings;
+  fitting.emplace_back("name");
+  if (words.time != nullptr) fitting.emplace_back(words.time);
+  for (const RackWord& word : RackWords()) {
+    const Value* value = std::strcmp(word.table, "rule") == 0 ? Get(rule, word.word) : nullptr;
+    if (value != nullptr && !IsOneOf(word.word, fitting))
+      Fail(*value, InQuotes(word.word) + " does not go with " + InQuotes(given));
+  }
+  text.form = words.form;
+  ReadHappenings(rule, words, text);
+  if (words.needsTime) Need(rule, words.time);
+  if (words.time != nullptr) text.time = Time(rule, words.time, 0);
+  notes_.rules.push_back(text);
+}
+
 void Reader::ReadRoot(const Value& root) {
   CheckWords(root.as_table(), {""});
   const Value* rack = TableOf(root, "rack");
@@ -449,6 +527,7 @@ void Reader::ReadRoot(const Value& root) {
   const Value* on = rack == nullptr ? nullptr : Get(*rack, "on_at_start");
   if (on != nullptr) ReadOnAtStart(*on);
   if (const Value* check = TableOf(root, "check")) ReadCheck(*check);
+  TableOf(root, "explore");
 }
 
 }  // namespace

@@ -18,18 +18,35 @@ struct RackWord {
 };
 const std::vector<RackWord>& RackWords();
 
-// What a rack file says to the tools, beside the rack itself.
-struct RackNotes {
-  // A rule of the program checker that is to say nothing about this machine. The checker knows which there are.
-  struct IgnoredRule {
-    std::string name;
-    std::size_t line;  // of the rack file, counted from 1
-    std::size_t column;
-  };
-  std::vector<IgnoredRule> ignored;
+// A text of the rack file that others can judge, and where it stands.
+struct PlacedText {
+  std::string text;
+  std::size_t line = 0;  // counted from 1
+  std::size_t column = 0;
 };
 
-// Reads a rack file, with what it says to the tools where that is wanted. False when something is wrong: `errors` then holds one line for each finding,
+enum class RuleForm {
+  NeverTogether,  // never_together, for
+  Always,         // while, always
+  Comes           // after, comes, within
+};
+
+// A [[rule]] as it is written. What can happen on a machine is judged where happenings are read.
+struct RuleText {
+  PlacedText name;
+  RuleForm form = RuleForm::NeverTogether;
+  std::vector<PlacedText> happenings;  // in the order of the words above
+  Nanos time = 0;                      // `for` or `within`
+};
+
+// What a rack file says to the tools beside the rack.
+struct RackNotes {
+  // Rules of the program checker that are to say nothing about this machine. The checker knows which there are.
+  std::vector<PlacedText> ignored;
+  std::vector<RuleText> rules;
+};
+
+// Reads a rack file. False when something is wrong: `errors` then holds one line for each finding,
 // "file:line:column: message", and the setup is not to be used.
 bool ReadRackFile(const std::string& path, RackSetup& setup, std::vector<std::string>& errors,
                   RackNotes* notes = nullptr);

@@ -7,7 +7,7 @@
 #include <memory>
 
 #include "machine/machine.h"
-#include "rackfile/rackfile.h"
+#include "scenario/machine_rules.h"
 #include "toml/times.h"
 #include "toml/words.h"
 
@@ -81,11 +81,11 @@ bool ScenarioReader::ReadMachine(const Value& root) {
   }
   std::string rackFile = "rack.toml";
   Text(root, "rack", rackFile);
-  const auto setup = std::make_shared<RackSetup>();
-  if (!ReadRackFile(Below(scenario_.machine, rackFile), *setup, Errors())) return false;
-  scenario_.setup = setup;
+  const auto rack = std::make_shared<RackWithRules>();
+  if (!ReadRackWithRules(Below(scenario_.machine, rackFile), *rack, Errors())) return false;
+  scenario_.setup = std::shared_ptr<const RackSetup>(rack, &rack->setup);
   const auto state = std::make_unique<RackState>();
-  PowerOn(*state, *setup, 0);
+  PowerOn(*state, rack->setup, 0);
   machine_ = SnapshotOf(state->image, state->live);
   return true;
 }

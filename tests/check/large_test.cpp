@@ -72,7 +72,8 @@ TEST_F(Large, TheLastLineIsCheckedLikeTheFirst) {
   for (int i = 0; i < 25'000; ++i)
     program += "#LE: " + std::to_string(i + 1) + "\nLD: 1, 0, 1\nOUT: 1, 1, 1\n\n";
   const std::string end = program + "#LE: 25000\n#LE: 25001\nOUT: 1, 1, 0\nGO: 25001\n";
-  EXPECT_EQ(Found(end), (std::vector<std::string>{"3 busy-wait", "100002 duplicate-label", "100005 busy-loop"}));
+  EXPECT_EQ(Found(end),
+            (std::vector<std::string>{"3 busy-wait", "100002 duplicate-label", "100005 busy-loop"}));
 }
 
 TEST_F(Large, AMissingLabelIsToldWithTheNearestOfMany) {

@@ -114,6 +114,69 @@ TEST(RackFileTest, HalfADescriptionIsRefused) {
   EXPECT_EQ(ErrorsOf("inputs = 3\n"), "rack.toml:1:10: \"inputs\" is written as [inputs]\n");
 }
 
+TEST(RackFileTest, RulesAreNotesForTheTools) {
+  const auto setup = std::make_unique<rack::RackSetup>();
+  std::vector<std::string> errors;
+  rack::RackNotes notes;
+  ASSERT_TRUE(rack::ReadRackText(R"([[rule]]
+name = "held"
+never_together = ["spindle on", "clamped off", "anything"]
+for = "50 ms"
+[[rule]]
+name = "shut"
+while = "spindle on"
+always = "guard on"
+[[rule]]
+name = "answers"
+after = "key Enter"
+comes = "lamp on"
+within = "2 s"
+[explore]
+)",
+                                 "rack.toml", *setup, errors, &notes));
+  ASSERT_EQ(notes.rules.size(), 3U);
+  EXPECT_EQ(notes.rules[0].name.text, "held");
+  EXPECT_EQ(notes.rules[0].form, rack::RuleForm::NeverTogether);
+  ASSERT_EQ(notes.rules[0].happenings.size(), 3U);
+  EXPECT_EQ(notes.rules[0].happenings[2].text, "anything");
+  EXPECT_EQ(notes.rules[0].happenings[2].line, 3U);
+  EXPECT_EQ(notes.rules[0].happenings[2].column, 48U);
+  EXPECT_EQ(notes.rules[0].time, 50'000'000);
+  EXPECT_EQ(notes.rules[1].form, rack::RuleForm::Always);
+  EXPECT_EQ(notes.rules[1].happenings[0].text, "spindle on");
+  EXPECT_EQ(notes.rules[1].happenings[1].text, "guard on");
+  EXPECT_EQ(notes.rules[2].form, rack::RuleForm::Comes);
+  EXPECT_EQ(notes.rules[2].happenings[0].text, "key Enter");
+  EXPECT_EQ(notes.rules[2].happenings[1].text, "lamp on");
+  EXPECT_EQ(notes.rules[2].time, 2'000'000'000);
+}
+
+TEST(RackFileTest, ARuleThatIsNotWholeIsRefused) {
+  EXPECT_EQ(ErrorsOf("[[rule]]\nnever_together = [\"a on\", \"b on\"]\n"),
+            "rack.toml:1:1: \"name\" is missing here\n");
+  EXPECT_EQ(ErrorsOf("[[rule]]\nname = \"a\"\n"),
+            "rack.toml:1:1: exactly one of never_together, while, after is wanted here\n");
+  EXPECT_EQ(ErrorsOf("[[rule]]\nname = \"a\"\nnever_togehter = [\"a on\", \"b on\"]\n"),
+            "rack.toml:1:1: exactly one of never_together, while, after is wanted here\n"
+            "rack.toml:3:18: unknown word \"never_togehter\"; did you mean \"never_together\"?\n");
+  EXPECT_EQ(ErrorsOf("[[rule]]\nname = \"a\"\nnever_together = [\"a on\"]\n"),
+            "rack.toml:3:18: \"never_together\" wants two or more that must not be together\n");
+  EXPECT_EQ(ErrorsOf("[[rule]]\nname = \"a\"\nnever_together = \"a on\"\n"),
+            "rack.toml:3:18: \"never_together\" wants a list such as [\"spindle on\", \"clamped off\"]\n");
+  EXPECT_EQ(ErrorsOf("[[rule]]\nname = \"a\"\nwhile = \"a on\"\nwithin = \"1 s\"\n"),
+            "rack.toml:1:1: \"always\" is missing here\n"
+            "rack.toml:4:10: \"within\" does not go with \"while\"\n");
+  EXPECT_EQ(ErrorsOf("[[rule]]\nname = \"a\"\nafter = \"a on\"\ncomes = 3\nwithin = \"soon\"\n"),
+            "rack.toml:4:9: a text in quotes is wanted here\n"
+            "rack.toml:5:10: \"within\" wants a time such as \"300 ms\", \"1.5 s\" or \"20 min\"\n");
+  EXPECT_EQ(ErrorsOf("[[rule]]\nname = \" \"\nafter = \"a on\"\ncomes = \"b on\"\n"),
+            "rack.toml:1:1: \"within\" is missing here\n"
+            "rack.toml:2:8: a rule's name says what must hold\n");
+  const std::string rule = "[[rule]]\nname = \"a\"\nwhile = \"a on\"\nalways = \"b on\"\n";
+  EXPECT_EQ(ErrorsOf(rule + rule), "rack.toml:6:8: the rule \"a\" is given twice\n");
+  EXPECT_EQ(ErrorsOf("explore = 3\n"), "rack.toml:1:11: \"explore\" is written as [explore]\n");
+}
+
 TEST(RackFileTest, BadTomlIsOneErrorWithItsPlace) {
   EXPECT_EQ(ErrorsOf("[rack]\ntask_count 3\n"), "rack.toml:2:1: missing key-value separator `=`\n");
 }

@@ -629,6 +629,58 @@ Group Blocks() {
       }};
 }
 
+std::string Ld(int channel, const std::string& level) {
+  return "SYN_LD: SlotIdx:1  ChIdx:" + std::to_string(channel) + " " + level + "\n";
+}
+
+void TheOtherWaitsToo(TestMachine& machine, int task) {
+  EXPECT_GE(CountOf(machine.Log(task + 1), FlowAgain("LD", 1, 8, "1") + Ld(8, "1")), 3);
+  EXPECT_EQ(LevelsOf(machine, kIoSlot, 0) + LevelsOf(machine, kIoSlot, 1), "");
+}
+
+// Of the I/O card, when an output goes on for the first time: the level that another signal has then.
+int LevelWhenOn(TestMachine& machine, int output, rack::JournalKind kind, int channel) {
+  EXPECT_TRUE(machine.Await([&] { return !LevelsOf(machine, kIoSlot, output).empty(); }));
+  int level = 0;
+  for (const rack::JournalRecord& record : machine.Journal()) {
+    if (record.slot != kIoSlot) continue;
+    if (record.kind == rack::JournalKind::OutputChange && record.port == output && record.value != 0) break;
+    if (record.kind == kind && record.port == channel) level = static_cast<int>(record.value);
+  }
+  return level;
+}
+
+void BothAreOn(TestMachine& machine, int) {
+  EXPECT_EQ(LevelWhenOn(machine, 1, rack::JournalKind::OutputChange, 0), 1);
+}
+
+void TurnsUnclamped(TestMachine& machine, int) {
+  EXPECT_EQ(LevelWhenOn(machine, 0, rack::JournalKind::InputEdge, 8), 0);
+  EXPECT_EQ(LevelWhenOn(machine, 0, rack::JournalKind::OutputChange, 1), 1);
+}
+
+// Each in a machine of its own: nobody else gives what is waited for.
+Group Lock() {
+  return {"Lock",
+          {{"handshake-lock", nullptr, Then::Stays, Waits("LD", 1, 9, "1", Ld(9, "1")), nullptr,
+            TheOtherWaitsToo}}};
+}
+
+Group NeverMet() {
+  const std::string met = Flow("OUT", 1, 0, "1") + Flow("LD", 1, 8, "1") + Ld(8, "1");
+  return {"NeverMet",
+          {{"wait-never-met", nullptr, Then::Stays,
+            met + Flow("OUT", 1, 0, "0") + Waits("LD", 1, 8, "1", Ld(8, "1")), nullptr}}};
+}
+
+Group Opposed() {
+  return {"Opposed", {{"opposed-outputs", nullptr, Then::Own, "", nullptr, BothAreOn}}};
+}
+
+Group BrokenRule() {
+  return {"BrokenRule", {{"broken-rule", nullptr, Then::Own, "", nullptr, TurnsUnclamped}}};
+}
+
 }  // namespace
 
 const std::vector<Group>& Groups() {
@@ -637,6 +689,7 @@ const std::vector<Group>& Groups() {
                                             CardsAndParameters(), Values(),         MotionAndKeys(),
                                             TasksAndTheirCards(), WaitsAndMoves(),  CountsAndTasks(),
                                             CardsOfTwoTasks(),    WaysOfAProgram(), FirstLinesAndBlocks(),
-                                            CountsAndBranches(),  Blocks()};
+                                            CountsAndBranches(),  Blocks(),         Lock(),
+                                            NeverMet(),           Opposed(),        BrokenRule()};
   return groups;
 }

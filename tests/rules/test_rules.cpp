@@ -36,6 +36,7 @@ struct Placed {
   int task;                      // which runs its plc1
   std::set<std::string> places;  // its directories and files
   std::set<int> tasksWithExit;   // tasks whose reset program ends at once
+  std::string rack;              // what the rack file has below the cards
 };
 
 // Writes the files of an example so that its plc1 becomes the given task's; directories that no task can run stay.
@@ -44,6 +45,11 @@ int Place(const TestMachine& machine, const std::string& example, int task, Plac
   int tasks = 1;
   for (const ExampleFile& file : FilesOfExample(example)) {
     std::string path = file.path;
+    if (path == "rack.toml") {
+      placed->rack = file.text;
+      placed->places.insert(path);
+      continue;
+    }
     const std::size_t slash = path.find('/');
     const int number = slash == path.npos ? 0 : std::stoi(path.substr(3));
     if (number >= 1 && number <= 8) {
@@ -116,12 +122,14 @@ TEST_P(RulesSeen, TheControllerDoesWhatTheRuleSays) {
   std::vector<Placed> programs;
   int tasks = 0;
   for (const Row& row : GetParam().rows) {
-    programs.push_back({&row, tasks + 1, {}, {}});
+    programs.push_back({&row, tasks + 1, {}, {}, {}});
     tasks += Place(machine, row.program == nullptr ? WrongExample(row.rule) : row.program, tasks + 1,
                    &programs.back());
   }
   ASSERT_LE(tasks, 8);
-  machine.Write("rack.toml", RackFile(tasks));
+  std::string rack = RackFile(tasks);
+  for (const Placed& placed : programs) rack += placed.rack;
+  machine.Write("rack.toml", rack);
   machine.Start();
   for (const Placed& placed : programs) {
     for (const int task : placed.tasksWithExit) machine.WaitForLog("CmdIdx: EXIT", task);
@@ -152,9 +160,9 @@ INSTANTIATE_TEST_SUITE_P(Group, RulesSeen, testing::ValuesIn(Groups()),
 
 // Writes a rule's wrong example, checks it, and starts it.
 void StartExample(TestMachine& machine, const std::string& rule, int tasks = 1) {
-  machine.Write("rack.toml", RackFile(tasks));
   Placed placed;
   Place(machine, WrongExample(rule), 1, &placed);
+  machine.Write("rack.toml", RackFile(tasks) + placed.rack);
   ExpectFinding(machine, rule, placed.places);
   machine.Start();
 }

@@ -5,6 +5,7 @@
 #include <sstream>
 #include <system_error>
 
+#include "check/graph.h"
 #include "check/program.h"
 #include "check/topics.h"
 #include "toml/words.h"
@@ -66,16 +67,16 @@ bool ReadRack(const std::string& path, RackReading* reading, std::string* error)
     finding->file = reading->path;
     reading->findings.push_back(*finding);
   }
-  for (const rack::RackNotes::IgnoredRule& ignored : notes.ignored) {
-    const Rule* rule = FindRule(ignored.name);
+  for (const rack::PlacedText& ignored : notes.ignored) {
+    const Rule* rule = FindRule(ignored.text);
     if (rule != nullptr) {
       reading->ignored.push_back(rule->id);
       continue;
     }
     reading->findings.push_back({reading->path, static_cast<int>(ignored.line),
                                  static_cast<int>(ignored.column), RuleId::RackFile,
-                                 "there is no rule \"" + ignored.name + "\" to ignore" +
-                                     DidYouMean(rack::Nearest(ignored.name, RuleNames()))});
+                                 "there is no rule \"" + ignored.text + "\" to ignore" +
+                                     DidYouMean(rack::Nearest(ignored.text, RuleNames()))});
   }
   return true;
 }
@@ -95,10 +96,15 @@ bool IsMachine(const fs::path& directory) {
   });
 }
 
+std::string NoMachine(const fs::path& path) {
+  return path.string() + ": no machine's directory: there is no plc1, rack.toml or Velmo.conf in it\n";
+}
+
 // What a path stands for, and what has been found there.
 struct Subject {
   RackReading rack;
   std::vector<Finding> findings;
+  std::vector<std::string> notes;  // what was not looked at in full
 };
 
 bool CheckMachine(const fs::path& directory, const std::string& rackFile, Subject* subject,
@@ -110,6 +116,7 @@ bool CheckMachine(const fs::path& directory, const std::string& rackFile, Subjec
   CheckTasks(tree, &report);
   CheckSharedOutputs(tree, &report);
   CheckAxes(tree, &report);
+  CheckTogether(tree, &report, &subject->notes);
   CheckConf(directory, &report);
   subject->findings = report.Sorted();
   return true;
@@ -160,7 +167,7 @@ bool CheckSubject(const fs::path& path, const std::string& rackFile, Subject* su
   }
   if (IsMachine(path)) return CheckMachine(path, rackFile, subject, error);
   if (TaskNumber(NameOfDirectory(path)) >= 0) return CheckTask(path, rackFile, subject, error);
-  *error = path.string() + ": no machine's directory: there is no plc1, rack.toml or Velmo.conf in it\n";
+  *error = NoMachine(path);
   return false;
 }
 
@@ -192,6 +199,7 @@ std::optional<Checked> CheckPaths(const std::vector<std::string>& paths, const s
     if (!CheckSubject(path, rackFile, &subject, error)) return std::nullopt;
     add(subject.rack.findings);
     add(Selected(subject.findings, {false, false, subject.rack.ignored}));
+    checked.notes.insert(checked.notes.end(), subject.notes.begin(), subject.notes.end());
     const std::string& rack = subject.rack.path;
     const bool isNew = std::find(checked.racks.begin(), checked.racks.end(), rack) == checked.racks.end();
     if (!rack.empty() && isNew) checked.racks.push_back(rack);
@@ -200,9 +208,11 @@ std::optional<Checked> CheckPaths(const std::vector<std::string>& paths, const s
 }
 
 std::optional<std::vector<Finding>> CheckPath(const fs::path& path, const std::string& rackFile,
-                                              std::string* error) {
+                                              std::string* error, std::vector<std::string>* notes) {
   const std::optional<Checked> checked = CheckPaths({path.string()}, rackFile, error);
-  return checked ? std::optional(checked->findings) : std::nullopt;
+  if (!checked) return std::nullopt;
+  if (notes != nullptr) *notes = checked->notes;
+  return checked->findings;
 }
 
 std::vector<Finding> Selected(const std::vector<Finding>& findings, const Selection& selection) {
@@ -213,6 +223,22 @@ std::vector<Finding> Selected(const std::vector<Finding>& findings, const Select
     if (warnings || RuleOf(finding.rule).level == Severity::Error) selected.push_back(finding);
   }
   return selected;
+}
+
+std::optional<std::string> GraphOfPath(const fs::path& directory, const std::string& rackFile,
+                                       std::string* error) {
+  if (!IsMachine(directory)) {
+    *error = NoMachine(directory);
+    return std::nullopt;
+  }
+  RackReading rack;
+  if (!FindRack(directory, rackFile, &rack, error)) return std::nullopt;
+  for (const Finding& finding : rack.findings) {
+    *error += finding.file + ":" + std::to_string(finding.line) + ":" + std::to_string(finding.column) +
+              ": " + finding.message + "\n";
+  }
+  if (!error->empty()) return std::nullopt;
+  return GraphOf(LoadTree(directory, rack.shape));
 }
 
 }  // namespace check

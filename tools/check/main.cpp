@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdlib>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -23,12 +24,14 @@ constexpr const char* kFooter =
     "Examples:\n"
     "  velmo-check demo/cell\n"
     "  velmo-check --format gcc plc1/FLOW.PLC\n"
-    "  velmo-check --explain missing-label\n";
+    "  velmo-check --explain missing-label\n"
+    "  velmo-check --graph demo/cell | dot -Tsvg -o cell.svg\n";
 
 struct Options {
   std::vector<std::string> paths;
   std::string rackFile;
   std::string explained;
+  std::string drawn;
   std::string format = "text";
   std::string columns = "characters";
   std::vector<std::string> ignored;
@@ -71,6 +74,17 @@ bool WantsColours() {
   return isatty(STDOUT_FILENO) != 0 && !isDumb && !IsSet("NO_COLOR");
 }
 
+int Draw(const Options& options) {
+  std::string error;
+  const std::optional<std::string> graph = check::GraphOfPath(options.drawn, options.rackFile, &error);
+  if (!graph) {
+    std::cerr << "velmo-check: " << error;
+    return kCouldNotRun;
+  }
+  std::cout << *graph << std::flush;
+  return std::cout ? kClean : kCouldNotRun;
+}
+
 int Check(const Options& options) {
   check::Selection selection{options.errorsOnly, options.warningsAsErrors, {}};
   for (const std::string& name : options.ignored) {
@@ -84,6 +98,9 @@ int Check(const Options& options) {
     if (!error.empty() && error.back() == '\n') error.pop_back();
     std::cerr << "velmo-check: " << check::Printable(error) << "\n";
     return kCouldNotRun;
+  }
+  for (const std::string& note : checked->notes) {
+    std::cerr << "velmo-check: " << check::Printable(note) << "\n";
   }
   const std::vector<check::Finding> shown = check::Selected(checked->findings, selection);
   const check::OutputNotes notes{options.warningsAsErrors, options.columns == "utf16", checked->racks};
@@ -115,6 +132,8 @@ int main(int argc, char** argv) {
       ->allow_extra_args(false);
   app.add_option("--explain", options.explained, "explain a rule, with a wrong and a right example")
       ->type_name("RULE");
+  app.add_option("--graph", options.drawn, "draw the flow of a machine's directory, for Graphviz's dot")
+      ->type_name("DIR");
   app.add_flag("--list-rules", options.listRules, "list all rules");
   try {
     app.parse(argc, argv);
@@ -126,6 +145,7 @@ int main(int argc, char** argv) {
     return kClean;
   }
   if (!options.explained.empty()) return Explain(options.explained);
+  if (!options.drawn.empty()) return Draw(options);
   if (options.paths.empty()) {
     std::cerr << "velmo-check: name a machine's directory or a program file (--help)\n";
     return kCouldNotRun;

@@ -45,9 +45,14 @@ void AddAxisInputs(const rack::PlantState& plant, RackShape* shape) {
 
 std::optional<RackShape> ReadRackShape(const std::string& path, std::vector<std::string>* errors,
                                        rack::RackNotes* notes) {
-  const auto setup = std::make_unique<rack::RackSetup>();
-  if (!rack::ReadRackFile(path, *setup, *errors, notes)) return std::nullopt;
+  const auto read = std::make_shared<rack::scenario::RackWithRules>();
+  const bool isRight = rack::scenario::ReadRackWithRules(path, *read, *errors);
+  *notes = read->notes;
+  if (!isRight) return std::nullopt;
+  const rack::RackSetup* const setup = &read->setup;
   RackShape shape;
+  shape.path = path;
+  shape.file = read;
   shape.tasks = setup->image.cards[0].cpu.taskCount;
   for (std::uint32_t entry = 0; entry < setup->image.entryCount; ++entry) {
     const rack::CardKind kind = setup->image.cards[setup->image.entrySlot[entry]].kind;

@@ -1,12 +1,13 @@
 // What the checker must know of a rack: the rows of the card table and the number of tasks.
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "machine/card_commands.h"
-#include "rackfile/rackfile.h"
+#include "scenario/machine_rules.h"
 
 namespace check {
 
@@ -24,6 +25,8 @@ struct RackShape {
   std::vector<const rack::CardCommands*> entries;
   std::vector<AxisInput> axisInputs;
   int tasks = 0;  // 0: not known
+  std::string path;
+  std::shared_ptr<const rack::scenario::RackWithRules> file;  // all that it says
 };
 
 // Nothing when the rack file is wrong; a line for each error says why. The notes hold what could be read.

@@ -275,6 +275,48 @@ constexpr Rule kRules[] = {
      "A task looks at the keys once per line: with such a pause after each command it is nearly always deaf, and a key\n"
      "pressed shorter is missed. Use DLY where the pause is wanted, in pieces below a second.",
      "G_ST: 1000\n#LE: 1\nLD: 1, 0, 1\nGO: 1", "G_ST: 50\n#LE: 1\nLD: 1, 0, 1\nDLY: 900\nGO: 1"},
+    {RuleId::HandshakeLock, "handshake-lock", kError, "tasks wait for each other, and none goes on",
+     "Each task waits for the sensor of an output that only another waiting task would switch. The lines are executed\n"
+     "again and again until the minus key. Let one task give before it waits. The order of the lines that leads there\n"
+     "is told; it comes about whether moves and people are quick or slow. Taken for granted: OUT alone switches\n"
+     "outputs, the sensor of a [[valve]] follows its output, every other input takes the level that is waited for,\n"
+     "and Enter is pressed when all reset programs have ended.",
+     "== rack.toml\n[[valve]]\noutput = \"1.0\"\nsensor = \"1.8\"\n[[valve]]\noutput = \"1.1\"\nsensor = \"1.9\"\n"
+     "== plc1/RESET.PLC\nOUT: 1, 0, 0\nEXIT\n== plc1/FLOW.PLC\nLD: 1, 9, 1\nOUT: 1, 0, 1\nLD: 1, 9, 0\nOUT: 1, 0, 0\nEND\n"
+     "== plc2/RESET.PLC\nOUT: 1, 1, 0\nEXIT\n== plc2/FLOW.PLC\nLD: 1, 8, 1\nOUT: 1, 1, 1\nLD: 1, 8, 0\nOUT: 1, 1, 0\nEND",
+     "== rack.toml\n[[valve]]\noutput = \"1.0\"\nsensor = \"1.8\"\n[[valve]]\noutput = \"1.1\"\nsensor = \"1.9\"\n"
+     "== plc1/RESET.PLC\nOUT: 1, 0, 0\nEXIT\n== plc1/FLOW.PLC\nOUT: 1, 0, 1\nLD: 1, 9, 1\nOUT: 1, 0, 0\nLD: 1, 9, 0\nEND\n"
+     "== plc2/RESET.PLC\nOUT: 1, 1, 0\nEXIT\n== plc2/FLOW.PLC\nLD: 1, 8, 1\nOUT: 1, 1, 1\nLD: 1, 8, 0\nOUT: 1, 1, 0\nEND"},
+    {RuleId::WaitNeverMet, "wait-never-met", kError, "a wait that by the rack file nothing can meet from there",
+     "The sensor follows an output that stands at the other level, and no other task switches it: the line is executed\n"
+     "again and again until the minus key. The same is taken for granted as for handshake-lock.",
+     "== rack.toml\n[[valve]]\noutput = \"1.0\"\nsensor = \"1.8\"\n"
+     "== plc1/RESET.PLC\nOUT: 1, 0, 0\nEXIT\n== plc1/FLOW.PLC\nOUT: 1, 0, 1\nLD: 1, 8, 1\nOUT: 1, 0, 0\nLD: 1, 8, 1\nEND",
+     "== rack.toml\n[[valve]]\noutput = \"1.0\"\nsensor = \"1.8\"\n"
+     "== plc1/RESET.PLC\nOUT: 1, 0, 0\nEXIT\n== plc1/FLOW.PLC\nOUT: 1, 0, 1\nLD: 1, 8, 1\nOUT: 1, 0, 0\nLD: 1, 8, 0\nEND"},
+    {RuleId::OpposedOutputs, "opposed-outputs", kWarning, "the outputs x and x_back of the rack file are on together",
+     "The controller switches each output as it is told and knows of no other: both are on until one is switched off.\n"
+     "Switch one off before the other goes on. The same is taken for granted as for handshake-lock.",
+     "== rack.toml\n[outputs]\nslide = \"1.0\"\nslide_back = \"1.1\"\n"
+     "== plc1/RESET.PLC\nOUT: 1, 0, 0\nOUT: 1, 1, 0\nEXIT\n"
+     "== plc1/FLOW.PLC\nOUT: 1, 0, 1\nDLY: 300\nOUT: 1, 1, 1\nOUT: 1, 0, 0\nDLY: 300\nOUT: 1, 1, 0\nEND",
+     "== rack.toml\n[outputs]\nslide = \"1.0\"\nslide_back = \"1.1\"\n"
+     "== plc1/RESET.PLC\nOUT: 1, 0, 0\nOUT: 1, 1, 0\nEXIT\n"
+     "== plc1/FLOW.PLC\nOUT: 1, 0, 1\nDLY: 300\nOUT: 1, 0, 0\nOUT: 1, 1, 1\nDLY: 300\nOUT: 1, 1, 0\nEND"},
+    {RuleId::BrokenRule, "broken-rule", kError, "the programs can break a [[rule]] of the rack file",
+     "The controller knows no rules: it executes the lines, and what must not be together is. Looked at are rules with\n"
+     "never_together and with while, as far as they are about levels of outputs and of the sensors of valves; all\n"
+     "others are left to the runs. The same is taken for granted as for handshake-lock.",
+     "== rack.toml\n[inputs]\nclamped = \"1.8\"\n[outputs]\nspindle = \"1.0\"\nclamp = \"1.1\"\n[[valve]]\noutput = \"clamp\"\n"
+     "sensor = \"clamped\"\non_delay = \"100 ms\"\n[[rule]]\nname = \"the spindle turns in a held part only\"\n"
+     "never_together = [\"spindle on\", \"clamped off\"]\n"
+     "== plc1/RESET.PLC\nOUT: 1, 0, 0\nOUT: 1, 1, 0\nEXIT\n"
+     "== plc1/FLOW.PLC\nOUT: 1, 1, 1\nOUT: 1, 0, 1\nDLY: 300\nOUT: 1, 0, 0\nOUT: 1, 1, 0\nEND",
+     "== rack.toml\n[inputs]\nclamped = \"1.8\"\n[outputs]\nspindle = \"1.0\"\nclamp = \"1.1\"\n[[valve]]\noutput = \"clamp\"\n"
+     "sensor = \"clamped\"\non_delay = \"100 ms\"\n[[rule]]\nname = \"the spindle turns in a held part only\"\n"
+     "never_together = [\"spindle on\", \"clamped off\"]\n"
+     "== plc1/RESET.PLC\nOUT: 1, 0, 0\nOUT: 1, 1, 0\nEXIT\n"
+     "== plc1/FLOW.PLC\nOUT: 1, 1, 1\nLD: 1, 8, 1\nOUT: 1, 0, 1\nDLY: 300\nOUT: 1, 0, 0\nOUT: 1, 1, 0\nEND"},
 };
 // clang-format on
 

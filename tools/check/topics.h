@@ -32,6 +32,11 @@ bool IsRun(const ProgramTree& tree, const Task& task);
 // Directories and files of all tasks, outputs that tasks share.
 void CheckTasks(const ProgramTree& tree, Report* report);
 void CheckSharedOutputs(const ProgramTree& tree, Report* report);
+// Whether the controller starts the task.
+bool IsRun(const ProgramTree& tree, const Task& task);
+// What a search over all tasks finds: waits that lock each other, outputs that must not be on together. `notes`
+// is told when the search was not complete.
+void CheckTogether(const ProgramTree& tree, Report* report, std::vector<std::string>* notes);
 // The configuration file.
 void CheckConf(const std::filesystem::path& directory, Report* report);
 

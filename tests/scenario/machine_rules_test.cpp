@@ -1,0 +1,54 @@
+// The rules of a machine's rack file, which every tool reads.
+#include <gtest/gtest.h>
+
+#include "scenario/shell.h"
+
+namespace {
+
+class MachineRulesTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    Run("velmo-rack new m && mkdir m/scenarios");
+    Run("printf '[[expect]]\\nthat = \"output 0.0 off\"\\nat = \"300 ms\"\\n' > m/scenarios/off.toml");
+  }
+  std::string Run(const std::string& command) { return shell.Run(command); }
+  void Add(const std::string& text) { Run("cat >> m/rack.toml <<'END'\n" + text + "END"); }
+
+  Shell shell;
+};
+
+TEST_F(MachineRulesTest, EveryToolAcceptsThem) {
+  Add("[[rule]]\nname = \"one at a time\"\nnever_together = [\"output 0.4 on\", \"output 0.5 on\"]\n"
+      "for = \"50 ms\"\n"
+      "[[rule]]\nname = \"lamp\"\nwhile = \"output 0.4 on\"\nalways = \"output 0.6 on\"\n"
+      "[[rule]]\nname = \"answers\"\nafter = \"key Enter\"\nwithin = \"1 s\"\ncomes = \"console prints "
+      "Run\"\n"
+      "[explore]\n");
+  EXPECT_EQ(Run("velmo-check m"), "no findings\n");
+  Run("velmo-rack test m");
+  EXPECT_EQ(shell.Status(), 0);
+  Run("velmo-rack run --time virtual --for 100ms m");
+  EXPECT_EQ(shell.Status(), 0);
+}
+
+TEST_F(MachineRulesTest, EveryToolSaysWhatIsWrongInThem) {
+  Run("echo '[slots]' > m/rack.toml");
+  Add("[outputs]\nspindle = \"0.1\"\n"
+      "[[rule]]\nname = \"held\"\nnever_together = [\"spindel on\", \"key Enter\"]\n"
+      "[[rule]]\nname = \"comes\"\nafter = \"motor 0.0 starts\"\nwithin = \"1 s\"\ncomes = \"spindle\"\n");
+  for (const std::string command :
+       {"velmo-check m", "velmo-rack test m", "velmo-rack run --time virtual --for 1s m"}) {
+    SCOPED_TRACE(command);
+    const std::string said = Run(command + " 2>&1");
+    EXPECT_NE(shell.Status(), 0);
+    for (const std::string message :
+         {"rack.toml:6:19: no signal is called \"spindel\"; did you mean spindle?\n",
+          "rack.toml:6:33: \"key Enter\" happens and is over; a state that lasts is wanted here\n",
+          "rack.toml:9:9: 0.0: entry 0 (cpu) has no motors; cards with them: none\n",
+          "rack.toml:11:9: \"spindle\" is nothing that can happen"}) {
+      EXPECT_NE(said.find(message), said.npos) << said;
+    }
+  }
+}
+
+}  // namespace

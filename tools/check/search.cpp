@@ -1,0 +1,599 @@
+#include "check/search.h"
+
+#include <algorithm>
+#include <map>
+#include <set>
+#include <string_view>
+
+namespace check {
+
+namespace {
+
+constexpr size_t kMaxStates = 50'000;
+constexpr size_t kMaxCells = 6'000'000;
+constexpr size_t kMaxLooked = 1'000'000;  // lines looked at to see whether a wait can still end
+constexpr int kFirstPause = 10;           // milliseconds between two commands, until G_ST changes it
+constexpr int kEndPause = 1000;
+constexpr int kUnknown = -1;
+constexpr int kNobody = -2;  // time has passed
+
+// How long a move or the operator takes at least, in milliseconds: what depends on that is not certain.
+constexpr int kQuick = 30;
+constexpr int kSlow = 30'000;
+
+// Cells of a task in a state.
+enum TaskCell { kAt, kCaller, kDue, kPauseOf, kTaskCells };
+enum ValveCell { kLevel, kTimer, kValveCells };
+
+struct Valve {
+  int sensor;
+  ValveOutput of;
+};
+
+struct FoundLock {
+  bool isAlone;
+  size_t state;
+};
+
+struct Found {
+  std::map<std::vector<Wait>, FoundLock> locks;
+  std::map<size_t, size_t> together;
+  bool isComplete = true;
+};
+
+// Where a task may be: its line, and where its block returns to.
+struct Place {
+  int at;
+  int caller;
+
+  bool operator<(const Place& other) const {
+    return std::pair(at, caller) < std::pair(other.at, other.caller);
+  }
+};
+
+// Levels that outputs may be switched to.
+class Switched {
+ public:
+  explicit Switched(size_t outputs) : levels_(outputs * 2, false) {}
+
+  void Add(int output, int level) { levels_[Index(output, level)] = true; }
+  bool Has(int output, int level) const { return levels_[Index(output, level)]; }
+
+ private:
+  static size_t Index(int output, int level) {
+    return static_cast<size_t>(output) * 2 + static_cast<size_t>(level);
+  }
+
+  std::vector<bool> levels_;
+};
+
+class Search {
+ public:
+  Search(const SearchModel& model, int least) : model_(model), least_(least) {
+    for (size_t i = 0; i < model.sensors.size(); ++i) {
+      for (const ValveOutput& valve : model.sensors[i].valves)
+        valves_.push_back({static_cast<int>(i), valve});
+    }
+    outputsAt_ = model.tasks.size() * kTaskCells;
+    valvesAt_ = outputsAt_ + model.outputs.size();
+    inputsAt_ = valvesAt_ + valves_.size() * kValveCells;
+    timersAt_ = inputsAt_ + static_cast<size_t>(model.inputs);
+    cells_ = timersAt_ + model.forbidden.size();
+    table_.assign(kTableSize, 0);
+    for (const TaskSteps& task : model.tasks) {
+      std::set<std::pair<int, int>>& writes = writes_.emplace_back();
+      for (const Step& step : task.steps) {
+        if (step.kind == StepKind::Out) writes.emplace(step.signal, step.level);
+      }
+    }
+  }
+
+  Found Run() {
+    Begin();
+    for (size_t state = 0; state < parents_.size(); ++state) {
+      if (IsFull()) {
+        found_.isComplete = false;
+        break;
+      }
+      Expand(state);
+    }
+    return found_;
+  }
+
+  std::vector<Done> WayTo(size_t state) const {
+    std::vector<Done> way;
+    for (; state != 0; state = parents_[state].first) {
+      const int doer = parents_[state].second;
+      if (doer == kNobody) continue;
+      const std::int32_t* before = &arena_[parents_[state].first * cells_];
+      way.emplace_back(doer, doer == kEnterKey ? 0 : before[Cell(doer, kAt)]);
+    }
+    std::reverse(way.begin(), way.end());
+    return way;
+  }
+
+ private:
+  static constexpr size_t kTableSize = size_t{1} << 18;
+  using State = std::vector<std::int32_t>;
+
+  static size_t Cell(int task, TaskCell cell) {
+    return static_cast<size_t>(task) * kTaskCells + static_cast<size_t>(cell);
+  }
+  size_t Cell(size_t valve, ValveCell cell) const { return valvesAt_ + valve * kValveCells + cell; }
+  size_t OutputCell(int output) const { return outputsAt_ + static_cast<size_t>(output); }
+  size_t InputCell(int input) const { return inputsAt_ + static_cast<size_t>(input); }
+  int TaskCount() const { return static_cast<int>(model_.tasks.size()); }
+  const TaskSteps& TaskOf(int task) const { return model_.tasks[static_cast<size_t>(task)]; }
+  const Step& StepAt(int task, int step) const { return TaskOf(task).steps[static_cast<size_t>(step)]; }
+  bool IsFull() const {
+    return parents_.size() >= kMaxStates || parents_.size() * cells_ >= kMaxCells || looked_ >= kMaxLooked;
+  }
+
+  void Begin() {
+    State state(cells_, 0);
+    for (int task = 0; task < TaskCount(); ++task) {
+      state[Cell(task, kPauseOf)] = kFirstPause;
+      state[Cell(task, kCaller)] = kNoCall;
+      GoTo(&state, task, TaskOf(task).reset, 0);
+    }
+    std::fill_n(state.begin() + static_cast<std::ptrdiff_t>(inputsAt_), model_.inputs, kUnknown);
+    Add(state, 0, kNobody);
+  }
+
+  // The state that is reached when this task, kNobody or kEnterKey has done something.
+  void Add(const State& state, size_t parent, int doer) {
+    const std::string_view bytes(reinterpret_cast<const char*>(state.data()), state.size() * sizeof state[0]);
+    for (size_t slot = std::hash<std::string_view>()(bytes);; ++slot) {
+      std::uint32_t& entry = table_[slot % kTableSize];
+      if (entry == 0) {
+        entry = static_cast<std::uint32_t>(parents_.size() + 1);
+        break;
+      }
+      if (std::equal(state.begin(), state.end(), &arena_[(entry - 1) * cells_])) return;
+    }
+    arena_.insert(arena_.end(), state.begin(), state.end());
+    parents_.emplace_back(parent, doer);
+  }
+
+  bool SensorLevel(const State& state, int sensor) const {
+    for (size_t i = 0; i < valves_.size(); ++i) {
+      if (valves_[i].sensor == sensor && state[Cell(i, kLevel)] != 0) return true;
+    }
+    return false;
+  }
+
+  // The level that the sensor comes to when no output changes any more.
+  bool LastLevel(const State& state, int sensor) const {
+    const std::vector<ValveOutput>& valves = model_.sensors[static_cast<size_t>(sensor)].valves;
+    return std::any_of(valves.begin(), valves.end(),
+                       [&](const ValveOutput& valve) { return state[OutputCell(valve.output)] != 0; });
+  }
+
+  bool CanGoOn(const State& state, int task) const {
+    const int at = state[Cell(task, kAt)];
+    if (at < 0 || state[Cell(task, kDue)] != 0) return false;
+    const Step& step = StepAt(task, at);
+    switch (step.kind) {
+      case StepKind::WaitSensor:
+        return SensorLevel(state, step.signal) == (step.level != 0);
+      case StepKind::WaitInput:
+        return HasLevel(state, step);
+      case StepKind::WaitForever:
+        return false;
+      case StepKind::Pass:
+      case StepKind::Out:
+      case StepKind::WaitMove:
+      case StepKind::AskSensor:
+      case StepKind::AskInput:
+      case StepKind::Pause:
+      case StepKind::SetPause:
+      case StepKind::Call:
+      case StepKind::End:
+      case StepKind::Exit:
+        return true;
+    }
+    return true;
+  }
+
+  // Whether an input is known to have the level that a line waits for.
+  bool HasLevel(const State& state, const Step& step) const {
+    return step.signal != kNotKept && state[InputCell(step.signal)] == step.level;
+  }
+
+  // Whether it makes no difference to another task when the line is executed.
+  bool IsOwn(const State& state, int task) const {
+    const StepKind kind = StepAt(task, state[Cell(task, kAt)]).kind;
+    return kind != StepKind::Out && kind != StepKind::WaitSensor && kind != StepKind::AskSensor;
+  }
+
+  void Expand(size_t index) {
+    const auto begin = arena_.begin() + static_cast<std::ptrdiff_t>(index * cells_);
+    const State state(begin, begin + static_cast<std::ptrdiff_t>(cells_));
+    std::vector<int> ready;
+    for (int task = 0; task < TaskCount(); ++task) {
+      if (!CanGoOn(state, task)) continue;
+      if (IsOwn(state, task)) return Execute(state, index, task);
+      ready.push_back(task);
+    }
+    for (const int task : ready) Execute(state, index, task);
+    if (ready.empty()) ExpandQuiet(state, index);
+  }
+
+  // Nothing happens in this moment: people act, or time passes.
+  void ExpandQuiet(const State& state, size_t index) {
+    FindLocks(state, index);
+    FindTogether(state, index);
+    bool isIdle = true;
+    for (int task = 0; task < TaskCount(); ++task) {
+      const int at = state[Cell(task, kAt)];
+      isIdle = isIdle && at == kIdle;
+      if (at < 0 || state[Cell(task, kDue)] != 0 || StepAt(task, at).kind != StepKind::WaitInput) continue;
+      State next = state;
+      SetInput(&next, StepAt(task, at).signal, StepAt(task, at).level);
+      Execute(next, index, task);
+    }
+    if (isIdle) PressEnter(state, index);
+    PassTime(state, index);
+  }
+
+  void PressEnter(const State& state, size_t index) {
+    State next = state;
+    for (int task = 0; task < TaskCount(); ++task) GoTo(&next, task, TaskOf(task).flow, 0);
+    Add(next, index, kEnterKey);
+  }
+
+  void PassTime(const State& state, size_t index) {
+    int step = 0;
+    const auto take = [&](int millis) {
+      if (millis > 0 && (step == 0 || millis < step)) step = millis;
+    };
+    for (int task = 0; task < TaskCount(); ++task) take(state[Cell(task, kDue)]);
+    for (size_t i = 0; i < valves_.size(); ++i) take(state[Cell(i, kTimer)]);
+    for (size_t i = 0; i < model_.forbidden.size(); ++i) {
+      if (Holds(state, model_.forbidden[i])) take(model_.forbidden[i].forMillis - state[timersAt_ + i]);
+    }
+    if (step == 0) return;
+    State next = state;
+    const auto pass = [&](size_t cell) { next[cell] = std::max(0, next[cell] - step); };
+    for (int task = 0; task < TaskCount(); ++task) pass(Cell(task, kDue));
+    for (size_t i = 0; i < valves_.size(); ++i) {
+      if (next[Cell(i, kTimer)] == 0) continue;
+      pass(Cell(i, kTimer));
+      if (next[Cell(i, kTimer)] == 0) next[Cell(i, kLevel)] = next[OutputCell(valves_[i].of.output)];
+    }
+    for (size_t i = 0; i < model_.forbidden.size(); ++i) {
+      std::int32_t& timer = next[timersAt_ + i];
+      timer = Holds(state, model_.forbidden[i]) ? std::min(model_.forbidden[i].forMillis, timer + step) : 0;
+    }
+    Add(next, index, kNobody);
+  }
+
+  // Leads the task to a line, which it comes to after a pause.
+  void GoTo(State* state, int task, int at, int pause) const {
+    (*state)[Cell(task, kAt)] = at;
+    (*state)[Cell(task, kDue)] = 0;
+    if (at < 0) return;
+    const Step& step = StepAt(task, at);
+    const bool isOpen =
+        step.kind == StepKind::WaitMove || (step.kind == StepKind::WaitInput && !HasLevel(*state, step));
+    (*state)[Cell(task, kDue)] = pause + (isOpen ? least_ : 0);
+  }
+
+  // Executes the line at which the task is. A line without a pause takes a millisecond.
+  void Execute(const State& state, size_t index, int task) {
+    State next = state;
+    const Step& step = StepAt(task, state[Cell(task, kAt)]);
+    std::int32_t& caller = next[Cell(task, kCaller)];
+    int pause = std::max(1, state[Cell(task, kPauseOf)]);
+    int to = step.next;
+    switch (step.kind) {
+      case StepKind::Out:
+        Switch(&next, step.signal, step.level);
+        break;
+      case StepKind::Pause:
+        pause += std::max(0, step.level);
+        break;
+      case StepKind::SetPause:
+        if (step.level >= 0) next[Cell(task, kPauseOf)] = step.level;
+        pause = std::max(1, next[Cell(task, kPauseOf)]);
+        break;
+      case StepKind::Call:
+        return Call(&next, index, task, step.first);
+      case StepKind::AskSensor: {
+        const bool isLevel = (SensorLevel(state, step.signal) ? 1 : 0) == step.level;
+        return Call(&next, index, task, isLevel ? step.first : step.second);
+      }
+      case StepKind::AskInput:
+        return Ask(state, index, task);
+      case StepKind::End:
+        pause = kEndPause;
+        to = caller != kNoCall ? caller : FirstOfMain(task, step);
+        caller = kNoCall;
+        break;
+      case StepKind::Exit:
+        if (caller == kNoCall) to = kIdle;
+        if (caller != kNoCall) caller = kIdle;
+        break;
+      case StepKind::Pass:
+      case StepKind::WaitSensor:
+      case StepKind::WaitInput:
+      case StepKind::WaitMove:
+      case StepKind::WaitForever:
+        break;
+    }
+    GoTo(&next, task, to, pause);
+    Add(next, index, task);
+  }
+
+  int FirstOfMain(int task, const Step& step) const {
+    return step.program->name == kResetProgram ? TaskOf(task).reset : TaskOf(task).flow;
+  }
+
+  void SetInput(State* state, int input, int level) const {
+    if (input != kNotKept) (*state)[InputCell(input)] = level;
+  }
+
+  // An input that was not read before has either level.
+  void Ask(const State& state, size_t index, int task) {
+    const Step& step = StepAt(task, state[Cell(task, kAt)]);
+    for (const int level : {0, 1}) {
+      const int known = step.signal == kNotKept ? kUnknown : state[InputCell(step.signal)];
+      if (known != kUnknown && known != level) continue;
+      State next = state;
+      SetInput(&next, step.signal, level);
+      Call(&next, index, task, level == step.level ? step.first : step.second);
+    }
+  }
+
+  void Call(State* next, size_t index, int task, int block) {
+    const Step& step = StepAt(task, (*next)[Cell(task, kAt)]);
+    std::int32_t& caller = (*next)[Cell(task, kCaller)];
+    const int pause = std::max(1, (*next)[Cell(task, kPauseOf)]);
+    const bool isInBlock = caller != kNoCall;
+    if (block == kNoCall || (block == kMissing && !isInBlock)) {
+      GoTo(next, task, step.next, pause);
+    } else if (block == kMissing) {
+      GoTo(next, task, kStuck, 0);
+    } else {
+      if (!isInBlock) caller = step.next;
+      GoTo(next, task, block, 1);
+    }
+    Add(*next, index, task);
+  }
+
+  void Switch(State* state, int output, int level) const {
+    (*state)[OutputCell(output)] = level;
+    for (size_t i = 0; i < valves_.size(); ++i) {
+      if (valves_[i].of.output != output) continue;
+      std::int32_t& timer = (*state)[Cell(i, kTimer)];
+      std::int32_t& now = (*state)[Cell(i, kLevel)];
+      const int delay = level != 0 ? valves_[i].of.onDelay : valves_[i].of.offDelay;
+      if (now == level) {
+        timer = 0;
+      } else if (delay == 0) {
+        now = level;
+      } else if (timer == 0) {
+        timer = delay;
+      }
+    }
+  }
+
+  bool Holds(const State& state, const Forbidden& forbidden) const {
+    return std::all_of(forbidden.literals.begin(), forbidden.literals.end(), [&](const Literal& literal) {
+      const bool level =
+          literal.isSensor ? SensorLevel(state, literal.signal) : state[OutputCell(literal.signal)] != 0;
+      return level == (literal.level != 0);
+    });
+  }
+
+  void FindTogether(const State& state, size_t index) {
+    for (size_t i = 0; i < model_.forbidden.size(); ++i) {
+      const Forbidden& forbidden = model_.forbidden[i];
+      if (Holds(state, forbidden) && state[timersAt_ + i] >= forbidden.forMillis)
+        found_.together.emplace(i, index);
+    }
+  }
+
+  // Whether what may be switched gives what a wait is for.
+  bool CanGive(const State& state, const Wait& wait, const Switched& switched) const {
+    const Step& step = StepAt(wait.first, wait.second);
+    const auto writes = [&](const ValveOutput& valve) { return switched.Has(valve.output, step.level); };
+    const std::vector<ValveOutput>& valves = model_.sensors[static_cast<size_t>(step.signal)].valves;
+    if (step.level != 0) return std::any_of(valves.begin(), valves.end(), writes);
+    return std::all_of(valves.begin(), valves.end(), [&](const ValveOutput& valve) {
+      return state[OutputCell(valve.output)] == 0 || writes(valve);
+    });
+  }
+
+  bool IsWaiting(const std::vector<Wait>& waits, int task) const {
+    return std::any_of(waits.begin(), waits.end(), [&](const Wait& wait) { return wait.first == task; });
+  }
+
+  // What all tasks but one switch in any of their lines.
+  Switched SwitchedByOthers(int task) const {
+    Switched switched(model_.outputs.size());
+    for (int other = 0; other < TaskCount(); ++other) {
+      if (other == task) continue;
+      for (const auto& [output, level] : writes_[static_cast<size_t>(other)]) switched.Add(output, level);
+    }
+    return switched;
+  }
+
+  // The sensors that stand at the level that their outputs ask for.
+  std::vector<bool> SettledSensors(const State& state) const {
+    std::vector<bool> settled(model_.sensors.size());
+    for (size_t i = 0; i < settled.size(); ++i) {
+      const int sensor = static_cast<int>(i);
+      settled[i] = SensorLevel(state, sensor) == LastLevel(state, sensor);
+    }
+    for (size_t i = 0; i < valves_.size(); ++i) {
+      if (state[Cell(i, kTimer)] != 0) settled[static_cast<size_t>(valves_[i].sensor)] = false;
+    }
+    return settled;
+  }
+
+  // What the tasks that do not wait may switch from where they are while the others stay in their waits: a
+  // sensor whose outputs none of them switches keeps its level.
+  Switched SwitchedWithout(const State& state, const std::vector<Wait>& waits) {
+    std::vector<bool> fixed = SettledSensors(state);
+    for (;;) {
+      Switched switched(model_.outputs.size());
+      for (int task = 0; task < TaskCount(); ++task) {
+        if (!IsWaiting(waits, task)) Reach(state, task, fixed, &switched);
+      }
+      bool isNew = false;
+      for (size_t i = 0; i < fixed.size(); ++i) {
+        const bool moves = std::any_of(
+            model_.sensors[i].valves.begin(), model_.sensors[i].valves.end(), [&](const ValveOutput& valve) {
+              return switched.Has(valve.output, state[OutputCell(valve.output)] == 0 ? 1 : 0);
+            });
+        if (!fixed[i] || !moves) continue;
+        fixed[i] = false;
+        isNew = true;
+      }
+      if (!isNew) return switched;
+    }
+  }
+
+  // All lines that a task may come to, Enter pressed or not.
+  void Reach(const State& state, int task, const std::vector<bool>& fixed, Switched* switched) {
+    std::set<Place> seen;
+    std::vector<Place> open = {{state[Cell(task, kAt)], state[Cell(task, kCaller)]},
+                               {TaskOf(task).flow, kNoCall}};
+    while (!open.empty()) {
+      const Place place = open.back();
+      open.pop_back();
+      if (place.at < 0 || !seen.insert(place).second) continue;
+      ++looked_;
+      const Step& step = StepAt(task, place.at);
+      if (step.kind == StepKind::Out) switched->Add(step.signal, step.level);
+      AddNext(state, task, place, fixed, &open);
+    }
+  }
+
+  void AddNext(const State& state, int task, const Place& place, const std::vector<bool>& fixed,
+               std::vector<Place>* open) const {
+    const Step& step = StepAt(task, place.at);
+    const bool isInBlock = place.caller != kNoCall;
+    const auto call = [&](int block) {
+      if (block == kNoCall || (block == kMissing && !isInBlock))
+        open->push_back({step.next, place.caller});
+      else
+        open->push_back({block, isInBlock ? place.caller : step.next});
+    };
+    const bool isFixed = (step.kind == StepKind::WaitSensor || step.kind == StepKind::AskSensor) &&
+                         fixed[static_cast<size_t>(step.signal)];
+    const bool isLevel = isFixed && (LastLevel(state, step.signal) ? 1 : 0) == step.level;
+    switch (step.kind) {
+      case StepKind::WaitForever:
+        return;
+      case StepKind::WaitSensor:
+        if (!isFixed || isLevel) open->push_back({step.next, place.caller});
+        return;
+      case StepKind::AskSensor:
+      case StepKind::AskInput:
+        if (!isFixed || isLevel) call(step.first);
+        if (!isFixed || !isLevel) call(step.second);
+        return;
+      case StepKind::Call:
+        return call(step.first);
+      case StepKind::End:
+        open->push_back({isInBlock ? place.caller : FirstOfMain(task, step), kNoCall});
+        return;
+      case StepKind::Exit:
+        if (isInBlock) open->push_back({step.next, kIdle});
+        return;
+      case StepKind::Pass:
+      case StepKind::Out:
+      case StepKind::WaitInput:
+      case StepKind::WaitMove:
+      case StepKind::Pause:
+      case StepKind::SetPause:
+        open->push_back({step.next, place.caller});
+        return;
+    }
+  }
+
+  std::vector<Wait> UnmetWaits(const State& state) const {
+    std::vector<Wait> waits;
+    for (int task = 0; task < TaskCount(); ++task) {
+      const int at = state[Cell(task, kAt)];
+      if (at < 0 || state[Cell(task, kDue)] != 0 || StepAt(task, at).kind != StepKind::WaitSensor) continue;
+      const Step& step = StepAt(task, at);
+      if (LastLevel(state, step.signal) != (step.level != 0)) waits.emplace_back(task, at);
+    }
+    return waits;
+  }
+
+  void FindLocks(const State& state, size_t index) {
+    std::vector<Wait> waits = UnmetWaits(state);
+    bool isAlone = false;
+    for (const Wait& wait : waits) {
+      if (CanGive(state, wait, SwitchedByOthers(wait.first))) continue;
+      isAlone = true;
+      found_.locks.emplace(std::vector<Wait>{wait}, FoundLock{true, index});
+    }
+    if (isAlone) return;
+    while (!waits.empty()) {
+      const Switched switched = SwitchedWithout(state, waits);
+      const size_t before = waits.size();
+      waits.erase(std::remove_if(waits.begin(), waits.end(),
+                                 [&](const Wait& wait) { return CanGive(state, wait, switched); }),
+                  waits.end());
+      if (before == waits.size()) break;
+    }
+    if (!waits.empty()) found_.locks.emplace(waits, FoundLock{false, index});
+  }
+
+  const SearchModel& model_;
+  const int least_;
+  std::vector<Valve> valves_;
+  std::vector<std::set<std::pair<int, int>>> writes_;  // by task: output and level
+  size_t outputsAt_ = 0;
+  size_t valvesAt_ = 0;
+  size_t inputsAt_ = 0;
+  size_t timersAt_ = 0;
+  size_t cells_ = 0;
+  std::vector<std::int32_t> arena_;              // the cells of all states
+  std::vector<std::pair<size_t, int>> parents_;  // by state: the one before it, and who did something
+  std::vector<std::uint32_t> table_;             // number of a state, counted from 1
+  size_t looked_ = 0;
+  Found found_;
+};
+
+// A wait that nothing ends makes others wait; of waits that lock each other all sides are told.
+void LeaveOutConsequences(std::vector<Lock>* locks) {
+  const bool isAlone =
+      std::any_of(locks->begin(), locks->end(), [](const Lock& lock) { return lock.isAlone; });
+  const std::vector<Lock> all = *locks;
+  const auto isConsequence = [&](const Lock& lock) {
+    if (isAlone) return !lock.isAlone;
+    return std::any_of(all.begin(), all.end(), [&](const Lock& other) {
+      return other.waits.size() > lock.waits.size() &&
+             std::includes(other.waits.begin(), other.waits.end(), lock.waits.begin(), lock.waits.end());
+    });
+  };
+  locks->erase(std::remove_if(locks->begin(), locks->end(), isConsequence), locks->end());
+}
+
+}  // namespace
+
+SearchResult SearchStates(const SearchModel& model) {
+  Search quick(model, kQuick);
+  const Found first = quick.Run();
+  SearchResult result;
+  result.isComplete = first.isComplete;
+  if (first.locks.empty() && first.together.empty()) return result;
+  const Found second = Search(model, kSlow).Run();
+  result.isComplete = first.isComplete && second.isComplete;
+  for (const auto& [waits, lock] : first.locks) {
+    if (second.locks.count(waits) > 0) result.locks.push_back({waits, lock.isAlone, quick.WayTo(lock.state)});
+  }
+  LeaveOutConsequences(&result.locks);
+  for (const auto& [forbidden, state] : first.together) {
+    if (second.together.count(forbidden) > 0) result.together.push_back({forbidden, quick.WayTo(state)});
+  }
+  return result;
+}
+
+}  // namespace check
