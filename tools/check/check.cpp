@@ -58,7 +58,7 @@ std::optional<std::vector<Finding>> CheckDirectory(const fs::path& directory, co
   CheckPrograms(tree, &report);
   CheckTasks(tree, &report);
   CheckSharedOutputs(tree, &report);
-  CheckConf(directory, &report);
+  CheckConf(tree, &report);
   return report.Sorted();
 }
 

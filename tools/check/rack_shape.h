@@ -1,4 +1,4 @@
-// What the checker must know of a rack: the rows of the card table and the number of tasks.
+// What the checker must know of a rack: the rows of the card table, the CPU card's switches, the signals.
 #pragma once
 
 #include <optional>
@@ -11,7 +11,9 @@ namespace check {
 
 struct RackShape {
   std::vector<const rack::CardCommands*> entries;
-  int tasks = 0;  // 0: not known
+  int tasks = 0;  // the switch of the CPU card
+  bool hasDevice = true;
+  int functionPort = 0;  // of the function keys; 0: there is none
 };
 
 // Nothing when the rack file is wrong; error says why.

@@ -57,13 +57,15 @@ enum class RuleId {
   IdleIf,
   BusyWait,
   LongPause,
+  KeyPort,
   Count  // behind the last one
 };
 
 enum class Severity { Error, Warning };
 
 // Examples are program lines of a task's FLOW.PLC; one with lines "== path" is a whole machine, each such line
-// followed by the content of that file. Entries 0 to 4 of the card table: CPU, I/O, stepper, cylinder, servo.
+// followed by the content of that file. Unless it has a rack.toml of its own, entries 0 to 4 of the card table are
+// CPU, I/O, stepper, cylinder, servo.
 // "(N more characters)" stands for as many.
 struct Rule {
   RuleId id;

@@ -27,6 +27,6 @@ void CheckMotion(const ProgramTree& tree, const Task& task, Report* report);
 void CheckTasks(const ProgramTree& tree, Report* report);
 void CheckSharedOutputs(const ProgramTree& tree, Report* report);
 // The configuration file.
-void CheckConf(const std::filesystem::path& directory, Report* report);
+void CheckConf(const ProgramTree& tree, Report* report);
 
 }  // namespace check
