@@ -245,6 +245,9 @@ TEST(RulesSeenAlone, ConfigurationThatIsNotReadOrOutOfRange) {
       {"conf-unread", flow + "[UDP]\t\nPort=8000", 2017},
       {"conf-unread", flow + "[UDP]\r\nPort=8000", 2017},
       {"conf-unread", flow + "[UDP]\nPlace=1\n[TCP]\n[UDP]\nPort=8000", 2017},
+      {"conf-unread", flow + "[UDP] Port=8000", 2017},
+      {"conf-unread", flow + "[UDP]\nPort:8000", 2017},
+      {"conf-unread", flow + "[KEYPAD]\nPort=8000", 2017},
       {"conf-port", WrongExample("conf-port"), 14464},
       {"conf-port", flow + "[UDP]\nPort=80000\n[KEYPAD]\nFunctionPort=300", 14464},
   };
@@ -270,12 +273,47 @@ TEST(RulesSeenAlone, ConfigurationThatIsNotReadOrOutOfRange) {
   }
 }
 
+TEST(RulesSeenAlone, FunctionKeysAtAnotherPortAreNotSeen) {
+  const struct {
+    const char* conf;
+    const char* bus;  // what is read for the function keys
+  } rows[] = {{"[KEYPAD]\nFunctionPort=11\n", "#0 11>FF #0 2>00 "}, {"", "#0 2>00 #0 2>00 "}};
+  constexpr int kCancelKey = 1;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.conf);
+    TestMachine machine;
+    machine.Write("rack.toml", "[rack]\nfunction_port = 12\n");
+    machine.Write("Velmo.conf", "[UDP]\nPort=" + std::to_string(FreePort()) + "\n" + row.conf);
+    machine.Write("plc1/RESET.PLC", "EXIT\n");
+    machine.Write("plc1/FLOW.PLC", "DLY: 100\nEND\n");
+    ExpectFinding(machine, "key-port", {"Velmo.conf"});
+    machine.StartUntil("CmdIdx: EXIT");
+    machine.HoldFunctionKeys(kCancelKey, 150);
+    machine.AwaitPolls();
+    EXPECT_THAT(machine.Bus(0), HasSubstr(row.bus));
+    EXPECT_EQ(machine.LinesWith("PLCKey: KeyPad"), "");
+  }
+}
+
+TEST(RulesSeenAlone, NoTaskRunsWithoutACountOrADevice) {
+  for (const char* rack : {"[rack]\ntask_count = 0\n", "[rack]\ndevice = \"none\"\n"}) {
+    SCOPED_TRACE(rack);
+    TestMachine machine(rack);
+    machine.Write("plc1/RESET.PLC", "EXIT\n");
+    machine.Write("plc1/FLOW.PLC", "DLY: 100\nEND\n");
+    ExpectFinding(machine, "idle-directory", {"plc1"});
+    machine.Start();
+    machine.WaitForConsole("GlobeHKey Task Load\n");
+    EXPECT_EQ(machine.LinesWith("PLC1: "), "");
+  }
+}
+
 TEST(RulesSeenTable, HasEveryRule) {
   std::vector<std::string> seen = {
-      "busy-loop",      "busy-wait",   "long-delay",
-      "long-pause",     "conf-unread", "conf-port",  // in the tests above
-      "unknown-ignore",                              // concerns the checker alone
-      "rack-file",                                   // no controller is started
+      "busy-loop",      "busy-wait", "long-delay", "long-pause",
+      "conf-unread",    "conf-port", "key-port",  // in the tests above
+      "unknown-ignore",                           // concerns the checker alone
+      "rack-file",                                // no controller is started
   };
   for (const Group& group : Groups()) {
     for (const Row& row : group.rows) seen.push_back(row.rule);

@@ -117,7 +117,7 @@ bool CheckMachine(const fs::path& directory, const std::string& rackFile, Subjec
   CheckSharedOutputs(tree, &report);
   CheckAxes(tree, &report);
   CheckTogether(tree, &report, &subject->notes);
-  CheckConf(directory, &report);
+  CheckConf(tree, &report);
   subject->findings = report.Sorted();
   return true;
 }

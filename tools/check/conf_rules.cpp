@@ -32,6 +32,8 @@ constexpr ConfItem kItems[] = {
     {"[UDP]", "Port", 1, 65535},
     {"[KEYPAD]", "FunctionPort", 9, 255},
 };
+constexpr const ConfItem& kKeyPort = kItems[1];
+constexpr std::string_view kLetters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
 
 bool SameWord(const std::string& a, const std::string& b) {
   return stricmp(a.c_str(), b.c_str()) == 0;
@@ -54,9 +56,17 @@ const ConfItem* FindItem(Same same) {
   return row == std::end(kItems) ? nullptr : row;
 }
 
+// What the controller finds of an item; nothing when it finds none.
+std::optional<std::string> ValueOf(const std::string& path, const ConfItem& row) {
+  char value[MAXBUFFER + 100] = "";
+  if (ReadIni.GetField(path.c_str(), row.group, row.item, 0, value) != 0) return std::nullopt;
+  return value;
+}
+
 class ConfRules {
  public:
-  ConfRules(const std::string& path, Report* report) : path_(path), out_(*report) {}
+  ConfRules(const std::string& path, const std::optional<RackShape>& rack, Report* report)
+      : path_(path), rack_(rack), out_(*report) {}
 
   void Check() {
     std::istringstream lines(ReadWholeFile(path_));
@@ -90,13 +100,45 @@ class ConfRules {
     if (!trimmed.empty() && std::string_view("[<(").find(trimmed[0]) != std::string_view::npos) {
       return CheckGroup(line, trimmed, report);
     }
-    if (line.find('=') != line.npos) CheckItem(line);
+    if (line.find('=') != line.npos) return CheckItem(line);
+    CheckItemWithoutSign(trimmed);
+  }
+
+  // "FunctionPort:9": a word of an item with something else behind it.
+  void CheckItemWithoutSign(const std::string& trimmed) {
+    const size_t end = std::min(trimmed.size(), trimmed.find_first_not_of(kLetters));
+    const ConfItem* item =
+        FindItem([&](const ConfItem& row) { return SameWord(trimmed.substr(0, end), row.item); });
+    if (item != nullptr)
+      Unread(1, std::string("no \"=\" follows ") + item->item,
+             std::string("; write \"") + item->item + "=\"");
+  }
+
+  // "[UDP] Port=8000"
+  bool CheckTextBehindGroup(const std::string& line, const std::string& trimmed) {
+    const size_t end = trimmed.find(']');
+    if (end == trimmed.npos || end + 1 == trimmed.size()) return false;
+    const std::string name = trimmed.substr(0, end + 1);
+    const ConfItem* group = FindItem([&](const ConfItem& row) { return SameWord(name, row.group); });
+    if (group == nullptr) return false;
+    const size_t behind = trimmed.find_first_not_of(kBlanks, end + 1);
+    Unread(line.find(trimmed) + behind + 1, "text stands behind " + name + " in its line",
+           std::string("; \"") + trimmed.substr(behind) + "\" belongs in the next line");
+    return true;
+  }
+
+  // An item of another group; in a group that is not the controller's only when it finds the item nowhere.
+  void CheckStrayItem(const std::string& trimmed) {
+    const ConfItem* item = FindItem([&](const ConfItem& row) { return SameWord(trimmed, row.item); });
+    if (item == nullptr || item == group_ || (group_ == nullptr && ValueOf(path_, *item))) return;
+    Unread(1, trimmed + " does not belong to this group", std::string("; put it under ") + item->group);
   }
 
   void CheckGroup(const std::string& line, const std::string& trimmed, bool report) {
     group_ = FindItem([&](const ConfItem& row) { return SameWord(trimmed, row.group); });
     inGroup_ = true;
     isRead_ = false;
+    if (group_ == nullptr && CheckTextBehindGroup(line, trimmed)) return;
     if (group_ == nullptr) {
       std::string upper = trimmed;
       for (char& c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
@@ -124,9 +166,11 @@ class ConfRules {
         Unread(1, trimmed + " stands in no group", std::string("; put ") + item->group + " before it");
       return;
     }
+    CheckStrayItem(trimmed);
     if (!isRead_) return;
     const std::string item = group_->item;
     if (!SameWord(trimmed, item)) {
+      if (FindItem([&](const ConfItem& row) { return SameWord(trimmed, row.item); }) != nullptr) return;
       const std::string nearest = rack::Nearest(trimmed, {item});
       if (!nearest.empty())
         Unread(1, "\"" + trimmed + "\" is no item of " + group_->group, DidYouMean(nearest));
@@ -142,11 +186,10 @@ class ConfRules {
   }
 
   void CheckValue(size_t column) {
-    char value[MAXBUFFER + 100] = "";
-    const int result = ReadIni.GetField(path_.c_str(), group_->group, group_->item, 0, value);
-    if (result != 0) return Unread(column, std::string(group_->item) + " has no value");
-    const long long port = ToWideNumber(value);
-    if (port >= group_->lowest && port <= group_->highest) return;
+    const std::optional<std::string> value = ValueOf(path_, *group_);
+    if (!value) return Unread(column, std::string(group_->item) + " has no value");
+    const long long port = ToWideNumber(value->c_str());
+    if (port >= group_->lowest && port <= group_->highest) return CheckKeyPort(column, port);
     out_.Add(path_, number_, static_cast<int>(column), RuleId::ConfPort,
              std::string(group_->item) + " is read as " + std::to_string(port) +
                  ", which is no such port: the controller does not work with it; " +
@@ -154,7 +197,17 @@ class ConfRules {
                  " was probably meant");
   }
 
+  void CheckKeyPort(size_t column, long long port) {
+    if (group_ != &kKeyPort || !rack_ || rack_->functionPort == port) return;
+    const std::string there =
+        rack_->functionPort == 0 ? "has none" : "has them at port " + std::to_string(rack_->functionPort);
+    out_.Add(path_, number_, static_cast<int>(column), RuleId::KeyPort,
+             "the controller asks port " + std::to_string(port) +
+                 " for the function keys, but the rack file " + there + ": it sees none of them");
+  }
+
   const std::string path_;
+  const std::optional<RackShape>& rack_;
   Report& out_;
   int number_ = 0;
   const ConfItem* group_ = nullptr;  // of the line; null before the first and in an unknown one
@@ -164,12 +217,33 @@ class ConfRules {
   std::set<std::string> items_;
 };
 
+// Whether a line of the file has the item's name in it: what is wrong with it is then told there.
+bool Names(const std::string& text, const std::string& item) {
+  std::istringstream lines(text);
+  std::string line;
+  while (std::getline(lines, line)) {
+    for (size_t at = 0; at + item.size() <= line.size(); ++at) {
+      if (SameWord(line.substr(at, item.size()), item)) return true;
+    }
+  }
+  return false;
+}
+
 }  // namespace
 
-void CheckConf(const fs::path& directory, Report* report) {
+void CheckConf(const ProgramTree& tree, Report* report) {
+  const fs::path& directory = tree.directory;
   const std::vector<std::string> names = FileNames(directory);
+  const std::string path = (directory / kConfName).lexically_normal().string();
   const bool isThere = std::find(names.begin(), names.end(), kConfName) != names.end();
-  if (isThere) return ConfRules((directory / kConfName).lexically_normal().string(), report).Check();
+  if (isThere) ConfRules(path, tree.rack, report).Check();
+  if (!Names(isThere ? ReadWholeFile(path) : "", kKeyPort.item) && tree.rack &&
+      tree.rack->functionPort != 0) {
+    report->Add(isThere ? path : directory.string(), 1, 1, RuleId::KeyPort,
+                "the rack file has function keys at port " + std::to_string(tree.rack->functionPort) +
+                    ", but Velmo.conf names no " + kKeyPort.item + ": the controller never asks for them");
+  }
+  if (isThere) return;
   for (const std::string& name : names) {
     if (!SameWord(name, kConfName)) continue;
     report->Add((directory / name).lexically_normal().string(), 1, 1, RuleId::ConfUnread,

@@ -53,7 +53,10 @@ std::optional<RackShape> ReadRackShape(const std::string& path, std::vector<std:
   RackShape shape;
   shape.path = path;
   shape.file = read;
-  shape.tasks = setup->image.cards[0].cpu.taskCount;
+  const rack::CpuCardState& cpu = setup->image.cards[0].cpu;
+  shape.tasks = cpu.taskCount;
+  shape.functionPort = cpu.functionPort;
+  shape.hasDevice = setup->image.device != rack::DeviceName::None;
   for (std::uint32_t entry = 0; entry < setup->image.entryCount; ++entry) {
     const rack::CardKind kind = setup->image.cards[setup->image.entrySlot[entry]].kind;
     shape.entries.push_back(&rack::CommandsOf(kind));

@@ -1,4 +1,4 @@
-// What the checker must know of a rack: the rows of the card table and the number of tasks.
+// What the checker must know of a rack: the rows of the card table, the CPU card's switches, the signals.
 #pragma once
 
 #include <memory>
@@ -24,7 +24,9 @@ constexpr int kAnyChannel = -1;
 struct RackShape {
   std::vector<const rack::CardCommands*> entries;
   std::vector<AxisInput> axisInputs;
-  int tasks = 0;  // 0: not known
+  int tasks = 0;  // the switch of the CPU card
+  bool hasDevice = true;
+  int functionPort = 0;  // of the function keys; 0: there is none
   std::string path;
   std::shared_ptr<const rack::scenario::RackWithRules> file;  // all that it says
 };

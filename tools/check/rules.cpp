@@ -67,7 +67,8 @@ constexpr Rule kRules[] = {
      "== plc2/RESET.PLC\nEXIT\n== plc2/FLOW.PLC\nDLY: 100\nEND",
      "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nDLY: 100\nEND"},
     {RuleId::IdleDirectory, "idle-directory", kError, "no task runs the programs of this directory",
-     "Tasks are numbered 1 to 8, and only as many run as the CPU card's switch says; more than 8 start one.",
+     "Tasks are numbered 1 to 8, and only as many run as the CPU card's switch says (the rack file's task_count): none for\n"
+     "0, one for more than 8. Without the bus device (device = \"none\") none runs.",
      "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nDLY: 100\nEND\n== plc9/RESET.PLC\nEXIT",
      "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nDLY: 100\nEND"},
     {RuleId::NoSuchSlot, "no-such-slot", kError, "the card table has no such entry",
@@ -117,8 +118,9 @@ constexpr Rule kRules[] = {
      "is started anew before it has ended.",
      "OUT: 1, 3, 0\nMOT: 2, 0, 4000&20&1", "OUT: 1, 3, 0\nMOT: 2, 0, 4000&20&1\nLMOT: 2, 0,\nEND"},
     {RuleId::ConfUnread, "conf-unread", kError, "the controller does not find this line of Velmo.conf",
-     "A group's line is its name alone: no blank, tab or carriage return may follow. Nothing may stand between an item\n"
-     "and its \"=\". Only the first group of a name is read. What is not found counts as absent: the UDP port is 2017.",
+     "A group's line is its name alone: no blank, tab, carriage return or item may follow. An item belongs in its own\n"
+     "group, and nothing may stand between it and its \"=\". Only the first group of a name is read. What is not found\n"
+     "counts as absent: the UDP port is 2017.",
      "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nDLY: 100\nEND\n== Velmo.conf\n[UDP]\nPort = 8000",
      "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nDLY: 100\nEND\n== Velmo.conf\n[UDP]\nPort=8000"},
     {RuleId::ConfPort, "conf-port", kError, "a port of Velmo.conf that is out of range",
@@ -261,7 +263,7 @@ constexpr Rule kRules[] = {
     {RuleId::RowCount, "row-count", kError, "ROW with a negative count or 0",
      "The encoder has always counted that far: the wait is met at once. A count goes from 1 on and is met in either\n"
      "direction. 0 has its use right before ROCLR or LMOT of that channel, for ROW selects it.",
-     "MOT: 2, 0, 4000&20&0\nROW: 2, 0, -2000\nOUT: 1, 3, 1\nLMOT: 2, 0,\nOUT: 1, 3, 0\nEND",
+     "MOT: 2, 0, 4000&20&0\nROW: 2, 0, -2000\nOUT: 1, 3, 1\nLMOT: 2, 0,\nROCLR: 2, 0,\nOUT: 1, 3, 0\nEND",
      "MOT: 2, 0, 4000&20&0\nROW: 2, 0, 2000\nOUT: 1, 3, 1\nLMOT: 2, 0,\nROCLR: 2, 0,\nOUT: 1, 3, 0\nEND"},
     {RuleId::IdleIf, "idle-if", kWarning, "IF with NUL for both blocks",
      "The controller reads the input and goes on, whatever its level: nothing is ever called.",
@@ -317,6 +319,13 @@ constexpr Rule kRules[] = {
      "never_together = [\"spindle on\", \"clamped off\"]\n"
      "== plc1/RESET.PLC\nOUT: 1, 0, 0\nOUT: 1, 1, 0\nEXIT\n"
      "== plc1/FLOW.PLC\nOUT: 1, 1, 1\nLD: 1, 8, 1\nOUT: 1, 0, 1\nDLY: 300\nOUT: 1, 0, 0\nOUT: 1, 1, 0\nEND"},
+    {RuleId::KeyPort, "key-port", kWarning, "FunctionPort and the rack file's function_port differ",
+     "The controller asks for the function keys at the port that Velmo.conf names, and without one not at all. At another\n"
+     "port than that of the machine it reads no key: a task in step mode then stays where it has stopped.",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nDLY: 100\nEND\n== Velmo.conf\n[KEYPAD]\nFunctionPort=11\n"
+     "== rack.toml\n[rack]\nfunction_port = 12",
+     "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nDLY: 100\nEND\n== Velmo.conf\n[KEYPAD]\nFunctionPort=12\n"
+     "== rack.toml\n[rack]\nfunction_port = 12"},
 };
 // clang-format on
 

@@ -70,13 +70,15 @@ enum class RuleId {
   WaitNeverMet,
   OpposedOutputs,
   BrokenRule,
+  KeyPort,
   Count  // behind the last one
 };
 
 enum class Severity { Error, Warning };
 
 // Examples are program lines of a task's FLOW.PLC; one with lines "== path" is a whole machine, each such line
-// followed by the content of that file; of "rack.toml" that is what stands below the cards. Entries 0 to 4 of the card table: CPU, I/O, stepper, cylinder, servo.
+// followed by the content of that file. Entries 0 to 4 of the card table: CPU, I/O, stepper, cylinder, servo; a
+// "rack.toml" with [rack] or [slots] stands as it is, another one below these cards.
 // "(N more characters)" stands for as many.
 struct Rule {
   RuleId id;

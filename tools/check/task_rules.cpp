@@ -19,7 +19,8 @@ namespace {
 
 // How many tasks the controller starts.
 int TaskCount(const ProgramTree& tree) {
-  if (tree.rack && tree.rack->tasks > 0) return tree.rack->tasks > MAXPLCTASK ? 1 : tree.rack->tasks;
+  if (tree.rack && !tree.rack->hasDevice) return 0;
+  if (tree.rack) return tree.rack->tasks > MAXPLCTASK ? 1 : tree.rack->tasks;
   int highest = 1;
   for (const Task& task : tree.tasks) {
     if (task.number <= MAXPLCTASK) highest = std::max(highest, task.number);
@@ -29,6 +30,12 @@ int TaskCount(const ProgramTree& tree) {
 
 bool IsRun(const Task& task, int count) {
   return task.number >= 1 && task.number <= count;
+}
+
+std::string StartedTasks(const ProgramTree& tree, int count) {
+  if (count > 0) return "tasks 1 to " + std::to_string(count);
+  return tree.rack->hasDevice ? "none, for task_count is 0"
+                              : "none without the bus device (device = \"none\")";
 }
 
 // The name that differs from a missing one in letter case only.
@@ -120,7 +127,7 @@ void CheckTasks(const ProgramTree& tree, Report* report) {
       report->AddAboutDirectory(
           task.directory.lexically_normal().string(), FileAbout(task.directory, tree.directory),
           RuleId::IdleDirectory,
-          "no task runs these programs: the controller starts tasks 1 to " + std::to_string(count));
+          "no task runs these programs: the controller starts " + StartedTasks(tree, count));
       continue;
     }
     CheckFile(task, kResetProgram, RuleId::NoReset, "the task ends at the start", report);

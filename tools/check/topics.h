@@ -38,6 +38,6 @@ bool IsRun(const ProgramTree& tree, const Task& task);
 // is told when the search was not complete.
 void CheckTogether(const ProgramTree& tree, Report* report, std::vector<std::string>* notes);
 // The configuration file.
-void CheckConf(const std::filesystem::path& directory, Report* report);
+void CheckConf(const ProgramTree& tree, Report* report);
 
 }  // namespace check
