@@ -188,8 +188,8 @@ TEST(RackFileTest, RulesThatTheCheckerIgnoresAreNotedWithTheirPlace) {
   rack::RackNotes notes;
   ASSERT_TRUE(rack::ReadRackText(text, "rack.toml", *setup, errors, &notes));
   ASSERT_EQ(notes.ignored.size(), 2U);
-  EXPECT_EQ(notes.ignored[0].name, "long-delay");
-  EXPECT_EQ(notes.ignored[1].name, "lost-text");
+  EXPECT_EQ(notes.ignored[0].text, "long-delay");
+  EXPECT_EQ(notes.ignored[1].text, "lost-text");
   EXPECT_EQ(notes.ignored[1].line, 5U);
   EXPECT_EQ(notes.ignored[1].column, 3U);
   EXPECT_EQ(ErrorsOf(text), "");

@@ -13,7 +13,7 @@ namespace {
 
 class AxisRules {
  public:
-  AxisRules(const ProgramTree& tree, Report* report) : tree_(tree), table_(tree), out_(*report) {}
+  AxisRules(const ProgramTree& tree, Report* report) : table_(tree), out_(*report) {}
 
   void Check() {
     for (int axis = 0; axis < static_cast<int>(table_.Axes().size()); ++axis) {
@@ -112,7 +112,6 @@ class AxisRules {
     return nullptr;
   }
 
-  const ProgramTree& tree_;
   const MotionTable table_;
   Report& out_;
 };

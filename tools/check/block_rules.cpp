@@ -32,8 +32,9 @@ class BlockRules {
               : "the calls in it replace it, and its END returns behind this call";
       const std::string meant = block.name == kFlowProgram ? "; the Enter key starts production"
                                                            : "; the minus key starts the reset program";
-      out_.Add(program, line, block.column, RuleId::MainAsBlock,
-               block.name + " is called as a block: " + effect + meant);
+      std::string message = block.name;
+      message.append(" is called as a block: ").append(effect).append(meant);
+      out_.Add(program, line, block.column, RuleId::MainAsBlock, message);
     }
   }
 
