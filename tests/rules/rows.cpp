@@ -681,15 +681,56 @@ Group BrokenRule() {
   return {"BrokenRule", {{"broken-rule", nullptr, Then::Own, "", nullptr, TurnsUnclamped}}};
 }
 
+// The output was off before production, and is on since the first round.
+void ChangesInTheFirstRoundOnly(TestMachine& machine, int task) {
+  EXPECT_TRUE(machine.Await([&] { return CountOf(machine.Log(task), Flow("OUT", 1, 3, "1")) >= 3; }));
+  EXPECT_EQ(LevelsOf(machine, kIoSlot, 3), "1");
+}
+
+void StaysOnBehindTheReset(TestMachine& machine, int task) {
+  const int resets = CountOf(machine.Log(task), Line("EXIT", 1, -1, ""));
+  EXPECT_TRUE(machine.Await([&] {
+    machine.Press(kDec);
+    return CountOf(machine.Log(task), Line("EXIT", 1, -1, "")) > resets;
+  }));
+  EXPECT_EQ(LevelsOf(machine, kIoSlot, 5), "1");
+}
+
+Group Outputs() {
+  return {"Outputs",
+          {
+              {"output-left-on", nullptr, Then::Own, "", nullptr, ChangesInTheFirstRoundOnly},
+              {"output-not-reset",
+               "== plc1/RESET.PLC\nOUT: 1, 4, 0\nEXIT\n== plc1/FLOW.PLC\nOUT: 1, 5, 1\nLD: 1, 1, 1\n"
+               "OUT: 1, 5, 0\nEND",
+               Then::Own, "", nullptr, StaysOnBehindTheReset},
+          }};
+}
+
 }  // namespace
 
 const std::vector<Group>& Groups() {
-  static const std::vector<Group> groups = {SkippedLines(),       LooksOtherwise(), NumbersAndTexts(),
-                                            LabelsAndBlocks(),    FilesAndEnds(),   SlotsAndChannels(),
-                                            CardsAndParameters(), Values(),         MotionAndKeys(),
-                                            TasksAndTheirCards(), WaitsAndMoves(),  CountsAndTasks(),
-                                            CardsOfTwoTasks(),    WaysOfAProgram(), FirstLinesAndBlocks(),
-                                            CountsAndBranches(),  Blocks(),         Lock(),
-                                            NeverMet(),           Opposed(),        BrokenRule()};
+  static const std::vector<Group> groups = {SkippedLines(),
+                                            LooksOtherwise(),
+                                            NumbersAndTexts(),
+                                            LabelsAndBlocks(),
+                                            FilesAndEnds(),
+                                            SlotsAndChannels(),
+                                            CardsAndParameters(),
+                                            Values(),
+                                            MotionAndKeys(),
+                                            TasksAndTheirCards(),
+                                            WaitsAndMoves(),
+                                            CountsAndTasks(),
+                                            CardsOfTwoTasks(),
+                                            WaysOfAProgram(),
+                                            FirstLinesAndBlocks(),
+                                            CountsAndBranches(),
+                                            Blocks(),
+                                            Lock(),
+                                            NeverMet(),
+                                            Opposed(),
+                                            BrokenRule(),
+                                            Outputs()};
   return groups;
 }

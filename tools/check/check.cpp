@@ -115,6 +115,7 @@ bool CheckMachine(const fs::path& directory, const std::string& rackFile, Subjec
   CheckPrograms(tree, &report);
   CheckTasks(tree, &report);
   CheckSharedOutputs(tree, &report);
+  CheckOutputsLeftOn(tree, &report);
   CheckAxes(tree, &report);
   CheckTogether(tree, &report, &subject->notes);
   CheckConf(tree, &report);

@@ -326,6 +326,19 @@ constexpr Rule kRules[] = {
      "== rack.toml\n[rack]\nfunction_port = 12",
      "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nDLY: 100\nEND\n== Velmo.conf\n[KEYPAD]\nFunctionPort=12\n"
      "== rack.toml\n[rack]\nfunction_port = 12"},
+    {RuleId::OutputLeftOn, "output-left-on", kWarning, "an output is switched on in each round of production and never off",
+     "The first round switches it on, and in all others the line changes nothing: what waits for its effect is met at\n"
+     "once. What is to stay on stands ahead of the round, or at the beginning of a program that END repeats. A block that\n"
+     "IF calls is looked at when it waits or pauses behind the line; else the output may be a message until the reset. A\n"
+     "machine whose reset programs neither write nor move anything is not looked at.",
+     "== plc1/RESET.PLC\nOUT: 1, 3, 0\nEXIT\n== plc1/FLOW.PLC\n#LE: 1\nLD: 1, 0, 1\nOUT: 1, 3, 1\nDLY: 200\nGO: 1",
+     "== plc1/RESET.PLC\nOUT: 1, 3, 0\nEXIT\n== plc1/FLOW.PLC\n#LE: 1\nLD: 1, 0, 1\nOUT: 1, 3, 1\nDLY: 200\nOUT: 1, 3, 0\nGO: 1"},
+    {RuleId::OutputNotReset, "output-not-reset", kWarning,
+     "an output that production switches on and no reset program writes",
+     "No key switches an output off. When the minus key ends production while it is on, it stays on, also over a restart\n"
+     "of the controller. A machine whose reset programs neither write nor move anything is not looked at.",
+     "== plc1/RESET.PLC\nOUT: 1, 4, 0\nEXIT\n== plc1/FLOW.PLC\nOUT: 1, 3, 1\nLD: 1, 1, 1\nOUT: 1, 3, 0\nEND",
+     "== plc1/RESET.PLC\nOUT: 1, 3, 0\nOUT: 1, 4, 0\nEXIT\n== plc1/FLOW.PLC\nOUT: 1, 3, 1\nLD: 1, 1, 1\nOUT: 1, 3, 0\nEND"},
 };
 // clang-format on
 

@@ -71,6 +71,8 @@ enum class RuleId {
   OpposedOutputs,
   BrokenRule,
   KeyPort,
+  OutputLeftOn,
+  OutputNotReset,
   Count  // behind the last one
 };
 

@@ -1,13 +1,10 @@
-// Directories and files of the tasks, and the outputs that they share.
+// Directories and files of the tasks.
 #include <algorithm>
-#include <set>
 #include <string>
 #include <system_error>
-#include <utility>
 #include <vector>
 
 #include "check/topics.h"
-#include "commands/command_rows.h"
 #include "drvlib.h"
 #include "public.h"
 
@@ -94,25 +91,6 @@ void CheckFile(const Task& task, const char* name, RuleId rule, const char* effe
                             FileAbout(task.directory, task.directory.parent_path()), rule, message);
 }
 
-using Output = std::pair<int, int>;  // slot index and channel
-
-// The output that a line really writes; nothing when it writes none.
-std::optional<Output> WrittenOutput(const ProgramTree& tree, const Line& line) {
-  if (rack::RowOf(line.parsed.CmdIdx).parameter != rack::Parameter::OnOff) return std::nullopt;
-  const int slot = line.parsed.SlotIdx.Value;
-  const rack::CardCommands* card = tree.CardOf(slot);
-  if (card == nullptr) return tree.rack ? std::nullopt : std::optional(Output(slot, line.parsed.ChIdx.Value));
-  const rack::CardCommand* command = card->Find(line.parsed.CmdIdx);
-  if (command == nullptr) return std::nullopt;
-  const int channel = card->Reached(*command, line.parsed.ChIdx.Value);
-  return channel < 0 ? std::nullopt : std::optional(Output(slot, channel));
-}
-
-struct Writer {
-  int task;
-  std::string place;
-};
-
 }  // namespace
 
 bool IsRun(const ProgramTree& tree, const Task& task) {
@@ -132,30 +110,6 @@ void CheckTasks(const ProgramTree& tree, Report* report) {
     }
     CheckFile(task, kResetProgram, RuleId::NoReset, "the task ends at the start", report);
     CheckFile(task, kFlowProgram, RuleId::NoFlow, "the Enter key leaves the task idle", report);
-  }
-}
-
-void CheckSharedOutputs(const ProgramTree& tree, Report* report) {
-  const int count = TaskCount(tree);
-  std::map<Output, Writer> first;
-  for (const Task& task : tree.tasks) {
-    if (!IsRun(task, count)) continue;
-    std::set<Output> reported;
-    for (const auto& [name, program] : task.programs) {
-      if (!program.isMain && !program.isCalled) continue;
-      for (const Line& line : program.lines) {
-        const std::optional<Output> output = WrittenOutput(tree, line);
-        if (!output) continue;
-        const Writer writer{task.number,
-                            (task.directory.filename() / name).string() + ":" + std::to_string(line.number)};
-        const Writer& other = first.emplace(*output, writer).first->second;
-        if (other.task == task.number || !reported.insert(*output).second) continue;
-        report->Add(program, line, line.parsed.ChIdx.Column, RuleId::SharedOutput,
-                    "task " + std::to_string(other.task) + " writes output " + std::to_string(output->first) +
-                        "." + std::to_string(output->second) + " too (" + other.place +
-                        "): the task that wrote last wins");
-      }
-    }
   }
 }
 

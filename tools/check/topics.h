@@ -29,11 +29,11 @@ void CheckAxes(const ProgramTree& tree, Report* report);
 void CheckMoves(const ProgramTree& tree, const Program& program, Report* report);
 // Whether the controller starts the task.
 bool IsRun(const ProgramTree& tree, const Task& task);
-// Directories and files of all tasks, outputs that tasks share.
+// Directories and files of all tasks.
 void CheckTasks(const ProgramTree& tree, Report* report);
+// Outputs that tasks share, outputs that production leaves on.
 void CheckSharedOutputs(const ProgramTree& tree, Report* report);
-// Whether the controller starts the task.
-bool IsRun(const ProgramTree& tree, const Task& task);
+void CheckOutputsLeftOn(const ProgramTree& tree, Report* report);
 // What a search over all tasks finds: waits that lock each other, outputs that must not be on together. `notes`
 // is told when the search was not complete.
 void CheckTogether(const ProgramTree& tree, Report* report, std::vector<std::string>* notes);
