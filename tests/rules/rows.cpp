@@ -707,6 +707,15 @@ Group Outputs() {
           }};
 }
 
+// The names of the rack file hold for all programs of a group.
+Group Names() {
+  return {"Names",
+          {
+              {"unnamed-signal", nullptr, Then::Stays,
+               Waits("LD", 1, 15, "1", "SYN_LD: SlotIdx:1  ChIdx:15 1\n"), nullptr},
+          }};
+}
+
 }  // namespace
 
 const std::vector<Group>& Groups() {
@@ -731,6 +740,7 @@ const std::vector<Group>& Groups() {
                                             NeverMet(),
                                             Opposed(),
                                             BrokenRule(),
-                                            Outputs()};
+                                            Outputs(),
+                                            Names()};
   return groups;
 }

@@ -30,6 +30,7 @@ void CheckPrograms(const ProgramTree& tree, Report* report) {
     CheckBlocks(task, report);
   }
   CheckMotion(tree, report);
+  CheckSignals(tree, report);
 }
 
 // A rack file as far as it could be read.

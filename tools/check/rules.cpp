@@ -339,6 +339,13 @@ constexpr Rule kRules[] = {
      "of the controller. A machine whose reset programs neither write nor move anything is not looked at.",
      "== plc1/RESET.PLC\nOUT: 1, 4, 0\nEXIT\n== plc1/FLOW.PLC\nOUT: 1, 3, 1\nLD: 1, 1, 1\nOUT: 1, 3, 0\nEND",
      "== plc1/RESET.PLC\nOUT: 1, 3, 0\nOUT: 1, 4, 0\nEXIT\n== plc1/FLOW.PLC\nOUT: 1, 3, 1\nLD: 1, 1, 1\nOUT: 1, 3, 0\nEND"},
+    {RuleId::UnnamedSignal, "unnamed-signal", kWarning, "an input or output that the rack file does not name",
+     "The controller reads and writes the channel like any other: an input on which nothing hangs is off, so that a wait\n"
+     "for it never ends. The inputs, or outputs, of a card are looked at when the rack file names at least as many of them\n"
+     "as programs use without a name. A channel of which it says anything else has its use, too. One finding for each\n"
+     "channel of a program.",
+     "== rack.toml\n[inputs]\npart_there = \"1.5\"\n== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nLD: 1, 15, 1\nEND",
+     "== rack.toml\n[inputs]\npart_there = \"1.5\"\n== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nLD: 1, 5, 1\nEND"},
 };
 // clang-format on
 

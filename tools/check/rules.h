@@ -73,6 +73,7 @@ enum class RuleId {
   KeyPort,
   OutputLeftOn,
   OutputNotReset,
+  UnnamedSignal,
   Count  // behind the last one
 };
 

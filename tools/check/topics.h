@@ -37,6 +37,8 @@ void CheckOutputsLeftOn(const ProgramTree& tree, Report* report);
 // What a search over all tasks finds: waits that lock each other, outputs that must not be on together. `notes`
 // is told when the search was not complete.
 void CheckTogether(const ProgramTree& tree, Report* report, std::vector<std::string>* notes);
+// Inputs and outputs that the rack file does not name.
+void CheckSignals(const ProgramTree& tree, Report* report);
 // The configuration file.
 void CheckConf(const ProgramTree& tree, Report* report);
 
