@@ -116,6 +116,9 @@ void Reader::ReadRack(const Value& rack) {
     Fail(*Get(rack, "function_port"),
          "the ports below 9 are taken: \"function_port\" wants 9 to 255, or 0 for none");
   }
+  if (const Value* port = Get(rack, "function_port"))
+    notes_.functionPort = {std::to_string(cpu.functionPort), port->location().line(),
+                           port->location().column()};
   TimeSetup& time = setup_.time;
   time.accessNanos = Number<std::uint32_t>(rack, "bus_access_ns", 10, 1'000'000, time.accessNanos);
   time.consoleBaud = Number<std::uint32_t>(rack, "console_baud", 0, 10'000'000, 0);

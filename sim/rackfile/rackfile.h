@@ -44,6 +44,7 @@ struct RackNotes {
   // Rules of the program checker that are to say nothing about this machine. The checker knows which there are.
   std::vector<PlacedText> ignored;
   std::vector<RuleText> rules;
+  PlacedText functionPort;  // as in the file; line 0: it says nothing of one
 };
 
 // Reads a rack file. False when something is wrong: `errors` then holds one line for each finding,

@@ -192,6 +192,17 @@ TEST_F(Output, ColumnsAreCharactersOrUnitsOfUtf16) {
             R"({"endColumn":19,"startColumn":15,"startLine":1})");
 }
 
+TEST_F(Output, ColumnsOfTheConfigurationAreCountedLikeThoseOfPrograms) {
+  Write("cell/Velmo.conf", "\xEF\xBB\xBF[UDP] Port=\xF0\x9F\x94\xA9\n");
+  EXPECT_THAT(Gcc("cell"), HasSubstr("Velmo.conf:1:8: error: text stands behind [UDP]"));
+  const auto region = [&](const std::string& options) {
+    const json results = Parsed(options + "--format sarif cell")["runs"][0]["results"];
+    return results[1]["locations"][0]["physicalLocation"]["region"].dump();
+  };
+  EXPECT_EQ(region(""), R"({"endColumn":14,"startColumn":8,"startLine":1})");
+  EXPECT_EQ(region("--columns utf16 "), R"({"endColumn":15,"startColumn":8,"startLine":1})");
+}
+
 TEST_F(Output, NoControlCharacterOfAProgramGoesOutRaw) {
   Write("cell/plc1/FLOW.PLC", "\x1b[2J\x07: 1\nOUX\xC2\x9B: 1\nO\xFFT: 1\nEND\xE2\x80\xAE\nEND\n");
   for (const char* format : {"text", "gcc"}) {

@@ -3,6 +3,7 @@
 #include <set>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "check/motion_table.h"
 #include "check/topics.h"
@@ -13,7 +14,13 @@ namespace {
 
 class AxisRules {
  public:
-  AxisRules(const ProgramTree& tree, Report* report) : table_(tree), out_(*report) {}
+  AxisRules(const ProgramTree& tree, Report* report) : table_(tree), out_(*report) {
+    for (int axis = 0; axis < static_cast<int>(table_.Axes().size()); ++axis) {
+      const std::vector<int>& acts = table_.RunOnAxis(axis);
+      starts_.push_back(
+          std::any_of(acts.begin(), acts.end(), [&](int index) { return table_.ActOf(index).starts; }));
+    }
+  }
 
   void Check() {
     for (int axis = 0; axis < static_cast<int>(table_.Axes().size()); ++axis) {
@@ -72,10 +79,9 @@ class AxisRules {
     std::string wait;
     for (int axis = 0; axis < static_cast<int>(table_.Axes().size()); ++axis) {
       const Axis& other = table_.Axes()[static_cast<size_t>(axis)];
-      const std::vector<int>& acts = table_.RunOnAxis(axis);
-      const bool isStarted =
-          std::any_of(acts.begin(), acts.end(), [&](int index) { return table_.ActOf(index).starts; });
-      if (!isStarted || other.isCylinder != meant.isCylinder || other.slot != meant.slot) continue;
+      if (!starts_[static_cast<size_t>(axis)] || other.isCylinder != meant.isCylinder ||
+          other.slot != meant.slot)
+        continue;
       if (!wait.empty()) return "";
       wait = other.Wait();
     }
@@ -85,10 +91,11 @@ class AxisRules {
   // Once for each task that asks the card.
   void CheckCard(int card) {
     std::set<const Task*> reported;
+    const std::vector<const Act*> selecting = FirstSelecting(card);
     for (const int index : table_.RunOnCard(card)) {
       const Act& act = table_.ActOf(index);
       if (!act.asksLast || reported.count(act.task) != 0) continue;
-      const Act* other = SelectedElsewhere(card, act);
+      const Act* other = SelectedElsewhere(selecting, act);
       if (other == nullptr) continue;
       reported.insert(act.task);
       const std::string channel = std::to_string(table_.ChannelOf(*other));
@@ -103,17 +110,27 @@ class AxisRules {
     }
   }
 
-  const Act* SelectedElsewhere(int card, const Act& asking) const {
+  // The first line of each task that selects an axis of the card, in their order.
+  std::vector<const Act*> FirstSelecting(int card) const {
+    std::vector<const Act*> selecting;
+    std::set<std::pair<const Task*, int>> seen;
     for (const int index : table_.RunOnCard(card)) {
       const Act& act = table_.ActOf(index);
-      const bool isOther = act.task != asking.task && act.axis != asking.axis;
-      if (act.selects && isOther) return &act;
+      if (act.selects && seen.insert({act.task, act.axis}).second) selecting.push_back(&act);
     }
-    return nullptr;
+    return selecting;
+  }
+
+  static const Act* SelectedElsewhere(const std::vector<const Act*>& selecting, const Act& asking) {
+    const auto other = std::find_if(selecting.begin(), selecting.end(), [&](const Act* act) {
+      return act->task != asking.task && act->axis != asking.axis;
+    });
+    return other == selecting.end() ? nullptr : *other;
   }
 
   const MotionTable table_;
   Report& out_;
+  std::vector<bool> starts_;  // by axis: some line moves it
 };
 
 }  // namespace

@@ -40,23 +40,22 @@ class BlockRules {
 
   void CheckExits(const Program& block) {
     const Flow flow = FlowOf(ofTask_, block);
+    const std::vector<std::optional<size_t>> behind = NextCommands(block, flow);
     for (size_t i = 0; i < block.lines.size(); ++i) {
       const bool isExit = rack::RowOf(block.lines[i].parsed.CmdIdx).goesOn == rack::GoesOn::Nowhere;
-      if (isExit && flow.reached[i]) CheckExit(block, flow, i);
+      if (isExit && flow.reached[i] && behind[i]) CheckExit(block, i, *behind[i]);
     }
   }
 
-  void CheckExit(const Program& block, const Flow& flow, size_t exit) {
+  void CheckExit(const Program& block, size_t exit, size_t behind) {
     const Line& line = block.lines[exit];
-    const std::optional<size_t> behind = NextCommand(block, flow, exit);
-    if (!behind) return;
-    if (*behind == block.lines.size()) {
+    if (behind == block.lines.size()) {
       return out_.Add(
           block, line, line.parsed.KeywordColumn, RuleId::ExitInBlock,
           "no END behind EXIT: the controller stays in this block, and Enter starts nothing; write "
           "END behind it");
     }
-    const Line& next = block.lines[*behind];
+    const Line& next = block.lines[behind];
     if (rack::RowOf(next.parsed.CmdIdx).goesOn == rack::GoesOn::Caller) return;
     out_.Add(block, line, line.parsed.KeywordColumn, RuleId::ExitInBlock,
              "EXIT does not end a block: the controller still executes " +
@@ -64,21 +63,39 @@ class BlockRules {
                  "; only END should stand behind it");
   }
 
-  // The next line that does something, the end of the file for its size; nothing when labels lead round for ever.
-  std::optional<size_t> NextCommand(const Program& block, const Flow& flow, size_t from) const {
-    std::vector<bool> isSeen(block.lines.size(), false);
-    for (size_t at = from; !flow.next[at].empty();) {
-      at = *flow.next[at].begin();
-      if (at == block.lines.size()) return at;
-      if (isSeen[at]) return std::nullopt;
-      isSeen[at] = true;
-      const Line& line = block.lines[at];
-      const rack::CommandRow& command = rack::RowOf(line.parsed.CmdIdx);
-      const bool passes = !line.IsCommand() || command.parameter == rack::Parameter::Label ||
-                          command.goesOn == rack::GoesOn::Nowhere;
-      if (!passes) return at;
+  // By line: the next one that does something, the end of the file for its size; nothing when labels lead round for
+  // ever, and where the flow ends.
+  static std::vector<std::optional<size_t>> NextCommands(const Program& block, const Flow& flow) {
+    const size_t end = block.lines.size();
+    std::vector<std::optional<size_t>> behind(end + 1);
+    std::vector<bool> isKnown(end + 1, false);
+    isKnown[end] = true;
+    std::vector<size_t> way;
+    for (size_t i = 0; i < end; ++i) {
+      std::optional<size_t> found;
+      for (size_t at = i;;) {
+        if (isKnown[at]) {
+          found = behind[at];
+          break;
+        }
+        isKnown[at] = true;  // nothing, as long as the way comes back here
+        way.push_back(at);
+        if (flow.next[at].empty()) break;
+        at = *flow.next[at].begin();
+        if (at < end && Passes(block.lines[at])) continue;
+        found = at;
+        break;
+      }
+      for (const size_t at : way) behind[at] = found;
+      way.clear();
     }
-    return std::nullopt;
+    return behind;
+  }
+
+  static bool Passes(const Line& line) {
+    const rack::CommandRow& command = rack::RowOf(line.parsed.CmdIdx);
+    return !line.IsCommand() || command.parameter == rack::Parameter::Label ||
+           command.goesOn == rack::GoesOn::Nowhere;
   }
 
   const Task& ofTask_;

@@ -1,6 +1,8 @@
 // The configuration file, as the controller's reader finds its way through it.
 #include <algorithm>
 #include <cctype>
+#include <map>
+#include <optional>
 #include <set>
 #include <sstream>
 #include <string>
@@ -73,9 +75,12 @@ class ConfRules {
     std::string line;
     while (std::getline(lines, line)) {
       ++number_;
+      line_ = line;
+      mark_ = 0;
       if (number_ == 1 && line.compare(0, kByteOrderMark.size(), kByteOrderMark) == 0) {
         Unread(1, "a byte order mark stands before the first line", "; save the file without it");
-        line.erase(0, kByteOrderMark.size());
+        mark_ = kByteOrderMark.size();
+        line.erase(0, mark_);
         CheckLine(line, false);
         continue;
       }
@@ -84,14 +89,25 @@ class ConfRules {
   }
 
  private:
+  // column: in bytes behind a byte order mark, from 1.
+  void Add(size_t column, RuleId rule, const std::string& message) {
+    out_.Add(path_, number_, line_, mark_ + column - 1, rule, message);
+  }
+
   // meant: how it should be, with what separates it from the message; may be empty.
   void Unread(size_t column, const std::string& what, const std::string& meant = "") {
-    out_.Add(path_, number_, static_cast<int>(column), RuleId::ConfUnread,
-             what + ": the controller does not find it and takes its default" + meant);
+    Add(column, RuleId::ConfUnread, what + ": the controller does not find it and takes its default" + meant);
   }
 
   void NotLookedAt(const std::string& what) {
-    out_.Add(path_, number_, 1, RuleId::ConfUnread, what + ": the controller does not look at this one");
+    Add(1, RuleId::ConfUnread, what + ": the controller does not look at this one");
+  }
+
+  // What the controller finds of an item of this file.
+  const std::optional<std::string>& Found(const ConfItem& item) {
+    const auto [found, isNew] = found_.try_emplace(item.item);
+    if (isNew) found->second = ValueOf(path_, item);
+    return found->second;
   }
 
   void CheckLine(const std::string& line, bool report) {
@@ -130,7 +146,7 @@ class ConfRules {
   // An item of another group; in a group that is not the controller's only when it finds the item nowhere.
   void CheckStrayItem(const std::string& trimmed) {
     const ConfItem* item = FindItem([&](const ConfItem& row) { return SameWord(trimmed, row.item); });
-    if (item == nullptr || item == group_ || (group_ == nullptr && ValueOf(path_, *item))) return;
+    if (item == nullptr || item == group_ || (group_ == nullptr && Found(*item))) return;
     Unread(1, trimmed + " does not belong to this group", std::string("; put it under ") + item->group);
   }
 
@@ -186,35 +202,38 @@ class ConfRules {
   }
 
   void CheckValue(size_t column) {
-    const std::optional<std::string> value = ValueOf(path_, *group_);
+    const std::optional<std::string>& value = Found(*group_);
     if (!value) return Unread(column, std::string(group_->item) + " has no value");
     const long long port = ToWideNumber(value->c_str());
     if (port >= group_->lowest && port <= group_->highest) return CheckKeyPort(column, port);
-    out_.Add(path_, number_, static_cast<int>(column), RuleId::ConfPort,
-             std::string(group_->item) + " is read as " + std::to_string(port) +
-                 ", which is no such port: the controller does not work with it; " +
-                 std::to_string(group_->lowest) + " to " + std::to_string(group_->highest) +
-                 " was probably meant");
+    Add(column, RuleId::ConfPort,
+        std::string(group_->item) + " is read as " + std::to_string(port) +
+            ", which is no such port: the controller does not work with it; " +
+            std::to_string(group_->lowest) + " to " + std::to_string(group_->highest) +
+            " was probably meant");
   }
 
   void CheckKeyPort(size_t column, long long port) {
     if (group_ != &kKeyPort || !rack_ || rack_->functionPort == port) return;
     const std::string there =
         rack_->functionPort == 0 ? "has none" : "has them at port " + std::to_string(rack_->functionPort);
-    out_.Add(path_, number_, static_cast<int>(column), RuleId::KeyPort,
-             "the controller asks port " + std::to_string(port) +
-                 " for the function keys, but the rack file " + there + ": it sees none of them");
+    Add(column, RuleId::KeyPort,
+        "the controller asks port " + std::to_string(port) + " for the function keys, but the rack file " +
+            there + ": it sees none of them");
   }
 
   const std::string path_;
   const std::optional<RackShape>& rack_;
   Report& out_;
   int number_ = 0;
+  std::string line_;
+  size_t mark_ = 0;                  // bytes of a byte order mark before what is looked at
   const ConfItem* group_ = nullptr;  // of the line; null before the first and in an unknown one
   bool inGroup_ = false;
   bool isRead_ = false;  // the reader comes into this group
   std::set<std::string> groups_;
   std::set<std::string> items_;
+  std::map<std::string, std::optional<std::string>> found_;  // by item
 };
 
 // Whether a line of the file has the item's name in it: what is wrong with it is then told there.
@@ -239,9 +258,15 @@ void CheckConf(const ProgramTree& tree, Report* report) {
   if (isThere) ConfRules(path, tree.rack, report).Check();
   if (!Names(isThere ? ReadWholeFile(path) : "", kKeyPort.item) && tree.rack &&
       tree.rack->functionPort != 0) {
-    report->Add(isThere ? path : directory.string(), 1, 1, RuleId::KeyPort,
-                "the rack file has function keys at port " + std::to_string(tree.rack->functionPort) +
-                    ", but Velmo.conf names no " + kKeyPort.item + ": the controller never asks for them");
+    const std::string message = "the rack file has function keys at port " +
+                                std::to_string(tree.rack->functionPort) + ", but Velmo.conf names no " +
+                                kKeyPort.item + ": the controller never asks for them";
+    const rack::PlacedText& place = tree.rack->file->notes.functionPort;
+    if (isThere)
+      report->Add(path, 1, 1, RuleId::KeyPort, message);
+    else
+      report->Add(tree.rack->path, static_cast<int>(place.line), static_cast<int>(place.column),
+                  RuleId::KeyPort, message);
   }
   if (isThere) return;
   for (const std::string& name : names) {

@@ -267,8 +267,9 @@ class FlowRules {
 
   // The file probably meant by a block's name that is none.
   const std::string& NameMeant(const std::string& name) {
+    constexpr size_t kCompared = 100;  // names, each of them with all files
     const auto [entry, isNew] = meant_.try_emplace(name);
-    if (!isNew) return entry->second;
+    if (!isNew || meant_.size() > kCompared) return entry->second;
     if (files_.empty()) files_ = FileNames(ofTask_.directory);
     return entry->second = NearMiss(name, files_);
   }

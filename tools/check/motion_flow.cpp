@@ -418,31 +418,67 @@ void MotionFlow::AddNext(const Node& at, std::vector<Node>* next) const {
   next->push_back(body.program->isMain ? Node{at.body, 0} : kReturns);
 }
 
-bool MotionFlow::IsAwaitedLater(const Program& program, size_t index, const Act& start) const {
-  std::vector<std::vector<bool>> seen;
-  for (const Body& body : bodies_) seen.emplace_back(body.program->lines.size() + 1, false);
-  bool hasReturned = false;
-  std::vector<Node> open;
-  AddNext({bodyOf_.at(&program), index}, &open);
-  for (size_t next = 0; next < open.size(); ++next) {
-    const Node at = open[next];
-    if (at.body == kReturns.body) {
-      if (!hasReturned) open.insert(open.end(), returns_.begin(), returns_.end());
-      hasReturned = true;
-      continue;
-    }
-    const Body& body = bodies_[at.body];
-    if (at.line >= body.program->lines.size() || seen[at.body][at.line]) continue;
-    seen[at.body][at.line] = true;
-    const int reached = body.acts->empty() ? kNoAct : (*body.acts)[at.line];
-    if (reached != kNoAct) {
-      const Act& act = table_.ActOf(reached);
-      if (Waits(act, start)) return true;
-      if (act.axis == start.axis && act.starts) continue;
-    }
-    AddNext(at, &open);
+size_t MotionFlow::NumberOf(const Node& node) const {
+  return node.body == kReturns.body ? firstNode_.back() : firstNode_[node.body] + node.line;
+}
+
+// Every line of all programs, the end of each file, and at last the return from a block.
+void MotionFlow::NumberNodes() {
+  size_t count = 0;
+  for (const Body& body : bodies_) {
+    firstNode_.push_back(count);
+    count += body.program->lines.size() + 1;
   }
-  return false;
+  firstNode_.push_back(count);
+  before_.resize(count + 1);
+  for (const Node& node : returns_) before_[NumberOf(node)].push_back(NumberOf(kReturns));
+  std::vector<Node> next;
+  for (size_t body = 0; body < bodies_.size(); ++body) {
+    for (size_t line = 0; line < bodies_[body].program->lines.size(); ++line) {
+      next.clear();
+      AddNext({body, line}, &next);
+      for (const Node& node : next) before_[NumberOf(node)].push_back(NumberOf({body, line}));
+    }
+  }
+}
+
+// By number of a node: whether a wait for the move comes from there on. Found from the waits backwards; a line that
+// starts the axis anew lets nothing through.
+std::vector<bool> MotionFlow::AwaitedFrom(const Act& start) const {
+  std::vector<bool> isAwaited(before_.size(), false);
+  std::vector<bool> startsAnew(before_.size(), false);
+  std::vector<size_t> open;
+  for (size_t body = 0; body < bodies_.size(); ++body) {
+    const std::vector<int>& acts = *bodies_[body].acts;
+    for (size_t line = 0; line < acts.size(); ++line) {
+      if (acts[line] == kNoAct) continue;
+      const Act& act = table_.ActOf(acts[line]);
+      const size_t node = NumberOf({body, line});
+      startsAnew[node] = act.axis == start.axis && act.starts;
+      isAwaited[node] = Waits(act, start);
+      if (isAwaited[node]) open.push_back(node);
+    }
+  }
+  while (!open.empty()) {
+    const size_t node = open.back();
+    open.pop_back();
+    for (const size_t before : before_[node]) {
+      if (isAwaited[before] || startsAnew[before]) continue;
+      isAwaited[before] = true;
+      open.push_back(before);
+    }
+  }
+  return isAwaited;
+}
+
+bool MotionFlow::IsAwaitedLater(const Program& program, size_t index, const Act& start) {
+  if (before_.empty()) NumberNodes();
+  const auto [awaited, isNew] = awaited_.try_emplace({start.axis, start.mayEndAtInput});
+  if (isNew) awaited->second = AwaitedFrom(start);
+  std::vector<Node> next;
+  AddNext({bodyOf_.at(&program), index}, &next);
+  return std::any_of(next.begin(), next.end(),
+                     [&](const Node& node) { return awaited->second[NumberOf(node)]; });
 }
 
 }  // namespace check

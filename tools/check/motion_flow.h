@@ -15,6 +15,7 @@
 #include <functional>
 #include <map>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "check/flow.h"
@@ -77,7 +78,7 @@ class MotionFlow {
 
   const FactPlan& Plan() const { return plan_; }
   // Whether some way from behind the line comes to a wait for what has been started before the axis is started anew.
-  bool IsAwaitedLater(const Program& program, size_t index, const Act& start) const;
+  bool IsAwaitedLater(const Program& program, size_t index, const Act& start);
 
  private:
   struct Call {
@@ -121,15 +122,23 @@ class MotionFlow {
   bool HasActs() const;
   bool Waits(const Act& act, const Act& start) const;
   void AddNext(const Node& at, std::vector<Node>* next) const;
+  size_t NumberOf(const Node& node) const;
+  void NumberNodes();
+  std::vector<bool> AwaitedFrom(const Act& start) const;
 
   const Task& task_;
   const MotionTable& table_;
   FactPlan plan_;
   std::vector<Body> bodies_;
   std::unordered_map<const Program*, size_t> bodyOf_;
-  std::vector<Effect> effects_;  // of each body as a block
-  std::vector<Facts> entries_;   // in front of the first line of each body
-  std::vector<Node> returns_;    // behind the calls of the main programs
+  std::vector<Effect> effects_;    // of each body as a block
+  std::vector<Facts> entries_;     // in front of the first line of each body
+  std::vector<Node> returns_;      // behind the calls of the main programs
+  std::vector<size_t> firstNode_;  // by body: number of its first line
+  std::vector<std::vector<size_t>>
+      before_;  // by number of a node: those that lead to it; made when asked for
+  std::map<std::pair<int, bool>, std::vector<bool>>
+      awaited_;  // by axis, and whether an input may end its move
 };
 
 }  // namespace check

@@ -1,5 +1,7 @@
 // Moves, and the waits for them, along all ways of each task.
+#include <set>
 #include <string>
+#include <vector>
 
 #include "check/motion_flow.h"
 #include "check/topics.h"
@@ -16,7 +18,22 @@ constexpr int kSelectedAtStart = kClearedChannels - 1;
 class MotionRules {
  public:
   MotionRules(const ProgramTree& tree, const Task& task, const MotionTable& table, Report* report)
-      : tree_(tree), ofTask_(task), table_(table), flow_(task, table), out_(*report) {}
+      : tree_(tree), ofTask_(task), table_(table), flow_(task, table), out_(*report) {
+    for (int axis = 0; axis < static_cast<int>(table.Axes().size()); ++axis) {
+      awaitedElsewhere_.push_back(OtherTaskHas(axis, [](const Act& act) {
+        return act.deed == Deed::MotorWait || act.deed == Deed::CountWait || act.deed == Deed::CylinderWait;
+      }));
+      countedElsewhere_.push_back(OtherTaskHas(
+          axis, [](const Act& act) { return act.deed == Deed::Move || act.deed == Deed::ClearCount; }));
+    }
+    for (int card = 0; card < static_cast<int>(table.Cards().size()); ++card) {
+      std::set<int>& channels = selected_.emplace_back();
+      for (const int index : table.RunOnCard(card)) {
+        const Act& act = table.ActOf(index);
+        if (act.selects) channels.insert(table.ChannelOf(act));
+      }
+    }
+  }
 
   void Check() {
     flow_.ForEachAct([this](const Program& program, size_t index, const Act& act, const int* facts) {
@@ -50,11 +67,7 @@ class MotionRules {
     return false;
   }
 
-  bool OtherTaskWaits(int axis) const {
-    return OtherTaskHas(axis, [](const Act& act) {
-      return act.deed == Deed::MotorWait || act.deed == Deed::CountWait || act.deed == Deed::CylinderWait;
-    });
-  }
+  bool OtherTaskWaits(int axis) const { return awaitedElsewhere_[static_cast<size_t>(axis)]; }
 
   void CheckMove(const Program& program, size_t index, const Act& act, const int* facts) {
     if (!act.starts) return;
@@ -111,10 +124,7 @@ class MotionRules {
   void CheckCount(const Act& act, const Act& last, const int* facts) {
     const int counted = facts[FactPlan::Of(last.axis, AxisFact::Counted)];
     if (counted < 0 || act.number > table_.ActOf(counted).number || act.number <= 0) return;
-    const bool isTouched = OtherTaskHas(act.axis, [](const Act& other) {
-      return other.deed == Deed::Move || other.deed == Deed::ClearCount;
-    });
-    if (isTouched) return;
+    if (countedElsewhere_[static_cast<size_t>(act.axis)]) return;
     const std::string axis =
         std::to_string(table_.AxisOf(act).slot) + ", " + std::to_string(table_.AxisOf(act).channel);
     Add(act, RuleId::StaleCount,
@@ -144,11 +154,8 @@ class MotionRules {
   // Nothing has addressed the card since the start, where the controller has cleared all counters and stopped all
   // motors, or since the minus key. When no other channel is ever addressed, a wait asks for the right one.
   void CheckFirst(const Act& act, int channel) {
-    bool isAlone = true;
-    for (const int index : table_.RunOnCard(act.card)) {
-      const Act& other = table_.ActOf(index);
-      isAlone = isAlone && (!other.selects || table_.ChannelOf(other) == channel);
-    }
+    const std::set<int>& addressed = selected_[static_cast<size_t>(act.card)];
+    const bool isAlone = addressed.size() == addressed.count(channel);
     if (isAlone && (act.deed == Deed::MotorWait || channel == kSelectedAtStart)) return;
     const rack::CardCommands& card = *tree_.CardOf(table_.AxisOf(act).slot);
     const bool isThere = kSelectedAtStart < rack::RowOf(card.kind).motors;
@@ -163,8 +170,11 @@ class MotionRules {
   const ProgramTree& tree_;
   const Task& ofTask_;
   const MotionTable& table_;
-  const MotionFlow flow_;
+  MotionFlow flow_;
   Report& out_;
+  std::vector<bool> awaitedElsewhere_;   // by axis: another task waits for it
+  std::vector<bool> countedElsewhere_;   // by axis: another task moves it or clears its counter
+  std::vector<std::set<int>> selected_;  // by card: the channels that lines of any task select
 };
 
 }  // namespace

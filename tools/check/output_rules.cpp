@@ -125,12 +125,13 @@ class OutputRules {
                                        [&](const Line* line) { return bool(WrittenOutput(tree_, *line)); });
     const std::vector<bool> isHeldInBlock = TimeBehind(round, true);
     const std::vector<bool> isHeldInRound = TimeBehind(round, false);
+    const std::vector<bool> isBeforePause = BeforePause(round);
     std::vector<bool> isWork(round.steps.size(), false);
     bool hasWaited = false;
     for (size_t i = 0; i < round.steps.size(); ++i) {
       const RoundStep& step = round.steps[i];
       hasWaited |= !step.isConditional && WaitsForMachine(*step.line);
-      const bool isPulse = round.isByLabel && IsBeforePause(round, i);
+      const bool isPulse = round.isByLabel && isBeforePause[i];
       isWork[i] =
           step.isConditional ? isHeldInBlock[i] : hasWaited || isPulse || (hasPlaceAhead && isHeldInRound[i]);
     }
@@ -147,12 +148,16 @@ class OutputRules {
     return behind;
   }
 
-  static bool IsBeforePause(const Round& round, size_t index) {
-    const auto next =
-        std::find_if(round.steps.begin() + static_cast<std::ptrdiff_t>(index) + 1, round.steps.end(),
-                     [](const RoundStep& step) { return step.line->IsCommand(); });
-    return next != round.steps.end() &&
-           rack::RowOf(next->line->parsed.CmdIdx).waitsFor == rack::WaitsFor::Pause;
+  // By step: whether the next command is a pause.
+  static std::vector<bool> BeforePause(const Round& round) {
+    std::vector<bool> isBefore(round.steps.size(), false);
+    for (size_t i = round.steps.size() - 1; i > 0; --i) {
+      const Line& behind = *round.steps[i].line;
+      isBefore[i - 1] = behind.IsCommand()
+                            ? rack::RowOf(behind.parsed.CmdIdx).waitsFor == rack::WaitsFor::Pause
+                            : isBefore[i];
+    }
+    return isBefore;
   }
 
   const ProgramTree& tree_;

@@ -126,11 +126,18 @@ size_t WordSize(std::string_view rest) {
 }
 
 template <class Count>
-Columns ColumnsOf(const Line& line, int byte, Count count) {
-  const std::string_view raw = line.raw;
-  const size_t first = std::min(raw.size(), static_cast<size_t>(std::max(0, line.lead + byte)));
-  const int column = line.pieceStart + count(raw.substr(0, first)) + 1;
-  return {column, column + count(raw.substr(first, WordSize(raw.substr(first))))};
+Columns ColumnsAt(std::string_view line, size_t byte, Count count) {
+  const size_t first = std::min(line.size(), byte);
+  const int column = count(line.substr(0, first)) + 1;
+  return {column, column + count(line.substr(first, WordSize(line.substr(first))))};
+}
+
+size_t ByteOfRaw(const Line& line, int byte) {
+  return static_cast<size_t>(std::max(0, line.lead + byte));
+}
+
+Columns BehindPieces(const Line& line, const Columns& columns) {
+  return {line.pieceStart + columns.first, line.pieceStart + columns.behind};
 }
 
 Program LoadProgram(const fs::path& directory, const std::string& name) {
@@ -213,11 +220,19 @@ Line::Line(int lineNumber, int startOfPiece, std::string bytes)
 }
 
 Columns Line::CharactersOf(int byte) const {
-  return ColumnsOf(*this, byte, CharactersIn);
+  return BehindPieces(*this, CharactersAt(raw, ByteOfRaw(*this, byte)));
 }
 
 Columns Line::Utf16Of(int byte) const {
-  return ColumnsOf(*this, byte, UnitsIn);
+  return BehindPieces(*this, Utf16At(raw, ByteOfRaw(*this, byte)));
+}
+
+Columns CharactersAt(std::string_view line, size_t byte) {
+  return ColumnsAt(line, byte, CharactersIn);
+}
+
+Columns Utf16At(std::string_view line, size_t byte) {
+  return ColumnsAt(line, byte, UnitsIn);
 }
 
 Program* Task::Find(const std::string& name) {

@@ -6,6 +6,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "check/rack_shape.h"
@@ -22,6 +23,10 @@ struct Columns {
   int first = 0;
   int behind = 0;
 };
+
+// The word of a file's line that begins at a byte: in characters, and in units of UTF-16.
+Columns CharactersAt(std::string_view line, size_t byte);
+Columns Utf16At(std::string_view line, size_t byte);
 
 // What the controller takes as one line: a line of the file, or a piece of one that is too long to be read at
 // once. `parsed` points into `text`, so a line is neither copied nor moved.

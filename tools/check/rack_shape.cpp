@@ -1,5 +1,6 @@
 #include "check/rack_shape.h"
 
+#include <filesystem>
 #include <memory>
 
 namespace check {
@@ -51,7 +52,7 @@ std::optional<RackShape> ReadRackShape(const std::string& path, std::vector<std:
   if (!isRight) return std::nullopt;
   const rack::RackSetup* const setup = &read->setup;
   RackShape shape;
-  shape.path = path;
+  shape.path = std::filesystem::path(path).lexically_normal().string();
   shape.file = read;
   const rack::CpuCardState& cpu = setup->image.cards[0].cpu;
   shape.tasks = cpu.taskCount;

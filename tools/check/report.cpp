@@ -226,6 +226,13 @@ void Report::Add(const std::string& file, int line, int column, RuleId rule, con
   findings_.push_back({file, line, column, rule, message});
 }
 
+void Report::Add(const std::string& file, int number, const std::string& line, size_t byte, RuleId rule,
+                 const std::string& message) {
+  const Columns columns = CharactersAt(line, byte);
+  findings_.push_back(
+      {file, number, columns.first, rule, message, columns.behind, Utf16At(line, byte), line, ""});
+}
+
 void Report::AddAboutDirectory(const std::string& directory, const std::string& opens, RuleId rule,
                                const std::string& message) {
   Finding finding{directory, 1, 1, rule, message};

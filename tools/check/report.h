@@ -27,6 +27,9 @@ class Report {
   // About a byte of the line's text, unless the line silences the rule.
   void Add(const Program& program, const Line& line, int byte, RuleId rule, const std::string& message);
   void Add(const std::string& file, int line, int column, RuleId rule, const std::string& message);
+  // About a byte of the line with that number.
+  void Add(const std::string& file, int number, const std::string& line, size_t byte, RuleId rule,
+           const std::string& message);
   // About a directory; `opens` is a file that has to do with it.
   void AddAboutDirectory(const std::string& directory, const std::string& opens, RuleId rule,
                          const std::string& message);
