@@ -45,10 +45,10 @@ const std::vector<RuleWords>& RuleForms() {
   return forms;
 }
 
-class Reader : public TomlReader {
+class Reader : public ExploringReader {
  public:
   Reader(std::string name, RackSetup& setup, std::vector<std::string>& errors, RackNotes& notes)
-      : TomlReader(std::move(name), errors), setup_(setup), notes_(notes) {}
+      : ExploringReader(std::move(name), errors), setup_(setup), notes_(notes) {}
 
  private:
   void ReadRoot(const Value& root) override;
@@ -530,7 +530,7 @@ void Reader::ReadRoot(const Value& root) {
   const Value* on = rack == nullptr ? nullptr : Get(*rack, "on_at_start");
   if (on != nullptr) ReadOnAtStart(*on);
   if (const Value* check = TableOf(root, "check")) ReadCheck(*check);
-  TableOf(root, "explore");
+  ReadExploration(root, notes_.explore);
 }
 
 }  // namespace

@@ -1,11 +1,11 @@
 // The rack file: what stands in the rack and what hangs on the cards, in TOML.
 #pragma once
 
-#include <cstddef>
 #include <string>
 #include <vector>
 
 #include "rack/state.h"
+#include "rackfile/exploration.h"
 
 namespace rack {
 
@@ -17,13 +17,6 @@ struct RackWord {
   const char* meaning;
 };
 const std::vector<RackWord>& RackWords();
-
-// A text of the rack file that others can judge, and where it stands.
-struct PlacedText {
-  std::string text;
-  std::size_t line = 0;  // counted from 1
-  std::size_t column = 0;
-};
 
 enum class RuleForm {
   NeverTogether,  // never_together, for
@@ -44,6 +37,7 @@ struct RackNotes {
   // Rules of the program checker that are to say nothing about this machine. The checker knows which there are.
   std::vector<PlacedText> ignored;
   std::vector<RuleText> rules;
+  Exploration explore;
   PlacedText functionPort;  // as in the file; line 0: it says nothing of one
 };
 

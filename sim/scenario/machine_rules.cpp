@@ -1,6 +1,7 @@
 #include "scenario/machine_rules.h"
 
 #include <memory>
+#include <optional>
 
 #include "machine/machine.h"
 #include "toml/words.h"
@@ -19,6 +20,19 @@ bool WantsStates(RuleForm form) {
       return false;
   }
   return false;
+}
+
+std::string PlaceOf(const std::string& path, const PlacedText& text) {
+  return path + ":" + std::to_string(text.line) + ":" + std::to_string(text.column) + ": ";
+}
+
+// What goes on: also a counter without a number, each time it counts.
+HappeningChoice JudgeGoesOn(const std::string& text, const Snapshot& machine) {
+  const std::vector<std::string> words = Split(text);
+  const bool isAnyCount = words.size() == 2 && words[0] == "counter";
+  HappeningChoice choice = ParseHappening(isAnyCount ? text + " 1..4294967295" : text, machine, {});
+  choice.happening.text = text;
+  return choice;
 }
 
 // The happening of a text, or why it is none.
@@ -40,14 +54,34 @@ MachineRule RuleOf(const RuleText& text, const Snapshot& machine, const std::str
   for (const PlacedText& happening : text.happenings) {
     const HappeningChoice choice = Judge(happening.text, text.form, machine);
     rule.happenings.push_back(choice.happening);
-    if (choice.error.empty()) continue;
-    errors.push_back(path + ":" + std::to_string(happening.line) + ":" + std::to_string(happening.column) +
-                     ": " + choice.error);
+    if (!choice.error.empty()) errors.push_back(PlaceOf(path, happening) + choice.error);
   }
   return rule;
 }
 
 }  // namespace
+
+ExploreChoice ChooseExplore(const Exploration& text, const Snapshot& machine,
+                            std::vector<PlacedText>& wrong) {
+  ExploreChoice choice{text, {}, {}};
+  if (text.goesOn) {
+    const HappeningChoice goesOn = JudgeGoesOn(text.goesOn->text, machine);
+    choice.goesOn = goesOn.happening;
+    if (!goesOn.error.empty()) wrong.push_back({goesOn.error, text.goesOn->line, text.goesOn->column});
+  }
+  if (!text.wayBack) return choice;
+  for (const WayBackKey& step : *text.wayBack) {
+    const std::string& name = step.name.text;
+    const std::optional<Key> key = FindKey(name);
+    if (key) {
+      choice.wayBack.push_back(*key);
+      continue;
+    }
+    const std::string error = "there is no key " + InQuotes(name) + Suggestion(name, KeyNames());
+    wrong.push_back({error, step.name.line, step.name.column});
+  }
+  return choice;
+}
 
 bool ReadRackWithRules(const std::string& path, RackWithRules& rack, std::vector<std::string>& errors) {
   if (!ReadRackFile(path, rack.setup, errors, &rack.notes)) return false;
@@ -56,6 +90,9 @@ bool ReadRackWithRules(const std::string& path, RackWithRules& rack, std::vector
   PowerOn(*state, rack.setup, 0);
   const Snapshot machine = SnapshotOf(state->image, state->live);
   for (const RuleText& text : rack.notes.rules) rack.rules.push_back(RuleOf(text, machine, path, errors));
+  std::vector<PlacedText> wrong;
+  rack.explore = ChooseExplore(rack.notes.explore, machine, wrong);
+  for (const PlacedText& each : wrong) errors.push_back(PlaceOf(path, each) + each.text);
   return errors.size() == before;
 }
 

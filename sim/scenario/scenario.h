@@ -7,6 +7,7 @@
 
 #include "rack/state.h"
 #include "scenario/happening.h"
+#include "scenario/machine_rules.h"
 
 namespace rack::scenario {
 
@@ -74,6 +75,7 @@ struct Scenario {
   std::vector<Event> events;
   std::vector<Expectation> expectations;
   std::shared_ptr<const RackSetup> setup;
+  ExploreChoice explore;  // of the rack file, and this file's words in place of it
 };
 
 // Reads a scenario with its machine's rack file. False when something is wrong: `errors` then holds one line

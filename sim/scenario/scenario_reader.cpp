@@ -17,8 +17,8 @@ namespace {
 
 constexpr Nanos kUsualLimit = 60 * kSecond;
 
-const std::vector<std::string> kTopWords = {"machine", "rack",  "tasks",  "seed",
-                                            "limit",   "event", "expect", "end"};
+const std::vector<std::string> kTopWords = {"machine", "rack",   "tasks", "seed",   "limit",
+                                            "event",   "expect", "end",   "explore"};
 
 std::string NameOf(const std::string& path) {
   const std::string file = path.substr(path.rfind('/') + 1);
@@ -84,10 +84,24 @@ bool ScenarioReader::ReadMachine(const Value& root) {
   const auto rack = std::make_shared<RackWithRules>();
   if (!ReadRackWithRules(Below(scenario_.machine, rackFile), *rack, Errors())) return false;
   scenario_.setup = std::shared_ptr<const RackSetup>(rack, &rack->setup);
+  scenario_.explore = rack->explore;
   const auto state = std::make_unique<RackState>();
   PowerOn(*state, rack->setup, 0);
   machine_ = SnapshotOf(state->image, state->live);
   return true;
+}
+
+// What the rack file says, with this file's words in place of it.
+void ScenarioReader::ReadExplore(const Value& root) {
+  Exploration own;
+  ReadExploration(root, own);
+  std::vector<PlacedText> wrong;
+  const ExploreChoice chosen = ChooseExplore(own, machine_, wrong);
+  for (const PlacedText& each : wrong) Fail(each.line, each.column, each.text);
+  ExploreChoice& explore = scenario_.explore;
+  explore.text = ReplacedBy(explore.text, own);
+  if (own.goesOn) explore.goesOn = chosen.goesOn;
+  if (own.wayBack) explore.wayBack = chosen.wayBack;
 }
 
 // A row of the happenings, also for what is wrong: it counts as a state from here on, one finding is enough.
@@ -129,6 +143,7 @@ void ScenarioReader::ReadRoot(const Value& root) {
   for (const Value* table : Tables(root, "event")) ReadEvent(*table);
   for (const Value* table : Tables(root, "expect")) ReadExpectation(*table);
   if (const Value* end = TableOf(root, "end")) ReadEnd(*end);
+  ReadExplore(root);
   if (Get(root, "expect") == nullptr && Get(root, "end") == nullptr) {
     Fail(root, "nothing is expected here: write [[expect]] or [end]");
   }

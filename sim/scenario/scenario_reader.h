@@ -4,15 +4,15 @@
 #include <string>
 #include <vector>
 
+#include "rackfile/exploration.h"
 #include "scenario/scenario.h"
-#include "toml/toml_reader.h"
 
 namespace rack::scenario {
 
-class ScenarioReader : public TomlReader {
+class ScenarioReader : public ExploringReader {
  public:
   ScenarioReader(Scenario& scenario, std::vector<std::string>& errors)
-      : TomlReader(scenario.path, errors), scenario_(scenario) {}
+      : ExploringReader(scenario.path, errors), scenario_(scenario) {}
 
   // How what is done is read, for the rows of the actions.
   void ReadKey(const Value& table, const std::string& word, Event& event);
@@ -31,6 +31,7 @@ class ScenarioReader : public TomlReader {
 
   void ReadRoot(const Value& root) override;
   bool ReadMachine(const Value& root);
+  void ReadExplore(const Value& root);
   std::string BesideScenario(const std::string& path) const;
   // Which of the sorts a table is, with all its words checked.
   bool SortOf(const Value& owner, const std::vector<Sort>& sorts, const Words& always, std::string& sort);

@@ -73,7 +73,11 @@ bool TomlReader::ReadText(const std::string& text) {
 
 void TomlReader::Fail(const Value& value, const std::string& message) {
   const toml::source_location place = value.location();
-  findings_.push_back({place.line(), place.column(), message});
+  Fail(place.line(), place.column(), message);
+}
+
+void TomlReader::Fail(std::size_t line, std::size_t column, const std::string& message) {
+  findings_.push_back({line, column, message});
 }
 
 // Tables are read in no particular order; people read from top to bottom.

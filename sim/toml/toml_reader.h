@@ -33,6 +33,7 @@ class TomlReader {
   virtual void ReadRoot(const Value& root) = 0;
 
   void Fail(const Value& value, const std::string& message);
+  void Fail(std::size_t line, std::size_t column, const std::string& message);
   // What has been found so far in other files, which comes before what is found in this one.
   std::vector<std::string>& Errors() { return errors_; }
 

@@ -131,7 +131,6 @@ name = "answers"
 after = "key Enter"
 comes = "lamp on"
 within = "2 s"
-[explore]
 )",
                                  "rack.toml", *setup, errors, &notes));
   ASSERT_EQ(notes.rules.size(), 3U);
@@ -175,6 +174,74 @@ TEST(RackFileTest, ARuleThatIsNotWholeIsRefused) {
   const std::string rule = "[[rule]]\nname = \"a\"\nwhile = \"a on\"\nalways = \"b on\"\n";
   EXPECT_EQ(ErrorsOf(rule + rule), "rack.toml:6:8: the rule \"a\" is given twice\n");
   EXPECT_EQ(ErrorsOf("explore = 3\n"), "rack.toml:1:11: \"explore\" is written as [explore]\n");
+}
+
+TEST(RackFileTest, AnExplorationIsKeptWordByWord) {
+  const auto setup = std::make_unique<rack::RackSetup>();
+  std::vector<std::string> errors;
+  rack::RackNotes notes;
+  ASSERT_TRUE(rack::ReadRackText(R"([explore]
+leave_out = ["bus", "hand", "order"]
+goes_on = "counter parts"
+within = "12 s"
+way_back = ["Dec", "4 s", "Enter", "Enter"]
+known = [{ find = "a", reason = "b" }]
+)",
+                                 "rack.toml", *setup, errors, &notes));
+  const rack::Exploration& explore = notes.explore;
+  EXPECT_EQ(*explore.leaveOut,
+            (std::vector<rack::Disturbance>{rack::Disturbance::Bus, rack::Disturbance::Hand,
+                                            rack::Disturbance::Order}));
+  EXPECT_STREQ(rack::WordOf(rack::Disturbance::Hand), "hand");
+  EXPECT_STREQ(rack::WordOf(rack::Disturbance::Silent), "silent");
+  EXPECT_EQ(explore.goesOn->text, "counter parts");
+  EXPECT_EQ(explore.goesOn->line, 3U);
+  EXPECT_EQ(explore.goesOn->column, 11U);
+  EXPECT_EQ(*explore.within, 12'000'000'000);
+  ASSERT_EQ(explore.wayBack->size(), 3U);
+  EXPECT_EQ((*explore.wayBack)[1].name.text, "Enter");
+  EXPECT_EQ((*explore.wayBack)[1].name.column, 27U);
+  EXPECT_FALSE((*explore.wayBack)[0].pause);
+  EXPECT_EQ(*(*explore.wayBack)[1].pause, 4'000'000'000);
+  EXPECT_FALSE((*explore.wayBack)[2].pause);
+  ASSERT_EQ(explore.known->size(), 1U);
+  EXPECT_EQ((*explore.known)[0].find, "a");
+  EXPECT_EQ((*explore.known)[0].reason, "b");
+
+  rack::Exploration other;
+  other.within = 1;
+  other.leaveOut.emplace();
+  const rack::Exploration replaced = rack::ReplacedBy(explore, other);
+  EXPECT_TRUE(replaced.leaveOut->empty());
+  EXPECT_EQ(*replaced.within, 1);
+  EXPECT_EQ(replaced.goesOn->text, "counter parts");
+  EXPECT_EQ(replaced.wayBack->size(), 3U);
+}
+
+TEST(RackFileTest, WhatAnExplorationCannotBeIsRefused) {
+  const auto errorsOf = [](const std::string& words) { return ErrorsOf("[explore]\n" + words + "\n"); };
+  EXPECT_EQ(errorsOf(""), "");
+  EXPECT_EQ(errorsOf("leave_out = []\nway_back = []\nknown = []"), "");
+  EXPECT_EQ(errorsOf("leaves_out = [\"bus\"]"),
+            "rack.toml:2:14: unknown word \"leaves_out\"; did you mean \"leave_out\"?\n");
+  EXPECT_EQ(errorsOf("leave_out = [\"bus\", \"pulls\"]"),
+            "rack.toml:2:21: unknown disturbance \"pulls\"; did you mean \"pulled\"?\n");
+  EXPECT_EQ(errorsOf("leave_out = \"bus\""),
+            "rack.toml:2:13: \"leave_out\" wants a list such as [\"bus\", \"pulled\"]\n");
+  EXPECT_EQ(errorsOf("goes_on = 3"), "rack.toml:2:11: a text in quotes is wanted here\n");
+  EXPECT_EQ(errorsOf("within = 12"),
+            "rack.toml:2:10: \"within\" wants a time such as \"300 ms\", \"1.5 s\" or \"20 min\"\n");
+  EXPECT_EQ(errorsOf("way_back = [\"4 s\", \"Dec\"]"),
+            "rack.toml:2:13: a time stands between two keys here\n");
+  EXPECT_EQ(errorsOf("way_back = [\"Dec\", \"4 s\", \"1 s\", \"Enter\"]"),
+            "rack.toml:2:27: a time stands between two keys here\n");
+  EXPECT_EQ(errorsOf("way_back = [\"Dec\", \"4 s\"]"), "rack.toml:2:20: no key follows this time\n");
+  EXPECT_EQ(errorsOf("known = [{ find = \"a\", raeson = \"b\" }]"),
+            "rack.toml:2:10: \"reason\" is missing here\n"
+            "rack.toml:2:33: unknown word \"raeson\"; did you mean \"reason\"?\n");
+  EXPECT_EQ(errorsOf("known = [{ find = \" \", reason = \"b\" }]"), "rack.toml:2:19: \"find\" is empty\n");
+  EXPECT_EQ(errorsOf("known = [\"a\"]"),
+            "rack.toml:2:10: \"known\" wants a list such as [{ find = \"...\", reason = \"...\" }]\n");
 }
 
 TEST(RackFileTest, BadTomlIsOneErrorWithItsPlace) {

@@ -475,10 +475,11 @@ bool MotionFlow::IsAwaitedLater(const Program& program, size_t index, const Act&
   if (before_.empty()) NumberNodes();
   const auto [awaited, isNew] = awaited_.try_emplace({start.axis, start.mayEndAtInput});
   if (isNew) awaited->second = AwaitedFrom(start);
+  const std::vector<bool>& isAwaited = awaited->second;
   std::vector<Node> next;
   AddNext({bodyOf_.at(&program), index}, &next);
   return std::any_of(next.begin(), next.end(),
-                     [&](const Node& node) { return awaited->second[NumberOf(node)]; });
+                     [&](const Node& node) { return isAwaited[NumberOf(node)]; });
 }
 
 }  // namespace check
