@@ -311,22 +311,33 @@ class FlowRules {
                  "line first");
   }
 
-  // One finding for the waits of a program.
+  // One finding for the waits of each part of a program in which the pause may be 0.
   void CheckWaits(const Program& program) {
+    const std::vector<bool>& reached = flows_.at(program.name).reached;
     const Line* first = nullptr;
     int further = 0;
     for (size_t i = 0; i < program.lines.size(); ++i) {
       const Line& line = program.lines[i];
-      const bool waits = rack::kCommandTraits[line.parsed.CmdIdx].repeats;
-      if (!waits || !flows_.at(program.name).reached[i] || !pauses_.At(program, i)) continue;
+      if (!reached[i]) continue;
+      if (!pauses_.At(program, i)) {
+        ReportWaits(program, first, further);
+        first = nullptr;
+        further = 0;
+        continue;
+      }
+      if (!rack::kCommandTraits[line.parsed.CmdIdx].repeats) continue;
       if (first == nullptr)
         first = &line;
       else
         ++further;
     }
+    ReportWaits(program, first, further);
+  }
+
+  // first: null when there is none.
+  void ReportWaits(const Program& program, const Line* first, int further) {
     if (first == nullptr) return;
-    const std::string others =
-        further == 0 ? "" : ", as in " + std::to_string(further) + " more of this file";
+    const std::string others = further == 0 ? "" : ", as in " + std::to_string(further) + " more behind it";
     out_.Add(program, *first, first->parsed.KeywordColumn, RuleId::BusyWait,
              "G_ST may be 0 in this wait" + others +
                  ": the controller asks at full speed and takes the processor from all other tasks; set G_ST "

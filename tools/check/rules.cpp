@@ -271,7 +271,8 @@ constexpr Rule kRules[] = {
      "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nIF: 1, 3, 1&A.PLC&NUL\nEND\n== plc1/A.PLC\nDLY: 100\nEND"},
     {RuleId::BusyWait, "busy-wait", kWarning, "LD, LDG, LMOT or ROW while G_ST is 0",
      "Without the pause the line is executed again, and logged, as fast as the processor and the bus allow, until it is\n"
-     "met: the task takes time from all others. A few milliseconds are enough.",
+     "met: the task takes time from all others. A few milliseconds are enough. One finding for each part of a program in\n"
+     "which the pause may be 0, at its first wait.",
      "G_ST: 0\nLD: 1, 3, 1\nEND", "G_ST: 5\nLD: 1, 3, 1\nEND"},
     {RuleId::LongPause, "long-pause", kWarning, "a G_ST of a second or more",
      "A task looks at the keys once per line: with such a pause after each command it is nearly always deaf, and a key\n"
