@@ -170,4 +170,12 @@ TEST_F(TogetherTest, RulesOfTheMachine) {
   EXPECT_THAT(Found({flow}, "", rule("after = \"a on\"\nwithin = \"10 ms\"\ncomes = \"b on\"\n")), IsEmpty());
 }
 
+TEST_F(TogetherTest, ABlockThatNothingCallsDoesNothing) {
+  EXPECT_THAT(Found({"OUT: 1, 0, 1\nLD: 1, 0, 1\nOUT: 1, 0, 0\nLD: 1, 0, 0\nEND\n"},
+                    "== plc1/OLD.PLC\nLD: 1, 1, 1\nIF: 1, 2, 1&NUL&NUL\nEND\n"),
+              IsEmpty());
+  EXPECT_THAT(Found({"LD: 1, 1, 1\nEND\n"}, "== plc1/OLD.PLC\nOUT: 1, 1, 1\nEND\n"),
+              ElementsAre("plc1/FLOW.PLC:1 wait-never-met"));
+}
+
 }  // namespace

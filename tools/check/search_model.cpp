@@ -142,10 +142,13 @@ class ModelBuilder {
     return {isSensor ? StepKind::AskSensor : StepKind::AskInput, place, level};
   }
 
+  // A block that no line calls is never executed.
+  static bool IsStarted(const Program& program) { return program.isMain || program.isCalled; }
+
   void FindUses(const Task& task) {
     Uses uses{&task, {}, {}, {}};
     for (const auto& [name, program] : task.programs) {
-      if (!program.isMain && !program.isCalled) continue;
+      if (!IsStarted(program)) continue;
       for (const Line& line : program.lines) {
         const Touched touched = TouchedBy(line);
         if (touched.kind == StepKind::Out) uses.written.insert(touched.place);
@@ -351,6 +354,7 @@ class ModelBuilder {
     std::map<std::string, int> starts;
     int count = 0;
     for (const auto& [name, program] : task.programs) {
+      if (!IsStarted(program)) continue;
       const int commands = static_cast<int>(std::count_if(program.lines.begin(), program.lines.end(),
                                                           [](const Line& line) { return line.IsCommand(); }));
       starts[name] = commands == 0 ? kStuck : count;
@@ -359,7 +363,9 @@ class ModelBuilder {
     steps.reset = starts.at(kResetProgram);
     const auto flow = starts.find(kFlowProgram);
     if (flow != starts.end()) steps.flow = flow->second;
-    for (const auto& [name, program] : task.programs) AddSteps(program, starts, &steps);
+    for (const auto& [name, program] : task.programs) {
+      if (IsStarted(program)) AddSteps(program, starts, &steps);
+    }
     return steps;
   }
 
