@@ -46,10 +46,12 @@ struct CardState {
   };
 };
 static_assert(std::is_trivially_copyable_v<CardState> && std::is_standard_layout_v<CardState>);
-#define RACK_LAYOUT(kind, state, type, inputs, outputs, motors, counters, cylinders, model) \
-  static_assert(kSharable<model::State> && sizeof(model::State) % 8 == 0 &&                 \
-                offsetof(CardState, state) == 8);                                           \
-  static_assert((motors) <= (counters), "the first counters of a card are the encoders of its motors");
+#define RACK_LAYOUT(kind, state, type, inputs, outputs, motors, counters, cylinders, model)             \
+  static_assert(kSharable<model::State> && sizeof(model::State) % 8 == 0 &&                             \
+                offsetof(CardState, state) == 8);                                                       \
+  static_assert((motors) <= (counters), "the first counters of a card are the encoders of its motors"); \
+  static_assert((inputs) <= 16, "the levels of a card's inputs are 16 bits");                           \
+  static_assert((outputs) <= 32, "the levels of a card's outputs are 32 bits");
 RACK_CARD_KINDS(RACK_LAYOUT)
 #undef RACK_LAYOUT
 

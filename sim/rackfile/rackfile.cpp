@@ -87,7 +87,8 @@ class Reader : public ExploringReader {
 
 // Entry, channel, slot or position: one or two digits. -1 for anything else.
 int SmallNumber(std::string_view text) {
-  return text.size() > 2 ? -1 : std::max(WholeNumber(text).value_or(-1), -1);
+  const bool isBare = text.size() <= 2 && text.find('-') == std::string_view::npos;
+  return isBare ? WholeNumber(text).value_or(-1) : -1;
 }
 
 // The words of these tables of the rack file.

@@ -233,10 +233,13 @@ TEST_F(Program, SaysWhenTheSearchOverTheTasksStopped) {
 
 TEST_F(Program, SaysWhyItCouldNotRun) {
   WriteFile("empty/readme", "");
+  WriteFile("machine/Velmo.conf", "");
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"nowhere", "velmo-check: nowhere: no such file or directory\n"},
       {"empty",
        "velmo-check: empty: no machine's directory: there is no plc1, rack.toml or Velmo.conf in it\n"},
+      {"machine/Velmo.conf",
+       "velmo-check: machine/Velmo.conf: no program file; it is checked with the machine's directory\n"},
       {"", "velmo-check: name a machine's directory or a program file (--help)\n"},
       {"--explain mising-label",
        "velmo-check: there is no rule \"mising-label\"; did you mean \"missing-label\"?\n"},

@@ -85,6 +85,15 @@ TEST_F(GraphTest, HasLinesJumpsCallsAndWhatTasksGiveEachOther) {
                            HasSubstr("label=\"= 0\""), Not(HasSubstr("LOST")), Not(HasSubstr("plc3"))));
 }
 
+TEST_F(GraphTest, ABlockOfResetProgramsGivesToResetProgramsOnly) {
+  Write("m/plc1/RESET.PLC", "FL: HOME.PLC\nEXIT\n");
+  Write("m/plc1/HOME.PLC", "OUT: 1, 0, 1\nEND\n");
+  Write("m/plc1/FLOW.PLC", "END\n");
+  Write("m/plc2/RESET.PLC", "LD: 1, 1, 1\nEXIT\n");
+  EXPECT_EQ(Names(GraphOf("m"), "\n  (\\w+:\\w+:e -> \\w+:\\w+:e)"),
+            std::set<std::string>{"plc1_2_1:l0:e -> plc2_2_1:l0:e"});
+}
+
 TEST_F(GraphTest, IsAllThatIsPrinted) {
   ASSERT_EQ(system(VELMO_CHECK " --graph m > drawn 2> errors"), 0);
   EXPECT_EQ(Read("drawn"), GraphOf("m"));

@@ -13,7 +13,9 @@
 namespace {
 
 namespace fs = std::filesystem;
+using testing::AllOf;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 
 // Outputs a, b, c and x with its x_back; the sensors of a, b and c follow at once, after 20 ms, after 500 ms.
@@ -142,6 +144,20 @@ TEST_F(TogetherTest, AWaitThatNothingMeets) {
                     "== plc1/ASK.PLC\nIF: 0, 2, 1&WAIT.PLC&NUL\nEND\n== plc1/WAIT.PLC\nLD: 1, 0, 1\nEND\n"),
               ElementsAre("plc1/WAIT.PLC:1 wait-never-met"));
   EXPECT_THAT(Found({"LD: 0, 0, 1\nLD: 0, 1, 0\nEND\n"}), IsEmpty());
+}
+
+TEST_F(TogetherTest, NamesTheLinesOfBlocks) {
+  fs::create_directories("m/plc1");
+  Write("m/rack.toml", kRack);
+  Write("m/plc1/RESET.PLC", kReset);
+  Write("m/plc1/FLOW.PLC", "FL: work.plc\nEND\n");
+  Write("m/plc1/work.plc", "OUT: 1, 0, 1\nOUT: 1, 0, 0\nLD: 1, 0, 1\nEND\n");
+  std::string error;
+  const auto findings = check::CheckPath("m", "", &error);
+  ASSERT_EQ(findings->size(), 1U);
+  EXPECT_THAT(findings->front().message,
+              AllOf(HasSubstr("this task itself (plc1/work.plc:1) switches"),
+                    HasSubstr("the Enter key, plc1/FLOW.PLC:1, plc1/work.plc:1-2")));
 }
 
 TEST_F(TogetherTest, OutputsInTwoDirections) {

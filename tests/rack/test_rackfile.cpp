@@ -96,6 +96,14 @@ TEST(RackFileTest, SignalsMustExistOnTheCardsThatAreThere) {
   EXPECT_EQ(ErrorsOf("[slots]\n1 = \"servo\"\n[outputs]\na = \"1.0\"\n"),
             "rack.toml:4:5: the servo card in entry 1 has no outputs\n");
   EXPECT_EQ(ErrorsOf("[inputs]\na = \"five\"\n"), "rack.toml:2:5: no input is called \"five\"\n");
+  for (const std::string place : {"-0.5", "0.-0"}) {
+    EXPECT_EQ(
+        ErrorsOf("[inputs]\na = \"" + place + "\"\n"),
+        "rack.toml:2:5: \"" + place + "\" is no address: entry and channel are wanted, such as \"0.5\"\n");
+  }
+  EXPECT_EQ(
+      ErrorsOf("[slots]\n1 = \"cylinder\"\n[[cylinder]]\ncylinder = \"1.0\"\nswitches = { -0 = \"0.1\" }\n"),
+      "rack.toml:5:19: no position \"-0\": a cylinder has the positions 0 to 15\n");
   EXPECT_EQ(ErrorsOf("[inputs]\na = \"0.1\"\n[outputs]\na = \"0.1\"\n"),
             "rack.toml:4:5: the name \"a\" is given twice\n");
   EXPECT_EQ(ErrorsOf("[inputs]\nclamped = \"0.1\"\n[[valve]]\noutput = \"0.1\"\nsensor = \"clampd\"\n"),

@@ -162,6 +162,10 @@ bool CheckFile(const fs::path& file, const std::string& rackFile, Subject* subje
 
 bool CheckSubject(const fs::path& path, const std::string& rackFile, Subject* subject, std::string* error) {
   std::error_code ignored;
+  if (path.filename() == "rack.toml" || path.filename() == "Velmo.conf") {
+    *error = path.string() + ": no program file; it is checked with the machine's directory\n";
+    return false;
+  }
   if (fs::is_regular_file(path, ignored)) return CheckFile(path, rackFile, subject, error);
   if (!fs::is_directory(path, ignored)) {
     *error = path.string() + ": no such file or directory\n";

@@ -74,4 +74,25 @@ bool MayCallNothing(const Task& task, const Line& line) {
   return BlocksOf(task, line).size() < (IsConditional(line) ? kBranches : 1);
 }
 
+std::map<const Program*, std::set<std::string>> MainsAbove(const Task& task) {
+  std::map<const Program*, std::set<const Program*>> called;
+  for (const auto& [name, program] : task.programs) {
+    for (const Line& line : program.lines) {
+      for (const Program* block : BlocksOf(task, line)) called[&program].insert(block);
+    }
+  }
+  std::map<const Program*, std::set<std::string>> mains;
+  for (const auto& [name, main] : task.programs) {
+    if (!main.isMain) continue;
+    std::vector<const Program*> open(called[&main].begin(), called[&main].end());
+    while (!open.empty()) {
+      const Program* block = open.back();
+      open.pop_back();
+      if (!mains[block].insert(name).second) continue;
+      open.insert(open.end(), called[block].begin(), called[block].end());
+    }
+  }
+  return mains;
+}
+
 }  // namespace check

@@ -1,6 +1,9 @@
 // Where a program goes on after each of its lines.
 #pragma once
 
+#include <map>
+#include <set>
+#include <string>
 #include <vector>
 
 #include "check/program.h"
@@ -41,5 +44,8 @@ std::vector<const Program*> BlocksOf(const Task& task, const Line& line);
 
 // Whether an IF, or a call of a block that is not there, may go on with the next line.
 bool MayCallNothing(const Task& task, const Line& line);
+
+// The main programs from which each block is reached.
+std::map<const Program*, std::set<std::string>> MainsAbove(const Task& task);
 
 }  // namespace check

@@ -123,28 +123,6 @@ class PauseFlow {
   PauseState state_;
 };
 
-// The main programs from which each block is reached.
-std::map<const Program*, std::set<std::string>> MainsAbove(const Task& task) {
-  std::map<const Program*, std::set<const Program*>> called;
-  for (const auto& [name, program] : task.programs) {
-    for (const Line& line : program.lines) {
-      for (const Program* block : BlocksOf(task, line)) called[&program].insert(block);
-    }
-  }
-  std::map<const Program*, std::set<std::string>> mains;
-  for (const auto& [name, main] : task.programs) {
-    if (!main.isMain) continue;
-    std::vector<const Program*> open(called[&main].begin(), called[&main].end());
-    while (!open.empty()) {
-      const Program* block = open.back();
-      open.pop_back();
-      if (!mains[block].insert(name).second) continue;
-      open.insert(open.end(), called[block].begin(), called[block].end());
-    }
-  }
-  return mains;
-}
-
 // "it has 1, 2, 3"; of many labels those whose numbers are next to the one that is not there.
 std::string LabelsOf(const Program& program, int missing) {
   constexpr size_t kShown = 8;
@@ -270,8 +248,18 @@ class FlowRules {
     constexpr size_t kCompared = 100;  // names, each of them with all files
     const auto [entry, isNew] = meant_.try_emplace(name);
     if (!isNew || meant_.size() > kCompared) return entry->second;
-    if (files_.empty()) files_ = FileNames(ofTask_.directory);
+    if (files_.empty()) files_ = ProgramNames();
     return entry->second = NearMiss(name, files_);
+  }
+
+  std::vector<std::string> ProgramNames() const {
+    std::vector<std::string> names = FileNames(ofTask_.directory);
+    const auto isDirectory = [&](const std::string& name) {
+      std::error_code ignored;
+      return std::filesystem::is_directory(ofTask_.directory / name, ignored);
+    };
+    names.erase(std::remove_if(names.begin(), names.end(), isDirectory), names.end());
+    return names;
   }
 
   void CheckNesting(const Program& program, const Line& line) {

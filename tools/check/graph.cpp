@@ -324,7 +324,9 @@ class Graph {
   void FindUses() {
     for (const Task& task : tree_.tasks) {
       if (!IsRun(tree_, task)) continue;
+      mainsAbove_.merge(MainsAbove(task));
       for (const auto& [name, program] : task.programs) {
+        if (program.isMain) mainsAbove_[&program].insert(name);
         if (!IsShown(program)) continue;
         for (size_t i = 0; i < program.lines.size(); ++i)
           KeepUse({&task, {&program, i}, kAnyLevel}, program.lines[i]);
@@ -336,13 +338,12 @@ class Graph {
   // and production programs do.
   void FindSignals() {
     std::set<std::pair<Row, Row>> known;
-    const auto isReset = [](const Use& use) { return use.row.first->name == kResetProgram; };
     for (const auto& [source, inputs] : links_) {
       for (const Place& input : inputs) {
         for (const Use& give : gives_[source]) {
           for (const Use& read : reads_[input]) {
             const bool fits = give.level == kAnyLevel || give.level == read.level;
-            if (give.task == read.task || isReset(give) != isReset(read) || !fits) continue;
+            if (give.task == read.task || !RunTogether(give, read) || !fits) continue;
             if (known.emplace(give.row, read.row).second) signals_.emplace_back(give.row, read.row);
             inputs_[read.row] = InputText(input);
           }
@@ -351,7 +352,17 @@ class Graph {
     }
   }
 
+  bool RunTogether(const Use& give, const Use& read) const {
+    const auto givers = mainsAbove_.find(give.row.first);
+    const auto readers = mainsAbove_.find(read.row.first);
+    if (givers == mainsAbove_.end() || readers == mainsAbove_.end()) return false;
+    return std::any_of(givers->second.begin(), givers->second.end(),
+                       [&](const std::string& main) { return readers->second.count(main) > 0; });
+  }
+
   const ProgramTree& tree_;
+  std::map<const Program*, std::set<std::string>>
+      mainsAbove_;                          // that lead to a program, a main one's own too
   std::map<Place, std::set<Place>> links_;  // from what is moved to the inputs that hang on it
   std::map<Place, std::vector<Use>> gives_;
   std::map<Place, std::vector<Use>> reads_;

@@ -32,8 +32,10 @@ class TogetherRules {
     return model_.tasks[static_cast<size_t>(wait.first)].steps[static_cast<size_t>(wait.second)];
   }
 
-  static std::string PlaceOf(const Step& step) {
-    return step.program->path.substr(step.program->path.rfind("plc")) + ":" +
+  // "plc1/FLOW.PLC:8".
+  std::string PlaceOf(int task, const Step& step) const {
+    const Task& ofTask = *model_.tasks[static_cast<size_t>(task)].task;
+    return (ofTask.directory.filename() / step.program->name).string() + ":" +
            std::to_string(step.line->number);
   }
 
@@ -77,7 +79,7 @@ class TogetherRules {
         if (step.kind != StepKind::Out || step.level != wait.level || !Moves(wait, step)) continue;
         ++count;
         if (count > kShown) continue;
-        text += (count == 1 ? "" : ", ") + PlaceOf(step);
+        text += (count == 1 ? "" : ", ") + PlaceOf(task, step);
       }
     }
     return count > kShown ? text + ", ..." : text;
@@ -147,7 +149,7 @@ class TogetherRules {
       while (i + 1 < way.size() && way[i + 1].first == way[i].first &&
              Follows(StepOf(way[i]), StepOf(way[i + 1])))
         ++i;
-      add(PlaceOf(StepOf(way[first])) +
+      add(PlaceOf(way[first].first, StepOf(way[first])) +
           (i == first ? "" : "-" + std::to_string(StepOf(way[i]).line->number)));
     }
     return parts;
@@ -197,7 +199,7 @@ class TogetherRules {
     for (const Wait& wait : waits) {
       const Step& step = StepOf(wait);
       text += (text.empty() ? TaskName(wait.first) + " waits here"
-                            : ", and " + TaskName(wait.first) + " waits in " + PlaceOf(step)) +
+                            : ", and " + TaskName(wait.first) + " waits in " + PlaceOf(wait.first, step)) +
               " for " + WantedText(step) + ", which only " + GiversOf(step, OthersThan(wait.first)) +
               " gives";
     }
