@@ -12,6 +12,7 @@
 
 #include "machine/faults.h"
 #include "machine/key_names.h"
+#include "machine/trace_text.h"
 #include "rack/rack.h"
 
 namespace rack {
@@ -140,6 +141,26 @@ void ViewCounters(const RackImage& image, const PlantState& plant, Snapshot& sna
   }
 }
 
+// A card beyond the card table is none that a program can reach.
+void ViewProtests(const RackImage& image, const RackLive& live, Snapshot& snapshot) {
+  for (std::uint32_t entry = 0; entry < image.entryCount; ++entry) {
+    const std::uint8_t slot = image.entrySlot[entry];
+    const ProtestRecord& last = live.protests[slot];
+    if (last.count == 0) continue;
+    ProtestView view;
+    view.entry = static_cast<int>(entry);
+    view.count = last.count;
+    view.atNanos = last.at;
+    view.who = Who(last.task);
+    view.file = FileName(live, last.file);
+    view.line = static_cast<int>(last.line);
+    const JournalRecord record = {
+        last.at, JournalKind::CardProtests, last.task, slot, last.port, last.value, last.line, last.file};
+    view.text = EventText(snapshot, record);
+    snapshot.protests.push_back(view);
+  }
+}
+
 }  // namespace
 
 std::string RunDirectory(const std::string& machine) {
@@ -212,6 +233,7 @@ Snapshot SnapshotOf(const RackImage& image, RackLive& live) {
   }
   ViewSignals(image, snapshot);
   ViewCounters(image, live.plant, snapshot);
+  ViewProtests(image, live, snapshot);
   for (const FaultRecord& fault : live.faults) {
     if (fault.kind == FaultKind::None) continue;
     snapshot.busFails = snapshot.busFails || fault.kind == FaultKind::BusReadsFail;

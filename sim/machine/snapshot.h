@@ -68,6 +68,17 @@ struct CounterView {
   unsigned goal = 0;  // 0: none
 };
 
+// What a card has protested against last.
+struct ProtestView {
+  int entry = 0;       // of the card
+  unsigned count = 0;  // protests of that card since power-on
+  std::int64_t atNanos = 0;
+  std::string who;   // "plc1"
+  std::string file;  // program line that was executed, empty: none
+  int line = 0;
+  std::string text;  // "card 2 has no register 10"
+};
+
 struct Snapshot {
   bool running = false;
   bool busFails = false;  // the driver's reads fail
@@ -79,6 +90,7 @@ struct Snapshot {
   std::vector<TaskView> tasks;
   std::vector<NamedSignal> signals;
   std::vector<CounterView> counters;
+  std::vector<ProtestView> protests;
   std::vector<std::string> faults;        // each as a sentence
   std::vector<FaultRecord> faultRecords;  // the same, as the rack has them
 };

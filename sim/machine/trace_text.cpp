@@ -88,6 +88,49 @@ std::string CounterName(const Snapshot& snapshot, const JournalRecord& record) {
   return std::to_string(record.port);
 }
 
+// "card 2", by the number that programs use; a card beyond the card table by its slot.
+std::string CardName(const Snapshot& snapshot, int slot) {
+  const int entry = EntryOf(snapshot, slot);
+  return entry < 0 ? "the card in slot " + std::to_string(slot) : "card " + std::to_string(entry);
+}
+
+// "register 24 (start)".
+std::string RegisterText(const Snapshot& snapshot, const JournalRecord& record) {
+  for (const RegisterName& row : RowOf(KindOf(snapshot, record.slot)).registers()) {
+    const bool reads = ProtestIn(record.value) == Protest::NotWritable;
+    const bool shown = row.access == Access::Both || (row.access == Access::Read) == reads;
+    if (row.port == record.port && shown)
+      return "register " + std::to_string(row.port) + " (" + row.name + ")";
+  }
+  return "register " + std::to_string(record.port);
+}
+
+std::string ProtestText(const Snapshot& snapshot, const JournalRecord& record) {
+  const std::string card = CardName(snapshot, record.slot);
+  const std::string value = std::to_string(record.value & 0xFF);
+  switch (ProtestIn(record.value)) {
+    case Protest::NoRegister:
+      return card + " has no register " + std::to_string(record.port);
+    case Protest::NotReadable:
+      return card + " has nothing to read at " + RegisterText(snapshot, record);
+    case Protest::NotWritable:
+      return card + " has nothing to write at " + RegisterText(snapshot, record);
+    case Protest::NoChannel:
+      return card + " has no channel " + value;
+    case Protest::NoneSelected:
+      return card + " has no channel selected for " + RegisterText(snapshot, record);
+    case Protest::BadValue:
+      return card + " does not take " + value + " at " + RegisterText(snapshot, record);
+    case Protest::CommandHeld:
+      return card + " still holds the last command when " + Hex(record.value & 0xFF) + " comes";
+    case Protest::GeneratorHeld:
+      return card + " is to start a motor whose generator is held clear";
+    case Protest::None:
+      break;
+  }
+  return card + " protests";
+}
+
 std::string Where(const FileNames& files, const JournalRecord& record) {
   const std::string file = files(record.file);
   return file.empty() ? "-" : file + ":" + std::to_string(record.line);
@@ -145,6 +188,8 @@ std::string EventText(const Snapshot& snapshot, const JournalRecord& record) {
       return "fault begins on " + CardText(snapshot, record.slot);
     case JournalKind::FaultEnds:
       return "fault ends on " + CardText(snapshot, record.slot);
+    case JournalKind::CardProtests:
+      return ProtestText(snapshot, record);
     case JournalKind::Device:
       return record.value != 0 ? "device opened" : "device closed";
     case JournalKind::ProgramLine:

@@ -181,6 +181,7 @@ void Waveform::ForEachValue(const JournalRecord& record, Tell tell) {
     case JournalKind::ConsoleText:
     case JournalKind::MotorPulses:
     case JournalKind::MotorPosition:
+    case JournalKind::CardProtests:
       break;
   }
 }

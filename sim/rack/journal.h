@@ -37,8 +37,17 @@ enum class JournalKind : std::uint8_t {
   Restart,         // the controller asked for a restart
   ConsoleText,     // task; value: so many bytes have been written to standard output at this time
   MotorPulses,     // slot, channel, value: pulses of the move that ends
-  MotorPosition    // slot, channel, value: where the motor stands at its end, in steps
+  MotorPosition,   // slot, channel, value: where the motor stands at its end, in steps
+  CardProtests     // slot, port; value: byte written in bits 0 to 7, Protest in bits 8 to 15
 };
+
+// What a record of CardProtests holds.
+constexpr std::int32_t ProtestValue(Protest protest, std::uint8_t value) {
+  return static_cast<std::int32_t>(protest) << 8 | value;
+}
+constexpr Protest ProtestIn(std::int32_t value) {
+  return static_cast<Protest>(value >> 8 & 0xFF);
+}
 
 // Who did it, where the card interface is silent about it.
 constexpr std::uint8_t kMainThread = 0xFE;

@@ -70,6 +70,8 @@ class Rack final : private EventSink {
   void PressKey(std::uint32_t code, bool repeated);
   void HoldFunctionKeys(std::uint32_t bits);
   void ShowInputs(int slot, std::uint16_t before);
+  void NoteProtest(Protest protest, std::uint8_t slot, std::uint8_t port, std::uint8_t value,
+                   const Origin& origin);
   void NoteOutputs(int slot, std::uint32_t before, const Origin& origin);
 
   bool IsAsked() const;

@@ -30,6 +30,7 @@ bool IsTold(JournalKind kind) {
     case JournalKind::CounterValue:
     case JournalKind::FaultBegins:
     case JournalKind::FaultEnds:
+    case JournalKind::CardProtests:
     case JournalKind::ProgramMissing:
     case JournalKind::Restart:
       return true;

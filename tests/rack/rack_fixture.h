@@ -82,6 +82,8 @@ class TestRack {
         return "fault";
       case rack::JournalKind::FaultEnds:
         return "cured";
+      case rack::JournalKind::CardProtests:
+        return "protest";
       default:
         return "other";
     }

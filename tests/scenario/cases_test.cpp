@@ -132,6 +132,17 @@ TEST_F(CasesTest, JunitHasEveryExpectation) {
   EXPECT_THAT(xml, testing::EndsWith("</failure>\n    </testcase>\n  </testsuite>\n</testsuites>\n"));
 }
 
+TEST(DemoCell, NoCardProtestsInAGoodDay) {
+  Shell shell;
+  const std::string output = shell.Run(
+      "cp -r '" VELMO_SOURCE
+      "/demo/cell' . && echo '[[expect]]\nnever = \"a card protests\"' >> "
+      "cell/scenarios/good-day.toml && sed -i '/^\\[end\\]/,/^\\]/d' cell/scenarios/good-day.toml && "
+      "velmo-rack test cell/scenarios/good-day.toml");
+  EXPECT_EQ(shell.Status(), 0) << output;
+  EXPECT_THAT(output, testing::HasSubstr(" - good-day: never a card protests\n"));
+}
+
 TEST(DemoCell, ItsScenariosPass) {
   Shell shell;
   const std::string output = shell.Run("velmo-rack test '" VELMO_SOURCE "/demo/cell'");

@@ -152,6 +152,25 @@ TEST(Trace, NamesCardRegisterAndSignals) {
             "1250000000,3,plc2,\"plc2/FLOW.PLC\",4,5,9,7,\"slot 5 stepper: frequency = 7 (0x07)\"");
 }
 
+TEST(Trace, SaysWhatACardProtestsAgainst) {
+  const Snapshot machine = SmallRack();
+  const auto text = [&](int slot, int port, Protest protest, int value) {
+    return EventText(machine, Record(JournalKind::CardProtests, slot, port,
+                                     ProtestValue(protest, static_cast<std::uint8_t>(value))));
+  };
+  EXPECT_EQ(text(5, 30, Protest::NoRegister, 1), "card 2 has no register 30");
+  EXPECT_EQ(text(5, 7, Protest::NotReadable, 0), "card 2 has nothing to read at register 7 (channel select)");
+  EXPECT_EQ(text(3, 8, Protest::NotWritable, 0), "card 1 has nothing to write at register 8 (inputs 0-7)");
+  EXPECT_EQ(text(5, 7, Protest::NoChannel, 9), "card 2 has no channel 9");
+  EXPECT_EQ(text(5, 9, Protest::NoneSelected, 1),
+            "card 2 has no channel selected for register 9 (frequency)");
+  EXPECT_EQ(text(5, 24, Protest::BadValue, 3), "card 2 does not take 3 at register 24 (start)");
+  EXPECT_EQ(text(5, 6, Protest::CommandHeld, 0x35), "card 2 still holds the last command when 0x35 comes");
+  EXPECT_EQ(text(5, 24, Protest::GeneratorHeld, 1),
+            "card 2 is to start a motor whose generator is held clear");
+  EXPECT_EQ(text(11, 30, Protest::NoRegister, 1), "the card in slot 11 has no register 30");
+}
+
 TEST(Vcd, IsWrittenWithScopesStartValuesAndOnlyChanges) {
   std::ostringstream out;
   VcdWriter writer(out);
