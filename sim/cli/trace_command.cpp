@@ -19,10 +19,7 @@ int Trace(const TraceOptions& options) {
   JournalReader reader(machine.State().journal,
                        oldest ? JournalReader::Start::Oldest : JournalReader::Start::Newest);
   const Snapshot snapshot = machine.Take();
-  // A file's name stands in the state before the first record with its number does, and never changes.
-  const FileNames files = [&](std::uint32_t number) -> std::string {
-    return number == 0 || number > kMaxProgramFiles ? "" : machine.State().live.programFiles[number - 1];
-  };
+  const FileNames files = machine.Files();
   if (options.csv) std::puts(kTraceHeader);
   const auto tellLost = [](std::uint64_t lost) {
     std::fprintf(stderr, "velmo-rack: %llu records lost here\n", static_cast<unsigned long long>(lost));

@@ -12,7 +12,6 @@
 
 #include "machine/faults.h"
 #include "machine/key_names.h"
-#include "machine/trace_text.h"
 #include "rack/rack.h"
 
 namespace rack {
@@ -96,6 +95,7 @@ CardView ViewCard(RackLive& live, int slot, Nanos now) {
   view.slot = slot;
   view.inputs = inputs.Shown();
   view.forced = static_cast<std::uint16_t>(inputs.setMask | inputs.stuckMask);
+  view.taken = inputs.setMask;
   view.outputs = OutputLevels(card);
   view.selectedChannel = SelectedChannel(card);
   ViewMotors(card, now, view);
@@ -289,6 +289,14 @@ Snapshot Machine::View(bool running) {
     snapshot.tasks.back().stepMode = step_.On();
   }
   return snapshot;
+}
+
+FileNames FileNamesOf(const RackState& state) {
+  return [&state](std::uint32_t number) { return FileName(state.live, number); };
+}
+
+FileNames Machine::Files() const {
+  return FileNamesOf(State());
 }
 
 std::uint32_t Machine::Give(const TimeCommand& command) const {

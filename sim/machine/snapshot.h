@@ -37,6 +37,7 @@ struct CardView {
   int selectedChannel = 0;    // of the motor and cylinder cards
   std::uint16_t inputs = 0;   // as the card shows them
   std::uint16_t forced = 0;   // inputs that a person or a fault holds
+  std::uint16_t taken = 0;    // those of them that a person holds
   std::uint32_t outputs = 0;  // relays from bit 16
   std::uint8_t keyCode = 0;   // latched code of the CPU card
   std::uint8_t functionKeys = 0;
@@ -97,6 +98,9 @@ struct Snapshot {
 
 // "clamp_closed (0.5)" for a named signal, "0.5" for another.
 std::string SignalText(const Snapshot& snapshot, SignalKind kind, int entry, int channel);
+
+// Whether the rack file names a signal.
+bool HasName(const Snapshot& snapshot, SignalKind kind, int entry, int channel);
 
 // The name of a signal, or its address when it has none.
 std::string SignalLabel(const Snapshot& snapshot, SignalKind kind, int entry, int channel);

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "machine/faults.h"
 #include "machine/key_names.h"
 #include "toml/words.h"
 
@@ -70,6 +71,17 @@ std::string SignalEvent(const Snapshot& snapshot, const JournalRecord& record, S
   const int entry = EntryOf(snapshot, record.slot);
   return std::string(kind == SignalKind::Input ? "input " : "output ") +
          SignalText(snapshot, kind, entry, record.port) + (record.value != 0 ? " on" : " off");
+}
+
+// How long it lasts is not in its record.
+FaultRecord FaultOf(const JournalRecord& record) {
+  FaultRecord fault{};
+  fault.kind = static_cast<FaultKind>(record.value);
+  fault.slot = record.slot;
+  fault.channel = record.port;
+  fault.value = static_cast<std::int32_t>(record.line);
+  fault.begin = record.time;
+  return fault;
 }
 
 std::string KeyText(std::int32_t code) {
@@ -185,9 +197,14 @@ std::string EventText(const Snapshot& snapshot, const JournalRecord& record) {
     case JournalKind::CounterValue:
       return "counter " + CounterName(snapshot, record) + " " + std::to_string(record.value);
     case JournalKind::FaultBegins:
-      return "fault begins on " + CardText(snapshot, record.slot);
+      return "fault: " + FaultText(snapshot, FaultOf(record), record.time);
     case JournalKind::FaultEnds:
-      return "fault ends on " + CardText(snapshot, record.slot);
+      return "fault over: " + FaultText(snapshot, FaultOf(record), record.time);
+    case JournalKind::InputTaken:
+      return SignalEvent(snapshot, record, SignalKind::Input) + " by hand";
+    case JournalKind::InputGivenBack:
+      return "input " + SignalText(snapshot, SignalKind::Input, EntryOf(snapshot, record.slot), record.port) +
+             " left to the machine again";
     case JournalKind::CardProtests:
       return ProtestText(snapshot, record);
     case JournalKind::Device:
@@ -221,9 +238,9 @@ const char* const kTraceHeader = "nanos,kind,task,file,line,slot,port,value,text
 
 std::string TraceRow(const Snapshot& snapshot, const FileNames& files, const JournalRecord& record) {
   const auto number = [](auto value) { return std::to_string(static_cast<long long>(value)) + ","; };
-  return number(record.time) + number(record.kind) + Who(record.task) + "," + Quoted(files(record.file)) +
-         "," + number(record.line) + number(record.slot) + number(record.port) + number(record.value) +
-         Quoted(EventText(snapshot, record));
+  return number(record.time) + WordOf(record.kind) + "," + Who(record.task) + "," +
+         Quoted(files(record.file)) + "," + number(record.file == 0 ? 0 : record.line) + number(record.slot) +
+         number(record.port) + number(record.value) + Quoted(EventText(snapshot, record));
 }
 
 }  // namespace rack

@@ -87,6 +87,7 @@ class Rack final : private EventSink {
   RequestResult CheckFault(const Request& request) const;
   void Impose(const FaultRecord& fault, bool begins);
   void End(FaultRecord& fault);
+  void NoteFault(JournalKind kind, const FaultRecord& fault);
   void ApplyStuck(int slot);
   bool Faulty(FaultKind kind, int slot) const;
 

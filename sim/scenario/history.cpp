@@ -45,6 +45,8 @@ bool IsTold(JournalKind kind) {
     case JournalKind::ProgramOpened:
     case JournalKind::Sync:
     case JournalKind::ConsoleText:
+    case JournalKind::InputTaken:  // by the scenario, whose event is told
+    case JournalKind::InputGivenBack:
       break;
   }
   return false;
