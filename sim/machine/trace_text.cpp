@@ -1,5 +1,6 @@
 #include "machine/trace_text.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include "machine/faults.h"
@@ -148,6 +149,15 @@ std::string Where(const FileNames& files, const JournalRecord& record) {
   return file.empty() ? "-" : file + ":" + std::to_string(record.line);
 }
 
+// "87,381".
+std::string Thousands(std::uint32_t number) {
+  std::string digits = std::to_string(number);
+  for (int place = static_cast<int>(digits.size()) - 3; place > 0; place -= 3) {
+    digits.insert(static_cast<std::size_t>(place), ",");
+  }
+  return digits;
+}
+
 std::string Quoted(const std::string& text) {
   std::string quoted = "\"";
   for (const char c : text) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
@@ -207,6 +217,8 @@ std::string EventText(const Snapshot& snapshot, const JournalRecord& record) {
              " left to the machine again";
     case JournalKind::CardProtests:
       return ProtestText(snapshot, record);
+    case JournalKind::Repeats:
+      return "the last accesses of this task again";
     case JournalKind::Device:
       return record.value != 0 ? "device opened" : "device closed";
     case JournalKind::ProgramLine:
@@ -227,20 +239,59 @@ std::string EventText(const Snapshot& snapshot, const JournalRecord& record) {
   return "unknown record";
 }
 
-std::string TraceLine(const Snapshot& snapshot, const FileNames& files, const JournalRecord& record) {
+PollRounds RoundsOf(const JournalRecord& record) {
+  const auto accesses = static_cast<std::uint32_t>(record.value);
+  const std::uint32_t period = std::max<std::uint32_t>(record.slot, 1);
+  return {accesses / period, accesses % period, record.time - record.file};
+}
+
+void Tracer::See(const JournalRecord& record) {
+  const bool selectsSlot = record.kind == JournalKind::Write && record.port == 0;
+  if (IsAccess(record.kind) && !selectsSlot) accesses_[record.task] = record;
+}
+
+JournalRecord Tracer::Subject(const JournalRecord& record) const {
+  if (record.kind != JournalKind::Repeats) return record;
+  const auto access = accesses_.find(record.task);
+  if (access != accesses_.end()) return access->second;
+  JournalRecord unknown{};
+  unknown.task = record.task;
+  return unknown;
+}
+
+std::string Tracer::TextOf(const JournalRecord& record) const {
+  if (record.kind != JournalKind::Repeats) return EventText(snapshot_, record);
+  const JournalRecord access = Subject(record);
+  const PollRounds poll = RoundsOf(record);
+  const std::string what =
+      access.kind == JournalKind::None ? "accesses from before this recording" : EventText(snapshot_, access);
+  const std::string times = poll.rounds != 0 ? Thousands(poll.rounds) : "part of a round";
+  char until[32];
+  std::snprintf(until, sizeof until, " until %.3f s", static_cast<double>(poll.last) / 1e9);
+  return "again: " + what + "  x " + times + until;
+}
+
+std::string Tracer::Line(const JournalRecord& record) const {
   char head[40];
   std::snprintf(head, sizeof head, "%12.6f  %-4s  ", static_cast<double>(record.time) / 1e9,
                 Who(record.task).c_str());
-  return head + Where(files, record) + "  " + EventText(snapshot, record);
+  return head + Where(files_, Subject(record)) + "  " + TextOf(record);
 }
 
-const char* const kTraceHeader = "nanos,kind,task,file,line,slot,port,value,text";
+const char* Tracer::Header() {
+  return "nanos,kind,task,file,line,slot,port,value,text,repeats,period,until";
+}
 
-std::string TraceRow(const Snapshot& snapshot, const FileNames& files, const JournalRecord& record) {
+std::string Tracer::Row(const JournalRecord& record) const {
   const auto number = [](auto value) { return std::to_string(static_cast<long long>(value)) + ","; };
-  return number(record.time) + WordOf(record.kind) + "," + Who(record.task) + "," +
-         Quoted(files(record.file)) + "," + number(record.file == 0 ? 0 : record.line) + number(record.slot) +
-         number(record.port) + number(record.value) + Quoted(EventText(snapshot, record));
+  const JournalRecord subject = Subject(record);
+  const std::string row = number(record.time) + WordOf(record.kind) + "," + Who(record.task) + "," +
+                          Quoted(files_(subject.file)) + "," + number(subject.file == 0 ? 0 : subject.line) +
+                          number(subject.slot) + number(subject.port) + number(subject.value) +
+                          Quoted(TextOf(record)) + ",";
+  if (record.kind != JournalKind::Repeats) return row + ",,";
+  const PollRounds poll = RoundsOf(record);
+  return row + number(poll.rounds) + number(record.slot) + std::to_string(poll.last);
 }
 
 }  // namespace rack

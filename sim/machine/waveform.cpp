@@ -206,6 +206,7 @@ void Waveform::ForEachValue(const JournalRecord& record, Tell tell) {
     case JournalKind::MotorPulses:
     case JournalKind::MotorPosition:
     case JournalKind::CardProtests:
+    case JournalKind::Repeats:
       break;
   }
 }

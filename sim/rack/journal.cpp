@@ -43,8 +43,9 @@ constexpr KindWord kWords[] = {
     {JournalKind::CardProtests, "protest"},
     {JournalKind::InputTaken, "taken"},
     {JournalKind::InputGivenBack, "given-back"},
+    {JournalKind::Repeats, "repeats"},
 };
-static_assert(AreRowsOf(kWords, &KindWord::kind, static_cast<std::size_t>(JournalKind::InputGivenBack) + 1),
+static_assert(AreRowsOf(kWords, &KindWord::kind, static_cast<std::size_t>(JournalKind::Repeats) + 1),
               "a word for each kind, in order");
 
 }  // namespace
@@ -67,7 +68,7 @@ std::vector<std::string> KindWords() {
   return words;
 }
 
-void Append(JournalRing& ring, const JournalRecord& record) {
+std::uint32_t Append(JournalRing& ring, const JournalRecord& record) {
   std::uint32_t words[kRecordWords];
   std::memcpy(words, &record, sizeof words);
   const std::uint32_t number = ring.next.load(std::memory_order_relaxed);
@@ -78,6 +79,7 @@ void Append(JournalRing& ring, const JournalRecord& record) {
   for (std::uint32_t i = 0; i < kRecordWords; ++i) cell.words[i].store(words[i], std::memory_order_release);
   cell.stamp.store(number + 1, std::memory_order_release);
   ring.next.store(number + 1, std::memory_order_release);
+  return number;
 }
 
 JournalReader::JournalReader(const JournalRing& ring, Start start) : ring_(ring) {

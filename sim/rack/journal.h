@@ -43,8 +43,15 @@ enum class JournalKind : std::uint8_t {
   MotorPosition,   // slot, channel, value: where the motor stands at its end, in steps
   CardProtests,    // slot, port; value: byte written in bits 0 to 7, Protest in bits 8 to 15
   InputTaken,      // slot, channel, value 0 or 1: a hand holds the input at this level from now on
-  InputGivenBack   // slot, channel: no hand holds it any more
+  InputGivenBack,  // slot, channel: no hand holds it any more
+  Repeats  // a poll goes on, see poll_folder.h. slot: accesses of a round; value: accesses that came since;
+           // line: number of the round's first record; file: nanoseconds since the last of them
 };
+
+// A read or a write of the bus.
+constexpr bool IsAccess(JournalKind kind) {
+  return kind == JournalKind::Read || kind == JournalKind::Write || kind == JournalKind::ReadFailed;
+}
 
 // The word of a kind, "read"; records of one kind have the same.
 const char* WordOf(JournalKind kind);
@@ -98,8 +105,8 @@ struct JournalRing {
   JournalCell cells[kJournalCapacity];
 };
 
-// Appends a record. One writer at a time.
-void Append(JournalRing& ring, const JournalRecord& record);
+// Appends a record and yields its number. One writer at a time.
+std::uint32_t Append(JournalRing& ring, const JournalRecord& record);
 
 class JournalReader {
  public:

@@ -13,7 +13,8 @@ constexpr std::uint8_t kKeyClear = 1;  // of the CPU card
 
 Rack::Rack(RackState& state) : Rack(state.image, state.live) {
   requests_ = &state.requests;
-  journal_ = &state.journal;
+  journal_.emplace(state.journal);
+  tellPollsAt_ = live_.now / kSecond * kSecond + kSecond;
 }
 
 Rack::Rack(const RackImage& image, RackLive& live)
@@ -82,8 +83,12 @@ void Rack::WritePort(std::uint8_t port, std::uint8_t value, Nanos now, const Ori
 
 void Rack::Note(JournalKind kind, std::uint8_t slot, std::uint8_t port, std::int32_t value,
                 const Origin& origin) {
-  if (journal_ == nullptr) return;
-  Append(*journal_, {live_.now, kind, origin.task, slot, port, value, origin.line, origin.file});
+  if (!journal_) return;
+  journal_->Add({live_.now, kind, origin.task, slot, port, value, origin.line, origin.file});
+}
+
+void Rack::TellPolls() {
+  if (journal_) journal_->Tell(live_.now);
 }
 
 void Rack::NoteProtest(Protest protest, std::uint8_t slot, std::uint8_t port, std::uint8_t value,

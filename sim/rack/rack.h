@@ -7,7 +7,9 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
+#include "rack/poll_folder.h"
 #include "rack/state.h"
 
 namespace rack {
@@ -41,6 +43,9 @@ class Rack final : private EventSink {
   // Appends a record to the journal, at the time reached.
   void Note(JournalKind kind, std::uint8_t slot, std::uint8_t port, std::int32_t value,
             const Origin& origin = {});
+
+  // Brings the journal up to date with the polls that are going on; they are told of at each whole second anyway.
+  void TellPolls();
 
   // Switches the power on, at time 0: cards and links as they stand in the state, these inputs switched on.
   void PowerOn(const std::uint16_t (&inputsOn)[kMaxEntries]);
@@ -94,7 +99,8 @@ class Rack final : private EventSink {
   const RackImage& image_;
   RackLive& live_;
   RequestRing* requests_ = nullptr;
-  JournalRing* journal_ = nullptr;
+  std::optional<PollFolder> journal_;
+  Nanos tellPollsAt_ = kSecond;  // the next whole second
   CardsByEntry cards_{};
   Plant plant_;
   Mover movers_[kSlots][kMaxMovers]{};

@@ -47,6 +47,7 @@ bool IsTold(JournalKind kind) {
     case JournalKind::ConsoleText:
     case JournalKind::InputTaken:  // by the scenario, whose event is told
     case JournalKind::InputGivenBack:
+    case JournalKind::Repeats:
       break;
   }
   return false;
@@ -57,10 +58,6 @@ bool IsTask(int who) {
 }
 
 }  // namespace
-
-bool IsAccess(JournalKind kind) {
-  return kind == JournalKind::Read || kind == JournalKind::Write || kind == JournalKind::ReadFailed;
-}
 
 void History::See(const JournalRecord& record) {
   if (IsAccess(record.kind) && record.slot < kSlots && IsTask(record.task)) {

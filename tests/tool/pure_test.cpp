@@ -141,7 +141,8 @@ TEST(Trace, NamesCardRegisterAndSignals) {
   const Snapshot machine = SmallRack();
   const FileNames files = [](std::uint32_t number) { return number == 1 ? "plc2/FLOW.PLC" : ""; };
   const std::string head = "    1.250000  plc2  plc2/FLOW.PLC:4  ";
-  const auto line = [&](const JournalRecord& record) { return TraceLine(machine, files, record); };
+  Tracer tracer(machine, files);
+  const auto line = [&](const JournalRecord& record) { return tracer.Line(record); };
   EXPECT_EQ(line(Record(JournalKind::Write, 5, 7, 2)), head + "slot 5 stepper: channel select = 2 (0x02)");
   EXPECT_EQ(line(Record(JournalKind::Read, 5, 24, 1)), head + "slot 5 stepper: busy reads 1 (0x01)");
   EXPECT_EQ(line(Record(JournalKind::Write, 5, 24, 1)), head + "slot 5 stepper: start = 1 (0x01)");
@@ -149,8 +150,18 @@ TEST(Trace, NamesCardRegisterAndSignals) {
             head + "slot 3 io: inputs 0-7 reads 33 (0x21) [1.0 clamp_closed]");
   EXPECT_EQ(line(Record(JournalKind::Write, 3, 7, 1)), head + "slot 3 io: relays 16-23 = 1 (0x01) [clamp]");
   EXPECT_EQ(line(Record(JournalKind::InputEdge, 3, 5, 0)), head + "input clamp_closed (1.5) off");
-  EXPECT_EQ(TraceRow(machine, files, Record(JournalKind::Write, 5, 9, 7)),
-            "1250000000,write,plc2,\"plc2/FLOW.PLC\",4,5,9,7,\"slot 5 stepper: frequency = 7 (0x07)\"");
+  EXPECT_EQ(tracer.Row(Record(JournalKind::Write, 5, 9, 7)),
+            "1250000000,write,plc2,\"plc2/FLOW.PLC\",4,5,9,7,\"slot 5 stepper: frequency = 7 (0x07)\",,,");
+  JournalRecord again = Record(JournalKind::Repeats, 4, 0, 4 * 87381 + 2);
+  again.line = 17;           // number of the first record
+  again.file = 940'000'000;  // since the last access
+  EXPECT_EQ(line(again),
+            "    1.250000  plc2  -  again: accesses from before this recording  x 87,381 until 0.310 s");
+  tracer.See(Record(JournalKind::Read, 5, 24, 1));
+  EXPECT_EQ(line(again), head + "again: slot 5 stepper: busy reads 1 (0x01)  x 87,381 until 0.310 s");
+  EXPECT_EQ(tracer.Row(again),
+            "1250000000,repeats,plc2,\"plc2/FLOW.PLC\",4,5,24,1,\"again: slot 5 stepper: busy reads 1 (0x01)"
+            "  x 87,381 until 0.310 s\",87381,4,310000000");
 }
 
 TEST(Trace, FaultsAndHandsAreToldByTheNamesThatTheirCommandsUse) {
