@@ -37,8 +37,33 @@ struct RegisterName {
   std::uint8_t firstChannel = 0;
 };
 
-// What the rack file may say of a card: a whole number from lowest to highest, or a time.
-enum class SettingUnit : std::uint8_t { Number, Time };
+// What an access is that no card can make sense of, and no controller has to make.
+enum class Protest : std::uint8_t {
+  None = 0,
+  NoRegister,     // nothing is at this port
+  NotReadable,    // a register that can only be written
+  NotWritable,    // a register that can only be read
+  NoChannel,      // a channel select beyond the last channel
+  NoneSelected,   // a channel's register while no channel is selected
+  BadValue,       // a value that the register does not take
+  CommandHeld,    // a command while the card still holds the last one
+  GeneratorHeld,  // a start while the generator is held clear
+};
+
+// What there is to say of an access by the list of registers alone.
+constexpr Protest RegisterProtest(const RowsOf<RegisterName>& registers, Access access, std::uint8_t port) {
+  bool there = false;
+  for (const RegisterName& row : registers) {
+    if (row.port != port) continue;
+    if (row.access == Access::Both || row.access == access) return Protest::None;
+    there = true;
+  }
+  if (!there) return Protest::NoRegister;
+  return access == Access::Read ? Protest::NotReadable : Protest::NotWritable;
+}
+
+// What the rack file may say of a card: a whole number from lowest to highest, a time, or true and false.
+enum class SettingUnit : std::uint8_t { Number, Time, Flag };
 struct CardSetting {
   const char* word;
   const char* meaning;

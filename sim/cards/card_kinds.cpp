@@ -72,6 +72,18 @@ void WriteCard(CardState& card, std::uint8_t port, std::uint8_t value, Nanos now
   });
 }
 
+Protest ProtestOfRead(CardState& card, std::uint8_t port, Nanos now) {
+  return WithKind(card, Protest::None, [&](auto kind, auto& state) {
+    return ModelOf<decltype(kind)>(state).ProtestOf(Access::Read, port, 0, now);
+  });
+}
+
+Protest ProtestOfWrite(CardState& card, std::uint8_t port, std::uint8_t value, Nanos now) {
+  return WithKind(card, Protest::None, [&](auto kind, auto& state) {
+    return ModelOf<decltype(kind)>(state).ProtestOf(Access::Write, port, value, now);
+  });
+}
+
 void ApplySetting(CardState& card, const CardSetting& setting, std::int64_t value) {
   WithKind(card, 0, [&](auto /*kind*/, auto& state) {
     setting.set(&state, value);

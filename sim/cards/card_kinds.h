@@ -141,6 +141,9 @@ void PowerOn(CardState& card, CardKind kind);
 // No card: 0xFF, and writes are lost.
 std::uint8_t ReadCard(CardState& card, std::uint8_t port, Nanos now);
 void WriteCard(CardState& card, std::uint8_t port, std::uint8_t value, Nanos now);
+// Why the card cannot make sense of this access; asked before it is made.
+Protest ProtestOfRead(CardState& card, std::uint8_t port, Nanos now);
+Protest ProtestOfWrite(CardState& card, std::uint8_t port, std::uint8_t value, Nanos now);
 
 // Gives a setting of the card's kind its value.
 void ApplySetting(CardState& card, const CardSetting& setting, std::int64_t value);

@@ -93,4 +93,13 @@ void CpuCard::Write(std::uint8_t port, std::uint8_t value, Nanos /*now*/) {
   }
 }
 
+// The port of the function keys is in no list: it is where the rack file puts it.
+Protest CpuCard::ProtestOf(Access access, std::uint8_t port, std::uint8_t value, Nanos /*now*/) const {
+  if (access == Access::Read && port >= kFirstFunctionPort && port == state_.functionPort)
+    return Protest::None;
+  const Protest wrong = RegisterProtest(Registers(), access, port);
+  if (wrong != Protest::None || access == Access::Read) return wrong;
+  return port == kTypeOrKeyClear && value != 0 ? Protest::BadValue : Protest::None;
+}
+
 }  // namespace rack

@@ -58,6 +58,8 @@ class CpuCard {
   void PowerOn(std::uint8_t type);
   std::uint8_t Read(std::uint8_t port, Nanos now);
   void Write(std::uint8_t port, std::uint8_t value, Nanos now);
+  // What the card cannot make sense of.
+  Protest ProtestOf(Access access, std::uint8_t port, std::uint8_t value, Nanos now) const;
   // A code byte comes from the keypad: it overwrites a code that nobody has read yet.
   void LatchKey(std::uint8_t code) { state_.keyCode = code; }
 

@@ -22,12 +22,17 @@ constexpr Nanos kReleaseTime = 2 * kMicrosecond;
 // A command lasts at least this long, also one that has nothing to do.
 constexpr Nanos kShortestCommand = 1 * kMillisecond;
 
+bool IsCommand(std::uint8_t value) {
+  return value == kResetCommand || value == kSetupCommand || (value & ~kMovePosition) == kMoveCommand;
+}
+
 bool Exists(int channel) {
   return channel >= 0 && channel < kCylinderChannels;
 }
 
 std::int32_t Place(const CylinderChannelState& channel, Nanos now) {
   if (channel.phase != kPhaseTravel) return channel.to;
+  if (now < channel.start) return channel.from;
   const std::int64_t way = channel.to - channel.from;
   return channel.from +
          static_cast<std::int32_t>(way * (now - channel.start) / (channel.end - channel.start));
@@ -45,12 +50,14 @@ CylinderChannelState Settled(CylinderChannelState channel, Nanos now) {
   return channel;
 }
 
-void Begin(CylinderChannelState& channel, Phase phase, std::int32_t to, Nanos duration, Nanos now) {
+// The phase begins after the delay that is set on the card.
+void Begin(CylinderChannelState& channel, Phase phase, std::int32_t to, Nanos delay, Nanos duration,
+           Nanos now) {
   channel.from = Place(channel, now);
   channel.to = to;
   channel.phase = phase;
-  channel.start = now;
-  channel.end = now + std::max(duration, kShortestCommand);
+  channel.start = now + delay;
+  channel.end = channel.start + std::max(duration, kShortestCommand);
 }
 
 }  // namespace
@@ -73,6 +80,10 @@ RowsOf<CardSetting> CylinderCard::Settings() {
        &SetMember<State, Nanos, &State::setupTime>},
       {"reset_time", "cylinder card: time of a reset", SettingUnit::Time, 0, 0,
        &SetMember<State, Nanos, &State::resetTime>},
+      {"delay_unit", "cylinder card: time for each unit of the delay register", SettingUnit::Time, 0, 0,
+       &SetMember<State, Nanos, &State::delayUnit>},
+      {"strict", "cylinder card: a command while it holds the last one is lost", SettingUnit::Flag, 0, 1,
+       &SetMember<State, std::uint8_t, &State::strict>},
   };
   return rows;
 }
@@ -93,7 +104,7 @@ std::uint8_t CylinderCard::Read(std::uint8_t port, Nanos now) {
     case kType:
       return state_.type;
     case kSelect:
-      return HoldsCommand(state_.selected, now) ? 1 : 0;
+      return ShowsHeld(state_.selected, now) ? 1 : 0;
     case kCommand:
       return Status(state_.selected, now);
     default:
@@ -122,6 +133,12 @@ bool CylinderCard::HoldsCommand(int channel, Nanos now) const {
   const CylinderChannelState& state = state_.channels[channel];
   if (state.handshake == kCommandTaken) return now < state.commandAt + kReleaseTime;
   return state.handshake == kCommandHeld;
+}
+
+// A strict card shows that it holds a command only when it has taken it.
+bool CylinderCard::ShowsHeld(int channel, Nanos now) const {
+  if (!HoldsCommand(channel, now)) return false;
+  return state_.strict == 0 || now >= state_.channels[channel].commandAt + kTakeTime;
 }
 
 std::uint8_t CylinderCard::Status(int channel, Nanos now) const {
@@ -192,25 +209,37 @@ CylinderChannelState& CylinderCard::Settle(int channel, Nanos now) {
 
 void CylinderCard::Command(std::uint8_t value, Nanos now) {
   if (!Exists(state_.selected)) return;
-  const bool move = (value & ~kMovePosition) == kMoveCommand;
-  if (value != kResetCommand && value != kSetupCommand && !move) return;
+  if (!IsCommand(value)) return;
+  if (state_.strict != 0 && HoldsCommand(state_.selected, now)) return;
   CylinderChannelState& channel = Settle(state_.selected, now);
   channel.commandAt = now;
   channel.handshake = channel.noAcknowledge != 0 ? kCommandHeld : kCommandTaken;
   if (channel.noAcknowledge != 0) return;
+  const Nanos delay = state_.delay * state_.delayUnit;
   if (value == kResetCommand) {
     channel.alarm = 0;
-    Begin(channel, kPhaseReset, Place(channel, now), state_.resetTime, now);
+    Begin(channel, kPhaseReset, Place(channel, now), delay, state_.resetTime, now);
     return;
   }
   if (channel.alarm != 0 || channel.phase == kPhaseReset) return;
   if (value == kSetupCommand) {
-    Begin(channel, kPhaseTravel, 0, state_.setupTime, now);
+    Begin(channel, kPhaseTravel, 0, delay, state_.setupTime, now);
     return;
   }
   const std::int32_t target = (value & kMovePosition) * kCylinderPosition;
   const Nanos way = std::abs(target - Place(channel, now));
-  Begin(channel, kPhaseTravel, target, way * state_.travelTime / kCylinderPosition, now);
+  Begin(channel, kPhaseTravel, target, delay, way * state_.travelTime / kCylinderPosition, now);
+}
+
+Protest CylinderCard::ProtestOf(Access access, std::uint8_t port, std::uint8_t value, Nanos now) const {
+  const Protest wrong = RegisterProtest(Registers(), access, port);
+  const bool ofChannel = port == kCommand || (port == kSelect && access == Access::Read);
+  if (wrong == Protest::None && ofChannel && !Exists(state_.selected)) return Protest::NoneSelected;
+  if (wrong != Protest::None || access == Access::Read) return wrong;
+  if (port == kSelect) return Exists(value) ? Protest::None : Protest::NoChannel;
+  if (port != kCommand) return Protest::None;
+  if (!IsCommand(value)) return Protest::BadValue;
+  return HoldsCommand(state_.selected, now) ? Protest::CommandHeld : Protest::None;
 }
 
 }  // namespace rack

@@ -8,7 +8,8 @@
 //   5     ch  bit 0 set while the card holds a command that   channel select, 0 to 2
 //         it has not let go yet, others 0
 //   6     ch  status                                          ch  command
-//   7     -                                                   delay: kept, no effect
+//   7     -                                                   delay: a command begins so many units after it
+//                                                             was given; without a unit at once
 //   8     -                                                   -
 //
 // Command   0x10 reset, 0x20 setup, 0x30 + n move to position n; other bytes are not taken.
@@ -23,6 +24,8 @@
 // An alarm or a reset stops the cylinder where it is; the alarm hides bits 6 to 3.
 // Bit 0 of the status sets 1 us after the command, bit 0 of port 5 clears 2 us after it. A command replaces
 // the one that runs; during an alarm or a reset only a reset has an effect, the others are taken and let go.
+// A command while the card holds one replaces it. On a strict card it is lost, and bit 0 of port 5 sets 1 us after
+// the command, as the status does.
 // Any other port and "-" read 0xFF; writes marked "-" and to other ports are lost.
 #pragma once
 
@@ -66,13 +69,15 @@ struct CylinderCardState {
   std::uint8_t type;
   std::uint8_t selected;
   std::uint8_t delay;
-  std::uint8_t reserved[4];
+  std::uint8_t strict;  // 1: a command is lost while the card holds the last one
+  std::uint8_t reserved[3];
   Nanos travelTime;  // for one position
   Nanos setupTime;
   Nanos resetTime;
+  Nanos delayUnit;  // what each unit of the delay register takes; 0: the register has no effect
   CylinderChannelState channels[kCylinderChannels];
 };
-static_assert(kSharable<CylinderCardState> && sizeof(CylinderCardState) == 152);
+static_assert(kSharable<CylinderCardState> && sizeof(CylinderCardState) == 160);
 
 class CylinderCard {
  public:
@@ -87,6 +92,8 @@ class CylinderCard {
   void PowerOn(std::uint8_t type);
   std::uint8_t Read(std::uint8_t port, Nanos now);
   void Write(std::uint8_t port, std::uint8_t value, Nanos now);
+  // What the card cannot make sense of.
+  Protest ProtestOf(Access access, std::uint8_t port, std::uint8_t value, Nanos now) const;
 
   std::uint8_t Status(int channel, Nanos now) const;
   // The position, 0 to 15, at which the cylinder stands; -1 while it moves, stands between two, or is not
@@ -106,6 +113,7 @@ class CylinderCard {
 
  private:
   bool HoldsCommand(int channel, Nanos now) const;
+  bool ShowsHeld(int channel, Nanos now) const;
   CylinderChannelState& Settle(int channel, Nanos now);
   void Command(std::uint8_t value, Nanos now);
 

@@ -55,4 +55,8 @@ void IoCard::Write(std::uint8_t port, std::uint8_t value, Nanos /*now*/) {
   if (port >= kOutputsLow && port <= kRelays) SetByte(state_.outputs, port - kOutputsLow, value);
 }
 
+Protest IoCard::ProtestOf(Access access, std::uint8_t port, std::uint8_t /*value*/, Nanos /*now*/) const {
+  return RegisterProtest(Registers(), access, port);
+}
+
 }  // namespace rack

@@ -43,6 +43,8 @@ class IoCard {
   void PowerOn(std::uint8_t type);
   std::uint8_t Read(std::uint8_t port, Nanos now);
   void Write(std::uint8_t port, std::uint8_t value, Nanos now);
+  // What the card cannot make sense of.
+  Protest ProtestOf(Access access, std::uint8_t port, std::uint8_t value, Nanos now) const;
 
  private:
   IoCardState& state_;

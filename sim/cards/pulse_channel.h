@@ -63,6 +63,20 @@ struct PulseChannelState {
 };
 static_assert(kSharable<PulseChannelState> && sizeof(PulseChannelState) == 88);
 
+// Bit 4 of the control byte means nothing on any card.
+constexpr std::uint8_t kUnusedControlBit = 0x10;
+
+// What there is to say of the lowest byte of a step or stop count, which holds twice a number.
+constexpr Protest ProtestOfCount(std::uint8_t lowest) {
+  return lowest % 2 == 0 ? Protest::None : Protest::BadValue;
+}
+
+// What there is to say of a write to the start register of a channel.
+constexpr Protest ProtestOfStart(const PulseChannelState& channel, std::uint8_t value) {
+  if (value != 1) return Protest::BadValue;
+  return channel.held != 0 ? Protest::GeneratorHeld : Protest::None;
+}
+
 class PulseChannel {
  public:
   explicit PulseChannel(PulseChannelState& state) : state_(state) {}

@@ -21,6 +21,8 @@ enum Port : std::uint8_t {
   kStopEnd = 29
 };
 
+constexpr int kClearedChannels = 8;  // at the start of a controller
+
 }  // namespace
 
 RowsOf<RegisterName> ServoCard::Registers() {
@@ -114,6 +116,31 @@ void ServoCard::Write(std::uint8_t port, std::uint8_t value, Nanos now) {
 void ServoCard::SetStopInput(int input, bool level, Nanos now) {
   if (input < 0 || input >= kServoStopInputs) return;
   for (PulseChannelState& channel : state_.channels) PulseChannel(channel).SetStopInput(input, level, now);
+}
+
+// The exceptions: at the start a controller clears the generators and counters of eight channels on both kinds of
+// motor cards, so it selects the channels 4 to 7 here too, and what it writes to them for that is lost.
+Protest ServoCard::ProtestOf(Access access, std::uint8_t port, std::uint8_t value, Nanos /*now*/) const {
+  const Protest wrong = RegisterProtest(Registers(), access, port);
+  if (wrong != Protest::None || port == kVersion || port == kType) return wrong;
+  if (port == kSelect) return value < kClearedChannels ? Protest::None : Protest::NoChannel;
+  if (port == kBusyOrStart && access == Access::Read) return Protest::None;
+  if (state_.selected >= kServoChannels) {
+    const bool clears = port == kGeneratorClear || port == kEncoderClear;
+    return clears && state_.selected < kClearedChannels ? Protest::None : Protest::NoneSelected;
+  }
+  if (access == Access::Read) return Protest::None;
+  switch (port) {
+    case kControl:
+      return (value & kUnusedControlBit) == 0 ? Protest::None : Protest::BadValue;
+    case kPulses:
+    case kStop:
+      return ProtestOfCount(value);
+    case kBusyOrStart:
+      return ProtestOfStart(state_.channels[state_.selected], value);
+    default:
+      return Protest::None;
+  }
 }
 
 }  // namespace rack

@@ -50,6 +50,8 @@ class ServoCard {
   void PowerOn(std::uint8_t type);
   std::uint8_t Read(std::uint8_t port, Nanos now);
   void Write(std::uint8_t port, std::uint8_t value, Nanos now);
+  // What the card cannot make sense of.
+  Protest ProtestOf(Access access, std::uint8_t port, std::uint8_t value, Nanos now) const;
   // A stop input, 0 to 3, is seen by all channels.
   void SetStopInput(int input, bool level, Nanos now);
 

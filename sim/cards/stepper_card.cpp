@@ -128,4 +128,24 @@ void StepperCard::SetStopInput(int input, bool level, Nanos now) {
     PulseChannel(state_.channels[input]).SetStopInput(0, level, now);
 }
 
+// Every register but version and type belongs to the selected channel, the busy register too.
+Protest StepperCard::ProtestOf(Access access, std::uint8_t port, std::uint8_t value, Nanos /*now*/) const {
+  const Protest wrong = RegisterProtest(Registers(), access, port);
+  if (wrong != Protest::None || port == kVersion || port == kType) return wrong;
+  if (port == kSelect) return value < kStepperChannels ? Protest::None : Protest::NoChannel;
+  if (state_.selected >= kStepperChannels) return Protest::NoneSelected;
+  if (access == Access::Read) return Protest::None;
+  switch (port) {
+    case kControl:
+      return (value & (kStopInputBits | kUnusedControlBit)) == 0 ? Protest::None : Protest::BadValue;
+    case kSteps:
+    case kStop:
+      return ProtestOfCount(value);
+    case kBusyOrStart:
+      return ProtestOfStart(state_.channels[state_.selected], value);
+    default:
+      return Protest::None;
+  }
+}
+
 }  // namespace rack

@@ -122,6 +122,12 @@ std::string TextOf(const Snapshot& snapshot) {
             (counter.goal != 0 ? " of " + std::to_string(counter.goal) : "") + "\n";
   }
   for (const std::string& fault : snapshot.faults) text += "fault: " + fault + "\n";
+  for (const ProtestView& protest : snapshot.protests) {
+    const std::string place =
+        protest.file.empty() ? "" : " " + protest.file + ":" + std::to_string(protest.line);
+    text += "protest: " + protest.text + ", " + protest.who + place + " at " + Seconds(protest.atNanos) +
+            (protest.count > 1 ? ", the last of " + std::to_string(protest.count) : "") + "\n";
+  }
   for (const TaskView& task : snapshot.tasks) {
     text += "task " + std::to_string(task.task) + (task.stepMode ? " (step mode)" : "");
     if (!task.file.empty()) text += "  " + task.file + ":" + std::to_string(task.line) + "  " + task.text;

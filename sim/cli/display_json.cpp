@@ -77,11 +77,21 @@ std::string JsonOf(const Snapshot& snapshot) {
                {"cards", Json::array()},
                {"tasks", Json::array()},
                {"counters", Json::array()},
-               {"faults", snapshot.faults}};
+               {"faults", snapshot.faults},
+               {"protests", Json::array()}};
   for (std::size_t entry = 0; entry < snapshot.cards.size(); ++entry) {
     json["cards"].push_back(Card(snapshot, static_cast<int>(entry)));
   }
   for (const TaskView& task : snapshot.tasks) json["tasks"].push_back(Task(snapshot, task));
+  for (const ProtestView& protest : snapshot.protests) {
+    json["protests"].push_back({{"entry", protest.entry},
+                                {"count", protest.count},
+                                {"seconds", static_cast<double>(protest.atNanos) / 1e9},
+                                {"task", protest.who},
+                                {"file", protest.file},
+                                {"line", protest.line},
+                                {"text", protest.text}});
+  }
   for (const CounterView& counter : snapshot.counters) {
     json["counters"].push_back({{"name", counter.name}, {"count", counter.count}, {"goal", counter.goal}});
   }

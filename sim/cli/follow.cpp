@@ -8,6 +8,7 @@ namespace rack::cli {
 namespace {
 
 constexpr int kLookMillis = 20;
+constexpr Nanos kTellLost = kSecond;  // so often at most
 
 }  // namespace
 
@@ -17,24 +18,29 @@ FollowSummary Follow(Machine& machine, JournalReader& reader, const FollowOption
   FollowSummary summary;
   const StopSignals stop;
   const Nanos limit = MonotonicNow() + options.lasts;
+  std::uint64_t missed = 0;
+  Nanos told = 0;
+  const auto tellLost = [&](bool now) {
+    if (missed == 0 || (!now && MonotonicNow() - told < kTellLost)) return;
+    lost(missed);
+    summary.lost += missed;
+    missed = 0;
+    told = MonotonicNow();
+  };
   for (;;) {
     // Asked before the journal is read to its end: what a run that has ended left behind is still handed on.
     const bool last = options.once || !machine.Running() || machine.Replaced() ||
                       (options.lasts >= 0 && MonotonicNow() >= limit);
     JournalRecord next{};
-    std::uint64_t missed = 0;
-    const auto tellLost = [&] {
-      if (missed != 0) lost(missed);
-      summary.lost += missed;
-      missed = 0;
-    };
     while (reader.Next(next, missed) == JournalReader::Result::Record) {
-      tellLost();
+      tellLost(false);
       ++summary.records;
       record(next);
     }
-    tellLost();
-    if (last || stop.Within(kLookMillis)) return summary;
+    tellLost(last);
+    if (!last && !stop.Within(kLookMillis)) continue;
+    tellLost(true);
+    return summary;
   }
 }
 

@@ -18,8 +18,8 @@ struct FollowSummary {
   std::uint64_t lost = 0;
 };
 
-// Hands every record on in order; `lost` is told how many records were overwritten before the record that
-// follows.
+// Hands every record on in order; `lost` is told how many records were overwritten since it was told last, at most
+// once a second.
 FollowSummary Follow(Machine& machine, JournalReader& reader, const FollowOptions& options,
                      const std::function<void(const JournalRecord&)>& record,
                      const std::function<void(std::uint64_t)>& lost);

@@ -19,11 +19,8 @@ int Trace(const TraceOptions& options) {
   JournalReader reader(machine.State().journal,
                        oldest ? JournalReader::Start::Oldest : JournalReader::Start::Newest);
   const Snapshot snapshot = machine.Take();
-  // A file's name stands in the state before the first record with its number does, and never changes.
-  const FileNames files = [&](std::uint32_t number) -> std::string {
-    return number == 0 || number > kMaxProgramFiles ? "" : machine.State().live.programFiles[number - 1];
-  };
-  if (options.csv) std::puts(kTraceHeader);
+  Tracer tracer(snapshot, machine.Files());
+  if (options.csv) std::puts(Tracer::Header());
   const auto tellLost = [](std::uint64_t lost) {
     std::fprintf(stderr, "velmo-rack: %llu records lost here\n", static_cast<unsigned long long>(lost));
   };
@@ -32,8 +29,8 @@ int Trace(const TraceOptions& options) {
   FollowSummary summary = Follow(
       machine, reader, follow,
       [&](const JournalRecord& record) {
-        const std::string line =
-            options.csv ? TraceRow(snapshot, files, record) : TraceLine(snapshot, files, record);
+        tracer.See(record);
+        const std::string line = options.csv ? tracer.Row(record) : tracer.Line(record);
         std::puts(line.c_str());
       },
       tellLost);

@@ -57,7 +57,7 @@ int RecordVcd(const VcdOptions& options) {
   const std::vector<JournalRecord> past = oldest ? Past(reader, lost) : std::vector<JournalRecord>();
   const bool whole = oldest && lost == 0;
   if (whole) snapshot = PowerOnSnapshot(machine.State().image, machine.State().live);
-  Waveform waveform(file, snapshot);
+  Waveform waveform(file, snapshot, machine.Files());
   if (lost == 0) waveform.Begin();
   if (lost != 0) waveform.BeginBefore(past);
   if (lost != 0) waveform.Lost(lost);

@@ -156,6 +156,11 @@ std::string FaultText(const Snapshot& snapshot, const FaultRecord& fault, Nanos 
   return text;
 }
 
+const char* WordOf(FaultKind kind) {
+  const Row* row = FindRow(kind);
+  return row == nullptr ? "unknown" : row->word;
+}
+
 std::string FaultHelp() {
   constexpr std::size_t kColumn = 30;
   std::string help;

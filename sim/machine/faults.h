@@ -21,6 +21,9 @@ FaultChoice ChooseFault(const Snapshot& snapshot, const std::vector<std::string>
 // on, 2.0 s left".
 std::string FaultText(const Snapshot& snapshot, const FaultRecord& fault, Nanos now);
 
+// The word of a kind of fault, "stuck".
+const char* WordOf(FaultKind kind);
+
 // Every fault with its words and what it does, one a line.
 std::string FaultHelp();
 

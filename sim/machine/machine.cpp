@@ -95,6 +95,7 @@ CardView ViewCard(RackLive& live, int slot, Nanos now) {
   view.slot = slot;
   view.inputs = inputs.Shown();
   view.forced = static_cast<std::uint16_t>(inputs.setMask | inputs.stuckMask);
+  view.taken = inputs.setMask;
   view.outputs = OutputLevels(card);
   view.selectedChannel = SelectedChannel(card);
   ViewMotors(card, now, view);
@@ -137,6 +138,26 @@ void ViewCounters(const RackImage& image, const PlantState& plant, Snapshot& sna
     const std::string name =
         image.linkNames[i][0] != '\0' ? image.linkNames[i] : "counter " + std::to_string(i);
     snapshot.counters.push_back({static_cast<int>(i), name, plant.states[i].count, plant.links[i].goal});
+  }
+}
+
+// A card beyond the card table is none that a program can reach.
+void ViewProtests(const RackImage& image, const RackLive& live, Snapshot& snapshot) {
+  for (std::uint32_t entry = 0; entry < image.entryCount; ++entry) {
+    const std::uint8_t slot = image.entrySlot[entry];
+    const ProtestRecord& last = live.protests[slot];
+    if (last.count == 0) continue;
+    ProtestView view;
+    view.entry = static_cast<int>(entry);
+    view.count = last.count;
+    view.atNanos = last.at;
+    view.who = Who(last.task);
+    view.file = FileName(live, last.file);
+    view.line = static_cast<int>(last.line);
+    const JournalRecord record = {
+        last.at, JournalKind::CardProtests, last.task, slot, last.port, last.value, last.line, last.file};
+    view.text = EventText(snapshot, record);
+    snapshot.protests.push_back(view);
   }
 }
 
@@ -212,6 +233,7 @@ Snapshot SnapshotOf(const RackImage& image, RackLive& live) {
   }
   ViewSignals(image, snapshot);
   ViewCounters(image, live.plant, snapshot);
+  ViewProtests(image, live, snapshot);
   for (const FaultRecord& fault : live.faults) {
     if (fault.kind == FaultKind::None) continue;
     snapshot.busFails = snapshot.busFails || fault.kind == FaultKind::BusReadsFail;
@@ -267,6 +289,14 @@ Snapshot Machine::View(bool running) {
     snapshot.tasks.back().stepMode = step_.On();
   }
   return snapshot;
+}
+
+FileNames FileNamesOf(const RackState& state) {
+  return [&state](std::uint32_t number) { return FileName(state.live, number); };
+}
+
+FileNames Machine::Files() const {
+  return FileNamesOf(State());
 }
 
 std::uint32_t Machine::Give(const TimeCommand& command) const {

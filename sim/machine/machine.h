@@ -8,6 +8,7 @@
 #include <string>
 
 #include "machine/snapshot.h"
+#include "machine/trace_text.h"
 #include "rack/journal.h"
 #include "rack/requests.h"
 #include "rack/state.h"
@@ -74,6 +75,10 @@ class Machine {
   // A steady copy of what the controller's side keeps changing, as of its last bus access.
   const RackLive& Live();
 
+  // Names a program file by its number. A name stands in the state before the first record with its number does, and
+  // never changes.
+  FileNames Files() const;
+
   // Gives a command to the machine's time; its number, for Stands.
   std::uint32_t Give(const TimeCommand& command) const;
 
@@ -96,6 +101,8 @@ class Machine {
   std::optional<JournalReader> keys_;
   StepFollower step_;
 };
+
+FileNames FileNamesOf(const RackState& state);
 
 // Sleeps a while between two looks at a state file.
 void Doze(int millis);

@@ -23,6 +23,10 @@ std::string SignalText(const Snapshot& snapshot, SignalKind kind, int entry, int
   return signal == nullptr ? address : signal->name + " (" + address + ")";
 }
 
+bool HasName(const Snapshot& snapshot, SignalKind kind, int entry, int channel) {
+  return Named(snapshot, kind, entry, channel) != nullptr;
+}
+
 std::string SignalLabel(const Snapshot& snapshot, SignalKind kind, int entry, int channel) {
   const NamedSignal* signal = Named(snapshot, kind, entry, channel);
   return signal == nullptr ? Address(entry, channel) : signal->name;

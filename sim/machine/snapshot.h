@@ -37,6 +37,7 @@ struct CardView {
   int selectedChannel = 0;    // of the motor and cylinder cards
   std::uint16_t inputs = 0;   // as the card shows them
   std::uint16_t forced = 0;   // inputs that a person or a fault holds
+  std::uint16_t taken = 0;    // those of them that a person holds
   std::uint32_t outputs = 0;  // relays from bit 16
   std::uint8_t keyCode = 0;   // latched code of the CPU card
   std::uint8_t functionKeys = 0;
@@ -68,6 +69,17 @@ struct CounterView {
   unsigned goal = 0;  // 0: none
 };
 
+// What a card has protested against last.
+struct ProtestView {
+  int entry = 0;       // of the card
+  unsigned count = 0;  // protests of that card since power-on
+  std::int64_t atNanos = 0;
+  std::string who;   // "plc1"
+  std::string file;  // program line that was executed, empty: none
+  int line = 0;
+  std::string text;  // "card 2 has no register 10"
+};
+
 struct Snapshot {
   bool running = false;
   bool busFails = false;  // the driver's reads fail
@@ -79,12 +91,16 @@ struct Snapshot {
   std::vector<TaskView> tasks;
   std::vector<NamedSignal> signals;
   std::vector<CounterView> counters;
+  std::vector<ProtestView> protests;
   std::vector<std::string> faults;        // each as a sentence
   std::vector<FaultRecord> faultRecords;  // the same, as the rack has them
 };
 
 // "clamp_closed (0.5)" for a named signal, "0.5" for another.
 std::string SignalText(const Snapshot& snapshot, SignalKind kind, int entry, int channel);
+
+// Whether the rack file names a signal.
+bool HasName(const Snapshot& snapshot, SignalKind kind, int entry, int channel);
 
 // The name of a signal, or its address when it has none.
 std::string SignalLabel(const Snapshot& snapshot, SignalKind kind, int entry, int channel);

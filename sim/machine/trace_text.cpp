@@ -1,7 +1,9 @@
 #include "machine/trace_text.h"
 
+#include <algorithm>
 #include <cstdio>
 
+#include "machine/faults.h"
 #include "machine/key_names.h"
 #include "toml/words.h"
 
@@ -72,6 +74,17 @@ std::string SignalEvent(const Snapshot& snapshot, const JournalRecord& record, S
          SignalText(snapshot, kind, entry, record.port) + (record.value != 0 ? " on" : " off");
 }
 
+// How long it lasts is not in its record.
+FaultRecord FaultOf(const JournalRecord& record) {
+  FaultRecord fault{};
+  fault.kind = static_cast<FaultKind>(record.value);
+  fault.slot = record.slot;
+  fault.channel = record.port;
+  fault.value = static_cast<std::int32_t>(record.line);
+  fault.begin = record.time;
+  return fault;
+}
+
 std::string KeyText(std::int32_t code) {
   const std::optional<Key> key = KeyOfCode(static_cast<std::uint8_t>(code));
   return key ? key->name : Hex(code);
@@ -88,9 +101,61 @@ std::string CounterName(const Snapshot& snapshot, const JournalRecord& record) {
   return std::to_string(record.port);
 }
 
+// "card 2", by the number that programs use; a card beyond the card table by its slot.
+std::string CardName(const Snapshot& snapshot, int slot) {
+  const int entry = EntryOf(snapshot, slot);
+  return entry < 0 ? "the card in slot " + std::to_string(slot) : "card " + std::to_string(entry);
+}
+
+// "register 24 (start)".
+std::string RegisterText(const Snapshot& snapshot, const JournalRecord& record) {
+  for (const RegisterName& row : RowOf(KindOf(snapshot, record.slot)).registers()) {
+    const bool reads = ProtestIn(record.value) == Protest::NotWritable;
+    const bool shown = row.access == Access::Both || (row.access == Access::Read) == reads;
+    if (row.port == record.port && shown)
+      return "register " + std::to_string(row.port) + " (" + row.name + ")";
+  }
+  return "register " + std::to_string(record.port);
+}
+
+std::string ProtestText(const Snapshot& snapshot, const JournalRecord& record) {
+  const std::string card = CardName(snapshot, record.slot);
+  const std::string value = std::to_string(record.value & 0xFF);
+  switch (ProtestIn(record.value)) {
+    case Protest::NoRegister:
+      return card + " has no register " + std::to_string(record.port);
+    case Protest::NotReadable:
+      return card + " has nothing to read at " + RegisterText(snapshot, record);
+    case Protest::NotWritable:
+      return card + " has nothing to write at " + RegisterText(snapshot, record);
+    case Protest::NoChannel:
+      return card + " has no channel " + value;
+    case Protest::NoneSelected:
+      return card + " has no channel selected for " + RegisterText(snapshot, record);
+    case Protest::BadValue:
+      return card + " does not take " + value + " at " + RegisterText(snapshot, record);
+    case Protest::CommandHeld:
+      return card + " still holds the last command when " + Hex(record.value & 0xFF) + " comes";
+    case Protest::GeneratorHeld:
+      return card + " is to start a motor whose generator is held clear";
+    case Protest::None:
+      break;
+  }
+  return card + " protests";
+}
+
 std::string Where(const FileNames& files, const JournalRecord& record) {
   const std::string file = files(record.file);
   return file.empty() ? "-" : file + ":" + std::to_string(record.line);
+}
+
+// "87,381".
+std::string Thousands(std::uint32_t number) {
+  std::string digits = std::to_string(number);
+  for (int place = static_cast<int>(digits.size()) - 3; place > 0; place -= 3) {
+    digits.insert(static_cast<std::size_t>(place), ",");
+  }
+  return digits;
 }
 
 std::string Quoted(const std::string& text) {
@@ -142,9 +207,18 @@ std::string EventText(const Snapshot& snapshot, const JournalRecord& record) {
     case JournalKind::CounterValue:
       return "counter " + CounterName(snapshot, record) + " " + std::to_string(record.value);
     case JournalKind::FaultBegins:
-      return "fault begins on " + CardText(snapshot, record.slot);
+      return "fault: " + FaultText(snapshot, FaultOf(record), record.time);
     case JournalKind::FaultEnds:
-      return "fault ends on " + CardText(snapshot, record.slot);
+      return "fault over: " + FaultText(snapshot, FaultOf(record), record.time);
+    case JournalKind::InputTaken:
+      return SignalEvent(snapshot, record, SignalKind::Input) + " by hand";
+    case JournalKind::InputGivenBack:
+      return "input " + SignalText(snapshot, SignalKind::Input, EntryOf(snapshot, record.slot), record.port) +
+             " left to the machine again";
+    case JournalKind::CardProtests:
+      return ProtestText(snapshot, record);
+    case JournalKind::Repeats:
+      return "the last accesses of this task again";
     case JournalKind::Device:
       return record.value != 0 ? "device opened" : "device closed";
     case JournalKind::ProgramLine:
@@ -165,20 +239,59 @@ std::string EventText(const Snapshot& snapshot, const JournalRecord& record) {
   return "unknown record";
 }
 
-std::string TraceLine(const Snapshot& snapshot, const FileNames& files, const JournalRecord& record) {
+PollRounds RoundsOf(const JournalRecord& record) {
+  const auto accesses = static_cast<std::uint32_t>(record.value);
+  const std::uint32_t period = std::max<std::uint32_t>(record.slot, 1);
+  return {accesses / period, accesses % period, record.time - record.file};
+}
+
+void Tracer::See(const JournalRecord& record) {
+  const bool selectsSlot = record.kind == JournalKind::Write && record.port == 0;
+  if (IsAccess(record.kind) && !selectsSlot) accesses_[record.task] = record;
+}
+
+JournalRecord Tracer::Subject(const JournalRecord& record) const {
+  if (record.kind != JournalKind::Repeats) return record;
+  const auto access = accesses_.find(record.task);
+  if (access != accesses_.end()) return access->second;
+  JournalRecord unknown{};
+  unknown.task = record.task;
+  return unknown;
+}
+
+std::string Tracer::TextOf(const JournalRecord& record) const {
+  if (record.kind != JournalKind::Repeats) return EventText(snapshot_, record);
+  const JournalRecord access = Subject(record);
+  const PollRounds poll = RoundsOf(record);
+  const std::string what =
+      access.kind == JournalKind::None ? "accesses from before this recording" : EventText(snapshot_, access);
+  const std::string times = poll.rounds != 0 ? Thousands(poll.rounds) : "part of a round";
+  char until[32];
+  std::snprintf(until, sizeof until, " until %.3f s", static_cast<double>(poll.last) / 1e9);
+  return "again: " + what + "  x " + times + until;
+}
+
+std::string Tracer::Line(const JournalRecord& record) const {
   char head[40];
   std::snprintf(head, sizeof head, "%12.6f  %-4s  ", static_cast<double>(record.time) / 1e9,
                 Who(record.task).c_str());
-  return head + Where(files, record) + "  " + EventText(snapshot, record);
+  return head + Where(files_, Subject(record)) + "  " + TextOf(record);
 }
 
-const char* const kTraceHeader = "nanos,kind,task,file,line,slot,port,value,text";
+const char* Tracer::Header() {
+  return "nanos,kind,task,file,line,slot,port,value,text,repeats,period,until";
+}
 
-std::string TraceRow(const Snapshot& snapshot, const FileNames& files, const JournalRecord& record) {
+std::string Tracer::Row(const JournalRecord& record) const {
   const auto number = [](auto value) { return std::to_string(static_cast<long long>(value)) + ","; };
-  return number(record.time) + number(record.kind) + Who(record.task) + "," + Quoted(files(record.file)) +
-         "," + number(record.line) + number(record.slot) + number(record.port) + number(record.value) +
-         Quoted(EventText(snapshot, record));
+  const JournalRecord subject = Subject(record);
+  const std::string row = number(record.time) + WordOf(record.kind) + "," + Who(record.task) + "," +
+                          Quoted(files_(subject.file)) + "," + number(subject.file == 0 ? 0 : subject.line) +
+                          number(subject.slot) + number(subject.port) + number(subject.value) +
+                          Quoted(TextOf(record)) + ",";
+  if (record.kind != JournalKind::Repeats) return row + ",,";
+  const PollRounds poll = RoundsOf(record);
+  return row + number(poll.rounds) + number(record.slot) + std::to_string(poll.last);
 }
 
 }  // namespace rack

@@ -17,14 +17,23 @@ std::string Code(std::size_t number) {
   return code;
 }
 
-// Names may hold no blank: the format ends a name there.
+// Names may hold no blank, where the format ends a name, and no dot, where viewers part it.
 std::string Word(std::string text) {
-  std::replace(text.begin(), text.end(), ' ', '_');
+  std::replace_if(
+      text.begin(), text.end(), [](char c) { return c == '.' || static_cast<unsigned char>(c) <= ' '; }, '_');
   return text;
 }
 
+// Words as a value: a blank would end it.
+std::string TextValue(const std::string& text) {
+  if (text.empty()) return "-";
+  std::string value;
+  for (const char c : text) value += c == ' ' ? std::string("\\x20") : std::string(1, c);
+  return value;
+}
+
 std::string Range(int width) {
-  return width == 1 ? "" : "[" + std::to_string(width - 1) + ":0]";
+  return width <= 1 ? "" : "[" + std::to_string(width - 1) + ":0]";
 }
 
 // The viewer shows 2 to the power of this many nanoseconds in the width of a few hundred pixels; a window holds about
@@ -38,8 +47,25 @@ int Zoom(std::int64_t nanos) {
 }  // namespace
 
 int VcdWriter::AddWire(const std::string& scope, const std::string& name, int width) {
-  wires_.push_back({Word(scope), Word(name), width, Code(wires_.size()), std::nullopt, false});
+  return Add(scope, name, width, "");
+}
+
+int VcdWriter::AddText(const std::string& scope, const std::string& name, const std::string& start) {
+  return Add(scope, name, 0, start);
+}
+
+// Names that differ only in what a name may not hold are told apart.
+int VcdWriter::Add(const std::string& scope, const std::string& name, int width, const std::string& text) {
+  const std::string place = Word(scope);
+  std::string word = Word(name);
+  const auto taken = [&](const Wire& wire) { return wire.scope == place && wire.name == word; };
+  while (std::any_of(wires_.begin(), wires_.end(), taken)) word += '_';
+  wires_.push_back({place, word, width, Code(wires_.size()), std::nullopt, text, false});
   return static_cast<int>(wires_.size()) - 1;
+}
+
+void VcdWriter::SetStart(int wire, const std::string& text) {
+  wires_[static_cast<std::size_t>(wire)].text = text;
 }
 
 void VcdWriter::Begin(const std::vector<std::optional<std::int64_t>>& values, std::int64_t nanos) {
@@ -50,6 +76,10 @@ void VcdWriter::Begin(const std::vector<std::optional<std::int64_t>>& values, st
       if (!scope.empty()) out_ << "$upscope $end\n";
       scope = wire.scope;
       out_ << "$scope module " << scope << " $end\n";
+    }
+    if (wire.width == 0) {
+      out_ << "$var string 1 " << wire.code << " " << wire.name << " $end\n";
+      continue;
     }
     const std::string range = Range(wire.width);
     out_ << "$var wire " << wire.width << " " << wire.code << " " << wire.name << (range.empty() ? "" : " ")
@@ -79,6 +109,10 @@ char VcdWriter::Bit(const Wire& wire, int bit) {
 }
 
 void VcdWriter::Value(const Wire& wire) {
+  if (wire.width == 0) {
+    out_ << 's' << TextValue(wire.text) << ' ' << wire.code << "\n";
+    return;
+  }
   if (wire.width == 1) {
     out_ << Bit(wire, 0) << wire.code << "\n";
     return;
@@ -97,6 +131,15 @@ void VcdWriter::Change(int wire, std::int64_t value, std::int64_t nanos) {
   Value(changed);
 }
 
+void VcdWriter::ChangeText(int wire, const std::string& text, std::int64_t nanos) {
+  Wire& changed = wires_[static_cast<std::size_t>(wire)];
+  if (changed.text == text) return;
+  changed.text = text;
+  changed.changed = true;
+  Time(nanos);
+  Value(changed);
+}
+
 void VcdWriter::Remark(const std::string& text) {
   out_ << "$comment " << text << " $end\n";
 }
@@ -107,9 +150,10 @@ void VcdWriter::End(std::int64_t nanos) {
 }
 
 std::string VcdWriter::View(const std::string& dump) const {
-  // How the viewer shows the trace that follows: a level, a signed decimal number, or a heading.
+  // How the viewer shows the trace that follows: a level, a signed decimal number, words, or a heading.
   constexpr const char* kLevel = "@28\n";
   constexpr const char* kSigned = "@420\n";
+  constexpr const char* kWords = "@820\n";
   constexpr const char* kHeading = "@200\n";
   std::string view = "[dumpfile] \"" + dump + "\"\n[timestart] " + std::to_string(start_) + "\n*-" +
                      std::to_string(Zoom(time_ - start_)) + " 0\n[treeopen] machine.\n";
@@ -120,7 +164,9 @@ std::string VcdWriter::View(const std::string& dump) const {
       scope = wire.scope;
       view += kHeading + ("-" + scope + "\n");
     }
-    view += (wire.width == 1 ? kLevel : kSigned) +
+    view += (wire.width == 0   ? kWords
+             : wire.width == 1 ? kLevel
+                               : kSigned) +
             ("machine." + scope + "." + wire.name + Range(wire.width) + "\n");
   }
   return view;

@@ -1,7 +1,10 @@
 #include "machine/waveform.h"
 
+#include <algorithm>
 #include <set>
+#include <utility>
 
+#include "machine/faults.h"
 #include "machine/key_names.h"
 
 namespace rack {
@@ -18,16 +21,17 @@ std::string ScopeOf(const CardView& card) {
 }
 
 std::string WireName(const Snapshot& snapshot, SignalKind kind, int entry, int channel, const char* word) {
-  const std::string label = SignalLabel(snapshot, kind, entry, channel);
   const std::string plain = word + std::to_string(channel);
-  return label.find('.') == std::string::npos ? plain + "_" + label : plain;
+  if (!HasName(snapshot, kind, entry, channel)) return plain;
+  return plain + "_" + SignalLabel(snapshot, kind, entry, channel);
 }
 
-int LineOf(const Snapshot& snapshot, int task) {
+// What a task executes; nothing yet when the snapshot does not show the task.
+TaskView TaskOf(const Snapshot& snapshot, int task) {
   for (const TaskView& view : snapshot.tasks) {
-    if (view.task == task) return view.line;
+    if (view.task == task) return view;
   }
-  return 0;
+  return {};
 }
 
 // Records of these kinds come when the value has changed, never to tell it again.
@@ -42,7 +46,8 @@ bool IsFault(JournalKind kind) {
 
 }  // namespace
 
-Waveform::Waveform(std::ostream& out, const Snapshot& snapshot) : writer_(out), start_(snapshot.nowNanos) {
+Waveform::Waveform(std::ostream& out, const Snapshot& snapshot, FileNames files)
+    : writer_(out), files_(std::move(files)), start_(snapshot.nowNanos) {
   for (const FaultRecord& fault : snapshot.faultRecords) {
     faults_.emplace(static_cast<int>(fault.kind), fault.slot, fault.channel);
   }
@@ -52,10 +57,16 @@ Waveform::Waveform(std::ostream& out, const Snapshot& snapshot) : writer_(out), 
     AddWire({JournalKind::CounterValue, 0, counter.link}, "counters", counter.name, 32, counter.count);
   }
   for (int task = 1; task <= kPlcTasks; ++task) {
-    AddWire({JournalKind::ProgramLine, task, 0}, "programs", "plc" + std::to_string(task) + "_line", 32,
-            LineOf(snapshot, task));
+    const TaskView view = TaskOf(snapshot, task);
+    const std::string name = "plc" + std::to_string(task);
+    programs_[task] = writer_.AddText("programs", name + "_file", view.file);
+    values_.emplace_back();
+    AddWire({JournalKind::ProgramLine, task, 0}, "programs", name + "_line", 32, view.line);
   }
   AddWire(kFaults, "faults", "active", 8, static_cast<std::int64_t>(faults_.size()));
+  for (int kind = 1; kind <= kFaultKinds; ++kind) {
+    AddWire(FaultsOf(kind), "faults", WordOf(static_cast<FaultKind>(kind)), 8, CountFaults(kind));
+  }
 }
 
 void Waveform::AddWire(const Source& source, const std::string& scope, const std::string& name, int width,
@@ -78,6 +89,9 @@ void Waveform::AddCard(const Snapshot& snapshot, int entry) {
   for (int channel = 0; channel < RowOf(card.kind).inputs; ++channel) {
     AddWire({JournalKind::InputEdge, card.slot, channel}, scope,
             WireName(snapshot, SignalKind::Input, entry, channel, "in"), 1, card.inputs >> channel & 1);
+    AddWire({JournalKind::InputTaken, card.slot, channel}, scope,
+            WireName(snapshot, SignalKind::Input, entry, channel, "in") + "_by_hand", 1,
+            card.taken >> channel & 1);
   }
   for (int channel = 0; channel < RowOf(card.kind).outputs; ++channel) {
     const bool relay = channel >= kFirstRelay;
@@ -127,12 +141,16 @@ void Waveform::BeginBefore(const std::vector<JournalRecord>& past) {
       std::optional<std::int64_t>& before = values_[static_cast<std::size_t>(wire->second)];
       before.reset();
       if (IsLevel(record.kind)) before = value != 0 ? 0 : 1;
+      if (record.kind == JournalKind::ProgramLine) writer_.SetStart(programs_[record.task], "");
     });
     if (IsFault(record.kind) && toldFaults.insert(FaultOf(record)).second) {
       SetFault(record, record.kind == JournalKind::FaultEnds);
     }
   }
   values_[static_cast<std::size_t>(wires_[kFaults])] = static_cast<std::int64_t>(faults_.size());
+  for (int kind = 1; kind <= kFaultKinds; ++kind) {
+    values_[static_cast<std::size_t>(wires_[FaultsOf(kind)])] = CountFaults(kind);
+  }
   if (!past.empty()) start_ = past.front().time;
   Begin();
 }
@@ -166,6 +184,12 @@ void Waveform::ForEachValue(const JournalRecord& record, Tell tell) {
     case JournalKind::ProgramLine:
       tell({record.kind, record.task, 0}, record.line);
       break;
+    case JournalKind::InputTaken:
+      tell({JournalKind::InputTaken, record.slot, record.port}, 1);
+      break;
+    case JournalKind::InputGivenBack:
+      tell({JournalKind::InputTaken, record.slot, record.port}, 0);
+      break;
     case JournalKind::None:
     case JournalKind::Read:
     case JournalKind::ReadFailed:
@@ -181,6 +205,8 @@ void Waveform::ForEachValue(const JournalRecord& record, Tell tell) {
     case JournalKind::ConsoleText:
     case JournalKind::MotorPulses:
     case JournalKind::MotorPosition:
+    case JournalKind::CardProtests:
+    case JournalKind::Repeats:
       break;
   }
 }
@@ -199,11 +225,21 @@ void Waveform::SetFault(const JournalRecord& record, bool active) {
   if (!active) faults_.erase(FaultOf(record));
 }
 
+std::int64_t Waveform::CountFaults(int kind) const {
+  return std::count_if(faults_.begin(), faults_.end(),
+                       [&](const FaultName& fault) { return std::get<0>(fault) == kind; });
+}
+
 void Waveform::See(const JournalRecord& record) {
+  if (record.kind == JournalKind::ProgramLine) {
+    const auto wire = programs_.find(record.task);
+    if (wire != programs_.end()) writer_.ChangeText(wire->second, files_(record.file), record.time);
+  }
   ForEachValue(record, [&](const Source& source, std::int64_t value) { Set(source, value, record.time); });
   if (!IsFault(record.kind)) return;
   SetFault(record, record.kind == JournalKind::FaultBegins);
   Set(kFaults, static_cast<std::int64_t>(faults_.size()), record.time);
+  Set(FaultsOf(record.value), CountFaults(record.value), record.time);
 }
 
 void Waveform::Lost(std::uint64_t records) {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "machine/snapshot.h"
+#include "machine/trace_text.h"
 #include "machine/vcd_writer.h"
 #include "rack/journal.h"
 
@@ -18,7 +19,7 @@ namespace rack {
 class Waveform {
  public:
   // Declares the wires of a machine; their values are those of the snapshot.
-  Waveform(std::ostream& out, const Snapshot& snapshot);
+  Waveform(std::ostream& out, const Snapshot& snapshot, FileNames files);
 
   // Writes the head of a recording that starts at the snapshot.
   void Begin();
@@ -39,6 +40,8 @@ class Waveform {
   // A fault: kind, slot, channel.
   using FaultName = std::tuple<int, int, int>;
   static constexpr Source kFaults{JournalKind::FaultBegins, 0, 0};  // how many are active
+  // How many of one kind are.
+  static constexpr Source FaultsOf(int kind) { return {JournalKind::FaultBegins, kind, 0}; }
 
   void AddWire(const Source& source, const std::string& scope, const std::string& name, int width,
                std::int64_t value);
@@ -51,11 +54,14 @@ class Waveform {
   void Set(const Source& source, std::int64_t value, Nanos time);
   static FaultName FaultOf(const JournalRecord& record);
   void SetFault(const JournalRecord& record, bool active);
+  std::int64_t CountFaults(int kind) const;
 
   VcdWriter writer_;
   std::map<Source, int> wires_;
   std::vector<std::optional<std::int64_t>> values_;  // at the start, by wire
   std::set<FaultName> faults_;                       // active
+  std::map<int, int> programs_;                      // wire with the program file, by task
+  FileNames files_;
   Nanos start_;
 };
 

@@ -164,6 +164,7 @@ void Session::Attach() {
 void Session::Serve() {
   const std::lock_guard<OwnMutex> lock(guard_);
   rack_->AdvanceTo(Now());
+  rack_->TellPolls();
 }
 
 void Session::NoteController() {
@@ -198,6 +199,7 @@ void Session::DeviceClosed() {
   const LiveChange change(live);
   live.controller.deviceOpen = 0;
   rack_->Note(JournalKind::Device, 0, 0, 0, Caller());
+  rack_->TellPolls();
 }
 
 Session::OpenProgram* Session::Find(const FILE* stream) {
@@ -343,6 +345,7 @@ bool Session::RestartFails() {
   ++live.controller.restarts;
   live.controller.restartAt = live.now;
   rack_->Note(JournalKind::Restart, 0, 0, 0, Caller());
+  rack_->TellPolls();
   return state_.State()->image.restartFails != 0;
 }
 

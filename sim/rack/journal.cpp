@@ -1,10 +1,74 @@
 #include "rack/journal.h"
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 
 namespace rack {
 
-void Append(JournalRing& ring, const JournalRecord& record) {
+namespace {
+
+struct KindWord {
+  JournalKind kind;
+  const char* word;
+};
+
+constexpr KindWord kWords[] = {
+    {JournalKind::None, "none"},
+    {JournalKind::Read, "read"},
+    {JournalKind::ReadFailed, "read-failed"},
+    {JournalKind::Write, "write"},
+    {JournalKind::InputEdge, "input"},
+    {JournalKind::OutputChange, "output"},
+    {JournalKind::RelayChange, "relay"},
+    {JournalKind::Key, "key"},
+    {JournalKind::KeyTaken, "key-taken"},
+    {JournalKind::FunctionKeys, "function-keys"},
+    {JournalKind::MotorMove, "motor"},
+    {JournalKind::MotorCount, "count"},
+    {JournalKind::CylinderState, "cylinder"},
+    {JournalKind::CounterValue, "counter"},
+    {JournalKind::FaultBegins, "fault"},
+    {JournalKind::FaultEnds, "fault-over"},
+    {JournalKind::Device, "device"},
+    {JournalKind::ProgramLine, "line"},
+    {JournalKind::ProgramEnd, "file-end"},
+    {JournalKind::ProgramOpened, "program"},
+    {JournalKind::ProgramMissing, "program-missing"},
+    {JournalKind::Sync, "sync"},
+    {JournalKind::Restart, "restart"},
+    {JournalKind::ConsoleText, "console"},
+    {JournalKind::MotorPulses, "pulses"},
+    {JournalKind::MotorPosition, "position"},
+    {JournalKind::CardProtests, "protest"},
+    {JournalKind::InputTaken, "taken"},
+    {JournalKind::InputGivenBack, "given-back"},
+    {JournalKind::Repeats, "repeats"},
+};
+static_assert(AreRowsOf(kWords, &KindWord::kind, static_cast<std::size_t>(JournalKind::Repeats) + 1),
+              "a word for each kind, in order");
+
+}  // namespace
+
+const char* WordOf(JournalKind kind) {
+  return kWords[static_cast<std::size_t>(kind)].word;
+}
+
+JournalKind KindOfWord(const std::string& word) {
+  const auto* const row = std::find_if(std::begin(kWords), std::end(kWords),
+                                       [&](const KindWord& each) { return word == each.word; });
+  return row == std::end(kWords) ? JournalKind::None : row->kind;
+}
+
+std::vector<std::string> KindWords() {
+  std::vector<std::string> words;
+  for (const KindWord& row : kWords) {
+    if (row.kind != JournalKind::None) words.emplace_back(row.word);
+  }
+  return words;
+}
+
+std::uint32_t Append(JournalRing& ring, const JournalRecord& record) {
   std::uint32_t words[kRecordWords];
   std::memcpy(words, &record, sizeof words);
   const std::uint32_t number = ring.next.load(std::memory_order_relaxed);
@@ -15,6 +79,7 @@ void Append(JournalRing& ring, const JournalRecord& record) {
   for (std::uint32_t i = 0; i < kRecordWords; ++i) cell.words[i].store(words[i], std::memory_order_release);
   cell.stamp.store(number + 1, std::memory_order_release);
   ring.next.store(number + 1, std::memory_order_release);
+  return number;
 }
 
 JournalReader::JournalReader(const JournalRing& ring, Start start) : ring_(ring) {

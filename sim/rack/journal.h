@@ -6,12 +6,15 @@
 
 #include <atomic>
 #include <cstdint>
+#include <string>
+#include <vector>
 
 #include "cards/card.h"
 
 namespace rack {
 
 enum class JournalKind : std::uint8_t {
+  // With the word of each kind: kWords in journal.cpp.
   None = 0,
   Read,            // slot, port, value: the byte that the controller got
   ReadFailed,      // slot, port: the read call itself failed
@@ -26,8 +29,8 @@ enum class JournalKind : std::uint8_t {
   MotorCount,      // slot, channel, value: encoder count
   CylinderState,   // slot, channel, value: status byte in bits 0 to 7, position in bits 8 to 15
   CounterValue,    // channel: number of the plant's link, value: its count
-  FaultBegins,     // slot, channel, value: FaultKind
-  FaultEnds,       // slot, channel, value: FaultKind
+  FaultBegins,     // slot, channel, value: FaultKind; line: the fault's own value
+  FaultEnds,       // the same
   Device,          // value 1: the controller has opened the device, 0: closed it
   ProgramLine,     // task, file, line: the controller has read this line
   ProgramEnd,      // task, file, line: a read found the end of the file
@@ -37,8 +40,33 @@ enum class JournalKind : std::uint8_t {
   Restart,         // the controller asked for a restart
   ConsoleText,     // task; value: so many bytes have been written to standard output at this time
   MotorPulses,     // slot, channel, value: pulses of the move that ends
-  MotorPosition    // slot, channel, value: where the motor stands at its end, in steps
+  MotorPosition,   // slot, channel, value: where the motor stands at its end, in steps
+  CardProtests,    // slot, port; value: byte written in bits 0 to 7, Protest in bits 8 to 15
+  InputTaken,      // slot, channel, value 0 or 1: a hand holds the input at this level from now on
+  InputGivenBack,  // slot, channel: no hand holds it any more
+  Repeats  // a poll goes on, see poll_folder.h. slot: accesses of a round; value: accesses that came since;
+           // line: number of the round's first record; file: nanoseconds since the last of them
 };
+
+// A read or a write of the bus.
+constexpr bool IsAccess(JournalKind kind) {
+  return kind == JournalKind::Read || kind == JournalKind::Write || kind == JournalKind::ReadFailed;
+}
+
+// The word of a kind, "read"; records of one kind have the same.
+const char* WordOf(JournalKind kind);
+// The kind of a word; None when it is none.
+JournalKind KindOfWord(const std::string& word);
+// All words, in the order of the kinds.
+std::vector<std::string> KindWords();
+
+// What a record of CardProtests holds.
+constexpr std::int32_t ProtestValue(Protest protest, std::uint8_t value) {
+  return static_cast<std::int32_t>(protest) << 8 | value;
+}
+constexpr Protest ProtestIn(std::int32_t value) {
+  return static_cast<Protest>(value >> 8 & 0xFF);
+}
 
 // Who did it, where the card interface is silent about it.
 constexpr std::uint8_t kMainThread = 0xFE;
@@ -77,8 +105,8 @@ struct JournalRing {
   JournalCell cells[kJournalCapacity];
 };
 
-// Appends a record. One writer at a time.
-void Append(JournalRing& ring, const JournalRecord& record);
+// Appends a record and yields its number. One writer at a time.
+std::uint32_t Append(JournalRing& ring, const JournalRecord& record);
 
 class JournalReader {
  public:

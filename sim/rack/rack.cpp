@@ -13,7 +13,8 @@ constexpr std::uint8_t kKeyClear = 1;  // of the CPU card
 
 Rack::Rack(RackState& state) : Rack(state.image, state.live) {
   requests_ = &state.requests;
-  journal_ = &state.journal;
+  journal_.emplace(state.journal);
+  tellPollsAt_ = live_.now / kSecond * kSecond + kSecond;
 }
 
 Rack::Rack(const RackImage& image, RackLive& live)
@@ -44,12 +45,15 @@ int Rack::ReadPort(std::uint8_t port, Nanos now, const Origin& origin) {
     return -1;
   }
   std::uint8_t value = kOpenBus;
+  Protest protest = Protest::None;
   if (slot < kSlots && !Faulty(FaultKind::CardPulled, slot)) {
+    protest = ProtestOfRead(live_.cards[slot], port, live_.now);
     value = ReadCard(live_.cards[slot], port, live_.now);
     const bool functionKeys = slot == 0 && port != 0 && port == live_.cards[0].cpu.functionPort;
     if (functionKeys && live_.keys.functionBits != 0) live_.keys.takenRequest = live_.keys.pressRequest;
   }
   Note(JournalKind::Read, slot, port, value, origin);
+  NoteProtest(protest, slot, port, 0, origin);
   return value;
 }
 
@@ -62,6 +66,7 @@ void Rack::WritePort(std::uint8_t port, std::uint8_t value, Nanos now, const Ori
   Note(JournalKind::Write, slot, port, value, origin);
   if (port == kSlotSelect || slot >= kSlots || Faulty(FaultKind::CardPulled, slot)) return;
 
+  NoteProtest(ProtestOfWrite(live_.cards[slot], port, value, live_.now), slot, port, value, origin);
   const std::uint32_t outputs = OutputLevels(live_.cards[slot]);
   const std::int32_t key = slot == 0 ? live_.cards[0].cpu.keyCode : 0;
   WriteCard(live_.cards[slot], port, value, live_.now);
@@ -78,8 +83,26 @@ void Rack::WritePort(std::uint8_t port, std::uint8_t value, Nanos now, const Ori
 
 void Rack::Note(JournalKind kind, std::uint8_t slot, std::uint8_t port, std::int32_t value,
                 const Origin& origin) {
-  if (journal_ == nullptr) return;
-  Append(*journal_, {live_.now, kind, origin.task, slot, port, value, origin.line, origin.file});
+  if (!journal_) return;
+  journal_->Add({live_.now, kind, origin.task, slot, port, value, origin.line, origin.file});
+}
+
+void Rack::TellPolls() {
+  if (journal_) journal_->Tell(live_.now);
+}
+
+void Rack::NoteProtest(Protest protest, std::uint8_t slot, std::uint8_t port, std::uint8_t value,
+                       const Origin& origin) {
+  if (protest == Protest::None) return;
+  ProtestRecord& last = live_.protests[slot];
+  last.at = live_.now;
+  ++last.count;
+  last.file = origin.file;
+  last.line = origin.line;
+  last.value = ProtestValue(protest, value);
+  last.task = origin.task;
+  last.port = port;
+  Note(JournalKind::CardProtests, slot, port, last.value, origin);
 }
 
 void Rack::NoteOutputs(int slot, std::uint32_t before, const Origin& origin) {

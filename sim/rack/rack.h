@@ -7,7 +7,9 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
+#include "rack/poll_folder.h"
 #include "rack/state.h"
 
 namespace rack {
@@ -42,6 +44,9 @@ class Rack final : private EventSink {
   void Note(JournalKind kind, std::uint8_t slot, std::uint8_t port, std::int32_t value,
             const Origin& origin = {});
 
+  // Brings the journal up to date with the polls that are going on; they are told of at each whole second anyway.
+  void TellPolls();
+
   // Switches the power on, at time 0: cards and links as they stand in the state, these inputs switched on.
   void PowerOn(const std::uint16_t (&inputsOn)[kMaxEntries]);
 
@@ -70,6 +75,8 @@ class Rack final : private EventSink {
   void PressKey(std::uint32_t code, bool repeated);
   void HoldFunctionKeys(std::uint32_t bits);
   void ShowInputs(int slot, std::uint16_t before);
+  void NoteProtest(Protest protest, std::uint8_t slot, std::uint8_t port, std::uint8_t value,
+                   const Origin& origin);
   void NoteOutputs(int slot, std::uint32_t before, const Origin& origin);
 
   bool IsAsked() const;
@@ -85,13 +92,15 @@ class Rack final : private EventSink {
   RequestResult CheckFault(const Request& request) const;
   void Impose(const FaultRecord& fault, bool begins);
   void End(FaultRecord& fault);
+  void NoteFault(JournalKind kind, const FaultRecord& fault);
   void ApplyStuck(int slot);
   bool Faulty(FaultKind kind, int slot) const;
 
   const RackImage& image_;
   RackLive& live_;
   RequestRing* requests_ = nullptr;
-  JournalRing* journal_ = nullptr;
+  std::optional<PollFolder> journal_;
+  Nanos tellPollsAt_ = kSecond;  // the next whole second
   CardsByEntry cards_{};
   Plant plant_;
   Mover movers_[kSlots][kMaxMovers]{};

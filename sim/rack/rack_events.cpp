@@ -36,6 +36,10 @@ void Rack::Begin() {
 
 void Rack::AdvanceTo(Nanos now) {
   const LiveChange change(live_);
+  if (now >= tellPollsAt_) {
+    if (journal_) journal_->TellRounds(live_.now);
+    tellPollsAt_ = now / kSecond * kSecond + kSecond;
+  }
   const bool asked = IsAsked();
   if (asked) quietUntil_ = 0;
   Reach(std::max(now, live_.now));
@@ -77,7 +81,7 @@ Nanos Rack::NextOwnEvent() {
   for (const FaultRecord& fault : live_.faults) {
     if (fault.kind != FaultKind::None && fault.end != 0) next = std::min(next, fault.end);
   }
-  if (journal_ == nullptr) return next;
+  if (!journal_) return next;
   for (int slot = 0; slot < kSlots; ++slot) next = std::min(next, NextOfMovers(slot));
   return next;
 }

@@ -79,6 +79,9 @@ RequestResult Rack::SetInput(const Request& request) {
   InputLevels& inputs = live_.inputs[request.slot];
   const std::uint16_t before = inputs.Shown();
   const unsigned bit = 1U << request.channel;
+  if (set) Note(JournalKind::InputTaken, request.slot, request.channel, level ? 1 : 0);
+  if (!set && (inputs.setMask & bit) != 0)
+    Note(JournalKind::InputGivenBack, request.slot, request.channel, 0);
   inputs.setMask = static_cast<std::uint16_t>(set ? inputs.setMask | bit : inputs.setMask & ~bit);
   inputs.setLevel = static_cast<std::uint16_t>(level ? inputs.setLevel | bit : inputs.setLevel & ~bit);
   ShowInputs(request.slot, before);
@@ -172,7 +175,7 @@ RequestResult Rack::BeginFault(const Request& request) {
     const Nanos end = request.duration == 0 ? 0 : live_.now + request.duration;
     fault = {request.fault, request.slot, request.channel, 0, request.value, live_.now, end};
     Impose(fault, true);
-    Note(JournalKind::FaultBegins, fault.slot, fault.channel, static_cast<std::int32_t>(fault.kind));
+    NoteFault(JournalKind::FaultBegins, fault);
     return RequestResult::Done;
   }
   return RequestResult::TooManyFaults;
@@ -192,7 +195,12 @@ void Rack::End(FaultRecord& fault) {
   const FaultRecord ended = fault;
   fault = FaultRecord{};
   Impose(ended, false);
-  Note(JournalKind::FaultEnds, ended.slot, ended.channel, static_cast<std::int32_t>(ended.kind));
+  NoteFault(JournalKind::FaultEnds, ended);
+}
+
+void Rack::NoteFault(JournalKind kind, const FaultRecord& fault) {
+  Note(kind, fault.slot, fault.channel, static_cast<std::int32_t>(fault.kind),
+       {kUnknownTask, 0, static_cast<std::uint32_t>(fault.value)});
 }
 
 void Rack::Impose(const FaultRecord& fault, bool begins) {

@@ -84,6 +84,19 @@ struct FaultRecord {
 };
 static_assert(sizeof(FaultRecord) == 24);
 
+// What the card in a slot has protested against last.
+struct ProtestRecord {
+  Nanos at;
+  std::uint32_t count;  // protests since power-on, 0: none
+  std::uint32_t file;   // program line that was executed, as in JournalRecord
+  std::uint32_t line;
+  std::int32_t value;  // as in JournalRecord
+  std::uint8_t task;
+  std::uint8_t port;
+  std::uint8_t reserved[6];
+};
+static_assert(sizeof(ProtestRecord) == 32);
+
 // The key that is held down, and what became of keys pressed by request.
 struct KeyState {
   std::uint32_t code;          // 0: none is held
@@ -164,7 +177,8 @@ struct RackLive {
   ScanRecord scan;
   std::uint32_t reserved;
   FaultRecord faults[kMaxFaults];
-  CardState cards[kSlots];  // by slot
+  CardState cards[kSlots];         // by slot
+  ProtestRecord protests[kSlots];  // by slot
   PlantState plant;
   TaskRecord tasks[kTaskRecords];
   char programFiles[kMaxProgramFiles][kPathSize];
@@ -176,7 +190,7 @@ static_assert(offsetof(RackLive, faults) == 320);
 static_assert(offsetof(RackLive, cards) == 320 + 24 * kMaxFaults);
 
 constexpr char kStateMagic[8] = {'V', 'e', 'l', 'm', 'o', 'R', 'c', 'k'};
-constexpr std::uint32_t kStateVersion = 3;
+constexpr std::uint32_t kStateVersion = 4;
 
 struct RackState {
   char magic[8];

@@ -59,6 +59,7 @@ class Reader : public ExploringReader {
   void ReadSlots(const Value& slots);
   void ReadSlot(const Value& value, int slot);
   void ReadSettings(const Value& value, const CardRow& row, CardState& card);
+  std::int64_t Setting(const Value& value, const CardSetting& setting, std::int64_t absent);
   void ReadNames(const Value& names, bool output);
   bool Address(const Value& value, int& entry, int& channel);
   bool Signal(const Value& value, bool output, SignalRef& signal);
@@ -164,11 +165,21 @@ void Reader::ReadSettings(const Value& value, const CardRow& row, CardState& car
   for (const CardSetting& setting : row.settings()) known.emplace_back(setting.word);
   TomlReader::CheckWords(value.as_table(), known);
   for (const CardSetting& setting : row.settings()) {
-    const std::int64_t given = setting.unit == SettingUnit::Time
-                                   ? Time(value, setting.word, kNone)
-                                   : Number(value, setting.word, setting.lowest, setting.highest, kNone);
+    const std::int64_t given = Setting(value, setting, kNone);
     if (given != kNone) ApplySetting(card, setting, given);
   }
+}
+
+std::int64_t Reader::Setting(const Value& value, const CardSetting& setting, std::int64_t absent) {
+  switch (setting.unit) {
+    case SettingUnit::Number:
+      return Number(value, setting.word, setting.lowest, setting.highest, absent);
+    case SettingUnit::Time:
+      return Time(value, setting.word, absent);
+    case SettingUnit::Flag:
+      return Get(value, setting.word) == nullptr ? absent : std::int64_t{Flag(value, setting.word)};
+  }
+  return absent;
 }
 
 bool Reader::Address(const Value& value, int& entry, int& channel) {

@@ -25,6 +25,7 @@ namespace rack::scenario {
   kind(Line)           /* "line plc1/FLOW.PLC:4": a task reads it to execute it */        \
   kind(Prints)         /* "plc1 prints Failed", "console prints Failed" */                \
   kind(Restart)        /* "restart" */                                                    \
+  kind(Protests)       /* "a card protests", "card 3 protests" */                         \
   kind(Event)          /* the name of one of the scenario's own events */
 // clang-format on
 

@@ -1,6 +1,7 @@
 // All that is to be known of one kind of happening: how it is written, and how it is watched.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -16,16 +17,17 @@ class HappeningText;
 // What is known of a happening that is watched.
 struct Watched {
   Happening what;
-  FileNames files;         // names a program file by its number
-  std::string label;       // what it is about: "clamped (1.1)"
-  std::int64_t value = 0;  // level, position, count, number of pulses
-  bool known = true;       // there is a value
-  bool moving = false;     // of a motor
-  bool standing = true;    // of a cylinder: in position
-  bool alarm = false;      // of a cylinder
-  Nanos since = 0;         // when it became what it is
-  int count = 0;           // how often it has happened since power-on,
-  Nanos last = 0;          // and when it happened last
+  FileNames files;                          // names a program file by its number
+  std::shared_ptr<const Snapshot> machine;  // of what names its cards: as at power-on
+  std::string label;                        // what it is about: "clamped (1.1)"
+  std::int64_t value = 0;                   // level, position, count, number of pulses
+  bool known = true;                        // there is a value
+  bool moving = false;                      // of a motor
+  bool standing = true;                     // of a cylinder: in position
+  bool alarm = false;                       // of a cylinder
+  Nanos since = 0;                          // when it became what it is
+  int count = 0;                            // how often it has happened since power-on,
+  Nanos last = 0;                           // and when it happened last
 };
 
 // Each happening is seen in one of these. True: it happens; or, of what lasts, whether it holds may have

@@ -233,6 +233,22 @@ bool SeeRestart(Watched& /*watched*/, const JournalRecord& record) {
   return record.kind == JournalKind::Restart;
 }
 
+void BeginProtests(Watched& watched, const Snapshot& machine) {
+  watched.machine = std::make_shared<Snapshot>(machine);
+}
+
+bool SeeProtest(Watched& watched, const JournalRecord& record) {
+  if (record.kind != JournalKind::CardProtests || !IsInRange(watched, record.slot)) return false;
+  watched.label = EventText(*watched.machine, record);
+  const std::string file = watched.files(record.file);
+  if (!file.empty()) watched.label += ", " + file + ":" + std::to_string(record.line);
+  return true;
+}
+
+std::string SayProtest(const Watched& watched) {
+  return watched.count == 0 ? "no card has protested" : watched.label;
+}
+
 bool SeePrinted(const Watched& watched, int who, const std::string& line) {
   const bool speaks = watched.what.who == kAnyone || watched.what.who == who;
   return speaks && line.find(watched.what.words) != std::string::npos;
@@ -270,6 +286,8 @@ constexpr HappeningRow kRows[] = {
    &Text::ReadPrints, kElsewhere, BeginNothing, SeePrinted, nullptr, SayLast},
   {HappeningKind::Restart, "\"restart\"", &Text::IsWord, "restart", "",
    &Text::ReadNothing, kElsewhere, BeginNothing, SeeRestart, nullptr, SayLast},
+  {HappeningKind::Protests, "\"a card protests\"", &Text::HasThird, "protests", "",
+   &Text::ReadProtests, kElsewhere, BeginProtests, SeeProtest, nullptr, SayProtest},
   {HappeningKind::Event, "the name of an event", &Text::IsEvent, "", "",
    &Text::ReadEvent, kElsewhere, BeginNothing, SeeDone, nullptr, SayLast},
 };

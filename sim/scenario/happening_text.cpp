@@ -100,6 +100,10 @@ bool HappeningText::HasSecond(const HappeningRow& row) const {
   return words_.size() >= 3 && words_[1] == row.word;
 }
 
+bool HappeningText::HasThird(const HappeningRow& row) const {
+  return words_.size() == 3 && words_[2] == row.word;
+}
+
 bool HappeningText::EndsInLevel(const HappeningRow& /*row*/) const {
   return words_.back() == "on" || words_.back() == "off";
 }
@@ -200,6 +204,17 @@ void HappeningText::ReadPrints(const HappeningRow& row) {
   const std::string& text = choice_.happening.text;
   choice_.happening.who = speaker->who;
   choice_.happening.words = text.substr(text.find(verb) + verb.size());
+}
+
+void HappeningText::ReadProtests(const HappeningRow& /*row*/) {
+  Happening& happening = choice_.happening;
+  happening.low = 0;
+  happening.high = kSlots - 1;
+  if (words_[0] == "a" && words_[1] == "card") return;
+  if (words_[0] != "card")
+    return Refuse("write \"a card protests\", or \"card ENTRY protests\" for one of them");
+  TakePlace(ChooseCard(machine_, words_[1]));
+  happening.low = happening.high = happening.slot;
 }
 
 void HappeningText::ReadEvent(const HappeningRow& /*row*/) {

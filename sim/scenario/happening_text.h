@@ -20,6 +20,7 @@ class HappeningText {
   bool IsWord(const HappeningRow& row) const;
   bool HasFirst(const HappeningRow& row) const;
   bool HasSecond(const HappeningRow& row) const;
+  bool HasThird(const HappeningRow& row) const;
   bool EndsInLevel(const HappeningRow& row) const;
 
   // What a text that fits says.
@@ -30,6 +31,7 @@ class HappeningText {
   void ReadKey(const HappeningRow& row);
   void ReadLine(const HappeningRow& row);
   void ReadPrints(const HappeningRow& row);
+  void ReadProtests(const HappeningRow& row);
   void ReadEvent(const HappeningRow& row);
   void ReadNothing(const HappeningRow& row);
 

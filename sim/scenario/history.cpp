@@ -30,6 +30,7 @@ bool IsTold(JournalKind kind) {
     case JournalKind::CounterValue:
     case JournalKind::FaultBegins:
     case JournalKind::FaultEnds:
+    case JournalKind::CardProtests:
     case JournalKind::ProgramMissing:
     case JournalKind::Restart:
       return true;
@@ -44,6 +45,9 @@ bool IsTold(JournalKind kind) {
     case JournalKind::ProgramOpened:
     case JournalKind::Sync:
     case JournalKind::ConsoleText:
+    case JournalKind::InputTaken:  // by the scenario, whose event is told
+    case JournalKind::InputGivenBack:
+    case JournalKind::Repeats:
       break;
   }
   return false;
@@ -54,10 +58,6 @@ bool IsTask(int who) {
 }
 
 }  // namespace
-
-bool IsAccess(JournalKind kind) {
-  return kind == JournalKind::Read || kind == JournalKind::Write || kind == JournalKind::ReadFailed;
-}
 
 void History::See(const JournalRecord& record) {
   if (IsAccess(record.kind) && record.slot < kSlots && IsTask(record.task)) {

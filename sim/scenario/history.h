@@ -12,9 +12,6 @@
 
 namespace rack::scenario {
 
-// Whether a record is a bus access: many of them, and of no interest in themselves.
-bool IsAccess(JournalKind kind);
-
 class History {
  public:
   explicit History(Snapshot machine) : machine_(std::move(machine)) {}

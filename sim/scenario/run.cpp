@@ -227,13 +227,12 @@ std::string Run::Prepare(const RunPlaces& places) {
   console_.open(launch_.output, std::ios::binary);
   recording_.open(folder_ + "/recording");
   const Snapshot start = Look();
-  waveform_ = std::make_unique<Waveform>(recording_, start);
+  const FileNames files = FileNamesOf(State());
+  waveform_ = std::make_unique<Waveform>(recording_, start, files);
   waveform_->Begin();
   cards_.emplace(State());
   journal_ = std::make_unique<JournalReader>(State().journal, JournalReader::Start::Oldest);
-  judge_ = std::make_unique<Judge>(scenario_, start, [this](std::uint32_t number) -> std::string {
-    return number == 0 || number > kMaxProgramFiles ? "" : State().live.programFiles[number - 1];
-  });
+  judge_ = std::make_unique<Judge>(scenario_, start, files);
   done_.resize(scenario_.events.size());
   return "";
 }
@@ -373,10 +372,13 @@ void Run::KeepWaveform(const RunPlaces& places, ScenarioResult& result) const {
   const bool failed = std::any_of(result.outcomes.begin(), result.outcomes.end(),
                                   [](const Outcome& outcome) { return outcome.verdict == Verdict::Failed; });
   if (!failed) return;
-  const std::string path = places.waveforms + "/" + scenario_.name + ".vcd";
   std::error_code error;
-  fs::copy_file(folder_ + "/recording", path, fs::copy_options::overwrite_existing, error);
-  if (!error) result.waveform = places.waveforms == "." ? scenario_.name + ".vcd" : path;
+  const std::string machine = fs::canonical(scenario_.machine, error).filename().string();
+  const std::string name = (machine.empty() ? "" : machine + "-") + scenario_.name;
+  const std::string path = places.waveforms + "/" + name;
+  fs::copy_file(folder_ + "/recording", path + ".vcd", fs::copy_options::overwrite_existing, error);
+  std::ofstream(path + ".gtkw") << waveform_->View(name + ".vcd");
+  if (!error) result.waveform = (places.waveforms == "." ? name : path) + ".vcd";
 }
 
 }  // namespace

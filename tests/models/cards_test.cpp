@@ -41,6 +41,132 @@ class Bench {
   Nanos now = 0;
 };
 
+// The protests against a write of each value to a port, "0-7 none, 8-255 no channel", as numbers of Protest.
+std::string ProtestsOfValues(Bench& bench, int port) {
+  std::string text;
+  Protest last = Protest::None;
+  for (int value = 0; value < 256; ++value) {
+    const Protest protest = ProtestOfWrite(bench.card, static_cast<std::uint8_t>(port),
+                                           static_cast<std::uint8_t>(value), bench.now);
+    if (value != 0 && protest == last) continue;
+    text +=
+        (text.empty() ? "" : " ") + std::to_string(value) + ":" + std::to_string(static_cast<int>(protest));
+    last = protest;
+  }
+  return text;
+}
+
+// The ports of 0 to 40 at which an access is no matter for protest.
+std::vector<int> PortsOf(Bench& bench, Access access) {
+  std::vector<int> ports;
+  for (int port = 0; port <= 40; ++port) {
+    const auto number = static_cast<std::uint8_t>(port);
+    const Protest protest = access == Access::Read ? ProtestOfRead(bench.card, number, bench.now)
+                                                   : ProtestOfWrite(bench.card, number, 0, bench.now);
+    if (protest == Protest::None || protest == Protest::BadValue) ports.push_back(port);
+  }
+  return ports;
+}
+
+TEST(Protests, RegistersThatACardHasNotAndDirectionsThatTheyHaveNot) {
+  Bench cpu(CardKind::Cpu);
+  EXPECT_THAT(PortsOf(cpu, Access::Read), ElementsAre(0, 1, 2, 3, 4, 5, 6, 7, 8));
+  EXPECT_THAT(PortsOf(cpu, Access::Write), ElementsAre(1, 2, 5, 6));
+  cpu.card.cpu.functionPort = 20;
+  EXPECT_THAT(PortsOf(cpu, Access::Read), ElementsAre(0, 1, 2, 3, 4, 5, 6, 7, 8, 20));
+  Bench io(CardKind::Io);
+  EXPECT_THAT(PortsOf(io, Access::Read), ElementsAre(3, 4, 5, 6, 7, 8, 9));
+  EXPECT_THAT(PortsOf(io, Access::Write), ElementsAre(5, 6, 7));
+  Bench stepper(CardKind::Stepper);
+  EXPECT_THAT(PortsOf(stepper, Access::Read), ElementsAre(3, 4, 20, 21, 22, 23, 24));
+  EXPECT_THAT(PortsOf(stepper, Access::Write),
+              ElementsAre(7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 24, 26, 27, 28, 29));
+  Bench servo(CardKind::Servo);
+  EXPECT_THAT(PortsOf(servo, Access::Read), ElementsAre(3, 4, 20, 21, 22, 23, 24));
+  EXPECT_THAT(PortsOf(servo, Access::Write),
+              ElementsAre(5, 8, 9, 12, 13, 14, 15, 18, 19, 24, 26, 27, 28, 29));
+  Bench cylinder(CardKind::Cylinder);
+  EXPECT_THAT(PortsOf(cylinder, Access::Read), ElementsAre(3, 4, 5, 6));
+  EXPECT_THAT(PortsOf(cylinder, Access::Write), ElementsAre(5, 6, 7));
+  EXPECT_EQ(ProtestOfWrite(io.card, 10, 0, 0), Protest::NoRegister);
+  EXPECT_EQ(ProtestOfWrite(io.card, 8, 0, 0), Protest::NotWritable);
+  EXPECT_EQ(ProtestOfRead(stepper.card, 7, 0), Protest::NotReadable);
+}
+
+TEST(Protests, ValuesAndMomentsThatACardDoesNotTake) {
+  Bench cpu(CardKind::Cpu);
+  EXPECT_EQ(ProtestsOfValues(cpu, 1), "0:0 1:6");
+  EXPECT_EQ(ProtestsOfValues(cpu, 5), "0:0");
+  Bench stepper(CardKind::Stepper);
+  EXPECT_EQ(ProtestsOfValues(stepper, 7), "0:0 8:4");
+  EXPECT_EQ(ProtestsOfValues(stepper, 24), "0:6 1:0 2:6");
+  EXPECT_EQ(ProtestOfWrite(stepper.card, 8, 0xEC, 0), Protest::None);
+  EXPECT_EQ(ProtestOfWrite(stepper.card, 8, 0x10, 0), Protest::BadValue);
+  EXPECT_EQ(ProtestOfWrite(stepper.card, 8, 0x01, 0), Protest::BadValue);
+  EXPECT_EQ(ProtestOfWrite(stepper.card, 12, 0x01, 0), Protest::BadValue);
+  EXPECT_EQ(ProtestOfWrite(stepper.card, 13, 0x01, 0), Protest::None);
+  stepper.Write(18, 0xFF);
+  EXPECT_EQ(ProtestOfWrite(stepper.card, 24, 1, 0), Protest::GeneratorHeld);
+  stepper.Write(18, 0);
+  EXPECT_EQ(ProtestOfWrite(stepper.card, 24, 1, 0), Protest::None);
+  stepper.Write(7, 8);
+  EXPECT_EQ(ProtestOfRead(stepper.card, 24, 0), Protest::NoneSelected);
+  EXPECT_EQ(ProtestOfWrite(stepper.card, 9, 5, 0), Protest::NoneSelected);
+  EXPECT_EQ(ProtestOfRead(stepper.card, 4, 0), Protest::None);
+
+  // A controller clears eight channels of both motor cards at its start.
+  Bench servo(CardKind::Servo);
+  EXPECT_EQ(ProtestsOfValues(servo, 5), "0:0 8:4");
+  EXPECT_EQ(ProtestOfWrite(servo.card, 8, 0x03, 0), Protest::None);
+  servo.Write(5, 7);
+  EXPECT_EQ(ProtestOfWrite(servo.card, 18, 0xFF, 0), Protest::None);
+  EXPECT_EQ(ProtestOfWrite(servo.card, 19, 0, 0), Protest::None);
+  EXPECT_EQ(ProtestOfRead(servo.card, 24, 0), Protest::None);
+  EXPECT_EQ(ProtestOfWrite(servo.card, 24, 1, 0), Protest::NoneSelected);
+  EXPECT_EQ(ProtestOfRead(servo.card, 20, 0), Protest::NoneSelected);
+
+  Bench cylinder(CardKind::Cylinder);
+  EXPECT_EQ(ProtestsOfValues(cylinder, 5), "0:0 3:4");
+  EXPECT_EQ(ProtestsOfValues(cylinder, 6), "0:6 16:0 17:6 32:0 33:6 48:0 64:6");
+  EXPECT_EQ(ProtestsOfValues(cylinder, 7), "0:0");
+  cylinder.Write(6, 0x35);
+  cylinder.now = 1999;
+  EXPECT_EQ(ProtestOfWrite(cylinder.card, 6, 0x31, cylinder.now), Protest::CommandHeld);
+  cylinder.now = 2000;
+  EXPECT_EQ(ProtestOfWrite(cylinder.card, 6, 0x31, cylinder.now), Protest::None);
+}
+
+TEST(CylinderCard, AStrictCardLosesACommandThatComesTooEarly) {
+  for (const bool strict : {false, true}) {
+    Bench bench(CardKind::Cylinder);
+    bench.card.cylinder.strict = strict ? 1 : 0;
+    bench.Write(6, 0x31);
+    EXPECT_EQ(bench.Read(5), strict ? 0 : 1);  // not taken yet
+    bench.now = 1000;
+    EXPECT_EQ(bench.Read(5), 1);
+    bench.Write(6, 0x32);
+    bench.now = 500 * kMs;
+    EXPECT_EQ(CylinderCard(bench.card.cylinder).StandsAt(0, bench.now), strict ? 1 : 2);
+  }
+}
+
+TEST(CylinderCard, ACommandBeginsAfterTheDelayThatIsSet) {
+  Bench bench(CardKind::Cylinder);
+  bench.Write(7, 200);
+  bench.Write(6, 0x31);  // the register has no effect without a unit
+  bench.now = 100 * kMs;
+  EXPECT_EQ(bench.Read(6), 0x10);
+  bench.card.cylinder.delayUnit = kMs;
+  bench.Write(6, 0x32);
+  bench.now = 300 * kMs;
+  EXPECT_EQ(bench.Read(6), 0x61);
+  EXPECT_EQ(CylinderCard(bench.card.cylinder).PlaceAt(0, bench.now), 1000);
+  bench.now = 350 * kMs;
+  EXPECT_EQ(CylinderCard(bench.card.cylinder).PlaceAt(0, bench.now), 1500);
+  bench.now = 400 * kMs;
+  EXPECT_EQ(bench.Read(6), 0x10);
+}
+
 TEST(CpuCard, RegistersReadAndWriteAsTheMapSays) {
   Bench cpu(CardKind::Cpu);
   EXPECT_THAT(cpu.ReadAll(0, 9), ElementsAre(1, 0xA3, 0, 0, 0, 0, 0, 0, 1, 0xFF));

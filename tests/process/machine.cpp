@@ -266,7 +266,26 @@ bool TestMachine::WaitForConsole(const std::string& text) {
 
 void TestMachine::KeepJournal() {
   rack::JournalRecord record;
-  while (reader_->Next(record, lost_) == rack::JournalReader::Result::Record) records_.push_back(record);
+  while (reader_->Next(record, lost_) == rack::JournalReader::Result::Record) {
+    if (record.kind == rack::JournalKind::Repeats) {
+      Unfold(record);
+      continue;
+    }
+    records_.push_back(record);
+    if (rack::IsAccess(record.kind)) accesses_[record.task].push_back(record);
+  }
+}
+
+// A poll that goes on: each access is the one of a round before.
+void TestMachine::Unfold(const rack::JournalRecord& poll) {
+  std::vector<rack::JournalRecord>& accesses = accesses_[poll.task];
+  ASSERT_GE(accesses.size(), poll.slot);
+  for (int i = 0; i < poll.value; ++i) {
+    rack::JournalRecord access = accesses[accesses.size() - poll.slot];
+    access.time = poll.time - poll.file;
+    accesses.push_back(access);
+    records_.push_back(access);
+  }
 }
 
 const std::vector<rack::JournalRecord>& TestMachine::Journal() {

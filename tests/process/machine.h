@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <utility>
@@ -102,6 +103,7 @@ class TestMachine {
   bool StandsAfter(std::uint32_t command);
   bool GoOn();
   void KeepJournal();
+  void Unfold(const rack::JournalRecord& poll);
   void Ask(const rack::Request& request);
   std::vector<std::string> ConsoleLines() const;
   std::size_t Polls();
@@ -113,6 +115,7 @@ class TestMachine {
   rack::Machine view_;
   std::optional<rack::JournalReader> reader_;
   std::vector<rack::JournalRecord> records_;
+  std::map<int, std::vector<rack::JournalRecord>> accesses_;  // of each task
   std::uint64_t lost_ = 0;
 };
 

@@ -42,7 +42,8 @@ class TestRack {
     std::uint64_t lost = 0;
     std::string text;
     while (reader.Next(record, lost) == rack::JournalReader::Result::Record) {
-      if (record.kind == rack::JournalKind::Read || record.kind == rack::JournalKind::Write) continue;
+      const bool poll = record.kind == rack::JournalKind::Repeats;
+      if (poll || record.kind == rack::JournalKind::Read || record.kind == rack::JournalKind::Write) continue;
       text += std::to_string(record.time / 1000000) + " " + Kind(record.kind) + " " +
               std::to_string(record.slot) + "." + std::to_string(record.port) + "=" +
               std::to_string(record.value) + "\n";
@@ -82,6 +83,8 @@ class TestRack {
         return "fault";
       case rack::JournalKind::FaultEnds:
         return "cured";
+      case rack::JournalKind::CardProtests:
+        return "protest";
       default:
         return "other";
     }

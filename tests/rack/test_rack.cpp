@@ -158,6 +158,23 @@ TEST(RackTest, ReleasedFunctionKeysLeaveTheOthersInTheRegister) {
   EXPECT_EQ(plain.Ask(Keys(RequestKind::ReleaseFunctionKeys, 0x02), 0), RequestResult::NoFunctionKeys);
 }
 
+TEST(RackTest, AProtestIsARecordBehindItsAccessAndTheCardKeepsTheLast) {
+  TestRack rack("[slots]\n3 = \"io\"\n");
+  rack.bus->WritePort(0, 3, kMs, {1, 1, 4});
+  rack.bus->WritePort(10, 7, kMs, {1, 1, 4});
+  rack.bus->ReadPort(11, 2 * kMs, {1, 1, 5});
+  rack.Write(9, 5, 1, 3 * kMs);  // an empty slot says nothing
+  EXPECT_EQ(rack.Ask({RequestKind::BeginFault, FaultKind::CardPulled, 3, 0, 0, 0, 0, 0}, 4 * kMs),
+            RequestResult::Done);
+  rack.Write(3, 10, 1, 5 * kMs);  // nor does one that is pulled
+  EXPECT_EQ(rack.Events(), "1 protest 3.10=263\n2 protest 3.11=256\n4 fault 3.0=1\n");
+  const rack::ProtestRecord& last = rack.state->live.protests[3];
+  EXPECT_EQ(last.count, 2U);
+  EXPECT_EQ(last.at, 2 * kMs);
+  EXPECT_EQ(last.line, 5U);
+  EXPECT_EQ(last.port, 11);
+}
+
 TEST(RackTest, FaultsOfTheBusEndAtTheirOwnTime) {
   TestRack cell(kCell);
   cell.Write(3, 5, 0xF0, 0);

@@ -105,9 +105,9 @@ TEST(StateFileTest, LayoutIsTheSameForEveryProcess) {
   EXPECT_EQ(sizeof(rack::RackImage), 34472U);
   EXPECT_EQ(offsetof(rack::RackState, live), 34496U);
   EXPECT_EQ(offsetof(rack::RackLive, cards), 1088U);
-  EXPECT_EQ(offsetof(rack::RackLive, plant), 10448U);
-  EXPECT_EQ(offsetof(rack::RackLive, tasks), 15120U);
-  EXPECT_EQ(offsetof(rack::RackLive, programFiles), 28160U);
+  EXPECT_EQ(offsetof(rack::RackLive, plant), 10864U);
+  EXPECT_EQ(offsetof(rack::RackLive, tasks), 15536U);
+  EXPECT_EQ(offsetof(rack::RackLive, programFiles), 28576U);
   EXPECT_EQ(sizeof(rack::JournalRing), 8388616U);
 }
 

@@ -42,8 +42,11 @@ TEST_P(FailingCaseTest, TellsWhatDidHappen) {
             ReadText(kCases / "fail" / (name + ".tap")));
   EXPECT_EQ(shell.Status(), 1);
   // The recording of the run: its head, and its last time.
-  const std::string recording = ReadText(shell.Folder() / "cases/fail" / (name + ".vcd"));
+  const std::string recording = ReadText(shell.Folder() / "cases/fail" / ("machine-" + name + ".vcd"));
   EXPECT_THAT(recording, testing::HasSubstr("$enddefinitions $end\n#0\n"));
+  // The view names the recording beside it.
+  EXPECT_THAT(ReadText(shell.Folder() / "cases/fail" / ("machine-" + name + ".gtkw")),
+              testing::StartsWith("[dumpfile] \"machine-" + name + ".vcd\"\n"));
 }
 
 INSTANTIATE_TEST_SUITE_P(Cases, FailingCaseTest, testing::ValuesIn(FailingCases()), [](const auto& of) {
@@ -66,9 +69,9 @@ TEST_F(CasesTest, PassingScenariosPassAndLeaveNothing) {
 }
 
 TEST_F(CasesTest, TheSameRunTwice) {
-  const std::string first = Run("velmo-rack test fail/never.toml; cat never.vcd");
+  const std::string first = Run("velmo-rack test fail/never.toml; cat machine-never.vcd machine-never.gtkw");
   EXPECT_THAT(first, testing::HasSubstr("not ok 1"));
-  EXPECT_EQ(Run("velmo-rack test fail/never.toml; cat never.vcd"), first);
+  EXPECT_EQ(Run("velmo-rack test fail/never.toml; cat machine-never.vcd machine-never.gtkw"), first);
 }
 
 TEST_F(CasesTest, EveryMistakeOfAScenarioHasItsPlaceAndNothingRuns) {
@@ -98,7 +101,7 @@ TEST_F(CasesTest, AControllerThatEndsFailsWhatIsNotDecided) {
       "TAP version 13\n1..1\n# pass/order.toml, 0.000 s of the machine\n"
       "not ok 1 - order: clamped on before motor 2.0 starts\n  ---\n"
       "  message: \"at 0.000 s, the controller has ended with status 0: motor 2.0 starts has not come\"\n"
-      "  at: \"pass/order.toml:11\"\n  waveform: \"order.vcd\"\n  ...\n");
+      "  at: \"pass/order.toml:11\"\n  waveform: \"machine-order.vcd\"\n  ...\n");
   EXPECT_EQ(shell.Status(), 1);
   EXPECT_EQ(Run("velmo-rack test --controller ./none pass/order.toml"),
             "velmo-rack: controller ./none: No such file or directory\n");
@@ -130,6 +133,17 @@ TEST_F(CasesTest, JunitHasEveryExpectation) {
               testing::HasSubstr("<failure message=\"at 3.200 s, the end: counter parts is 2 since 1.991 s\">"
                                  "fail/end.toml:17\n"));
   EXPECT_THAT(xml, testing::EndsWith("</failure>\n    </testcase>\n  </testsuite>\n</testsuites>\n"));
+}
+
+TEST(DemoCell, NoCardProtestsInAGoodDay) {
+  Shell shell;
+  const std::string output = shell.Run(
+      "cp -r '" VELMO_SOURCE
+      "/demo/cell' . && echo '[[expect]]\nnever = \"a card protests\"' >> "
+      "cell/scenarios/good-day.toml && sed -i '/^\\[end\\]/,/^\\]/d' cell/scenarios/good-day.toml && "
+      "velmo-rack test cell/scenarios/good-day.toml");
+  EXPECT_EQ(shell.Status(), 0) << output;
+  EXPECT_THAT(output, testing::HasSubstr(" - good-day: never a card protests\n"));
 }
 
 TEST(DemoCell, ItsScenariosPass) {

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <set>
 #include <sstream>
 
 #include "machine/faults.h"
@@ -140,7 +141,8 @@ TEST(Trace, NamesCardRegisterAndSignals) {
   const Snapshot machine = SmallRack();
   const FileNames files = [](std::uint32_t number) { return number == 1 ? "plc2/FLOW.PLC" : ""; };
   const std::string head = "    1.250000  plc2  plc2/FLOW.PLC:4  ";
-  const auto line = [&](const JournalRecord& record) { return TraceLine(machine, files, record); };
+  Tracer tracer(machine, files);
+  const auto line = [&](const JournalRecord& record) { return tracer.Line(record); };
   EXPECT_EQ(line(Record(JournalKind::Write, 5, 7, 2)), head + "slot 5 stepper: channel select = 2 (0x02)");
   EXPECT_EQ(line(Record(JournalKind::Read, 5, 24, 1)), head + "slot 5 stepper: busy reads 1 (0x01)");
   EXPECT_EQ(line(Record(JournalKind::Write, 5, 24, 1)), head + "slot 5 stepper: start = 1 (0x01)");
@@ -148,8 +150,64 @@ TEST(Trace, NamesCardRegisterAndSignals) {
             head + "slot 3 io: inputs 0-7 reads 33 (0x21) [1.0 clamp_closed]");
   EXPECT_EQ(line(Record(JournalKind::Write, 3, 7, 1)), head + "slot 3 io: relays 16-23 = 1 (0x01) [clamp]");
   EXPECT_EQ(line(Record(JournalKind::InputEdge, 3, 5, 0)), head + "input clamp_closed (1.5) off");
-  EXPECT_EQ(TraceRow(machine, files, Record(JournalKind::Write, 5, 9, 7)),
-            "1250000000,3,plc2,\"plc2/FLOW.PLC\",4,5,9,7,\"slot 5 stepper: frequency = 7 (0x07)\"");
+  EXPECT_EQ(tracer.Row(Record(JournalKind::Write, 5, 9, 7)),
+            "1250000000,write,plc2,\"plc2/FLOW.PLC\",4,5,9,7,\"slot 5 stepper: frequency = 7 (0x07)\",,,");
+  JournalRecord again = Record(JournalKind::Repeats, 4, 0, 4 * 87381 + 2);
+  again.line = 17;           // number of the first record
+  again.file = 940'000'000;  // since the last access
+  EXPECT_EQ(line(again),
+            "    1.250000  plc2  -  again: accesses from before this recording  x 87,381 until 0.310 s");
+  tracer.See(Record(JournalKind::Read, 5, 24, 1));
+  EXPECT_EQ(line(again), head + "again: slot 5 stepper: busy reads 1 (0x01)  x 87,381 until 0.310 s");
+  EXPECT_EQ(tracer.Row(again),
+            "1250000000,repeats,plc2,\"plc2/FLOW.PLC\",4,5,24,1,\"again: slot 5 stepper: busy reads 1 (0x01)"
+            "  x 87,381 until 0.310 s\",87381,4,310000000");
+}
+
+TEST(Trace, FaultsAndHandsAreToldByTheNamesThatTheirCommandsUse) {
+  const Snapshot machine = SmallRack();
+  const auto text = [&](JournalKind kind, int slot, int channel, int value, std::uint32_t ofFault = 0) {
+    JournalRecord record = Record(kind, slot, channel, value);
+    record.line = ofFault;
+    record.file = 0;
+    return EventText(machine, record);
+  };
+  const auto fault = [&](JournalKind kind, FaultKind of, int slot, int channel, std::uint32_t value) {
+    return text(kind, slot, channel, static_cast<int>(of), value);
+  };
+  EXPECT_EQ(fault(JournalKind::FaultBegins, FaultKind::InputStuck, 3, 5, 1),
+            "fault: stuck clamp_closed (1.5) on");
+  EXPECT_EQ(fault(JournalKind::FaultEnds, FaultKind::MotorLosesSteps, 5, 7, 4), "fault over: loses 2.7 4");
+  EXPECT_EQ(fault(JournalKind::FaultBegins, FaultKind::CardPulled, 5, 0, 0), "fault: pulled 2 (stepper)");
+  EXPECT_EQ(text(JournalKind::InputTaken, 3, 5, 1), "input clamp_closed (1.5) on by hand");
+  EXPECT_EQ(text(JournalKind::InputGivenBack, 3, 5, 0), "input clamp_closed (1.5) left to the machine again");
+}
+
+TEST(Trace, EveryKindHasAWordOfItsOwn) {
+  const std::vector<std::string> words = KindWords();
+  EXPECT_EQ(std::set<std::string>(words.begin(), words.end()).size(), words.size());
+  EXPECT_EQ(words.front(), "read");
+  for (const std::string& word : words) EXPECT_EQ(WordOf(KindOfWord(word)), word);
+  EXPECT_EQ(KindOfWord("reed"), JournalKind::None);
+}
+
+TEST(Trace, SaysWhatACardProtestsAgainst) {
+  const Snapshot machine = SmallRack();
+  const auto text = [&](int slot, int port, Protest protest, int value) {
+    return EventText(machine, Record(JournalKind::CardProtests, slot, port,
+                                     ProtestValue(protest, static_cast<std::uint8_t>(value))));
+  };
+  EXPECT_EQ(text(5, 30, Protest::NoRegister, 1), "card 2 has no register 30");
+  EXPECT_EQ(text(5, 7, Protest::NotReadable, 0), "card 2 has nothing to read at register 7 (channel select)");
+  EXPECT_EQ(text(3, 8, Protest::NotWritable, 0), "card 1 has nothing to write at register 8 (inputs 0-7)");
+  EXPECT_EQ(text(5, 7, Protest::NoChannel, 9), "card 2 has no channel 9");
+  EXPECT_EQ(text(5, 9, Protest::NoneSelected, 1),
+            "card 2 has no channel selected for register 9 (frequency)");
+  EXPECT_EQ(text(5, 24, Protest::BadValue, 3), "card 2 does not take 3 at register 24 (start)");
+  EXPECT_EQ(text(5, 6, Protest::CommandHeld, 0x35), "card 2 still holds the last command when 0x35 comes");
+  EXPECT_EQ(text(5, 24, Protest::GeneratorHeld, 1),
+            "card 2 is to start a motor whose generator is held clear");
+  EXPECT_EQ(text(11, 30, Protest::NoRegister, 1), "the card in slot 11 has no register 30");
 }
 
 TEST(Vcd, IsWrittenWithScopesStartValuesAndOnlyChanges) {
@@ -177,6 +235,26 @@ TEST(Vcd, IsWrittenWithScopesStartValuesAndOnlyChanges) {
             "[dumpfile] \"a.vcd\"\n[timestart] 100\n*-6 0\n[treeopen] machine.\n"
             "@200\n-slot3_io\n@28\nmachine.slot3_io.in5_clamp\n"
             "@200\n-slot5_stepper\n@420\nmachine.slot5_stepper.motor0[3:0]\n");
+}
+
+TEST(Vcd, NamesKeepTheirPlaceAndWordsAreValues) {
+  std::ostringstream out;
+  VcdWriter writer(out);
+  writer.AddWire("slot3_io", "in5_clamp 1.left", 1);
+  writer.AddWire("slot3_io", "in5_clamp_1_left", 1);
+  const int file = writer.AddText("programs", "plc1_file", "");
+  writer.Begin({1, 0, std::nullopt}, 0);
+  writer.ChangeText(file, "plc1/MY BLOCK.PLC", 100);
+  writer.ChangeText(file, "plc1/MY BLOCK.PLC", 200);
+  writer.End(200);
+  EXPECT_EQ(out.str(),
+            "$version velmo-rack $end\n$timescale 1ns $end\n$scope module machine $end\n"
+            "$scope module slot3_io $end\n$var wire 1 ! in5_clamp_1_left $end\n"
+            "$var wire 1 \" in5_clamp_1_left_ $end\n$upscope $end\n"
+            "$scope module programs $end\n$var string 1 # plc1_file $end\n$upscope $end\n"
+            "$upscope $end\n$enddefinitions $end\n"
+            "#0\n$dumpvars\n1!\n0\"\ns- #\n$end\n#100\nsplc1/MY\\x20BLOCK.PLC #\n#200\n");
+  EXPECT_THAT(writer.View("a.vcd"), testing::EndsWith("@200\n-programs\n@820\nmachine.programs.plc1_file\n"));
 }
 
 TEST(StepFollower, PlusLatchesUntilDec) {

@@ -23,6 +23,7 @@ on_at_start = ["guard"]
 5 = "stepper"
 [inputs]
 guard = "0.1"
+"door 1.left" = "0.2"
 [[counter]]
 name = "parts"
 when_input = "guard"
@@ -85,7 +86,7 @@ class WaveformTest : public testing::Test {
   // A recording from power-on, and one of the journal's rest from a time on.
   std::string Whole() const {
     std::ostringstream out;
-    Waveform waveform(out, PowerOnSnapshot(state->image, state->live));
+    Waveform waveform(out, PowerOnSnapshot(state->image, state->live), FileNamesOf(*state));
     waveform.Begin();
     for (const JournalRecord& record : Journal()) waveform.See(record);
     waveform.End(state->live.now);
@@ -93,7 +94,7 @@ class WaveformTest : public testing::Test {
   }
   std::string Rest(Nanos from) const {
     std::ostringstream out;
-    Waveform waveform(out, Now());
+    Waveform waveform(out, Now(), FileNamesOf(*state));
     const std::vector<JournalRecord> past = Journal(from);
     waveform.BeginBefore(past);
     for (const JournalRecord& record : past) waveform.See(record);
@@ -151,10 +152,30 @@ TEST_F(WaveformTest, ARecordingWithItsBeginningLostClaimsOnlyWhatIsKnown) {
   EXPECT_EQ(Values(vcd, "RUN"), "300000000:x 340000000:1");
 }
 
+TEST_F(WaveformTest, HandsAndEachKindOfFaultHaveAWire) {
+  Ask(RequestKind::SetInput, FaultKind::None, 0, 1, 0, 10 * kMs);
+  Ask(RequestKind::SetInput, FaultKind::None, 0, 1, 1, 20 * kMs);
+  Ask(RequestKind::ReleaseInput, FaultKind::None, 0, 2, 0, 25 * kMs);  // nobody holds it
+  Ask(RequestKind::ReleaseInput, FaultKind::None, 0, 1, 0, 30 * kMs);
+  Ask(RequestKind::BeginFault, FaultKind::InputStuck, 0, 2, 1, 40 * kMs);
+  Ask(RequestKind::BeginFault, FaultKind::InputStuck, 0, 3, 1, 50 * kMs);
+  Ask(RequestKind::EndFault, FaultKind::InputStuck, 0, 2, 1, 60 * kMs);
+  const std::string vcd = Whole();
+  EXPECT_EQ(Values(vcd, "in1_guard_by_hand"), "0:0 10000000:1 30000000:0");
+  EXPECT_EQ(Values(vcd, "in2_door_1_left"), "0:0 40000000:1 60000000:0");
+  EXPECT_EQ(Values(vcd, "in2_door_1_left_by_hand"), "0:0");
+  EXPECT_EQ(Values(vcd, "stuck"), "0:00000000 40000000:00000001 50000000:00000010 60000000:00000001");
+  EXPECT_EQ(Values(vcd, "pulled"), "0:00000000");
+  // Of one whose beginning is lost.
+  const std::string rest = Rest(30 * kMs);
+  EXPECT_EQ(Values(rest, "in1_guard_by_hand"), "30000000:x 30000000:0");
+  EXPECT_EQ(Values(rest, "stuck"), "30000000:00000000 40000000:00000001 50000000:00000010 60000000:00000001");
+}
+
 TEST_F(WaveformTest, AFaultThatTheSnapshotHasAlreadyIsNotCountedTwice) {
   Ask(RequestKind::BeginFault, FaultKind::CardPulled, 5, 0, 0, 30 * kMs);
   std::ostringstream out;
-  Waveform waveform(out, Now());
+  Waveform waveform(out, Now(), FileNamesOf(*state));
   waveform.Begin();
   for (const JournalRecord& record : Journal()) waveform.See(record);
   waveform.End(40 * kMs);
