@@ -33,9 +33,10 @@ void AddAxisInputs(const rack::PlantState& plant, RackShape* shape) {
         AddStop(link, shape);
         break;
       case rack::Effect::Follow:
-      case rack::Effect::Arrive:
         AddSwitch(link, shape);
         break;
+      // A part that comes when the axis is there is waited for for its own sake.
+      case rack::Effect::Arrive:
       case rack::Effect::Count:
         break;
     }
