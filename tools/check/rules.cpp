@@ -283,7 +283,8 @@ constexpr Rule kRules[] = {
      "again and again until the minus key. Let one task give before it waits. The order of the lines that leads there\n"
      "is told; it comes about whether moves and people are quick or slow. Taken for granted: OUT alone switches\n"
      "outputs, the sensor of a [[valve]] follows its output, every other input takes the level that is waited for,\n"
-     "and Enter is pressed when all reset programs have ended.",
+     "Enter is pressed when all reset programs have ended or gone round once, and a level that comes while a task waits\n"
+     "for it is seen: a shorter one than the task's pause (G_ST) can be missed.",
      "== rack.toml\n[[valve]]\noutput = \"1.0\"\nsensor = \"1.8\"\n[[valve]]\noutput = \"1.1\"\nsensor = \"1.9\"\n"
      "== plc1/RESET.PLC\nOUT: 1, 0, 0\nEXIT\n== plc1/FLOW.PLC\nLD: 1, 9, 1\nOUT: 1, 0, 1\nLD: 1, 9, 0\nOUT: 1, 0, 0\nEND\n"
      "== plc2/RESET.PLC\nOUT: 1, 1, 0\nEXIT\n== plc2/FLOW.PLC\nLD: 1, 8, 1\nOUT: 1, 1, 1\nLD: 1, 8, 0\nOUT: 1, 1, 0\nEND",

@@ -22,7 +22,10 @@ constexpr int kQuick = 30;
 constexpr int kSlow = 30'000;
 
 // Cells of a task in a state.
-enum TaskCell { kAt, kCaller, kDue, kPauseOf, kTaskCells };
+enum TaskCell { kAt, kCaller, kDue, kPauseOf, kMain, kTaskCells };
+// The main program of a task.
+enum MainProgram { kReset, kResetDone, kFlow };  // done: gone through once, and at it again
+
 enum ValveCell { kLevel, kTimer, kValveCells };
 
 struct Valve {
@@ -38,6 +41,7 @@ struct FoundLock {
 struct Found {
   std::map<std::vector<Wait>, FoundLock> locks;
   std::map<size_t, size_t> together;
+  bool isStarted = false;
   bool isComplete = true;
 };
 
@@ -86,6 +90,7 @@ class Search {
         if (step.kind == StepKind::Out) writes.emplace(step.signal, step.level);
       }
     }
+    for (int task = 0; task < TaskCount(); ++task) resetEnds_.push_back(ResetEnds(task));
   }
 
   Found Run() {
@@ -223,23 +228,74 @@ class Search {
   void ExpandQuiet(const State& state, size_t index) {
     FindLocks(state, index);
     FindTogether(state, index);
-    bool isIdle = true;
+    bool isReset = true;
     for (int task = 0; task < TaskCount(); ++task) {
       const int at = state[Cell(task, kAt)];
-      isIdle = isIdle && at == kIdle;
+      isReset = isReset && (at == kIdle || state[Cell(task, kMain)] == kResetDone);
       if (at < 0 || state[Cell(task, kDue)] != 0 || StepAt(task, at).kind != StepKind::WaitInput) continue;
       State next = state;
       SetInput(&next, StepAt(task, at).signal, StepAt(task, at).level);
       Execute(next, index, task);
     }
-    if (isIdle) PressEnter(state, index);
+    if (isReset) PressEnter(state, index);
     PassTime(state, index);
   }
 
   void PressEnter(const State& state, size_t index) {
     State next = state;
-    for (int task = 0; task < TaskCount(); ++task) GoTo(&next, task, TaskOf(task).flow, 0);
+    for (int task = 0; task < TaskCount(); ++task) OpenFlow(&next, task);
+    found_.isStarted = true;
     Add(next, index, kEnterKey);
+  }
+
+  // A block goes on, and a line that is repeated is repeated until it is met.
+  void OpenFlow(State* state, int task) const {
+    const int at = (*state)[Cell(task, kAt)];
+    std::int32_t& caller = (*state)[Cell(task, kCaller)];
+    (*state)[Cell(task, kMain)] = kFlow;
+    if (caller != kNoCall) {
+      caller = TaskOf(task).flow;
+    } else if (at < 0 || !IsRepeated(*state, task)) {
+      GoTo(state, task, TaskOf(task).flow, (*state)[Cell(task, kDue)]);
+    }
+  }
+
+  bool IsRepeated(const State& state, int task) const {
+    switch (StepAt(task, state[Cell(task, kAt)]).kind) {
+      case StepKind::WaitSensor:
+        return state[Cell(task, kDue)] == 0;
+      case StepKind::WaitInput:
+      case StepKind::WaitMove:
+      case StepKind::WaitForever:
+        return true;
+      case StepKind::Pass:
+      case StepKind::Out:
+      case StepKind::AskSensor:
+      case StepKind::AskInput:
+      case StepKind::Pause:
+      case StepKind::SetPause:
+      case StepKind::Call:
+      case StepKind::End:
+      case StepKind::Exit:
+        return false;
+    }
+    return false;
+  }
+
+  // Whether a reset program comes to its end, and does not go round for ever.
+  bool ResetEnds(int task) const {
+    const std::vector<bool> noneFixed(model_.sensors.size(), false);
+    std::set<Place> seen;
+    std::vector<Place> open = {{TaskOf(task).reset, kNoCall}};
+    while (!open.empty()) {
+      const Place place = open.back();
+      open.pop_back();
+      if (place.at < 0 || !seen.insert(place).second) continue;
+      const StepKind kind = StepAt(task, place.at).kind;
+      if (kind == StepKind::Exit || (kind == StepKind::End && place.caller == kNoCall)) return true;
+      AddNext({}, task, place, noneFixed, &open);
+    }
+    return false;
   }
 
   void PassTime(const State& state, size_t index) {
@@ -308,6 +364,7 @@ class Search {
       case StepKind::End:
         pause = kEndPause;
         to = caller != kNoCall ? caller : FirstOfMain(task, step);
+        if (caller == kNoCall) EndReset(&next, task);
         caller = kNoCall;
         break;
       case StepKind::Exit:
@@ -321,8 +378,23 @@ class Search {
       case StepKind::WaitForever:
         break;
     }
+    const bool isRound = step.kind == StepKind::Pass && to >= 0 && to <= state[Cell(task, kAt)];
+    const bool isOpenEnd = to == kStuck && caller == kNoCall;
+    if (isOpenEnd || (isRound && !resetEnds_[static_cast<size_t>(task)])) EndReset(&next, task);
+    if (IsLeft(next, task, step)) to = TaskOf(task).flow;
     GoTo(&next, task, to, pause);
     Add(next, index, task);
+  }
+
+  static void EndReset(State* state, int task) {
+    std::int32_t& main = (*state)[Cell(task, kMain)];
+    if (main == kReset) main = kResetDone;
+  }
+
+  // Whether a line that was repeated when Enter came is of the reset program, which was closed then.
+  static bool IsLeft(const State& state, int task, const Step& step) {
+    return state[Cell(task, kMain)] == kFlow && state[Cell(task, kCaller)] == kNoCall &&
+           step.kind != StepKind::End && step.program->name == kResetProgram;
   }
 
   int FirstOfMain(int task, const Step& step) const {
@@ -549,6 +621,7 @@ class Search {
   const int least_;
   std::vector<Valve> valves_;
   std::vector<std::set<std::pair<int, int>>> writes_;  // by task: output and level
+  std::vector<bool> resetEnds_;                        // by task
   size_t outputsAt_ = 0;
   size_t valvesAt_ = 0;
   size_t inputsAt_ = 0;
@@ -583,6 +656,7 @@ SearchResult SearchStates(const SearchModel& model) {
   const Found first = quick.Run();
   SearchResult result;
   result.isComplete = first.isComplete;
+  result.isStarted = first.isStarted;
   if (first.locks.empty() && first.together.empty()) return result;
   const Found second = Search(model, kSlow).Run();
   result.isComplete = first.isComplete && second.isComplete;

@@ -18,8 +18,11 @@ using Place = std::pair<int, int>;  // slot index and channel
 
 constexpr rack::Nanos kMillisecond = 1'000'000;
 
+// In milliseconds: two of them fit into an int.
+constexpr int kLongest = 1'000'000'000;
+
 int MillisOf(rack::Nanos time) {
-  return static_cast<int>(std::min<rack::Nanos>((time + kMillisecond - 1) / kMillisecond, 1'000'000'000));
+  return static_cast<int>(std::min<rack::Nanos>((time + kMillisecond - 1) / kMillisecond, kLongest));
 }
 
 // Which inputs follow outputs alone.
@@ -428,7 +431,7 @@ class ModelBuilder {
     }
     if (row.parameter == rack::Parameter::Millis) {
       step.kind = row.waitsFor == rack::WaitsFor::Pause ? StepKind::Pause : StepKind::SetPause;
-      step.level = number;
+      step.level = std::min(number, kLongest);
       return step;
     }
     SetMove(line, row, &step);

@@ -262,12 +262,20 @@ class TogetherRules {
 void CheckTogether(const ProgramTree& tree, Report* report, std::vector<std::string>* notes) {
   if (!tree.rack) return;
   bool isComplete = true;
+  bool isStarted = true;
   for (const SearchModel& model : ModelsOf(tree)) {
     const SearchResult result = SearchStates(model);
     TogetherRules(tree, model, report).Report(result);
     isComplete = isComplete && result.isComplete;
+    isStarted = isStarted && (result.isStarted || !result.locks.empty());
   }
-  if (!isComplete && notes != nullptr) {
+  if (notes == nullptr) return;
+  if (!isStarted) {
+    notes->push_back(tree.directory.string() +
+                     ": the search over all tasks never came to production: Enter starts it when all reset "
+                     "programs have ended or gone round once");
+  }
+  if (!isComplete) {
     notes->push_back(
         tree.directory.string() +
         ": the search over all tasks stopped at its bound: there may be waits that lock each other "
