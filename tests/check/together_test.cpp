@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "check/check.h"
@@ -21,6 +22,8 @@ using testing::IsEmpty;
 // Outputs a, b, c and x with its x_back; the sensors of a, b and c follow at once, after 20 ms, after 500 ms.
 constexpr const char* kRack = R"([slots]
 3 = "io"
+5 = "stepper"
+8 = "cylinder"
 [inputs]
 a_on = "1.0"
 b_on = "1.1"
@@ -73,7 +76,7 @@ class TogetherTest : public ScratchTest {
     std::vector<std::string> notes;
     const auto findings = check::CheckPath(name, "", &error, &notes);
     EXPECT_EQ(error, "");
-    EXPECT_THAT(notes, IsEmpty());
+    EXPECT_EQ(!notes.empty(), std::exchange(isNoteExpected_, false));
     std::vector<std::string> found;
     for (const check::Finding& finding : *findings) {
       if (finding.rule < check::RuleId::HandshakeLock || finding.rule > check::RuleId::BrokenRule) continue;
@@ -83,8 +86,11 @@ class TogetherTest : public ScratchTest {
     return found;
   }
 
+  void ExpectNote() { isNoteExpected_ = true; }
+
  private:
   int machines_ = 0;
+  bool isNoteExpected_ = false;
 };
 
 TEST_F(TogetherTest, AGoodHandshakeIsNoLock) {
@@ -160,19 +166,53 @@ TEST_F(TogetherTest, NamesTheLinesOfBlocks) {
                     HasSubstr("the Enter key, plc1/FLOW.PLC:1, plc1/work.plc:1-2")));
 }
 
+TEST_F(TogetherTest, ProductionBeginsWhileAResetProgramGoesOn) {
+  const std::string flow = "OUT: 1, 0, 1\nLD: 1, 0, 1\nOUT: 1, 0, 0\nLD: 1, 0, 1\nEND\n";
+  const auto isFound = ElementsAre("plc1/FLOW.PLC:4 wait-never-met");
+  const auto reset = [](const std::string& lines) { return "== plc1/RESET.PLC\nOUT: 1, 0, 0\n" + lines; };
+  EXPECT_THAT(Found({flow}, reset("END\n")), isFound);
+  EXPECT_THAT(Found({flow}, reset("")), isFound);  // the last line is repeated
+  EXPECT_THAT(Found({flow}, reset("#LE: 1\nOUT: 1, 3, 1\nDLY: 300\nOUT: 1, 3, 0\nDLY: 300\nGO: 1\n")),
+              isFound);
+  EXPECT_THAT(Found({flow}, reset("FL: BLINK.PLC\nEND\n== plc1/BLINK.PLC\n#LE: 1\nOUT: 1, 3, 1\n"
+                                  "DLY: 300\nOUT: 1, 3, 0\nLD: 0, 2, 0\nGO: 1\n")),
+              IsEmpty());  // the block goes on, and production does not come
+  EXPECT_THAT(Found({flow, "END\n"}, reset("LD: 0, 0, 1\nEND\n== plc2/RESET.PLC\nDLY: 70\nEND\n")), isFound);
+  // A reset program that waits for its end is not left before.
+  EXPECT_THAT(Found({"LD: 1, 0, 1\nEND\n"},
+                    "== plc1/RESET.PLC\nOUT: 1, 0, 0\n#LE: 1\n"
+                    "IF: 0, 2, 1&ON.PLC&NUL\nGO: 1\n"
+                    "== plc1/ON.PLC\nOUT: 1, 0, 1\nEXIT\nEND\n"),
+              IsEmpty());
+  // One that hangs is told of.
+  ExpectNote();
+  EXPECT_THAT(Found({flow}, reset("GO: 1\nEXIT\n")), IsEmpty());
+}
+
+TEST_F(TogetherTest, TheLongestPauses) {
+  EXPECT_THAT(Found({"G_ST: 2147483647\nOUT: 1, 0, 1\nDLY: 2147483647\nOUT: 1, 0, 0\nLD: 1, 0, 1\nEND\n"}),
+              ElementsAre("plc1/FLOW.PLC:5 wait-never-met"));
+}
+
 TEST_F(TogetherTest, OutputsInTwoDirections) {
   EXPECT_THAT(Found({"OUT: 1, 3, 1\nOUT: 1, 3, 0\nOUT: 1, 4, 1\nOUT: 1, 4, 0\nEND\n"}), IsEmpty());
   EXPECT_THAT(
       Found({"OUT: 1, 3, 1\nIF: 0, 2, 1&OFF.PLC&NUL\nOUT: 1, 4, 1\nOUT: 1, 4, 0\nOUT: 1, 3, 0\nEND\n"},
             "== plc1/OFF.PLC\nOUT: 1, 3, 0\nEND\n"),
       ElementsAre("plc1/FLOW.PLC:3 opposed-outputs"));
+  // By what the rack file says of their sensors: the two ends of one way, and what is no end of it.
+  const std::string rack =
+      "[[axis]]\nmotor = \"2.0\"\nlow = \"1.0\"\nlow_at = 0\nhome = \"1.1\"\nhigh = \"1.2\"\nhigh_at = 90\n";
+  EXPECT_THAT(Found({"OUT: 1, 0, 1\nOUT: 1, 2, 1\nOUT: 1, 0, 0\nOUT: 1, 2, 0\nEND\n"}, "", rack),
+              ElementsAre("plc1/FLOW.PLC:2 opposed-outputs"));
+  EXPECT_THAT(Found({"OUT: 1, 0, 1\nOUT: 1, 1, 1\nOUT: 1, 0, 0\nOUT: 1, 1, 0\nEND\n"}, "", rack), IsEmpty());
 }
 
 TEST_F(TogetherTest, RulesOfTheMachine) {
   const std::string flow =
       "OUT: 1, 2, 1\nDLY: 200\nOUT: 1, 0, 1\nDLY: 700\nOUT: 1, 0, 0\nOUT: 1, 2, 0\nEND\n";
   const auto rule = [](const std::string& words) { return "[[rule]]\nname = \"r\"\n" + words; };
-  const auto isBroken = ElementsAre("rack.toml:32 broken-rule");
+  const auto isBroken = ElementsAre("rack.toml:34 broken-rule");
   // c's sensor comes 490 ms after the output, a goes on 210 ms after it: 290 ms without.
   EXPECT_THAT(Found({flow}, "", rule("never_together = [\"a on\", \"c_on off\"]\n")), isBroken);
   EXPECT_THAT(Found({flow}, "", rule("never_together = [\"a on\", \"c_on off\"]\nfor = \"250 ms\"\n")),
@@ -184,6 +224,45 @@ TEST_F(TogetherTest, RulesOfTheMachine) {
   // Nobody can tell what is about hands and times.
   EXPECT_THAT(Found({flow}, "", rule("never_together = [\"a on\", \"mode off\"]\n")), IsEmpty());
   EXPECT_THAT(Found({flow}, "", rule("after = \"a on\"\nwithin = \"10 ms\"\ncomes = \"b on\"\n")), IsEmpty());
+}
+
+TEST_F(TogetherTest, SwitchesOfAxesAndCylinders) {
+  const std::string rack =
+      "[[axis]]\nmotor = \"2.0\"\nhome = \"1.3\"\nhigh = \"1.4\"\nhigh_at = 4000\n"
+      "[[cylinder]]\ncylinder = \"3.0\"\nswitches = { 0 = \"1.5\", 5 = \"1.6\" }\n";
+  const auto found = [&](const std::vector<std::string>& flows, const std::string& more = "") {
+    return Found(flows, more, rack);
+  };
+  // A cylinder stands where it was sent to, an axis where its switch was seen.
+  EXPECT_THAT(found({"DG: 3, 0, 5\nLDG: 3, 0,\nLD: 1, 6, 1\nLD: 1, 5, 1\nEND\n"}),
+              ElementsAre("plc1/FLOW.PLC:4 wait-never-met"));
+  EXPECT_THAT(found({"MOT: 2, 0, 90&20&0\nLMOT: 2, 0,\nLD: 1, 3, 1\nLD: 1, 4, 1\nEND\n"}),
+              ElementsAre("plc1/FLOW.PLC:4 wait-never-met"));
+  EXPECT_THAT(found({"LD: 1, 3, 1\nIF: 1, 4, 1&NUL&A.PLC\nEND\n"}, "== plc1/A.PLC\nLD: 1, 3, 0\nEND\n"),
+              ElementsAre("plc1/A.PLC:1 wait-never-met"));
+  // It still moves, or may.
+  EXPECT_THAT(found({"DG: 3, 0, 5\nLD: 1, 5, 1\nLD: 1, 5, 0\nLDG: 3, 0,\nEND\n"}), IsEmpty());
+  EXPECT_THAT(found({"DG: 3, 0, 5\nDG: 3, 0, 0\nLDG: 3, 0,\nLD: 1, 6, 1\nEND\n"}), IsEmpty());
+  EXPECT_THAT(found({"MOT: 2, 0, 90&20&0\nMOT: 2, 1, 90&20&0\nLMOT: 2, 0,\nLD: 1, 3, 1\nLD: 1, 3, 0\n"
+                     "LMOT: 2, 1,\nEND\n"}),
+              IsEmpty());
+  EXPECT_THAT(found({"DG: 3, 0, 5\nLDG: 3, 0,\nLD: 1, 5, 1\nEND\n", "DG: 3, 0, -1\nDLY: 100\nEND\n"}),
+              IsEmpty());
+  // Nobody knows where it stands at power-on; a search for home comes to its end.
+  EXPECT_THAT(found({"#LE: 1\nIF: 1, 3, 1&NUL&STEP.PLC\nIF: 1, 3, 0&AGAIN.PLC&NUL\nLD: 1, 4, 0\nEND\n"},
+                    "== plc1/STEP.PLC\nMOT: 2, 0, 90&20&0\nLMOT: 2, 0,\nEND\n"
+                    "== plc1/AGAIN.PLC\nLD: 1, 3, 0\nEND\n"),
+              IsEmpty());
+  // Each waits for what the other moves or switches.
+  const std::string reset = "== plc2/RESET.PLC\nDG: 3, 0, 0\nLDG: 3, 0,\nEXIT\n";
+  EXPECT_THAT(found({"LD: 1, 6, 1\nOUT: 1, 0, 1\nLD: 1, 5, 1\nOUT: 1, 0, 0\nEND\n",
+                     "LD: 1, 0, 1\nDG: 3, 0, 5\nLDG: 3, 0,\nLD: 1, 0, 0\nDG: 3, 0, 0\nLDG: 3, 0,\nEND\n"},
+                    reset),
+              ElementsAre(testing::MatchesRegex("plc[12]/FLOW.PLC:1 handshake-lock")));
+  EXPECT_THAT(found({"OUT: 1, 0, 1\nLD: 1, 6, 1\nOUT: 1, 0, 0\nLD: 1, 5, 1\nEND\n",
+                     "LD: 1, 0, 1\nDG: 3, 0, 5\nLDG: 3, 0,\nLD: 1, 0, 0\nDG: 3, 0, 0\nLDG: 3, 0,\nEND\n"},
+                    reset),
+              IsEmpty());
 }
 
 TEST_F(TogetherTest, ABlockThatNothingCallsDoesNothing) {

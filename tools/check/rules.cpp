@@ -279,11 +279,14 @@ constexpr Rule kRules[] = {
      "pressed shorter is missed. Use DLY where the pause is wanted, in pieces below a second.",
      "G_ST: 1000\n#LE: 1\nLD: 1, 0, 1\nGO: 1", "G_ST: 50\n#LE: 1\nLD: 1, 0, 1\nDLY: 900\nGO: 1"},
     {RuleId::HandshakeLock, "handshake-lock", kError, "tasks wait for each other, and none goes on",
-     "Each task waits for the sensor of an output that only another waiting task would switch. The lines are executed\n"
+     "Each task waits for the sensor of an output, or for the switch of an axis or cylinder, that only another waiting\n"
+     "task would switch or move. The lines are executed\n"
      "again and again until the minus key. Let one task give before it waits. The order of the lines that leads there\n"
      "is told; it comes about whether moves and people are quick or slow. Taken for granted: OUT alone switches\n"
-     "outputs, the sensor of a [[valve]] follows its output, every other input takes the level that is waited for,\n"
-     "and Enter is pressed when all reset programs have ended.",
+     "outputs, the sensor of a [[valve]] follows its output, the switches of an [[axis]] or [[cylinder]] change when it\n"
+     "is moved by a program, every other input takes the level that is waited for,\n"
+     "Enter is pressed when all reset programs have ended or gone round once, and a level that comes while a task waits\n"
+     "for it is seen: a shorter one than the task's pause (G_ST) can be missed.",
      "== rack.toml\n[[valve]]\noutput = \"1.0\"\nsensor = \"1.8\"\n[[valve]]\noutput = \"1.1\"\nsensor = \"1.9\"\n"
      "== plc1/RESET.PLC\nOUT: 1, 0, 0\nEXIT\n== plc1/FLOW.PLC\nLD: 1, 9, 1\nOUT: 1, 0, 1\nLD: 1, 9, 0\nOUT: 1, 0, 0\nEND\n"
      "== plc2/RESET.PLC\nOUT: 1, 1, 0\nEXIT\n== plc2/FLOW.PLC\nLD: 1, 8, 1\nOUT: 1, 1, 1\nLD: 1, 8, 0\nOUT: 1, 1, 0\nEND",
@@ -291,14 +294,16 @@ constexpr Rule kRules[] = {
      "== plc1/RESET.PLC\nOUT: 1, 0, 0\nEXIT\n== plc1/FLOW.PLC\nOUT: 1, 0, 1\nLD: 1, 9, 1\nOUT: 1, 0, 0\nLD: 1, 9, 0\nEND\n"
      "== plc2/RESET.PLC\nOUT: 1, 1, 0\nEXIT\n== plc2/FLOW.PLC\nLD: 1, 8, 1\nOUT: 1, 1, 1\nLD: 1, 8, 0\nOUT: 1, 1, 0\nEND"},
     {RuleId::WaitNeverMet, "wait-never-met", kError, "a wait that by the rack file nothing can meet from there",
-     "The sensor follows an output that stands at the other level, and no other task switches it: the line is executed\n"
-     "again and again until the minus key. The same is taken for granted as for handshake-lock.",
+     "The sensor follows an output that stands at the other level, and no other task switches it; or it is a switch of\n"
+     "an axis or cylinder that stands, and no other task moves it. The line is executed again and again until the\n"
+     "minus key. The same is taken for granted as for handshake-lock.",
      "== rack.toml\n[[valve]]\noutput = \"1.0\"\nsensor = \"1.8\"\n"
      "== plc1/RESET.PLC\nOUT: 1, 0, 0\nEXIT\n== plc1/FLOW.PLC\nOUT: 1, 0, 1\nLD: 1, 8, 1\nOUT: 1, 0, 0\nLD: 1, 8, 1\nEND",
      "== rack.toml\n[[valve]]\noutput = \"1.0\"\nsensor = \"1.8\"\n"
      "== plc1/RESET.PLC\nOUT: 1, 0, 0\nEXIT\n== plc1/FLOW.PLC\nOUT: 1, 0, 1\nLD: 1, 8, 1\nOUT: 1, 0, 0\nLD: 1, 8, 0\nEND"},
-    {RuleId::OpposedOutputs, "opposed-outputs", kWarning, "the outputs x and x_back of the rack file are on together",
-     "The controller switches each output as it is told and knows of no other: both are on until one is switched off.\n"
+    {RuleId::OpposedOutputs, "opposed-outputs", kWarning, "two outputs that move one thing in two directions are on together",
+     "Such are x and x_back, and outputs of which a [[valve]] row says that they lead to different switches of one\n"
+     "[[axis]] or [[cylinder]]. The controller switches each output as it is told and knows of no other: both are on until one is switched off.\n"
      "Switch one off before the other goes on. The same is taken for granted as for handshake-lock.",
      "== rack.toml\n[outputs]\nslide = \"1.0\"\nslide_back = \"1.1\"\n"
      "== plc1/RESET.PLC\nOUT: 1, 0, 0\nOUT: 1, 1, 0\nEXIT\n"

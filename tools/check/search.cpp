@@ -22,7 +22,10 @@ constexpr int kQuick = 30;
 constexpr int kSlow = 30'000;
 
 // Cells of a task in a state.
-enum TaskCell { kAt, kCaller, kDue, kPauseOf, kTaskCells };
+enum TaskCell { kAt, kCaller, kDue, kPauseOf, kMain, kTaskCells };
+// The main program of a task.
+enum MainProgram { kReset, kResetDone, kFlow };  // done: gone through once, and at it again
+
 enum ValveCell { kLevel, kTimer, kValveCells };
 
 struct Valve {
@@ -38,6 +41,7 @@ struct FoundLock {
 struct Found {
   std::map<std::vector<Wait>, FoundLock> locks;
   std::map<size_t, size_t> together;
+  bool isStarted = false;
   bool isComplete = true;
 };
 
@@ -51,12 +55,23 @@ struct Place {
   }
 };
 
-// Levels that outputs may be switched to.
+// Levels that outputs may be switched to, and what may be moved.
 class Switched {
  public:
-  explicit Switched(size_t outputs) : levels_(outputs * 2, false) {}
+  explicit Switched(const SearchModel& model)
+      : levels_(model.outputs.size() * 2, false), movers_(model.movers.size(), false) {}
 
-  void Add(int output, int level) { levels_[Index(output, level)] = true; }
+  void Add(const Step& step) {
+    if (step.kind == StepKind::Out) levels_[Index(step.signal, step.level)] = true;
+    if (step.kind == StepKind::Move || step.kind == StepKind::Setup)
+      movers_[static_cast<size_t>(step.signal)] = true;
+  }
+  void Add(const Switched& other) {
+    for (size_t i = 0; i < levels_.size(); ++i) levels_[i] = levels_[i] || other.levels_[i];
+    for (size_t i = 0; i < movers_.size(); ++i) movers_[i] = movers_[i] || other.movers_[i];
+  }
+  bool Moves(int mover) const { return movers_[static_cast<size_t>(mover)]; }
+
   bool Has(int output, int level) const { return levels_[Index(output, level)]; }
 
  private:
@@ -65,7 +80,18 @@ class Switched {
   }
 
   std::vector<bool> levels_;
+  std::vector<bool> movers_;
 };
+
+// Where a mover stands: a bit for each part of its way in which it may be. While it moves kMoving, or
+// -1 - part when it is known where to. kLost: another motor of its card was started meanwhile, and the card
+// answers for that.
+constexpr std::int32_t kMoving = 0;
+constexpr std::int32_t kLost = INT32_MIN;
+
+std::int32_t Anywhere(const Mover& mover) {
+  return (1 << mover.parts) - 1;
+}
 
 class Search {
  public:
@@ -78,14 +104,14 @@ class Search {
     valvesAt_ = outputsAt_ + model.outputs.size();
     inputsAt_ = valvesAt_ + valves_.size() * kValveCells;
     timersAt_ = inputsAt_ + static_cast<size_t>(model.inputs);
-    cells_ = timersAt_ + model.forbidden.size();
+    moversAt_ = timersAt_ + model.forbidden.size();
+    cells_ = moversAt_ + model.movers.size();
     table_.assign(kTableSize, 0);
     for (const TaskSteps& task : model.tasks) {
-      std::set<std::pair<int, int>>& writes = writes_.emplace_back();
-      for (const Step& step : task.steps) {
-        if (step.kind == StepKind::Out) writes.emplace(step.signal, step.level);
-      }
+      Switched& switches = switches_.emplace_back(model);
+      for (const Step& step : task.steps) switches.Add(step);
     }
+    for (int task = 0; task < TaskCount(); ++task) resetEnds_.push_back(ResetEnds(task));
   }
 
   Found Run() {
@@ -122,6 +148,8 @@ class Search {
   size_t Cell(size_t valve, ValveCell cell) const { return valvesAt_ + valve * kValveCells + cell; }
   size_t OutputCell(int output) const { return outputsAt_ + static_cast<size_t>(output); }
   size_t InputCell(int input) const { return inputsAt_ + static_cast<size_t>(input); }
+  size_t MoverCell(int mover) const { return moversAt_ + static_cast<size_t>(mover); }
+  const Switch& SwitchOf(const Step& step) const { return model_.switches[static_cast<size_t>(step.signal)]; }
   int TaskCount() const { return static_cast<int>(model_.tasks.size()); }
   const TaskSteps& TaskOf(int task) const { return model_.tasks[static_cast<size_t>(task)]; }
   const Step& StepAt(int task, int step) const { return TaskOf(task).steps[static_cast<size_t>(step)]; }
@@ -137,6 +165,7 @@ class Search {
       GoTo(&state, task, TaskOf(task).reset, 0);
     }
     std::fill_n(state.begin() + static_cast<std::ptrdiff_t>(inputsAt_), model_.inputs, kUnknown);
+    for (size_t i = 0; i < model_.movers.size(); ++i) state[moversAt_ + i] = Anywhere(model_.movers[i]);
     Add(state, 0, kNobody);
   }
 
@@ -178,13 +207,19 @@ class Search {
         return SensorLevel(state, step.signal) == (step.level != 0);
       case StepKind::WaitInput:
         return HasLevel(state, step);
+      case StepKind::WaitSwitch:
+        return CanHave(state, step, step.level) && !CanHave(state, step, 1 - step.level);
       case StepKind::WaitForever:
         return false;
       case StepKind::Pass:
       case StepKind::Out:
       case StepKind::WaitMove:
+      case StepKind::Move:
+      case StepKind::Select:
+      case StepKind::Setup:
       case StepKind::AskSensor:
       case StepKind::AskInput:
+      case StepKind::AskSwitch:
       case StepKind::Pause:
       case StepKind::SetPause:
       case StepKind::Call:
@@ -200,10 +235,54 @@ class Search {
     return step.signal != kNotKept && state[InputCell(step.signal)] == step.level;
   }
 
+  // Whether the switch of a line may have the level.
+  bool CanHave(const State& state, const Step& step, int level) const {
+    const Switch& which = SwitchOf(step);
+    const std::int32_t where = state[MoverCell(which.mover)];
+    return where <= kMoving || (where & (level != 0 ? which.on : ~which.on)) != 0;
+  }
+
+  // The switch has been seen at this level: as long as its mover stands, it stays there.
+  void SetSwitch(State* state, const Step& step, int level) const {
+    std::int32_t& where = (*state)[MoverCell(SwitchOf(step).mover)];
+    if (where > kMoving) where &= level != 0 ? SwitchOf(step).on : ~SwitchOf(step).on;
+  }
+
   // Whether it makes no difference to another task when the line is executed.
   bool IsOwn(const State& state, int task) const {
-    const StepKind kind = StepAt(task, state[Cell(task, kAt)]).kind;
-    return kind != StepKind::Out && kind != StepKind::WaitSensor && kind != StepKind::AskSensor;
+    const Step& step = StepAt(task, state[Cell(task, kAt)]);
+    switch (step.kind) {
+      case StepKind::Out:
+      case StepKind::WaitSensor:
+      case StepKind::WaitSwitch:
+      case StepKind::Move:
+      case StepKind::Select:
+      case StepKind::Setup:
+      case StepKind::AskSensor:
+      case StepKind::AskSwitch:
+        return false;
+      case StepKind::WaitMove:
+        return step.signal < 0;
+      case StepKind::Pass:
+      case StepKind::WaitInput:
+      case StepKind::AskInput:
+      case StepKind::Pause:
+      case StepKind::SetPause:
+      case StepKind::Call:
+      case StepKind::End:
+      case StepKind::Exit:
+      case StepKind::WaitForever:
+        return true;
+    }
+    return true;
+  }
+
+  // Whether a task waits for a level that may come, but is not known to.
+  bool IsOpen(const State& state, int task) const {
+    const Step& step = StepAt(task, state[Cell(task, kAt)]);
+    if (step.kind == StepKind::WaitInput) return !HasLevel(state, step);
+    return step.kind == StepKind::WaitSwitch && CanHave(state, step, step.level) &&
+           CanHave(state, step, 1 - step.level);
   }
 
   void Expand(size_t index) {
@@ -223,23 +302,80 @@ class Search {
   void ExpandQuiet(const State& state, size_t index) {
     FindLocks(state, index);
     FindTogether(state, index);
-    bool isIdle = true;
+    bool isReset = true;
     for (int task = 0; task < TaskCount(); ++task) {
       const int at = state[Cell(task, kAt)];
-      isIdle = isIdle && at == kIdle;
-      if (at < 0 || state[Cell(task, kDue)] != 0 || StepAt(task, at).kind != StepKind::WaitInput) continue;
+      isReset = isReset && (at == kIdle || state[Cell(task, kMain)] == kResetDone);
+      if (at < 0 || state[Cell(task, kDue)] != 0 || !IsOpen(state, task)) continue;
       State next = state;
-      SetInput(&next, StepAt(task, at).signal, StepAt(task, at).level);
+      const Step& step = StepAt(task, at);
+      if (step.kind == StepKind::WaitInput) SetInput(&next, step.signal, step.level);
       Execute(next, index, task);
     }
-    if (isIdle) PressEnter(state, index);
+    if (isReset) PressEnter(state, index);
     PassTime(state, index);
   }
 
   void PressEnter(const State& state, size_t index) {
     State next = state;
-    for (int task = 0; task < TaskCount(); ++task) GoTo(&next, task, TaskOf(task).flow, 0);
+    for (int task = 0; task < TaskCount(); ++task) OpenFlow(&next, task);
+    found_.isStarted = true;
     Add(next, index, kEnterKey);
+  }
+
+  // A block goes on, and a line that is repeated is repeated until it is met.
+  void OpenFlow(State* state, int task) const {
+    const int at = (*state)[Cell(task, kAt)];
+    std::int32_t& caller = (*state)[Cell(task, kCaller)];
+    (*state)[Cell(task, kMain)] = kFlow;
+    if (caller != kNoCall) {
+      caller = TaskOf(task).flow;
+    } else if (at < 0 || !IsRepeated(*state, task)) {
+      GoTo(state, task, TaskOf(task).flow, (*state)[Cell(task, kDue)]);
+    }
+  }
+
+  bool IsRepeated(const State& state, int task) const {
+    switch (StepAt(task, state[Cell(task, kAt)]).kind) {
+      case StepKind::WaitSensor:
+      case StepKind::WaitSwitch:
+        return state[Cell(task, kDue)] == 0;
+      case StepKind::WaitInput:
+      case StepKind::WaitMove:
+      case StepKind::Setup:
+      case StepKind::WaitForever:
+        return true;
+      case StepKind::Pass:
+      case StepKind::Out:
+      case StepKind::Move:
+      case StepKind::Select:
+      case StepKind::AskSensor:
+      case StepKind::AskInput:
+      case StepKind::AskSwitch:
+      case StepKind::Pause:
+      case StepKind::SetPause:
+      case StepKind::Call:
+      case StepKind::End:
+      case StepKind::Exit:
+        return false;
+    }
+    return false;
+  }
+
+  // Whether a reset program comes to its end, and does not go round for ever.
+  bool ResetEnds(int task) const {
+    const std::vector<bool> noneFixed(model_.sensors.size(), false);
+    std::set<Place> seen;
+    std::vector<Place> open = {{TaskOf(task).reset, kNoCall}};
+    while (!open.empty()) {
+      const Place place = open.back();
+      open.pop_back();
+      if (place.at < 0 || !seen.insert(place).second) continue;
+      const StepKind kind = StepAt(task, place.at).kind;
+      if (kind == StepKind::Exit || (kind == StepKind::End && place.caller == kNoCall)) return true;
+      AddNext({}, task, place, noneFixed, &open);
+    }
+    return false;
   }
 
   void PassTime(const State& state, size_t index) {
@@ -273,10 +409,9 @@ class Search {
     (*state)[Cell(task, kAt)] = at;
     (*state)[Cell(task, kDue)] = 0;
     if (at < 0) return;
-    const Step& step = StepAt(task, at);
-    const bool isOpen =
-        step.kind == StepKind::WaitMove || (step.kind == StepKind::WaitInput && !HasLevel(*state, step));
-    (*state)[Cell(task, kDue)] = pause + (isOpen ? least_ : 0);
+    const StepKind kind = StepAt(task, at).kind;
+    const bool takesTime = kind == StepKind::WaitMove || kind == StepKind::Setup || IsOpen(*state, task);
+    (*state)[Cell(task, kDue)] = pause + (takesTime ? least_ : 0);
   }
 
   // Executes the line at which the task is. A line without a pause takes a millisecond.
@@ -288,7 +423,7 @@ class Search {
     int to = step.next;
     switch (step.kind) {
       case StepKind::Out:
-        Switch(&next, step.signal, step.level);
+        SwitchOutput(&next, step.signal, step.level);
         break;
       case StepKind::Pause:
         pause += std::max(0, step.level);
@@ -305,9 +440,27 @@ class Search {
       }
       case StepKind::AskInput:
         return Ask(state, index, task);
+      case StepKind::AskSwitch:
+        return AskSwitch(state, index, task);
+      case StepKind::Move:
+        Move(&next, step);
+        break;
+      case StepKind::Select:
+        Select(&next, step.signal, kSomewhere);
+        break;
+      case StepKind::Setup:
+        next[MoverCell(step.signal)] = kMoving;
+        break;
+      case StepKind::WaitMove:
+        if (step.signal >= 0) Stand(&next, step.signal);
+        break;
+      case StepKind::WaitSwitch:
+        SetSwitch(&next, step, step.level);
+        break;
       case StepKind::End:
         pause = kEndPause;
         to = caller != kNoCall ? caller : FirstOfMain(task, step);
+        if (caller == kNoCall) EndReset(&next, task);
         caller = kNoCall;
         break;
       case StepKind::Exit:
@@ -317,12 +470,52 @@ class Search {
       case StepKind::Pass:
       case StepKind::WaitSensor:
       case StepKind::WaitInput:
-      case StepKind::WaitMove:
       case StepKind::WaitForever:
         break;
     }
+    const bool isRound = step.kind == StepKind::Pass && to >= 0 && to <= state[Cell(task, kAt)];
+    const bool isOpenEnd = to == kStuck && caller == kNoCall;
+    if (isOpenEnd || (isRound && !resetEnds_[static_cast<size_t>(task)])) EndReset(&next, task);
+    if (IsLeft(next, task, step)) to = TaskOf(task).flow;
     GoTo(&next, task, to, pause);
     Add(next, index, task);
+  }
+
+  // What is moved anew while it moves may miss where it was sent.
+  void Move(State* state, const Step& step) const {
+    const Mover& mover = model_.movers[static_cast<size_t>(step.signal)];
+    if (mover.sharesAnswer) Select(state, mover.place.slot, step.signal);
+    std::int32_t& where = (*state)[MoverCell(step.signal)];
+    const bool isKnown = where > kMoving && step.level != kSomewhere;
+    where = isKnown ? -1 - step.level : kMoving;
+  }
+
+  void Select(State* state, int slot, int selected) const {
+    for (int mover = 0; mover < static_cast<int>(model_.movers.size()); ++mover) {
+      std::int32_t& where = (*state)[MoverCell(mover)];
+      const bool isOther = mover != selected && model_.movers[static_cast<size_t>(mover)].place.slot == slot;
+      if (isOther && where <= kMoving) where = kLost;
+    }
+  }
+
+  void Stand(State* state, int mover) const {
+    std::int32_t& where = (*state)[MoverCell(mover)];
+    if (where == kLost) return;
+    if (where < kMoving)
+      where = 1 << (-1 - where);
+    else if (where == kMoving)
+      where = Anywhere(model_.movers[static_cast<size_t>(mover)]);
+  }
+
+  static void EndReset(State* state, int task) {
+    std::int32_t& main = (*state)[Cell(task, kMain)];
+    if (main == kReset) main = kResetDone;
+  }
+
+  // Whether a line that was repeated when Enter came is of the reset program, which was closed then.
+  static bool IsLeft(const State& state, int task, const Step& step) {
+    return state[Cell(task, kMain)] == kFlow && state[Cell(task, kCaller)] == kNoCall &&
+           step.kind != StepKind::End && step.program->name == kResetProgram;
   }
 
   int FirstOfMain(int task, const Step& step) const {
@@ -345,6 +538,16 @@ class Search {
     }
   }
 
+  void AskSwitch(const State& state, size_t index, int task) {
+    const Step& step = StepAt(task, state[Cell(task, kAt)]);
+    for (const int level : {0, 1}) {
+      if (!CanHave(state, step, level)) continue;
+      State next = state;
+      SetSwitch(&next, step, level);
+      Call(&next, index, task, level == step.level ? step.first : step.second);
+    }
+  }
+
   void Call(State* next, size_t index, int task, int block) {
     const Step& step = StepAt(task, (*next)[Cell(task, kAt)]);
     std::int32_t& caller = (*next)[Cell(task, kCaller)];
@@ -361,7 +564,7 @@ class Search {
     Add(*next, index, task);
   }
 
-  void Switch(State* state, int output, int level) const {
+  void SwitchOutput(State* state, int output, int level) const {
     (*state)[OutputCell(output)] = level;
     for (size_t i = 0; i < valves_.size(); ++i) {
       if (valves_[i].of.output != output) continue;
@@ -397,6 +600,7 @@ class Search {
   // Whether what may be switched gives what a wait is for.
   bool CanGive(const State& state, const Wait& wait, const Switched& switched) const {
     const Step& step = StepAt(wait.first, wait.second);
+    if (step.kind == StepKind::WaitSwitch) return switched.Moves(SwitchOf(step).mover);
     const auto writes = [&](const ValveOutput& valve) { return switched.Has(valve.output, step.level); };
     const std::vector<ValveOutput>& valves = model_.sensors[static_cast<size_t>(step.signal)].valves;
     if (step.level != 0) return std::any_of(valves.begin(), valves.end(), writes);
@@ -411,10 +615,9 @@ class Search {
 
   // What all tasks but one switch in any of their lines.
   Switched SwitchedByOthers(int task) const {
-    Switched switched(model_.outputs.size());
+    Switched switched(model_);
     for (int other = 0; other < TaskCount(); ++other) {
-      if (other == task) continue;
-      for (const auto& [output, level] : writes_[static_cast<size_t>(other)]) switched.Add(output, level);
+      if (other != task) switched.Add(switches_[static_cast<size_t>(other)]);
     }
     return switched;
   }
@@ -437,7 +640,7 @@ class Search {
   Switched SwitchedWithout(const State& state, const std::vector<Wait>& waits) {
     std::vector<bool> fixed = SettledSensors(state);
     for (;;) {
-      Switched switched(model_.outputs.size());
+      Switched switched(model_);
       for (int task = 0; task < TaskCount(); ++task) {
         if (!IsWaiting(waits, task)) Reach(state, task, fixed, &switched);
       }
@@ -466,7 +669,7 @@ class Search {
       if (place.at < 0 || !seen.insert(place).second) continue;
       ++looked_;
       const Step& step = StepAt(task, place.at);
-      if (step.kind == StepKind::Out) switched->Add(step.signal, step.level);
+      switched->Add(step);
       AddNext(state, task, place, fixed, &open);
     }
   }
@@ -492,6 +695,7 @@ class Search {
         return;
       case StepKind::AskSensor:
       case StepKind::AskInput:
+      case StepKind::AskSwitch:
         if (!isFixed || isLevel) call(step.first);
         if (!isFixed || !isLevel) call(step.second);
         return;
@@ -506,7 +710,11 @@ class Search {
       case StepKind::Pass:
       case StepKind::Out:
       case StepKind::WaitInput:
+      case StepKind::WaitSwitch:
       case StepKind::WaitMove:
+      case StepKind::Move:
+      case StepKind::Select:
+      case StepKind::Setup:
       case StepKind::Pause:
       case StepKind::SetPause:
         open->push_back({step.next, place.caller});
@@ -518,9 +726,12 @@ class Search {
     std::vector<Wait> waits;
     for (int task = 0; task < TaskCount(); ++task) {
       const int at = state[Cell(task, kAt)];
-      if (at < 0 || state[Cell(task, kDue)] != 0 || StepAt(task, at).kind != StepKind::WaitSensor) continue;
+      if (at < 0 || state[Cell(task, kDue)] != 0) continue;
       const Step& step = StepAt(task, at);
-      if (LastLevel(state, step.signal) != (step.level != 0)) waits.emplace_back(task, at);
+      const bool isUnmet =
+          (step.kind == StepKind::WaitSensor && LastLevel(state, step.signal) != (step.level != 0)) ||
+          (step.kind == StepKind::WaitSwitch && !CanHave(state, step, step.level));
+      if (isUnmet) waits.emplace_back(task, at);
     }
     return waits;
   }
@@ -548,11 +759,13 @@ class Search {
   const SearchModel& model_;
   const int least_;
   std::vector<Valve> valves_;
-  std::vector<std::set<std::pair<int, int>>> writes_;  // by task: output and level
+  std::vector<Switched> switches_;  // by task: in any of its lines
+  std::vector<bool> resetEnds_;     // by task
   size_t outputsAt_ = 0;
   size_t valvesAt_ = 0;
   size_t inputsAt_ = 0;
   size_t timersAt_ = 0;
+  size_t moversAt_ = 0;
   size_t cells_ = 0;
   std::vector<std::int32_t> arena_;              // the cells of all states
   std::vector<std::pair<size_t, int>> parents_;  // by state: the one before it, and who did something
@@ -583,6 +796,7 @@ SearchResult SearchStates(const SearchModel& model) {
   const Found first = quick.Run();
   SearchResult result;
   result.isComplete = first.isComplete;
+  result.isStarted = first.isStarted;
   if (first.locks.empty() && first.together.empty()) return result;
   const Found second = Search(model, kSlow).Run();
   result.isComplete = first.isComplete && second.isComplete;

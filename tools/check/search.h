@@ -31,6 +31,7 @@ struct Together {
 struct SearchResult {
   std::vector<Lock> locks;
   std::vector<Together> together;
+  bool isStarted = false;  // Enter was pressed: production was looked at
   bool isComplete = true;  // false: stopped at the bound
 };
 

@@ -4,6 +4,8 @@
 // What is taken for granted:
 //   - outputs change by OUT alone and are off at power-on,
 //   - the sensor of a [[valve]] follows its output after the valve's delay, whatever people do,
+//   - a switch of an axis or cylinder changes its level by MOT or DG alone; where the axis stands is not known at
+//     power-on and after a MOT, a cylinder stands where DG has sent it when LDG is met,
 //   - all other inputs are the operator's: such a level comes when a task waits for it, and until then an input
 //     stays as it was read first, which may be either level; one that a single line asks for may have changed,
 //   - a line takes the pause that the program asks for; how long a move takes is open.
@@ -22,9 +24,14 @@ enum class StepKind {
   Out,         // switches the output `signal` to `level`
   WaitSensor,  // for the sensor `signal`
   WaitInput,   // for the operator's input `signal`
-  WaitMove,    // for a motor or cylinder
+  WaitSwitch,  // for the switch `signal`
+  WaitMove,    // for a motor or cylinder; the mover `signal` stands then, if that is one
+  Move,        // starts the mover `signal`, to the part `level` of its way
+  Select,      // starts another motor of the card in slot `signal`
+  Setup,       // of a cylinder: the mover `signal` is led to its end, or its alarm is reset
   AskSensor,   // IF
   AskInput,    // IF
+  AskSwitch,   // IF
   Pause,       // `level` milliseconds
   SetPause,    // `level` milliseconds
   Call,        // the block `first`
@@ -80,6 +87,21 @@ struct Sensor {
   std::vector<ValveOutput> valves;
 };
 
+// A motor or cylinder with switches. Its way has parts, in each of which all switches keep their levels.
+struct Mover {
+  Signal place;
+  bool isMotor;
+  bool sharesAnswer;  // the card answers for the motor that was started last
+  int parts;
+};
+constexpr int kSomewhere = -1;  // no part that is known
+
+struct Switch {
+  Signal place;
+  int mover;
+  std::int32_t on;  // a bit for each part of the mover's way
+};
+
 // A level in a condition on outputs and sensors.
 struct Literal {
   bool isSensor;
@@ -92,13 +114,15 @@ struct Forbidden {
   RuleId rule;
   std::vector<Literal> literals;
   int forMillis = 0;
-  int row = 0;  // of the rack file's rules, or of the outputs' names
+  int row = 0;  // of the rack file's rules
 };
 
 struct SearchModel {
   std::vector<TaskSteps> tasks;  // by number
   std::vector<Signal> outputs;
   std::vector<Sensor> sensors;
+  std::vector<Mover> movers;
+  std::vector<Switch> switches;
   int inputs = 0;  // of the operator, those whose level is remembered
   std::vector<Forbidden> forbidden;
 };

@@ -56,8 +56,18 @@ class TogetherRules {
 
   static std::string LevelText(int level) { return level != 0 ? " on" : " off"; }
 
+  const Switch& SwitchOf(const Step& wait) const { return model_.switches[static_cast<size_t>(wait.signal)]; }
+
   std::string WantedText(const Step& wait) const {
-    return SignalText("input", SensorOf(wait).place, false) + LevelText(wait.level);
+    const Signal& place = wait.kind == StepKind::WaitSwitch ? SwitchOf(wait).place : SensorOf(wait).place;
+    return SignalText("input", place, false) + LevelText(wait.level);
+  }
+
+  // "motor 2.0".
+  std::string MoverOf(const Step& wait) const {
+    const Mover& mover = model_.movers[static_cast<size_t>(SwitchOf(wait).mover)];
+    return (mover.isMotor ? "motor " : "cylinder ") + std::to_string(mover.place.slot) + "." +
+           std::to_string(mover.place.channel);
   }
 
   std::string OutputsOf(const Step& wait) const {
@@ -76,7 +86,7 @@ class TogetherRules {
     size_t count = 0;
     for (const int task : tasks) {
       for (const Step& step : model_.tasks[static_cast<size_t>(task)].steps) {
-        if (step.kind != StepKind::Out || step.level != wait.level || !Moves(wait, step)) continue;
+        if (!Gives(wait, step)) continue;
         ++count;
         if (count > kShown) continue;
         text += (count == 1 ? "" : ", ") + PlaceOf(task, step);
@@ -85,19 +95,50 @@ class TogetherRules {
     return count > kShown ? text + ", ..." : text;
   }
 
-  bool Moves(const Step& wait, const Step& out) const {
+  bool Gives(const Step& wait, const Step& out) const {
+    if (wait.kind == StepKind::WaitSwitch) {
+      const bool isMove = out.kind == StepKind::Move || out.kind == StepKind::Setup;
+      return isMove && out.signal == SwitchOf(wait).mover;
+    }
+    if (out.kind != StepKind::Out || out.level != wait.level) return false;
     const std::vector<ValveOutput>& valves = SensorOf(wait).valves;
     return std::any_of(valves.begin(), valves.end(),
                        [&](const ValveOutput& valve) { return valve.output == out.signal; });
   }
 
-  // The outputs that a line has to do with.
+  // The outputs that a line has to do with, and behind them the movers.
   std::set<int> OutputsOf(const Done& done) const {
     const Step& step = StepOf(done);
-    if (step.kind == StepKind::Out) return {step.signal};
+    const int firstMover = static_cast<int>(model_.outputs.size());
     std::set<int> outputs;
-    if (step.kind != StepKind::WaitSensor && step.kind != StepKind::AskSensor) return outputs;
-    for (const ValveOutput& valve : SensorOf(step).valves) outputs.insert(valve.output);
+    switch (step.kind) {
+      case StepKind::Out:
+        return {step.signal};
+      case StepKind::Move:
+      case StepKind::Setup:
+        return {firstMover + step.signal};
+      case StepKind::WaitMove:
+        if (step.signal >= 0) outputs.insert(firstMover + step.signal);
+        return outputs;
+      case StepKind::WaitSwitch:
+      case StepKind::AskSwitch:
+        return {firstMover + SwitchOf(step).mover};
+      case StepKind::WaitSensor:
+      case StepKind::AskSensor:
+        for (const ValveOutput& valve : SensorOf(step).valves) outputs.insert(valve.output);
+        return outputs;
+      case StepKind::Pass:
+      case StepKind::WaitInput:
+      case StepKind::Select:
+      case StepKind::AskInput:
+      case StepKind::Pause:
+      case StepKind::SetPause:
+      case StepKind::Call:
+      case StepKind::End:
+      case StepKind::Exit:
+      case StepKind::WaitForever:
+        return outputs;
+    }
     return outputs;
   }
 
@@ -175,10 +216,19 @@ class TogetherRules {
     const Wait& wait = lock.waits.front();
     const Step& step = StepOf(wait);
     const std::string own = GiversOf(step, {wait.first});
+    if (step.kind == StepKind::WaitSwitch) return ReportSwitch(lock, step, own);
     out_.Add(*step.program, *step.line, step.line->parsed.KeywordColumn, RuleId::WaitNeverMet,
              WantedText(step) + " never comes from here: it follows " + OutputsOf(step) + ", and " +
                  (own.empty() ? "no line of any task" : "no line but one of this task itself (" + own + ")") +
                  " switches that" + LevelText(step.level) + "; " + WayText(lock.way));
+  }
+
+  void ReportSwitch(const Lock& lock, const Step& step, const std::string& own) {
+    out_.Add(*step.program, *step.line, step.line->parsed.KeywordColumn, RuleId::WaitNeverMet,
+             WantedText(step) + " never comes from here: it is a switch of " + MoverOf(step) +
+                 ", which stands " + (step.level != 0 ? "elsewhere" : "there") + ", and " +
+                 (own.empty() ? "no line of any task" : "no line but one of this task itself (" + own + ")") +
+                 " moves that; " + WayText(lock.way));
   }
 
   // The wait that was come to last closes the lock.
@@ -264,12 +314,20 @@ class TogetherRules {
 void CheckTogether(const ProgramTree& tree, Report* report, std::vector<std::string>* notes) {
   if (!tree.rack) return;
   bool isComplete = true;
+  bool isStarted = true;
   for (const SearchModel& model : ModelsOf(tree)) {
     const SearchResult result = SearchStates(model);
     TogetherRules(tree, model, report).Report(result);
     isComplete = isComplete && result.isComplete;
+    isStarted = isStarted && (result.isStarted || !result.locks.empty());
   }
-  if (!isComplete && notes != nullptr) {
+  if (notes == nullptr) return;
+  if (!isStarted) {
+    notes->push_back(tree.directory.string() +
+                     ": the search over all tasks never came to production: Enter starts it when all reset "
+                     "programs have ended or gone round once");
+  }
+  if (!isComplete) {
     notes->push_back(
         tree.directory.string() +
         ": the search over all tasks stopped at its bound: there may be waits that lock each other "
