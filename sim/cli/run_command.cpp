@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "cli/commands.h"
+#include "cli/recording.h"
 #include "machine/card_table.h"
 #include "machine/launch.h"
 #include "machine/machine.h"
@@ -113,9 +114,14 @@ int Run(const RunOptions& options) {
   StateFile state;
   if (!state.Create(StatePath(machine), *setup, error)) return Complain(kFailed, error);
   state.State()->time.command = command;
+  RunRecorder recorder;
+  error = recorder.Start(machine, options.log, options.vcd);
+  if (!error.empty()) return Complain(kFailed, error);
   Launch launch = MakeLaunch(machine, controller, options.tasks);
   launch.over = [&state] { return IsOver(*state.State()); };
-  return RunUntilEnd(launch, *state.State(), options.once);
+  const int end = RunUntilEnd(launch, *state.State(), options.once);
+  error = recorder.Finish();
+  return error.empty() ? end : Complain(kFailed, error);
 }
 
 }  // namespace rack::cli

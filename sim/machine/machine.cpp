@@ -57,6 +57,7 @@ std::string Trimmed(const char* text) {
 }
 
 std::string FileName(const RackLive& live, std::uint32_t number) {
+  if (number == kOtherProgramFile) return "(beyond " + std::to_string(kMaxProgramFiles) + " program files)";
   return number == 0 || number > kMaxProgramFiles ? "" : live.programFiles[number - 1];
 }
 

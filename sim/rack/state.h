@@ -28,7 +28,8 @@ constexpr int kMaxFaults = 32;
 constexpr int kMaxSignals = 512;
 constexpr int kSignalNameSize = 40;  // terminating zero included
 constexpr int kTaskRecords = 10;     // 0 keypad, 1 to 8 PLC tasks, 9 network
-constexpr int kMaxProgramFiles = 128;
+constexpr int kMaxProgramFiles = 256;
+constexpr std::uint32_t kOtherProgramFile = kMaxProgramFiles + 1;  // number of every file beyond these
 constexpr int kPathSize = 208;
 constexpr int kLineSize = 1024;
 
