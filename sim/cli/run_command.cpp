@@ -66,9 +66,9 @@ int RunUntilEnd(const Launch& launch, const RackState& state, bool once) {
     if (end.over) return kDone;
     if (!end.error.empty()) return Complain(kFailed, end.error);
     if (end.stopSignal == 0 && !attach.Attached()) {
-      return Complain(kFailed, "the controller ended with status " + std::to_string(end.status) +
-                                   " before it came to the rack");
+      return Complain(kFailed, "the controller " + EndText(end) + " before it came to the rack");
     }
+    if (end.stopSignal == 0 && end.signal != 0) return Complain(end.status, "the controller " + EndText(end));
     const bool restart = end.status == kRestartStatus && state.live.controller.restarts != restarts;
     if (!restart || once) return end.status;
     std::fputs("velmo-rack: the controller restarted the machine, starting it again\n", stderr);

@@ -189,6 +189,7 @@ void Session::DeviceTried(bool opened) {
   NoteController();
   if (!opened) return;
   live.controller.deviceOpen = 1;
+  live.step = StepMode{};
   rack_->Note(JournalKind::Device, 0, 0, 1, Caller());
 }
 
