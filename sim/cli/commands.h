@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "machine/trace_filter.h"
+
 namespace rack::cli {
 
 constexpr int kDone = 0;
@@ -22,6 +24,8 @@ struct RunOptions {
   std::string duration;  // empty: until it ends by itself
   std::string until;     // virtual time: TASK:FILE:LINE at which time stands, empty: nowhere
   bool stopped = false;  // virtual time: time stands from the start
+  std::string log;       // file that gets the trace, empty: none
+  std::string vcd;       // file that gets the waveform, empty: none
 };
 int Run(const RunOptions& options);
 
@@ -56,6 +60,7 @@ int Fault(const FaultOptions& options);
 struct TraceOptions {
   std::string machine;
   bool csv = false;
+  TraceWords words;
   bool fromStart = false;  // begin with the oldest record that is still held
   bool once = false;       // end when all is printed that happened so far
   std::string duration;    // empty: until the run ends

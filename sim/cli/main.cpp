@@ -58,6 +58,9 @@ void AddRun(CLI::App& app, CommandLine& line) {
   run->add_option("--for", line.run.duration, "End after this time of the machine: 500ms, 2s, 60min");
   run->add_option("--until", line.run.until, "Virtual time: stand at TASK:FILE:LINE, such as 1:FLOW.PLC:12");
   run->add_flag("--stopped", line.run.stopped, "Virtual time: stand before the controller's first step");
+  run->add_option("--log", line.run.log,
+                  "Write the trace into this file meanwhile; as a table if it ends in .csv");
+  run->add_option("--vcd", line.run.vcd, "Write a waveform into this file meanwhile");
   run->callback([&line] { line.chosen = [&line] { return Run(line.run); }; });
 }
 
@@ -119,6 +122,18 @@ void AddTrace(CLI::App& app, CommandLine& line) {
   CLI::App* trace = AddCommand(app, "trace", "Print what happens on the bus and in the machine, live",
                                "velmo-rack trace --once --csv > bus.csv");
   trace->add_flag("--csv", line.trace.csv, "As a table");
+  TraceWords& words = line.trace.words;
+  trace->add_option("--task", words.task, "Only what this task does: 1 to 8, key, net, main");
+  trace->add_option("--signal", words.signals, "Only changes of this signal, by name or entry.channel")
+      ->allow_extra_args(false);
+  trace->add_option("--entry", words.entries, "Only what concerns this card")->allow_extra_args(false);
+  trace
+      ->add_option(
+          "--kind", words.kinds,
+          "Only records of this kind, such as write, input, line, fault; console: bytes to the console")
+      ->allow_extra_args(false);
+  trace->add_option("--from", words.from, "From this time since power-on: 500ms, 2s, 1min");
+  trace->add_option("--to", words.to, "Up to this time");
   AddFollowing(*trace, line.trace);
   trace->callback([&line] { line.chosen = [&line] { return Trace(line.trace); }; });
 }

@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "cli/commands.h"
+#include "cli/recording.h"
 #include "machine/card_table.h"
 #include "machine/launch.h"
 #include "machine/machine.h"
@@ -65,9 +66,9 @@ int RunUntilEnd(const Launch& launch, const RackState& state, bool once) {
     if (end.over) return kDone;
     if (!end.error.empty()) return Complain(kFailed, end.error);
     if (end.stopSignal == 0 && !attach.Attached()) {
-      return Complain(kFailed, "the controller ended with status " + std::to_string(end.status) +
-                                   " before it came to the rack");
+      return Complain(kFailed, "the controller " + EndText(end) + " before it came to the rack");
     }
+    if (end.stopSignal == 0 && end.signal != 0) return Complain(end.status, "the controller " + EndText(end));
     const bool restart = end.status == kRestartStatus && state.live.controller.restarts != restarts;
     if (!restart || once) return end.status;
     std::fputs("velmo-rack: the controller restarted the machine, starting it again\n", stderr);
@@ -113,9 +114,14 @@ int Run(const RunOptions& options) {
   StateFile state;
   if (!state.Create(StatePath(machine), *setup, error)) return Complain(kFailed, error);
   state.State()->time.command = command;
+  RunRecorder recorder;
+  error = recorder.Start(machine, options.log, options.vcd);
+  if (!error.empty()) return Complain(kFailed, error);
   Launch launch = MakeLaunch(machine, controller, options.tasks);
   launch.over = [&state] { return IsOver(*state.State()); };
-  return RunUntilEnd(launch, *state.State(), options.once);
+  const int end = RunUntilEnd(launch, *state.State(), options.once);
+  error = recorder.Finish();
+  return error.empty() ? end : Complain(kFailed, error);
 }
 
 }  // namespace rack::cli

@@ -19,6 +19,9 @@ int Trace(const TraceOptions& options) {
   JournalReader reader(machine.State().journal,
                        oldest ? JournalReader::Start::Oldest : JournalReader::Start::Newest);
   const Snapshot snapshot = machine.Take();
+  TraceFilter filter;
+  const std::string wrong = filter.Choose(snapshot, options.words);
+  if (!wrong.empty()) return Complain(kWrongUse, wrong);
   Tracer tracer(snapshot, machine.Files());
   if (options.csv) std::puts(Tracer::Header());
   const auto tellLost = [](std::uint64_t lost) {
@@ -30,6 +33,7 @@ int Trace(const TraceOptions& options) {
       machine, reader, follow,
       [&](const JournalRecord& record) {
         tracer.See(record);
+        if (!filter.Shows(record, tracer.Subject(record))) return;
         const std::string line = options.csv ? tracer.Row(record) : tracer.Line(record);
         std::puts(line.c_str());
       },

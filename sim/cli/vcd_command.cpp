@@ -6,17 +6,12 @@
 
 #include "cli/commands.h"
 #include "cli/follow.h"
+#include "cli/recording.h"
 #include "machine/waveform.h"
 
 namespace rack::cli {
 
 namespace {
-
-// The recording's name with the ending of the view file.
-std::string ViewPath(const std::string& path) {
-  const std::size_t dot = path.rfind(".vcd");
-  return (dot == std::string::npos ? path : path.substr(0, dot)) + ".gtkw";
-}
 
 // What happened up to now without a gap; all before the last gap counts as lost.
 std::vector<JournalRecord> Past(JournalReader& reader, std::uint64_t& lost) {
@@ -69,11 +64,8 @@ int RecordVcd(const VcdOptions& options) {
   summary.lost += lost;
   waveform.End(machine.Take().nowNanos);
 
-  std::ofstream view(ViewPath(options.file));
-  const std::size_t slash = options.file.rfind('/');
-  view << waveform.View(slash == std::string::npos ? options.file : options.file.substr(slash + 1));
-  view.flush();
-  if (!file || !view) return Complain(kFailed, options.file + ": could not be written");
+  if (!WriteView(waveform, options.file) || !file)
+    return Complain(kFailed, options.file + ": could not be written");
   std::fprintf(stderr, "velmo-rack: %s: %s\n", options.file.c_str(), SummaryText(summary).c_str());
   return kDone;
 }

@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <ctime>
+#include <fstream>
 #include <iterator>
 
 #include "machine/faults.h"
@@ -57,6 +58,7 @@ std::string Trimmed(const char* text) {
 }
 
 std::string FileName(const RackLive& live, std::uint32_t number) {
+  if (number == kOtherProgramFile) return "(beyond " + std::to_string(kMaxProgramFiles) + " program files)";
   return number == 0 || number > kMaxProgramFiles ? "" : live.programFiles[number - 1];
 }
 
@@ -161,6 +163,17 @@ void ViewProtests(const RackImage& image, const RackLive& live, Snapshot& snapsh
   }
 }
 
+// Whether the process has ended, and only its number is still kept for its parent.
+bool IsZombie(std::int32_t process) {
+  std::ifstream file("/proc/" + std::to_string(process) + "/stat");
+  std::string text;
+  std::getline(file, text);
+  // The name of the program stands in brackets and may hold some itself.
+  const std::size_t name = text.rfind(") ");
+  return name != std::string::npos && name + 2 < text.size() &&
+         (text[name + 2] == 'Z' || text[name + 2] == 'X');
+}
+
 }  // namespace
 
 std::string RunDirectory(const std::string& machine) {
@@ -171,19 +184,6 @@ std::string StatePath(const std::string& machine) {
 }
 std::string LockPath(const std::string& machine) {
   return RunDirectory(machine) + "/lock";
-}
-
-void StepFollower::See(const JournalRecord& record) {
-  if (record.kind == JournalKind::Device && record.value == 1) {
-    step_ = latch_ = false;
-    return;
-  }
-  if (record.kind != JournalKind::KeyTaken) return;
-  const std::optional<Key> key = KeyOfCode(static_cast<std::uint8_t>(record.value));
-  const std::string name = key ? key->name : "";
-  if (name == "Plus") step_ = latch_ = true;
-  if (name == "Dec") step_ = latch_ = false;
-  if (name == "Enter" && !latch_) step_ = false;
 }
 
 std::string Machine::Open(const std::string& directory) {
@@ -200,14 +200,13 @@ std::string Machine::Open(const std::string& directory) {
   }
   std::string error;
   if (!file_.Open(path, error)) return error;
-  keys_.emplace(State().journal, JournalReader::Start::Oldest);
   live_ = std::make_unique<RackLive>();
   return "";
 }
 
 bool Machine::Running() const {
   const std::int32_t process = State().live.controller.process;
-  return process > 0 && (kill(process, 0) == 0 || errno == EPERM);
+  return process > 0 && (kill(process, 0) == 0 || errno == EPERM) && !IsZombie(process);
 }
 
 Nanos Machine::Now() const {
@@ -279,14 +278,11 @@ Snapshot Machine::View(bool running) {
   Snapshot snapshot = SnapshotOf(State().image, *live_);
   snapshot.running = running;
   const Nanos now = snapshot.nowNanos;
-  JournalRecord record;
-  std::uint64_t lost = 0;
-  while (keys_->Next(record, lost) == JournalReader::Result::Record) step_.See(record);
   for (int task = 1; task <= 8; ++task) {
     const TaskRecord& known = live_->tasks[task];
     if (known.file == 0 && known.mainFile == 0 && known.failedOpens == 0) continue;
     snapshot.tasks.push_back(ViewTask(*live_, task, now));
-    snapshot.tasks.back().stepMode = step_.On();
+    snapshot.tasks.back().stepMode = live_->step.on != 0;
   }
   return snapshot;
 }

@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 
 #include "machine/snapshot.h"
@@ -34,18 +33,6 @@ struct RequestAnswer {
   std::string text;  // why it was refused
 };
 RequestAnswer AnswerOf(const RequestRing& requests, std::uint32_t number);
-
-// Whether the tasks are in step mode, followed by the keys that the controller took: Plus turns it on, Dec
-// off, Enter only where no Plus came since the last Dec.
-class StepFollower {
- public:
-  void See(const JournalRecord& record);
-  bool On() const { return step_; }
-
- private:
-  bool step_ = false;
-  bool latch_ = false;
-};
 
 // Open comes first. Then any number of threads may ask at the same time (Send, Answer, Await, Ask, Give, and
 // Running, Replaced, Now, Standing), while one looks: Take, Recorded and Live share a copy and are called by one
@@ -98,8 +85,6 @@ class Machine {
   std::string directory_;
   StateFile file_;
   std::unique_ptr<RackLive> live_;
-  std::optional<JournalReader> keys_;
-  StepFollower step_;
 };
 
 FileNames FileNamesOf(const RackState& state);

@@ -153,10 +153,18 @@ void Supervise(pid_t child, const TakenSignals& signals, const Launch& launch,
     if (stop && !told) kill(child, SIGKILL);
     told = told || stop;
   }
+  end.signal = WIFSIGNALED(waited) ? WTERMSIG(waited) : 0;
   end.status = end.stopSignal != 0 ? 128 + end.stopSignal : StatusOf(waited);
 }
 
 }  // namespace
+
+std::string EndText(const RunEnd& end) {
+  if (end.signal == 0) return "has ended with status " + std::to_string(end.status);
+  const char* const name = sigabbrev_np(end.signal);
+  return "has died by " +
+         (name == nullptr ? "signal " + std::to_string(end.signal) : "SIG" + std::string(name));
+}
 
 RunEnd RunController(const Launch& launch, const std::function<std::string()>& watch) {
   RunEnd end;

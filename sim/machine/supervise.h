@@ -24,9 +24,13 @@ struct RunEnd {
   bool started = false;
   int status = 1;
   bool over = false;   // ended as Launch::over said
+  int signal = 0;      // the signal that it died by, 0 if it ended by itself
   int stopSignal = 0;  // the signal that this process was told to stop with, 0 if none
   std::string error;   // why it could not be started
 };
+
+// "has ended with status 3" or "has died by SIGSEGV".
+std::string EndText(const RunEnd& end);
 
 // Starts the controller without the right to restart the machine and waits for its end. SIGINT, SIGTERM and
 // SIGHUP to this process end the controller first; when this process is killed, the kernel kills the

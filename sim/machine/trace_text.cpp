@@ -265,10 +265,10 @@ std::string Tracer::TextOf(const JournalRecord& record) const {
   const PollRounds poll = RoundsOf(record);
   const std::string what =
       access.kind == JournalKind::None ? "accesses from before this recording" : EventText(snapshot_, access);
-  const std::string times = poll.rounds != 0 ? Thousands(poll.rounds) : "part of a round";
+  const std::string times = poll.rounds != 0 ? "x " + Thousands(poll.rounds) : "part of a round";
   char until[32];
   std::snprintf(until, sizeof until, " until %.3f s", static_cast<double>(poll.last) / 1e9);
-  return "again: " + what + "  x " + times + until;
+  return "again: " + what + "  " + times + until;
 }
 
 std::string Tracer::Line(const JournalRecord& record) const {

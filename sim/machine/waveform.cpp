@@ -21,7 +21,7 @@ std::string ScopeOf(const CardView& card) {
 }
 
 std::string WireName(const Snapshot& snapshot, SignalKind kind, int entry, int channel, const char* word) {
-  const std::string plain = word + std::to_string(channel);
+  std::string plain = word + std::to_string(channel);
   if (!HasName(snapshot, kind, entry, channel)) return plain;
   return plain + "_" + SignalLabel(snapshot, kind, entry, channel);
 }

@@ -154,6 +154,31 @@ FILE* OpenStream(Call<FILE*(const char*, const char*)> call, const char* path, c
   return stream;
 }
 
+// Reads a line; of a program, also tells the session. A line may hold zero bytes: what it ends with is seen by reading it
+// into a buffer that is full of another byte. The controller's own buffer keeps what a read at the end of a file leaves.
+template <class Read>
+char* ReadLine(char* buffer, std::size_t size, FILE* stream, const void* caller, Read read) {
+  constexpr char kFill = 1;
+  Session* session = OwnSession();
+  if (session == nullptr || !session->IsProgram(stream)) return read(buffer);
+  char own[kLongPath];
+  if (size == 0 || size > sizeof own) {
+    char* const line = read(buffer);
+    session->LineRead(stream, caller, line, line == nullptr ? 0 : std::strlen(line));
+    return line;
+  }
+  std::memset(own, kFill, size);
+  if (read(own) == nullptr) {
+    session->LineRead(stream, caller, nullptr, 0);
+    return nullptr;
+  }
+  std::size_t end = size - 1;
+  while (own[end] == kFill) --end;
+  std::memcpy(buffer, own, end + 1);
+  session->LineRead(stream, caller, buffer, end);
+  return buffer;
+}
+
 int Restart(int command) {
   RestartCommand = static_cast<std::uint32_t>(command);
   ++Restarts;
@@ -291,18 +316,15 @@ void rewind(FILE* stream) {
 
 char* fgets(char* buffer, int size, FILE* stream) {
   static auto* const next = rack::Next(rack::calls::fgets);
-  char* line = next(buffer, size, stream);
-  if (rack::Session* session = rack::OwnSession())
-    session->LineRead(stream, __builtin_return_address(0), line);
-  return line;
+  return rack::ReadLine(buffer, static_cast<std::size_t>(size > 0 ? size : 0), stream,
+                        __builtin_return_address(0), [&](char* line) { return next(line, size, stream); });
 }
 
 char* __fgets_chk(char* buffer, size_t room, int size, FILE* stream) {
   static auto* const next = rack::Next(rack::calls::__fgets_chk);
-  char* line = next(buffer, room, size, stream);
-  if (rack::Session* session = rack::OwnSession())
-    session->LineRead(stream, __builtin_return_address(0), line);
-  return line;
+  return rack::ReadLine(buffer, static_cast<std::size_t>(size > 0 ? size : 0), stream,
+                        __builtin_return_address(0),
+                        [&](char* line) { return next(line, room, size, stream); });
 }
 
 int chmod(const char* path, mode_t mode) noexcept {

@@ -189,6 +189,7 @@ void Session::DeviceTried(bool opened) {
   NoteController();
   if (!opened) return;
   live.controller.deviceOpen = 1;
+  live.step = StepMode{};
   rack_->Note(JournalKind::Device, 0, 0, 1, Caller());
 }
 
@@ -209,14 +210,14 @@ Session::OpenProgram* Session::Find(const FILE* stream) {
   return nullptr;
 }
 
-// 0 when the list is full.
+// One number for all that the list has no room for.
 std::uint32_t Session::FileNumber(const char* path) {
   auto& files = state_.State()->live.programFiles;
   for (std::uint32_t row = 0; row < kMaxProgramFiles; ++row) {
     if (files[row][0] == '\0') CopyText(files[row], kPathSize, path);
     if (std::strncmp(files[row], path, kPathSize - 1) == 0) return row + 1;
   }
-  return 0;
+  return kOtherProgramFile;
 }
 
 void Session::FileOpened(const char* path, FILE* stream) {
@@ -264,13 +265,18 @@ void Session::FileRewound(FILE* stream) {
   program->inLine = false;
 }
 
-void Session::LineRead(FILE* stream, const void* caller, const char* line) {
-  const DueLine due = TakeLine(stream, caller, line);
+bool Session::IsProgram(FILE* stream) {
+  const std::lock_guard<OwnMutex> lock(guard_);
+  return Find(stream) != nullptr;
+}
+
+void Session::LineRead(FILE* stream, const void* caller, const char* line, std::size_t length) {
+  const DueLine due = TakeLine(stream, caller, line, length);
   if (due.fileNumber != 0) CurrentTime().LineDue(due);
 }
 
 // The line that is executed next; its fileNumber is 0 when this read leads to none.
-DueLine Session::TakeLine(FILE* stream, const void* caller, const char* line) {
+DueLine Session::TakeLine(FILE* stream, const void* caller, const char* line, std::size_t length) {
   const std::lock_guard<OwnMutex> lock(guard_);
   OpenProgram* program = Find(stream);
   if (program == nullptr) return {};
@@ -278,18 +284,19 @@ DueLine Session::TakeLine(FILE* stream, const void* caller, const char* line) {
   rack_->AdvanceTo(Now());
   RackLive& live = state_.State()->live;
   const LiveChange change(live);
-  const bool due = line != nullptr ? NoteLine(*program, caller, line) : NoteEnd(*program);
+  const bool due = line != nullptr ? NoteLine(*program, caller, line, length) : NoteEnd(*program);
   const TaskRecord& task = live.tasks[program->task];
   if (!due || task.file == 0) return {};
-  return {program->task, task.file, live.programFiles[task.file - 1], task.line, task.text};
+  const char* const file = task.file <= kMaxProgramFiles ? live.programFiles[task.file - 1] : "";
+  return {program->task, task.file, file, task.line, task.text};
 }
 
 // Whether it is a line to be executed, not one that a label search passes over.
-bool Session::NoteLine(OpenProgram& program, const void* caller, const char* text) {
+bool Session::NoteLine(OpenProgram& program, const void* caller, const char* text, std::size_t length) {
   RackLive& live = state_.State()->live;
   TaskRecord& task = live.tasks[program.task];
   if (!program.inLine) ++program.line;
-  program.inLine = std::strchr(text, '\n') == nullptr;
+  program.inLine = length == 0 || text[length - 1] != '\n';
   if (caller != RunnerReads) {
     if (!program.searching) ++task.searches;
     program.searching = true;

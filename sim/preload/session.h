@@ -39,8 +39,10 @@ class Session final : public BusTarget {
   void FileOpened(const char* path, FILE* stream);
   void FileClosed(FILE* stream);
   void FileRewound(FILE* stream);
-  // fgets, called from this place in the code, has read a line, or found the end of the file (line null).
-  void LineRead(FILE* stream, const void* caller, const char* line);
+  bool IsProgram(FILE* stream);
+  // fgets, called from this place in the code, has read so many bytes of a line, or found the end of the file (line
+  // null).
+  void LineRead(FILE* stream, const void* caller, const char* line, std::size_t length);
 
   // These bytes went to standard output.
   void ConsoleWritten(const char* text, std::size_t count);
@@ -69,8 +71,8 @@ class Session final : public BusTarget {
   OpenProgram* Find(const FILE* stream);
   std::uint32_t FileNumber(const char* path);
   void NoteController();
-  DueLine TakeLine(FILE* stream, const void* caller, const char* line);
-  bool NoteLine(OpenProgram& program, const void* caller, const char* text);
+  DueLine TakeLine(FILE* stream, const void* caller, const char* line, std::size_t length);
+  bool NoteLine(OpenProgram& program, const void* caller, const char* text, std::size_t length);
   bool NoteEnd(OpenProgram& program);
   void NoteAccess(std::uint8_t port);
   void NoteProbe(int value);

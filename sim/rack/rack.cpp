@@ -74,6 +74,7 @@ void Rack::WritePort(std::uint8_t port, std::uint8_t value, Nanos now, const Ori
   if (port == kKeyClear && key != 0 && live_.cards[0].cpu.keyCode == 0) {
     live_.keys.takenRequest = live_.keys.pressRequest;
     ++live_.keys.takenCount;
+    live_.step.Take(key);
     Note(JournalKind::KeyTaken, 0, port, key, origin);
   }
   NoteOutputs(slot, outputs, origin);

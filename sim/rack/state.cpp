@@ -78,6 +78,16 @@ const SignalName* FindSignal(const RackImage& image, const char* name) {
   return nullptr;
 }
 
+void StepMode::Take(std::int32_t code) {
+  // Scan codes of the keypad.
+  constexpr std::int32_t kEnter = 0x5A;
+  constexpr std::int32_t kPlus = 0x79;
+  constexpr std::int32_t kDec = 0x7B;
+  if (code == kPlus) on = latched = 1;
+  if (code == kDec) on = latched = 0;
+  if (code == kEnter && latched == 0) on = 0;
+}
+
 Nanos MonotonicNow() {
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);

@@ -28,7 +28,8 @@ constexpr int kMaxFaults = 32;
 constexpr int kMaxSignals = 512;
 constexpr int kSignalNameSize = 40;  // terminating zero included
 constexpr int kTaskRecords = 10;     // 0 keypad, 1 to 8 PLC tasks, 9 network
-constexpr int kMaxProgramFiles = 128;
+constexpr int kMaxProgramFiles = 256;
+constexpr std::uint32_t kOtherProgramFile = kMaxProgramFiles + 1;  // number of every file beyond these
 constexpr int kPathSize = 208;
 constexpr int kLineSize = 1024;
 
@@ -167,6 +168,17 @@ struct ScanRecord {
 };
 static_assert(sizeof(ScanRecord) == 4 + 4 * kSlots);
 
+// Whether the tasks are in step mode, by the keys that the controller has taken since it opened the device: Plus turns it
+// on, Dec off, Enter only where no Plus came since the last Dec.
+struct StepMode {
+  std::uint8_t on;
+  std::uint8_t latched;
+  std::uint8_t reserved[2];
+
+  void Take(std::int32_t code);
+};
+static_assert(sizeof(StepMode) == 4);
+
 struct RackLive {
   std::atomic<std::uint32_t> change;  // odd while the controller's side is changing what follows
   std::uint32_t selectedSlot;
@@ -175,7 +187,7 @@ struct RackLive {
   KeyState keys;
   InputLevels inputs[kSlots];
   ScanRecord scan;
-  std::uint32_t reserved;
+  StepMode step;
   FaultRecord faults[kMaxFaults];
   CardState cards[kSlots];         // by slot
   ProtestRecord protests[kSlots];  // by slot

@@ -142,7 +142,7 @@ class ControllerThread {
         return wrong.empty() ? standstill() : wrong;
       });
       stopSignal_ = end.stopSignal;
-      why_ = "the controller has ended with status " + std::to_string(end.status);
+      why_ = "the controller " + EndText(end);
       if (!finishing_ && !end.error.empty()) error_ = end.error;
       if (!finishing_ && stopSignal_ == 0 && error_.empty() && !attach.Attached()) {
         error_ = why_ + " before it came to the rack";

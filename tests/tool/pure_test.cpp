@@ -257,16 +257,15 @@ TEST(Vcd, NamesKeepTheirPlaceAndWordsAreValues) {
   EXPECT_THAT(writer.View("a.vcd"), testing::EndsWith("@200\n-programs\n@820\nmachine.programs.plc1_file\n"));
 }
 
-TEST(StepFollower, PlusLatchesUntilDec) {
-  StepFollower step;
-  const auto take = [&](int code) { step.See(Record(JournalKind::KeyTaken, 0, 2, code)); };
-  EXPECT_FALSE(step.On());
-  take(0x79);
-  EXPECT_TRUE(step.On());
-  take(0x5A);  // Enter does nothing while the latch is set
-  EXPECT_TRUE(step.On());
-  take(0x7B);
-  EXPECT_FALSE(step.On());
+TEST(StepMode, PlusLatchesUntilDec) {
+  StepMode step{};
+  EXPECT_EQ(step.on, 0);
+  step.Take(0x79);
+  EXPECT_EQ(step.on, 1);
+  step.Take(0x5A);  // Enter does nothing while the latch is set
+  EXPECT_EQ(step.on, 1);
+  step.Take(0x7B);
+  EXPECT_EQ(step.on, 0);
 }
 
 }  // namespace

@@ -1,0 +1,92 @@
+// What is written while a machine runs, and what can be read of it afterwards.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "scenario/shell.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+class RecordingsTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    shell.Run("mkdir -p cell/plc1 && printf '[slots]\\n2 = \"io\"\\n4 = \"cylinder\"\\n' > cell/rack.toml");
+  }
+  void Program(const std::string& text) { shell.Run("printf '" + text + "' > cell/plc1/RESET.PLC"); }
+  std::string Run(const std::string& options = "") {
+    return shell.Run("velmo-rack run --time virtual --for 2s " + options + " cell > console.txt");
+  }
+  std::string Trace(const std::string& options) {
+    return shell.Run("velmo-rack trace --once --machine cell 2>/dev/null " + options);
+  }
+
+  Shell shell;
+};
+
+TEST_F(RecordingsTest, ARunWritesItsTraceAndItsWaveformMeanwhile) {
+  Program("DG: 2, 0, -1\\nDG: 2, 0, 3\\nLDG: 2, 0,\\nOUT: 1, 3, 1\\nEXIT\\n");
+  EXPECT_EQ(Run("--log run.txt --vcd run.vcd"), "");
+  EXPECT_EQ(shell.Status(), 0);
+  EXPECT_EQ(shell.Run("velmo-rack trace --once --machine cell 2>/dev/null | cmp - run.txt"), "");
+  EXPECT_EQ(shell.Run("velmo-rack vcd after.vcd --once --machine cell 2>/dev/null; cmp after.vcd run.vcd"),
+            "");
+  EXPECT_THAT(ReadText(shell.Folder() / "run.gtkw"), testing::StartsWith("[dumpfile] \"run.vcd\"\n"));
+  EXPECT_THAT(ReadText(shell.Folder() / "run.vcd"), HasSubstr("\nsplc1/RESET.PLC "));
+  EXPECT_EQ(Run("--log run.csv"), "");
+  EXPECT_EQ(shell.Run("velmo-rack trace --csv --once --machine cell 2>/dev/null | cmp - run.csv"), "");
+  EXPECT_EQ(Run("--log nowhere/run.txt"), "velmo-rack: nowhere/run.txt: No such file or directory\n");
+  EXPECT_EQ(shell.Status(), 1);
+}
+
+// A setup asks for the status some hundred thousand times.
+TEST_F(RecordingsTest, AStartWithASetupIsHeldWholeAndThePollIsOneLine) {
+  Program("DG: 2, 0, -1\\nEXIT\\n");
+  Run();
+  const std::string trace = Trace("");
+  EXPECT_THAT(trace, testing::StartsWith("    0.000000  main  -  device opened\n"));
+  EXPECT_THAT(trace,
+              testing::ContainsRegex("plc1/RESET.PLC:1  again: slot 4 cylinder: status reads 97 \\(0x61\\)"
+                                     "  x 1[0-9][0-9],[0-9]+ until 0.5[0-9]+ s\n"));
+  EXPECT_EQ(shell.Run("[ $(velmo-rack trace --once --machine cell 2>/dev/null | wc -l) -lt 200 ]"), "");
+  EXPECT_EQ(shell.Status(), 0);
+  EXPECT_THAT(Trace("--csv --kind repeats --entry 2"),
+              HasSubstr(",plc1,\"plc1/RESET.PLC\",1,4,6,97,\"again: "));
+}
+
+TEST_F(RecordingsTest, ATraceShowsWhatIsAskedFor) {
+  Program("OUT: 1, 3, 1\\nDG: 2, 0, 1\\nLDG: 2, 0,\\nOUT: 1, 3, 0\\nEXIT\\n");
+  Run();
+  EXPECT_EQ(Trace("--kind output --csv | cut -d, -f 2-8"),
+            "kind,task,file,line,slot,port,value\noutput,plc1,\"plc1/RESET.PLC\",1,2,3,1\n"
+            "output,plc1,\"plc1/RESET.PLC\",4,2,3,0\n");
+  EXPECT_EQ(Trace("--signal 1.3 | wc -l"), "2\n");
+  EXPECT_EQ(Trace("--signal 1.4 | wc -l"), "0\n");
+  EXPECT_THAT(Trace("--entry 2"), Not(HasSubstr("slot 2")));
+  EXPECT_THAT(Trace("--entry 2 --kind write --task 1"), HasSubstr("slot 4 cylinder: command = 49 (0x31)\n"));
+  EXPECT_EQ(Trace("--task 2 | wc -l"), "0\n");
+  EXPECT_THAT(Trace(""), Not(HasSubstr("to the console")));
+  EXPECT_THAT(Trace("--kind console"), HasSubstr("plc1/RESET.PLC:1  71 bytes to the console\n"));
+  EXPECT_EQ(Trace("--from 1s --to 2s --task 1 | wc -l"), "0\n");
+  for (const char* wrong : {"--kind writ", "--task 9", "--signal none", "--entry 7", "--from soon"}) {
+    shell.Run(std::string("velmo-rack trace --once --machine cell ") + wrong);
+    EXPECT_EQ(shell.Status(), 2) << wrong;
+  }
+}
+
+TEST_F(RecordingsTest, LineNumbersAreRightBehindAZeroByteAndInManyFiles) {
+  Program("OUT: 0, 0, 1;\\000 a\\nOUT: 0, 1, 1\\n\\000\\nOUT: 0, 2, 1\\nEXIT\\n");
+  Run();
+  EXPECT_EQ(Trace("--kind line --csv | cut -d, -f 5 | tr '\\n' ' '"), "line 1 2 3 4 5 ");
+  EXPECT_EQ(Trace("--kind output --csv | cut -d, -f 5 | tr '\\n' ' '"), "line 1 2 4 ");
+  shell.Run(
+      "for i in $(seq 300); do printf 'OUT: 0, 3, 1\\nEND\\n' > cell/plc1/B$i.PLC; echo \"FL: B$i.PLC\"; "
+      "done > cell/plc1/RESET.PLC; echo EXIT >> cell/plc1/RESET.PLC");
+  shell.Run("velmo-rack run --time virtual --for 400s cell > console.txt");
+  EXPECT_EQ(Trace("--kind line | grep -c 'plc1/B255.PLC:1  line read'"), "1\n");
+  EXPECT_THAT(Trace("--kind line"), HasSubstr("(beyond 256 program files):1  line read\n"));
+  EXPECT_THAT(Trace("--kind line"), HasSubstr("plc1/RESET.PLC:301  line read\n"));
+}
+
+}  // namespace
