@@ -256,6 +256,7 @@ Snapshot Machine::Recorded() {
 Snapshot Machine::View(bool running) {
   Snapshot snapshot = SnapshotOf(State().image, *live_);
   snapshot.running = running;
+  snapshot.broken = BrokenText(State().time);
   const Nanos now = snapshot.nowNanos;
   JournalRecord record;
   std::uint64_t lost = 0;

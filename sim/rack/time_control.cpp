@@ -8,6 +8,11 @@
 
 namespace rack {
 
+std::string BrokenText(const TimeControl& time) {
+  if (time.broken.load(std::memory_order_acquire) == 0) return "";
+  return {time.reason, strnlen(time.reason, kReasonSize)};
+}
+
 std::uint32_t Order(TimeControl& time, const TimeCommand& command) {
   time.command = command;
   const std::uint32_t number = time.ordered.load(std::memory_order_relaxed) + 1;
