@@ -28,7 +28,7 @@ std::string ChooseTime(const RunOptions& options, TimeSetup& setup, TimeCommand&
   setup.startStopped = options.stopped ? 1 : 0;
   if (!options.duration.empty()) {
     const std::optional<Nanos> time = CommandTime(options.duration);
-    if (!time || *time == 0) return "\"" + options.duration + "\" is no time: such as 500ms, 2s or 60min";
+    if (!time || *time == 0) return "\"" + options.duration + "\" is no time: such as 500ms, 2s, 60min or 24h";
     setup.endAt = *time;
   }
   const bool controlled = options.stopped || options.seed != 0 || !options.until.empty();
