@@ -51,6 +51,8 @@ void AddRun(CLI::App& app, CommandLine& line) {
   run->add_option("--tasks", line.run.tasks, "Number of PLC tasks, the controller's argument");
   run->add_option("--controller", line.run.controller,
                   "The controller, Velmo beside this program unless given");
+  run->add_option("--library", line.run.library,
+                  "The rack's library for a controller of another width, such as 32 bits");
   run->add_flag("--restart-fails", line.run.restartFails, "The restart call of the controller fails");
   run->add_flag("--once", line.run.once, "End when the controller restarts the machine");
   run->add_option("--time", line.run.time, "real, virtual, or a factor such as 20 or 0.1");

@@ -262,6 +262,36 @@ TEST_F(TimeRunTest, WhatIsNotAnsweredEndsTheRunAtOnceByItsName) {
   }
 }
 
+TEST_F(TimeRunTest, ADeadlockFailsAScenario) {
+  std::filesystem::create_directory("scenarios");
+  Write("scenarios/wait.toml", "limit = \"9 s\"\n[[expect]]\nthat = \"start off\"\nby = \"1 s\"\n");
+  const std::string said = Say({"test", ".", "--controller", STUCK_PROGRAM}, 1);
+  EXPECT_THAT(said, HasSubstr("deadlock at 0.00"));
+  EXPECT_THAT(said, HasSubstr("the main thread waits for lock Window, held by thread 1"));
+  EXPECT_THAT(said, testing::Not(HasSubstr("\nok 1")));
+}
+
+TEST_F(TimeRunTest, AStateInTheEnvironmentIsNotTakenOverByTheTool) {
+  Program(1, "EXIT\n");
+  Run({"--time", "virtual", "--tasks", "1", "--for", "1s"});
+  EXPECT_EQ(End(0), 0);
+  const std::string other = std::filesystem::current_path() / ".velmo-rack/state";
+  std::filesystem::create_directories("second/plc1");
+  Write("second/rack.toml", kRack);
+  Write("second/plc1/RESET.PLC", "EXIT\n");
+  rack::Machine first;
+  ASSERT_EQ(first.Open("."), "");
+  const std::int32_t process = first.State().live.controller.process;
+  setenv(rack::kStateVariable, other.c_str(), 1);
+  Say({"run", "second", "--time", "virtual", "--tasks", "1", "--for", "1s"});
+  unsetenv(rack::kStateVariable);
+  EXPECT_EQ(first.State().live.controller.process, process);
+  EXPECT_EQ(first.State().live.controller.attaches, 1U);
+  rack::Machine second;
+  ASSERT_EQ(second.Open("second"), "");
+  EXPECT_EQ(second.State().live.controller.attaches, 1U);
+}
+
 TEST_F(TimeRunTest, AWaitInsideTheLibraryIsFoundByTheWatchdog) {
   Run({"--time", "virtual", "--controller", STUCK_PROGRAM, "--tasks", "inside"});
   EXPECT_EQ(End(0), 1);
