@@ -16,6 +16,7 @@ struct RunOptions {
   std::string directory;
   std::string rackFile;    // empty: rack.toml in the directory
   std::string controller;  // empty: Velmo beside this program
+  std::string library;     // empty: the one beside this program
   std::string tasks;       // the controller's argument, empty: none
   bool restartFails = false;
   bool once = false;     // an intercepted restart ends the run

@@ -51,11 +51,13 @@ void AddRun(CLI::App& app, CommandLine& line) {
   run->add_option("--tasks", line.run.tasks, "Number of PLC tasks, the controller's argument");
   run->add_option("--controller", line.run.controller,
                   "The controller, Velmo beside this program unless given");
+  run->add_option("--library", line.run.library,
+                  "The rack's library for a controller of another width, such as 32 bits");
   run->add_flag("--restart-fails", line.run.restartFails, "The restart call of the controller fails");
   run->add_flag("--once", line.run.once, "End when the controller restarts the machine");
   run->add_option("--time", line.run.time, "real, virtual, or a factor such as 20 or 0.1");
   run->add_option("--seed", line.run.seed, "Virtual time: threads take turns in this random order");
-  run->add_option("--for", line.run.duration, "End after this time of the machine: 500ms, 2s, 60min");
+  run->add_option("--for", line.run.duration, "End after this time of the machine: 500ms, 2s, 60min, 24h");
   run->add_option("--until", line.run.until, "Virtual time: stand at TASK:FILE:LINE, such as 1:FLOW.PLC:12");
   run->add_flag("--stopped", line.run.stopped, "Virtual time: stand before the controller's first step");
   run->add_option("--log", line.run.log,

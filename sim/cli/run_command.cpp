@@ -29,7 +29,8 @@ std::string ChooseTime(const RunOptions& options, TimeSetup& setup, TimeCommand&
   setup.startStopped = options.stopped ? 1 : 0;
   if (!options.duration.empty()) {
     const std::optional<Nanos> time = CommandTime(options.duration);
-    if (!time || *time == 0) return "\"" + options.duration + "\" is no time: such as 500ms, 2s or 60min";
+    if (!time || *time == 0)
+      return "\"" + options.duration + "\" is no time: such as 500ms, 2s, 60min or 24h";
     setup.endAt = *time;
   }
   const bool controlled = options.stopped || options.seed != 0 || !options.until.empty();
@@ -51,7 +52,7 @@ void Tell(const std::vector<std::string>& differences) {
   }
 }
 
-int RunUntilEnd(const Launch& launch, const RackState& state, bool once) {
+int RunUntilEnd(const Launch& launch, RackState& state, bool once) {
   CardTableWatch cards(state);
   for (;;) {
     const std::uint32_t restarts = state.live.controller.restarts;
@@ -84,7 +85,7 @@ int Run(const RunOptions& options) {
                                    "\" makes a machine");
   }
   const std::string machine = Absolute(options.directory);
-  const std::string library = LibraryPath();
+  const std::string library = options.library.empty() ? LibraryPath() : Absolute(options.library);
   const std::string controller =
       Absolute(options.controller.empty() ? ProgramDirectory() + "/Velmo" : options.controller);
   const std::string refusal = WhyNotStart(controller, library);

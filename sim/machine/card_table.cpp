@@ -30,12 +30,15 @@ std::string Difference(const ScannedSlot& scanned, CardKind kind) {
 
 std::vector<std::string> CardTableWatch::operator()() {
   std::vector<std::string> differences;
-  const ScanRecord& scan = state_.live.scan;
-  const std::uint32_t start = scan.over.load(std::memory_order_acquire);
+  // A copy costs more than this look, and the scan is over once a start.
+  const std::uint32_t seen = state_.live.scan.over.load(std::memory_order_relaxed);
+  if (seen == 0 || seen == told_ || !CopyLive(state_.live, *copy_)) return differences;
+  const ScanRecord& scan = copy_->scan;
+  const std::uint32_t start = scan.over.load(std::memory_order_relaxed);
   if (start == 0 || start == told_) return differences;
   told_ = start;
   for (int slot = 1; slot < kSlots; ++slot) {
-    const CardKind kind = state_.live.cards[slot].kind;
+    const CardKind kind = copy_->cards[slot].kind;
     if (kind != CardKind::None && EntryOfSlot(state_.image, slot) < 0) continue;
     const std::string difference = Difference(scan.slots[slot], kind);
     if (!difference.empty()) differences.push_back("slot " + std::to_string(slot) + ": " + difference);

@@ -84,6 +84,7 @@ struct Snapshot {
   bool running = false;
   bool busFails = false;  // the driver's reads fail
   int process = 0;
+  std::string broken;         // why virtual time could not go on, as a sentence; empty: nothing is wrong
   std::int64_t nowNanos = 0;  // since power-on
   unsigned restarts = 0;
   unsigned syncs = 0;

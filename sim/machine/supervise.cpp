@@ -1,6 +1,5 @@
 #include "machine/supervise.h"
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <linux/capability.h>
 #include <sys/file.h>
@@ -16,6 +15,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+
+#include "machine/elf_header.h"
 
 namespace rack {
 
@@ -198,10 +199,8 @@ std::string WhyNotStart(const std::string& controller, const std::string& librar
     }
   }
   if (access(controller.c_str(), X_OK) != 0) return "controller " + controller + ": " + std::strerror(errno);
-  void* handle = dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (handle == nullptr) return std::string("the rack's library cannot be loaded: ") + dlerror();
-  dlclose(handle);
-  return "";
+  const std::string wrong = WhyNotPreloaded(controller, library);
+  return wrong.empty() ? "" : "the rack's library cannot be loaded: " + wrong;
 }
 
 MachineLock::MachineLock(const std::string& path)

@@ -1,19 +1,39 @@
 // The C library's calls that are answered in the controller's place: each one's name and signature, said once.
 //
 // A list for each kind of answer, a row for each call: X(name, result, parameters). The library exports these
-// calls and no others. Whatever else the controller calls goes straight to the C library.
+// calls and no others. Whatever else the controller calls goes straight to the C library. What waits or tells the
+// time without being answered is a row of RACK_REFUSED_CALLS: in virtual time it ends the run.
 #pragma once
 
+#include <aio.h>
+#include <fcntl.h>
+#include <mqueue.h>
+#include <netdb.h>
 #include <poll.h>
 #include <pthread.h>
 #include <semaphore.h>
+#include <spawn.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/file.h>
+#include <sys/msg.h>
+#include <sys/resource.h>
 #include <sys/select.h>
+#include <sys/sem.h>
 #include <sys/socket.h>
 #include <sys/time.h>
+#include <sys/timerfd.h>
+#include <sys/times.h>
 #include <sys/types.h>
+#include <sys/uio.h>
+#include <sys/wait.h>
+#include <threads.h>
+#include <unistd.h>
 
+#include <csignal>
 #include <cstddef>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 
 // The device, program files, the console and files of the board outside the machine's directory. Fortified
@@ -64,15 +84,30 @@
   X(pthread_mutex_trylock, int, (pthread_mutex_t*) noexcept)                                      \
   X(pthread_mutex_unlock, int, (pthread_mutex_t*) noexcept)                                       \
   X(pthread_mutex_timedlock, int, (pthread_mutex_t*, const timespec*) noexcept)                   \
+  X(pthread_mutex_clocklock, int, (pthread_mutex_t*, clockid_t, const timespec*) noexcept)        \
+  X(pthread_spin_lock, int, (pthread_spinlock_t*) noexcept)                                       \
+  X(pthread_spin_trylock, int, (pthread_spinlock_t*) noexcept)                                    \
+  X(pthread_spin_unlock, int, (pthread_spinlock_t*) noexcept)                                     \
+  X(pthread_once, int, (pthread_once_t*, void (*)()))                                             \
+  X(pthread_exit, void, (void*))                                                                  \
   X(pthread_cond_clockwait, int, (pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*)) \
   X(pthread_rwlock_rdlock, int, (pthread_rwlock_t*) noexcept)                                     \
   X(pthread_rwlock_wrlock, int, (pthread_rwlock_t*) noexcept)                                     \
+  X(pthread_rwlock_tryrdlock, int, (pthread_rwlock_t*) noexcept)                                  \
+  X(pthread_rwlock_trywrlock, int, (pthread_rwlock_t*) noexcept)                                  \
+  X(pthread_rwlock_timedrdlock, int, (pthread_rwlock_t*, const timespec*) noexcept)               \
+  X(pthread_rwlock_timedwrlock, int, (pthread_rwlock_t*, const timespec*) noexcept)               \
+  X(pthread_rwlock_clockrdlock, int, (pthread_rwlock_t*, clockid_t, const timespec*) noexcept)    \
+  X(pthread_rwlock_clockwrlock, int, (pthread_rwlock_t*, clockid_t, const timespec*) noexcept)    \
   X(pthread_rwlock_unlock, int, (pthread_rwlock_t*) noexcept)                                     \
   X(sem_wait, int, (sem_t*))                                                                      \
   X(sem_timedwait, int, (sem_t*, const timespec*))                                                \
+  X(sem_clockwait, int, (sem_t*, clockid_t, const timespec*))                                     \
+  X(sem_trywait, int, (sem_t*) noexcept)                                                          \
   X(sem_post, int, (sem_t*) noexcept)                                                             \
   X(sched_yield, int, () noexcept)                                                                \
   X(poll, int, (pollfd*, nfds_t, int))                                                            \
+  X(__poll_chk, int, (pollfd*, nfds_t, int, std::size_t))                                         \
   X(select, int, (int, fd_set*, fd_set*, fd_set*, timeval*))
 
 // Likewise. They have two versions; a plain look-up may find the old one, of another layout.
@@ -94,7 +129,84 @@
   X(getcwd, char*, (char*, std::size_t) noexcept)                                                \
   X(__getcwd_chk, char*, (char*, std::size_t, std::size_t) noexcept)
 
-// By the file that defines them: preload/interception.cpp and time/calls.cpp.
+// What waits for something outside, sets a timer, tells the time or starts a process, and is not answered: in virtual
+// time the run ends there, with the call's name. X(name, result, parameters, arguments).
+#define RACK_REFUSED_CALLS(X)                                                                         \
+  X(epoll_wait, int, (int a, epoll_event* b, int c, int d), (a, b, c, d))                             \
+  X(epoll_pwait, int, (int a, epoll_event* b, int c, int d, const sigset_t* e), (a, b, c, d, e))      \
+  X(ppoll, int, (pollfd * a, nfds_t b, const timespec* c, const sigset_t* d), (a, b, c, d))           \
+  X(__ppoll_chk, int, (pollfd * a, nfds_t b, const timespec* c, const sigset_t* d, std::size_t e),    \
+    (a, b, c, d, e))                                                                                  \
+  X(pselect, int, (int a, fd_set* b, fd_set* c, fd_set* d, const timespec* e, const sigset_t* f),     \
+    (a, b, c, d, e, f))                                                                               \
+  X(eventfd_read, int, (int a, eventfd_t* b), (a, b))                                                 \
+  X(readv, ssize_t, (int a, const iovec* b, int c), (a, b, c))                                        \
+  X(aio_suspend, int, (const aiocb* const a[], int b, const timespec* c), (a, b, c))                  \
+  X(timerfd_create, int, (int a, int b) noexcept, (a, b))                                             \
+  X(timer_create, int, (clockid_t a, sigevent * b, timer_t * c) noexcept, (a, b, c))                  \
+  X(setitimer, int, (__itimer_which_t a, const itimerval* b, itimerval* c) noexcept, (a, b, c))       \
+  X(alarm, unsigned, (unsigned a) noexcept, (a))                                                      \
+  X(ualarm, useconds_t, (useconds_t a, useconds_t b) noexcept, (a, b))                                \
+  X(times, clock_t, (tms * a) noexcept, (a))                                                          \
+  X(getrusage, int, (__rusage_who_t a, rusage * b) noexcept, (a, b))                                  \
+  X(timespec_get, int, (timespec * a, int b) noexcept, (a, b))                                        \
+  X(pause, int, (), ())                                                                               \
+  X(sigsuspend, int, (const sigset_t* a), (a))                                                        \
+  X(sigwait, int, (const sigset_t* a, int* b), (a, b))                                                \
+  X(sigwaitinfo, int, (const sigset_t* a, siginfo_t* b), (a, b))                                      \
+  X(sigtimedwait, int, (const sigset_t* a, siginfo_t* b, const timespec* c), (a, b, c))               \
+  X(fork, pid_t, () noexcept, ())                                                                     \
+  X(posix_spawn, int,                                                                                 \
+    (pid_t * a, const char* b, const posix_spawn_file_actions_t* c, const posix_spawnattr_t* d,       \
+     char* const e[], char* const f[]),                                                               \
+    (a, b, c, d, e, f))                                                                               \
+  X(posix_spawnp, int,                                                                                \
+    (pid_t * a, const char* b, const posix_spawn_file_actions_t* c, const posix_spawnattr_t* d,       \
+     char* const e[], char* const f[]),                                                               \
+    (a, b, c, d, e, f))                                                                               \
+  X(system, int, (const char* a), (a))                                                                \
+  X(popen, FILE*, (const char* a, const char* b), (a, b))                                             \
+  X(wait, pid_t, (int* a), (a))                                                                       \
+  X(waitpid, pid_t, (pid_t a, int* b, int c), (a, b, c))                                              \
+  X(waitid, int, (idtype_t a, id_t b, siginfo_t * c, int d), (a, b, c, d))                            \
+  X(flock, int, (int a, int b) noexcept, (a, b))                                                      \
+  X(lockf, int, (int a, int b, off_t c), (a, b, c))                                                   \
+  X(lockf64, int, (int a, int b, off64_t c), (a, b, c))                                               \
+  X(connect, int, (int a, const sockaddr* b, socklen_t c), (a, b, c))                                 \
+  X(accept, int, (int a, sockaddr* b, socklen_t* c), (a, b, c))                                       \
+  X(accept4, int, (int a, sockaddr* b, socklen_t* c, int d), (a, b, c, d))                            \
+  X(send, ssize_t, (int a, const void* b, std::size_t c, int d), (a, b, c, d))                        \
+  X(sendmsg, ssize_t, (int a, const msghdr* b, int c), (a, b, c))                                     \
+  X(recvmsg, ssize_t, (int a, msghdr* b, int c), (a, b, c))                                           \
+  X(recvmmsg, int, (int a, mmsghdr* b, unsigned c, int d, timespec* e), (a, b, c, d, e))              \
+  X(getaddrinfo, int, (const char* a, const char* b, const addrinfo* c, addrinfo** d), (a, b, c, d))  \
+  X(gethostbyname, hostent*, (const char* a), (a))                                                    \
+  X(msgrcv, ssize_t, (int a, void* b, std::size_t c, long d, int e), (a, b, c, d, e))                 \
+  X(msgsnd, int, (int a, const void* b, std::size_t c, int d), (a, b, c, d))                          \
+  X(semop, int, (int a, sembuf* b, std::size_t c) noexcept, (a, b, c))                                \
+  X(semtimedop, int, (int a, sembuf* b, std::size_t c, const timespec* d) noexcept, (a, b, c, d))     \
+  X(mq_receive, ssize_t, (mqd_t a, char* b, std::size_t c, unsigned* d), (a, b, c, d))                \
+  X(mq_timedreceive, ssize_t, (mqd_t a, char* b, std::size_t c, unsigned* d, const timespec* e),      \
+    (a, b, c, d, e))                                                                                  \
+  X(mq_send, int, (mqd_t a, const char* b, std::size_t c, unsigned d), (a, b, c, d))                  \
+  X(mq_timedsend, int, (mqd_t a, const char* b, std::size_t c, unsigned d, const timespec* e),        \
+    (a, b, c, d, e))                                                                                  \
+  X(pthread_barrier_wait, int, (pthread_barrier_t * a) noexcept, (a))                                 \
+  X(pthread_tryjoin_np, int, (pthread_t a, void** b) noexcept, (a, b))                                \
+  X(pthread_timedjoin_np, int, (pthread_t a, void** b, const timespec* c), (a, b, c))                 \
+  X(pthread_clockjoin_np, int, (pthread_t a, void** b, clockid_t c, const timespec* d), (a, b, c, d)) \
+  X(pthread_cancel, int, (pthread_t a), (a))                                                          \
+  X(thrd_create, int, (thrd_t * a, thrd_start_t b, void* c), (a, b, c))                               \
+  X(thrd_join, int, (thrd_t a, int* b), (a, b))                                                       \
+  X(thrd_sleep, int, (const timespec* a, timespec* b), (a, b))                                        \
+  X(mtx_lock, int, (mtx_t * a), (a))                                                                  \
+  X(mtx_trylock, int, (mtx_t * a), (a))                                                               \
+  X(mtx_timedlock, int, (mtx_t * a, const timespec* b), (a, b))                                       \
+  X(cnd_wait, int, (cnd_t * a, mtx_t * b), (a, b))                                                    \
+  X(cnd_timedwait, int, (cnd_t * a, mtx_t * b, const timespec* c), (a, b, c))                         \
+  X(call_once, void, (once_flag * a, void (*b)()), (a, b))
+
+// By the file that defines them: preload/interception.cpp, time/calls.cpp and time/refused_calls.cpp.
 #define RACK_MACHINE_CALLS(X) RACK_FILE_CALLS(X) RACK_RESTART_CALLS(X)
 #define RACK_TIME_CALLS(X) \
   RACK_CLOCK_CALLS(X) RACK_WAIT_CALLS(X) RACK_CONDITION_CALLS(X) RACK_OUTSIDE_CALLS(X)
@@ -102,10 +214,13 @@
 
 // Another signature than that of the C library's header, or of the definition, does not compile.
 #define RACK_DECLARATION(name, result, parameters) result name parameters;
+#define RACK_REFUSED_DECLARATION(name, result, parameters, arguments) result name parameters;
 extern "C" {
 RACK_CALLS(RACK_DECLARATION)
+RACK_REFUSED_CALLS(RACK_REFUSED_DECLARATION)
 }
 #undef RACK_DECLARATION
+#undef RACK_REFUSED_DECLARATION
 
 // At the end of the file that defines them: a row without a definition there does not compile. An alias need
 // not say all that its call says, as that it returns new memory; GCC alone warns of it.
@@ -129,13 +244,16 @@ struct Call {
 #define RACK_CALL(name, result, parameters) inline constexpr Call<result parameters> name{#name};
 #define RACK_VERSIONED_CALL(name, result, parameters) \
   inline constexpr Call<result parameters> name{#name, "GLIBC_2.3.2"};
+#define RACK_REFUSED_CALL(name, result, parameters, arguments) RACK_CALL(name, result, parameters)
 namespace calls {
 RACK_MACHINE_CALLS(RACK_CALL)
 RACK_CLOCK_CALLS(RACK_CALL)
 RACK_WAIT_CALLS(RACK_CALL)
 RACK_CONDITION_CALLS(RACK_VERSIONED_CALL)
 RACK_OUTSIDE_CALLS(RACK_CALL)
+RACK_REFUSED_CALLS(RACK_REFUSED_CALL)
 }  // namespace calls
+#undef RACK_REFUSED_CALL
 #undef RACK_CALL
 #undef RACK_VERSIONED_CALL
 

@@ -358,6 +358,8 @@ long syscall(long number, ...) noexcept {
     rack::Sync();
     return 0;
   }
+  long result = 0;
+  if (rack::CurrentTime().SystemCall(number, arguments, result)) return result;
   return next(number, arguments[0], arguments[1], arguments[2], arguments[3], arguments[4], arguments[5]);
 }
 

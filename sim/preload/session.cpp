@@ -23,6 +23,19 @@ constexpr std::uint8_t kKeypadPort = 2;  // of the CPU card: only the keypad's t
 thread_local std::uint8_t ThisTask = kUnknownTask;
 thread_local const void* RunnerReads = nullptr;
 
+// The real numbers, whatever the controller is shown: the tool goes by the process's.
+long RealNumber(long call) {
+  static auto* const next = Next(calls::syscall);
+  return next(call);
+}
+
+// Asked of the kernel once a thread.
+bool IsMainThread() {
+  [[gnu::tls_model("initial-exec")]] thread_local std::int8_t known = -1;
+  if (known < 0) known = RealNumber(SYS_gettid) == RealNumber(SYS_getpid) ? 1 : 0;
+  return known == 1;
+}
+
 // Task number of a program's path, 0 when it is none.
 std::uint8_t TaskOfPath(const char* path) {
   if (std::strncmp(path, "plc", 3) != 0 || path[3] < '1' || path[3] > '8' || path[4] != '/') return 0;
@@ -72,7 +85,7 @@ Nanos Session::Now() const {
 Origin Session::Caller() const {
   Origin origin;
   origin.task = ThisTask;
-  if (ThisTask == kUnknownTask && syscall(SYS_gettid) == syscall(SYS_getpid)) origin.task = kMainThread;
+  if (ThisTask == kUnknownTask && IsMainThread()) origin.task = kMainThread;
   if (ThisTask >= kTaskRecords) return origin;
   const TaskRecord& task = state_.State()->live.tasks[ThisTask];
   origin.file = task.file;
@@ -170,7 +183,7 @@ void Session::Serve() {
 void Session::NoteController() {
   RackLive& live = state_.State()->live;
   ControllerRecord& controller = live.controller;
-  const auto process = static_cast<std::int32_t>(syscall(SYS_getpid));
+  const auto process = static_cast<std::int32_t>(RealNumber(SYS_getpid));
   if (controller.process == process) return;
   controller.process = process;
   controller.attachedAt = live.now;

@@ -102,6 +102,7 @@ JournalReader::Result JournalReader::Next(JournalRecord& record, std::uint64_t& 
     const std::uint32_t stamp = cell.stamp.load(std::memory_order_acquire);
     std::uint32_t words[kRecordWords];
     for (std::uint32_t i = 0; i < kRecordWords; ++i) words[i] = cell.words[i].load(std::memory_order_acquire);
+    // The words were acquired, so the second look at the stamp stays behind them, relaxed as it is.
     const bool whole = stamp == position_ + 1 && cell.stamp.load(std::memory_order_relaxed) == stamp;
     ++position_;
     if (!whole) {

@@ -12,6 +12,8 @@ bool Send(RequestRing& ring, const Request& request, std::uint32_t& number) {
   std::memcpy(words, &request, sizeof words);
   for (std::uint32_t i = 0; i < kRequestWords; ++i) cell.words[i].store(words[i], std::memory_order_relaxed);
   cell.result.store(static_cast<std::uint32_t>(RequestResult::Pending), std::memory_order_relaxed);
+  // The words are relaxed because `sent` releases them, and NextRequest acquires it. A place is used again only when
+  // `done`, which Finish releases, has been acquired above.
   ring.sent.store(next + 1, std::memory_order_release);
   number = next;
   return true;

@@ -22,6 +22,18 @@ std::string SystemError(const std::string& path) {
   return path + ": " + std::strerror(errno);
 }
 
+// The odd number must be seen before any of the change is, or a reader copies half a change under the old number.
+// The release of the operation that makes it odd holds back only what comes before; a processor of weak order, as ARM
+// is, may show later stores first. A release fence between stores keeps both in order. The thread sanitizer knows no
+// fences: under it the compiler alone is held, and x86 keeps stores in order by itself.
+void OddBeforeChange() {
+#ifdef __SANITIZE_THREAD__
+  std::atomic_signal_fence(std::memory_order_seq_cst);
+#else
+  std::atomic_thread_fence(std::memory_order_release);
+#endif
+}
+
 void Pause(Nanos time) {
   timespec rest{time / kSecond, static_cast<long>(time % kSecond)};
   while (nanosleep(&rest, &rest) != 0 && errno == EINTR) {
@@ -201,7 +213,8 @@ bool CopyLive(RackLive& live, RackLive& copy) {
   for (int attempt = 0; attempt < kCopyAttempts; ++attempt) {
     const std::uint32_t before = live.change.load(std::memory_order_acquire);
     std::memcpy(static_cast<void*>(&copy), &live, sizeof copy);
-    // Adding 0 writes nothing new, but unlike a load it stays behind the copy.
+    // Acquired: the copy does not begin before the number is read. Adding 0 writes nothing new, but being a release
+    // it stays behind the copy, which a load need not.
     if (before % 2 == 0 && live.change.fetch_add(0, std::memory_order_acq_rel) == before) return true;
     Pause(kCopyPause);
   }
@@ -211,9 +224,12 @@ bool CopyLive(RackLive& live, RackLive& copy) {
 LiveChange::LiveChange(RackLive& live) : live_(live) {
   // Odd already if a controller ended in the middle of a change.
   live_.change.fetch_or(1U, std::memory_order_acq_rel);
+  OddBeforeChange();
 }
 
 LiveChange::~LiveChange() {
+  // Released: who reads the even number in CopyLive, which acquires it, reads what was changed before. No one else
+  // writes the number meanwhile, so a load and a store do.
   live_.change.store(live_.change.load(std::memory_order_relaxed) + 1U, std::memory_order_release);
 }
 

@@ -8,7 +8,14 @@
 
 namespace rack {
 
+std::string BrokenText(const TimeControl& time) {
+  if (time.broken.load(std::memory_order_acquire) == 0) return "";
+  return {time.reason, strnlen(time.reason, kReasonSize)};
+}
+
 std::uint32_t Order(TimeControl& time, const TimeCommand& command) {
+  // Released by the number: TakeCommand acquires it and then reads the whole command. The answers come back likewise:
+  // where time stands is written before `standing`, which Stands acquires after the number of the command.
   time.command = command;
   const std::uint32_t number = time.ordered.load(std::memory_order_relaxed) + 1;
   time.ordered.store(number, std::memory_order_release);
@@ -30,6 +37,7 @@ bool Post(TimeControl& time, const std::string& data, std::uint32_t address, std
   item.port = port;
   item.length = static_cast<std::uint16_t>(data.size());
   std::memcpy(item.data, data.data(), data.size());
+  // Released with the datagram, acquired in NextMail; its place is written again only when `taken` was acquired.
   time.posted.store(next + 1, std::memory_order_release);
   return true;
 }

@@ -64,6 +64,8 @@ struct MailItem {
 };
 static_assert(sizeof(MailItem) == 8 + kMailSize);
 
+constexpr int kReasonSize = 1024;
+
 struct TimeControl {
   TimeSetup setup;
   TimeCommand command;
@@ -76,7 +78,7 @@ struct TimeControl {
   std::atomic<std::uint32_t> beat;       // changes while the controller makes calls that time knows
   std::atomic<std::uint32_t> turn;       // thread number of the thread whose turn it is
   std::atomic<std::uint32_t> inConsole;  // 1: it writes to the console, which may take long
-  std::atomic<std::uint32_t> deadlock;   // 1: every thread waits for another one
+  std::atomic<std::uint32_t> broken;     // 1: time cannot go on, and `reason` says why; the controller ends
   std::atomic<std::uint32_t> ended;      // 1: endAt was reached
   std::uint32_t reserved;
   std::atomic<std::uint32_t> posted;   // datagrams to the controller
@@ -84,12 +86,19 @@ struct TimeControl {
   std::atomic<std::uint32_t> replies;  // datagrams that the controller has sent
   std::uint32_t reserved2;
   MailItem mail[kMailCapacity];
+  char reason[kReasonSize];  // a sentence, before `broken` is set
 };
-static_assert(sizeof(TimeControl) == 40 + sizeof(TimeCommand) + 64 + kMailCapacity * sizeof(MailItem));
+static_assert(sizeof(TimeControl) ==
+              40 + sizeof(TimeCommand) + 64 + kMailCapacity * sizeof(MailItem) + kReasonSize);
 static_assert(offsetof(TimeControl, ordered) == 40 + 16 + kHoldFileSize);
 
-// Status of a controller all of whose threads wait for each other.
+// Status of a controller whose threads wait for each other, and of one that has made a call which virtual time
+// does not answer.
 constexpr int kDeadlockStatus = 86;
+constexpr int kRefusedStatus = 87;
+
+// Why virtual time could not go on, as a sentence; empty while nothing is wrong.
+std::string BrokenText(const TimeControl& time);
 
 // The tool's side. REQUIRES of all three: the caller is the only sender at this moment
 // (StateFile::SenderLock).

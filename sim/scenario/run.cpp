@@ -144,6 +144,7 @@ class ControllerThread {
       stopSignal_ = end.stopSignal;
       why_ = "the controller " + EndText(end);
       if (!finishing_ && !end.error.empty()) error_ = end.error;
+      if (!finishing_ && error_.empty()) error_ = BrokenText(state_.time);
       if (!finishing_ && stopSignal_ == 0 && error_.empty() && !attach.Attached()) {
         error_ = why_ + " before it came to the rack";
       }

@@ -282,6 +282,41 @@ int pthread_mutex_timedlock(pthread_mutex_t* mutex, const timespec* until) noexc
   return next(mutex, &real);
 }
 
+int pthread_mutex_clocklock(pthread_mutex_t* mutex, clockid_t clock, const timespec* until) noexcept {
+  static auto* const next = Next(rack::calls::pthread_mutex_clocklock);
+  if (InTurn()) return rack::LockMutex(mutex, rack::UntilPoint(clock, until));
+  const timespec real = IsScaled() ? rack::RealPoint(clock, *until) : *until;
+  return next(mutex, clock, &real);
+}
+
+int pthread_spin_lock(pthread_spinlock_t* lock) noexcept {
+  static auto* const next = Next(rack::calls::pthread_spin_lock);
+  return InTurn() ? rack::LockSpin(lock) : next(lock);
+}
+
+int pthread_spin_trylock(pthread_spinlock_t* lock) noexcept {
+  static auto* const next = Next(rack::calls::pthread_spin_trylock);
+  return InTurn() ? rack::TryLockSpin(lock) : next(lock);
+}
+
+int pthread_spin_unlock(pthread_spinlock_t* lock) noexcept {
+  static auto* const next = Next(rack::calls::pthread_spin_unlock);
+  return InTurn() ? rack::UnlockSpin(lock) : next(lock);
+}
+
+int pthread_once(pthread_once_t* control, void (*start)()) {
+  static auto* const next = Next(rack::calls::pthread_once);
+  return InTurn() ? rack::Once(control, start) : next(control, start);
+}
+
+// A main thread that ends alone would keep its turn.
+void pthread_exit(void* result) {
+  static auto* const next = Next(rack::calls::pthread_exit);
+  if (InTurn() && rack::ThreadNumber() == 0) rack::Refuse("pthread_exit");
+  next(result);
+  __builtin_unreachable();
+}
+
 int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {
   static auto* const next = Next(rack::calls::pthread_cond_wait);
   return InTurn() ? rack::WaitCondition(condition, mutex, rack::kForEver) : next(condition, mutex);
@@ -326,6 +361,44 @@ int pthread_rwlock_wrlock(pthread_rwlock_t* lock) noexcept {
   return InTurn() ? rack::LockAlone(lock, rack::kForEver) : next(lock);
 }
 
+int pthread_rwlock_tryrdlock(pthread_rwlock_t* lock) noexcept {
+  static auto* const next = Next(rack::calls::pthread_rwlock_tryrdlock);
+  return InTurn() ? rack::TryLockShared(lock) : next(lock);
+}
+
+int pthread_rwlock_trywrlock(pthread_rwlock_t* lock) noexcept {
+  static auto* const next = Next(rack::calls::pthread_rwlock_trywrlock);
+  return InTurn() ? rack::TryLockAlone(lock) : next(lock);
+}
+
+int pthread_rwlock_timedrdlock(pthread_rwlock_t* lock, const timespec* until) noexcept {
+  static auto* const next = Next(rack::calls::pthread_rwlock_timedrdlock);
+  if (InTurn()) return rack::LockShared(lock, rack::UntilPoint(CLOCK_REALTIME, until));
+  const timespec real = IsScaled() ? rack::RealPoint(CLOCK_REALTIME, *until) : *until;
+  return next(lock, &real);
+}
+
+int pthread_rwlock_timedwrlock(pthread_rwlock_t* lock, const timespec* until) noexcept {
+  static auto* const next = Next(rack::calls::pthread_rwlock_timedwrlock);
+  if (InTurn()) return rack::LockAlone(lock, rack::UntilPoint(CLOCK_REALTIME, until));
+  const timespec real = IsScaled() ? rack::RealPoint(CLOCK_REALTIME, *until) : *until;
+  return next(lock, &real);
+}
+
+int pthread_rwlock_clockrdlock(pthread_rwlock_t* lock, clockid_t clock, const timespec* until) noexcept {
+  static auto* const next = Next(rack::calls::pthread_rwlock_clockrdlock);
+  if (InTurn()) return rack::LockShared(lock, rack::UntilPoint(clock, until));
+  const timespec real = IsScaled() ? rack::RealPoint(clock, *until) : *until;
+  return next(lock, clock, &real);
+}
+
+int pthread_rwlock_clockwrlock(pthread_rwlock_t* lock, clockid_t clock, const timespec* until) noexcept {
+  static auto* const next = Next(rack::calls::pthread_rwlock_clockwrlock);
+  if (InTurn()) return rack::LockAlone(lock, rack::UntilPoint(clock, until));
+  const timespec real = IsScaled() ? rack::RealPoint(clock, *until) : *until;
+  return next(lock, clock, &real);
+}
+
 int pthread_rwlock_unlock(pthread_rwlock_t* lock) noexcept {
   static auto* const next = Next(rack::calls::pthread_rwlock_unlock);
   return InTurn() ? rack::UnlockShared(lock) : next(lock);
@@ -341,6 +414,18 @@ int sem_timedwait(sem_t* semaphore, const timespec* until) {
   if (InTurn()) return rack::WaitSemaphore(semaphore, rack::UntilPoint(CLOCK_REALTIME, until));
   const timespec real = IsScaled() ? rack::RealPoint(CLOCK_REALTIME, *until) : *until;
   return next(semaphore, &real);
+}
+
+int sem_clockwait(sem_t* semaphore, clockid_t clock, const timespec* until) {
+  static auto* const next = Next(rack::calls::sem_clockwait);
+  if (InTurn()) return rack::WaitSemaphore(semaphore, rack::UntilPoint(clock, until));
+  const timespec real = IsScaled() ? rack::RealPoint(clock, *until) : *until;
+  return next(semaphore, clock, &real);
+}
+
+int sem_trywait(sem_t* semaphore) noexcept {
+  static auto* const next = Next(rack::calls::sem_trywait);
+  return InTurn() ? rack::TrySemaphore(semaphore) : next(semaphore);
 }
 
 int sem_post(sem_t* semaphore) noexcept {
@@ -415,6 +500,13 @@ time_t time(time_t* place) noexcept {
 }
 
 int poll(pollfd* files, nfds_t count, int millis) {
+  return rack::Poll(files, count, millis);
+}
+
+// Name that fortified builds call.
+int __poll_chk(pollfd* files, nfds_t count, int millis, size_t room) {
+  static auto* const next = Next(rack::calls::__poll_chk);
+  if (room / sizeof(pollfd) < count) return next(files, count, millis, room);
   return rack::Poll(files, count, millis);
 }
 

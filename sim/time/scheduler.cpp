@@ -12,6 +12,7 @@
 #include <ctime>
 
 #include "preload/next.h"
+#include "time/owners.h"
 
 namespace rack {
 
@@ -19,8 +20,12 @@ enum class ThreadState : std::uint8_t { None, Ready, Waiting };
 
 struct Thread {
   ThreadState state;
-  bool timeOver;  // why it was woken
+  bool timeOver;      // why it was woken
+  Awaited awaits;     // Waiting: what sort of thing `object` is
+  std::uint8_t task;  // 1 to 8: the PLC task whose lines it executes, 0: none
   unsigned number;
+  std::uint32_t line;  // of the task, read last
+  const char* file;
   const void* object;     // what it waits for, null: only for the time
   const void* kept;       // object that is kept for it
   Nanos wake;             // Waiting: when it is woken at the latest
@@ -139,14 +144,16 @@ void Stop() {
   EndProcess(0);
 }
 
-void ReportDeadlock() {
-  char text[128];
-  const int length = std::snprintf(
-      text, sizeof text, "velmo-rack library: every thread waits for another one, at %lld.%06lld s\n",
-      static_cast<long long>(S.now / kSecond), static_cast<long long>(S.now % kSecond / kMicrosecond));
-  SystemCall(SYS_write, STDERR_FILENO, text, static_cast<std::size_t>(length));
-  S.control->deadlock.store(1, std::memory_order_release);
-  EndProcess(kDeadlockStatus);
+int WriteTime(char* text, std::size_t size) {
+  return std::snprintf(text, size, "%lld.%06lld s", static_cast<long long>(S.now / kSecond),
+                       static_cast<long long>(S.now % kSecond / kMicrosecond));
+}
+
+[[noreturn]] void ReportDeadlock() {
+  char text[64];
+  const int length = std::snprintf(text, sizeof text, "every thread waits for another one, at ");
+  WriteTime(text + length, sizeof text - static_cast<std::size_t>(length));
+  EndRun(kDeadlockStatus, text);
 }
 
 void MakeReady(Thread& thread, bool timeOver) {
@@ -287,6 +294,7 @@ void Engage(const TimeLink& link) {
   S.keeping = 0;
   S.waiters = 0;
   S.slice = NewSlice();
+  ForgetOwners();
   if (link.ownProcessor) UseOneProcessor();
   Self = AddThread();
   Self->realNumber = static_cast<std::uint32_t>(SystemCall(SYS_gettid));
@@ -334,28 +342,31 @@ void YieldTurn() {
 }
 
 void SleepUntil(Nanos time) {
-  WaitFor(nullptr, std::max(time, S.now));
+  WaitFor(nullptr, Awaited::Time, std::max(time, S.now));
 }
 
-WakeReason WaitFor(const void* object, Nanos until) {
+WakeReason WaitFor(const void* object, Awaited kind, Nanos until) {
   Thread& self = *Self;
   self.state = ThreadState::Waiting;
+  self.awaits = kind;
   self.object = object;
   self.wake = until;
   self.order = ++S.counter;
   if (object != nullptr) ++S.waiters;
+  if (until == kForEver) EndAtCircle(Self);
   PassTurn();
   return self.timeOver ? WakeReason::TimeOver : WakeReason::Called;
 }
 
-void WakeFirst(const void* object, bool keep) {
-  if (S.waiters == 0) return;
+bool WakeFirst(const void* object, bool keep) {
+  if (S.waiters == 0) return false;
   Thread* first = FirstWaiter(object);
-  if (first == nullptr) return;
+  if (first == nullptr) return false;
   MakeReady(*first, false);
-  if (!keep) return;
+  if (!keep) return true;
   first->kept = object;
   ++S.keeping;
+  return true;
 }
 
 void WakeAll(const void* object) {
@@ -389,6 +400,7 @@ Thread* AddThread() {
     if (thread.state != ThreadState::None) continue;
     S.used = std::max(S.used, row + 1);
     thread.number = S.created++;
+    thread.task = 0;
     MakeReady(thread, false);
     return &thread;
   }
@@ -407,6 +419,7 @@ void BeginThread(Thread* thread) {
 }
 
 void EndThread() {
+  ForgetOwner(Self);
   Self->state = ThreadState::None;
   WakeAll(Self);
   Self = nullptr;
@@ -421,11 +434,53 @@ unsigned NumberOf(const Thread* thread) {
 
 // Its place may have been given to another thread.
 void WaitForEnd(const Thread* thread, unsigned number) {
-  while (thread->state != ThreadState::None && thread->number == number) WaitFor(thread, kForEver);
+  while (thread->state != ThreadState::None && thread->number == number) {
+    WaitFor(thread, Awaited::ThreadEnd, kForEver);
+  }
 }
 
 unsigned ThreadNumber() {
   return Self->number;
+}
+
+const Thread* CurrentThread() {
+  return Self;
+}
+
+Wait EndlessWait(const Thread* thread) {
+  if (thread->state != ThreadState::Waiting || thread->wake != kForEver) return {Awaited::Time, nullptr};
+  return {thread->awaits, thread->object};
+}
+
+int WriteName(const Thread* thread, char* text, std::size_t size) {
+  if (thread->task != 0) {
+    return std::snprintf(text, size, "task %u (%s:%u)", unsigned{thread->task}, thread->file, thread->line);
+  }
+  if (thread->number == 0) return std::snprintf(text, size, "the main thread");
+  return std::snprintf(text, size, "thread %u", thread->number);
+}
+
+void EndRun(int status, const char* reason) {
+  char text[kReasonSize];
+  const int length = std::snprintf(text, sizeof text, "%s", reason);
+  if (S.serve != nullptr) S.serve();
+  std::memcpy(S.control->reason, text, sizeof text);
+  S.control->broken.store(1, std::memory_order_release);
+  constexpr char kHead[] = "velmo-rack library: ";
+  SystemCall(SYS_write, STDERR_FILENO, kHead, sizeof kHead - 1);
+  SystemCall(SYS_write, STDERR_FILENO, text, std::min(static_cast<std::size_t>(length), sizeof text - 1));
+  SystemCall(SYS_write, STDERR_FILENO, "\n", std::size_t{1});
+  EndProcess(status);
+}
+
+void Refuse(const char* call) {
+  char text[kReasonSize];
+  int length = WriteName(Self, text, sizeof text);
+  length = std::min(length, kReasonSize / 2);
+  length += std::snprintf(text + length, sizeof text - static_cast<std::size_t>(length),
+                          " calls %.100s, which virtual time does not answer, at ", call);
+  WriteTime(text + length, sizeof text - static_cast<std::size_t>(length));
+  EndRun(kRefusedStatus, text);
 }
 
 const MailItem* NextMail() {
@@ -437,7 +492,7 @@ void MailTaken() {
 }
 
 void WaitForMail() {
-  WaitFor(&kMailObject, kForEver);
+  WaitFor(&kMailObject, Awaited::Mail, kForEver);
 }
 
 void ReplySent() {
@@ -446,6 +501,9 @@ void ReplySent() {
 
 void LineDue(std::uint8_t task, std::uint32_t fileNumber, const char* file, std::uint32_t line,
              const char* text) {
+  Self->task = task;
+  Self->line = line;
+  Self->file = file;
   if (IsOrdered()) TakeCommand();
   if (S.command.step == 0 && S.command.holdLine == 0) return;
   if (IsLineToStandAt(task, file, line) && HasCommand(text)) Stand(task, fileNumber, line);

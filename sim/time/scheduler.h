@@ -47,12 +47,16 @@ void SleepUntil(Nanos time);
 
 enum class WakeReason { Called, TimeOver };
 
+// What a thread waits for. A lock and a start made once have an owner, and so has a thread's end: who waits for
+// them in a circle waits for ever.
+enum class Awaited : std::uint8_t { Time, Lock, OnceStart, ThreadEnd, Condition, Semaphore, Futex, Mail };
+
 // Waits until somebody wakes a thread that waits for this object, or the time is reached. Threads are woken
-// in the order in which they came.
-WakeReason WaitFor(const void* object, Nanos until);
-// Wakes the first thread that waits for the object; with `keep`, the object is kept for it until it has
-// taken it by TakeKept.
-void WakeFirst(const void* object, bool keep);
+// in the order in which they came. A wait without limit that closes a circle ends the run.
+WakeReason WaitFor(const void* object, Awaited kind, Nanos until);
+// Wakes the first thread that waits for the object, and says whether there was one; with `keep`, the object is kept
+// for it until it has taken it by TakeKept.
+bool WakeFirst(const void* object, bool keep);
 void WakeAll(const void* object);
 // Whether the object is kept for another thread. Nothing is kept for the caller afterwards.
 bool KeptForOther(const void* object);
@@ -74,6 +78,21 @@ unsigned NumberOf(const Thread* thread);
 void WaitForEnd(const Thread* thread, unsigned number);
 // Of the caller.
 unsigned ThreadNumber();
+const Thread* CurrentThread();
+
+// What a thread waits for without a limit; Time when it waits for nothing of that sort.
+struct Wait {
+  Awaited kind;
+  const void* object;
+};
+Wait EndlessWait(const Thread* thread);
+// "task 1 (plc1/FLOW.PLC:12)", "the main thread", "thread 9".
+int WriteName(const Thread* thread, char* text, std::size_t size);
+
+// Time cannot go on: leaves the reason in the state and on standard error, and ends the process.
+[[noreturn]] void EndRun(int status, const char* reason);
+// Likewise: the caller has made a call that virtual time does not answer.
+[[noreturn]] void Refuse(const char* call);
 
 // The datagram received next, null when there is none. WaitForMail returns when there may be one.
 const MailItem* NextMail();

@@ -3,6 +3,7 @@
 #include "preload/time_source.h"
 #include "time/scheduler.h"
 #include "time/shown_time.h"
+#include "time/system_calls.h"
 
 namespace rack {
 namespace {
@@ -19,6 +20,9 @@ class VirtualTime final : public TimeSource {
   void ConsoleBegins() override { rack::ConsoleBegins(); }
   void ConsoleEnds(std::size_t bytes) override {
     if (InTurn()) rack::ConsoleEnds(bytes);
+  }
+  bool SystemCall(long number, const long (&arguments)[6], long& result) override {
+    return InTurn() && AnswerSystemCall(number, arguments, result);
   }
   bool ShowsFixed() override { return true; }
 };

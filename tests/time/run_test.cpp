@@ -235,10 +235,87 @@ TEST_F(TimeRunTest, ASlowConsoleCostsTime) {
   EXPECT_LE(machine.State().live.now, (bytes + 100) * 10 * kSecond / 9600 + 100 * kMillisecond);
 }
 
-TEST_F(TimeRunTest, ACallThatBlocksAndIsNotKnownIsReportedByItsName) {
-  Run({"--time", "virtual", "--controller", STUCK_PROGRAM});
+TEST_F(TimeRunTest, WhatIsAnsweredGivesTheSameAsWithoutTheRack) {
+  for (const char* way : {"timed", "shared", "nested", "semaphores", "once", "futexes", "spins"}) {
+    ASSERT_EQ(std::system((WAITS_PROGRAM " " + std::string(way) + " > outside").c_str()), 0);
+    ASSERT_NE(Read("outside"), "") << way;
+    for (const char* seed : {"0", "3"}) {
+      Run({"--time", "virtual", "--seed", seed, "--controller", WAITS_PROGRAM, "--tasks", way});
+      EXPECT_EQ(End(0), 0) << way;
+      EXPECT_EQ(Read("console"), Read("outside")) << way;
+    }
+  }
+}
+
+TEST_F(TimeRunTest, WhatIsNotAnsweredEndsTheRunAtOnceByItsName) {
+  const std::pair<const char*, const char*> calls[] = {{"epoll", "epoll_wait"},
+                                                       {"timer", "timerfd_create"},
+                                                       {"flock", "flock"},
+                                                       {"number", "syscall with the number"}};
+  for (const auto& [way, call] : calls) {
+    Run({"--time", "virtual", "--controller", STUCK_PROGRAM, "--tasks", way});
+    EXPECT_EQ(End(0), 87);
+    EXPECT_THAT(Read("console"),
+                testing::StartsWith("velmo-rack library: the main thread calls " + std::string(call)));
+    EXPECT_THAT(Read("console"), HasSubstr(", which virtual time does not answer, at 0.0000"));
+    EXPECT_THAT(Say({"show"}), HasSubstr("time could not go on: the main thread calls " + std::string(call)));
+  }
+}
+
+TEST_F(TimeRunTest, ADeadlockFailsAScenario) {
+  std::filesystem::create_directory("scenarios");
+  Write("scenarios/wait.toml", "limit = \"9 s\"\n[[expect]]\nthat = \"start off\"\nby = \"1 s\"\n");
+  const std::string said = Say({"test", ".", "--controller", STUCK_PROGRAM}, 1);
+  EXPECT_THAT(said, HasSubstr("deadlock at 0.00"));
+  EXPECT_THAT(said, HasSubstr("the main thread waits for lock Window, held by thread 1"));
+  EXPECT_THAT(said, testing::Not(HasSubstr("\nok 1")));
+}
+
+TEST_F(TimeRunTest, AStateInTheEnvironmentIsNotTakenOverByTheTool) {
+  Program(1, "EXIT\n");
+  Run({"--time", "virtual", "--tasks", "1", "--for", "1s"});
+  EXPECT_EQ(End(0), 0);
+  const std::string other = std::filesystem::current_path() / ".velmo-rack/state";
+  std::filesystem::create_directories("second/plc1");
+  Write("second/rack.toml", kRack);
+  Write("second/plc1/RESET.PLC", "EXIT\n");
+  rack::Machine first;
+  ASSERT_EQ(first.Open("."), "");
+  const std::int32_t process = first.State().live.controller.process;
+  setenv(rack::kStateVariable, other.c_str(), 1);
+  Say({"run", "second", "--time", "virtual", "--tasks", "1", "--for", "1s"});
+  unsetenv(rack::kStateVariable);
+  EXPECT_EQ(first.State().live.controller.process, process);
+  EXPECT_EQ(first.State().live.controller.attaches, 1U);
+  rack::Machine second;
+  ASSERT_EQ(second.Open("second"), "");
+  EXPECT_EQ(second.State().live.controller.attaches, 1U);
+}
+
+TEST_F(TimeRunTest, AWaitInsideTheLibraryIsFoundByTheWatchdog) {
+  Run({"--time", "virtual", "--controller", STUCK_PROGRAM, "--tasks", "inside"});
   EXPECT_EQ(End(0), 1);
-  EXPECT_THAT(Read("console"), HasSubstr(" waits in the call flock, which virtual time does not know"));
+  EXPECT_THAT(Read("console"), HasSubstr(" waits in the call read, which virtual time does not know"));
+}
+
+TEST_F(TimeRunTest, ADeadlockEndsTheRunWhereItCloses) {
+  const std::pair<const char*, const char*> circles[] = {
+      {"circle",
+       "s: the main thread waits for lock Window, held by thread 1; thread 1 waits for lock Door, held by "
+       "the main "
+       "thread\n"},
+      {"readers",
+       "s: the main thread waits for lock Door, held by thread 1; thread 1 waits for lock Plan, held by the "
+       "main "
+       "thread\n"},
+      {"self", "s: the main thread waits for lock no. 1, held by itself\n"}};
+  for (const auto& [way, text] : circles) {
+    Run({"--time", "virtual", "--for", "24h", "--controller", STUCK_PROGRAM, "--tasks", way});
+    EXPECT_EQ(End(0), 86);
+    EXPECT_THAT(Read("console"), testing::StartsWith("velmo-rack library: deadlock at 0.00"));
+    EXPECT_THAT(Read("console"), testing::EndsWith(text));
+    EXPECT_THAT(Say({"show"}), HasSubstr(std::string("time could not go on: deadlock at 0.00")));
+  }
 }
 
 }  // namespace

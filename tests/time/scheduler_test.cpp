@@ -278,6 +278,18 @@ TEST(VirtualTimeDeathTest, ThreadsThatWaitForEachOtherEndTheRunWithAMessage) {
         mutex.lock();
         std::thread([&] { mutex.lock(); }).join();
       },
+      testing::ExitedWithCode(86),
+      "deadlock at 0.00000. s: thread 1 waits for lock no. 1, held by the main thread; the main thread waits "
+      "for "
+      "the end of thread 1");
+  EXPECT_EXIT(
+      {
+        const VirtualTime time;
+        std::mutex mutex;
+        std::condition_variable never;
+        std::unique_lock hold(mutex);
+        never.wait(hold);
+      },
       testing::ExitedWithCode(86), "every thread waits for another one, at 0.00000. s");
 }
 

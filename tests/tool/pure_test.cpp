@@ -59,7 +59,9 @@ TEST(Times, OfACommandLineAreSecondsUnlessTheyHaveAUnit) {
   EXPECT_EQ(CommandTime("1.5s"), 1'500'000'000);
   EXPECT_EQ(CommandTime("2min"), 120'000'000'000);
   EXPECT_EQ(CommandTime("3"), 3'000'000'000);
-  for (const char* bad : {"", "s", "-1s", "1h", "1 s", "1s ", "nan", "1e30s", "1e999s"})
+  EXPECT_EQ(CommandTime("24h"), 86'400'000'000'000);
+  EXPECT_EQ(CommandTime("1.5d"), 129'600'000'000'000);
+  for (const char* bad : {"", "s", "-1s", "1y", "300000h", "1 s", "1s ", "nan", "1e30s", "1e999s"})
     EXPECT_FALSE(CommandTime(bad)) << bad;
 }
 
@@ -68,9 +70,10 @@ TEST(Times, OfAFileHaveAUnitAndAreExactToTheMicrosecond) {
   EXPECT_EQ(FileTime("1.5s"), 1'500'000'000);
   EXPECT_EQ(FileTime("20  min"), 1'200'000'000'000);
   EXPECT_EQ(FileTime("0.25 ms"), 250'000);
+  EXPECT_EQ(FileTime("1 h"), 3'600'000'000'000);
   EXPECT_EQ(FileTime("1.000001 s"), 1'000'001'000);
   EXPECT_EQ(FileTime("1000000000 s"), 1'000'000'000'000'000'000);
-  for (const char* bad : {"", "3", "ms", "-1 s", "1 h", "1 5 s", "1 s s", "inf s", "1000000001 s", "1e999 s"})
+  for (const char* bad : {"", "3", "ms", "-1 s", "1 y", "1 5 s", "1 s s", "inf s", "1000000001 s", "1e999 s"})
     EXPECT_FALSE(FileTime(bad)) << bad;
 }
 

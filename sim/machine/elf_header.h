@@ -1,0 +1,13 @@
+// Whether a library fits in front of a program, by what stands at the head of both files.
+#pragma once
+
+#include <string>
+
+namespace rack {
+
+// Why the library cannot be preloaded for this controller; empty when it can. Nothing of it is loaded into this
+// process: its constructor would take over the machine that this process's environment names, and a library of another
+// width would not load at all. A controller that is no ELF file, as a script, is not looked at.
+std::string WhyNotPreloaded(const std::string& controller, const std::string& library);
+
+}  // namespace rack

@@ -1,0 +1,205 @@
+// In the controller's place: waits in the way that the argument names, and prints what came of it. It prints the same
+// without the simulated rack. Every wait for another thread is a real one: that thread is late by a pause.
+#include <pthread.h>
+#include <semaphore.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <future>
+#include <mutex>
+#include <shared_mutex>
+#include <string>
+#include <thread>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto kPause = 20ms;
+
+void Say(const std::string& text) {
+  static std::mutex mutex;
+  const std::lock_guard hold(mutex);
+  const std::string line = text + "\n";
+  if (write(STDOUT_FILENO, line.data(), line.size()) < 0) std::abort();
+}
+
+std::string Met(bool met) {
+  return met ? "met" : "over";
+}
+
+// Whether an attempt that is to fail has taken its time.
+template <class Attempt>
+std::string Lasts(Attempt attempt) {
+  const auto start = std::chrono::steady_clock::now();
+  const bool met = attempt();
+  return Met(met) + (std::chrono::steady_clock::now() - start >= kPause ? ", late" : ", at once");
+}
+
+void TimedMutexes() {
+  std::timed_mutex plain;
+  std::recursive_timed_mutex nested;
+  plain.lock();
+  nested.lock();
+  std::thread([&] {
+    Say("plain " + Lasts([&] { return plain.try_lock_for(kPause); }));
+    Say("plain " + Lasts([&] { return plain.try_lock_until(std::chrono::system_clock::now() + kPause); }));
+    Say("nested " + Lasts([&] { return nested.try_lock_for(kPause); }));
+  }).join();
+  std::thread waits([&] { Say("plain " + Met(plain.try_lock_for(60s))); });
+  std::this_thread::sleep_for(kPause);
+  plain.unlock();
+  waits.join();
+}
+
+void SharedMutexes() {
+  std::shared_timed_mutex shared;
+  shared.lock_shared();
+  std::thread([&] {
+    Say("alone " + Lasts([&] { return shared.try_lock_for(kPause); }));
+    Say("shared " + Met(shared.try_lock_shared_for(kPause)));
+    Say("alone " + Lasts([&] { return shared.try_lock_until(std::chrono::system_clock::now() + kPause); }));
+    Say("alone " + Met(shared.try_lock()));
+    shared.unlock_shared();
+  }).join();
+  std::thread waits([&] { Say("alone " + Met(shared.try_lock_for(60s))); });
+  std::this_thread::sleep_for(kPause);
+  shared.unlock_shared();
+  waits.join();
+  std::thread([&] { Say("shared " + Lasts([&] { return shared.try_lock_shared_for(kPause); })); }).join();
+  pthread_rwlock_t plain = PTHREAD_RWLOCK_INITIALIZER;
+  pthread_rwlock_wrlock(&plain);
+  Say(std::string("again: ") + std::strerror(pthread_rwlock_wrlock(&plain)));
+}
+
+void NestedMutexes() {
+  std::recursive_mutex nested;
+  nested.lock();
+  std::thread waits([&] {
+    const std::lock_guard hold(nested);
+    Say("other");
+  });
+  std::this_thread::sleep_for(kPause);
+  for (int i = 0; i < 3; ++i) {
+    nested.lock();
+    nested.unlock();
+  }
+  Say("inner");
+  nested.unlock();
+  waits.join();
+  pthread_mutexattr_t attributes;
+  pthread_mutexattr_init(&attributes);
+  pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_ERRORCHECK);
+  pthread_mutex_t checked;
+  pthread_mutex_init(&checked, &attributes);
+  pthread_mutex_lock(&checked);
+  Say(std::string("again: ") + std::strerror(pthread_mutex_lock(&checked)));
+}
+
+void Semaphores() {
+  sem_t semaphore;
+  sem_init(&semaphore, 0, 0);
+  timespec limit{};
+  clock_gettime(CLOCK_MONOTONIC, &limit);
+  limit.tv_sec += 1;
+  Say("semaphore " + Lasts([&] { return sem_clockwait(&semaphore, CLOCK_MONOTONIC, &limit) == 0; }));
+  Say("semaphore " + Met(sem_trywait(&semaphore) == 0));
+  std::thread posts([&] {
+    std::this_thread::sleep_for(kPause);
+    sem_post(&semaphore);
+  });
+  limit.tv_sec += 60;
+  Say("semaphore " + Met(sem_clockwait(&semaphore, CLOCK_MONOTONIC, &limit) == 0));
+  posts.join();
+}
+
+struct Slow {
+  Slow() {
+    std::this_thread::sleep_for(kPause);
+    Say("made");
+  }
+};
+
+void MadeOnce() {
+  std::once_flag flag;
+  const auto come = [&] {
+    std::call_once(flag, [] { const Slow once; });
+    static const Slow local;
+    (void)local;
+  };
+  std::thread one(come);
+  std::thread two(come);
+  one.join();
+  two.join();
+  std::promise<int> promise;
+  std::thread gives([&] {
+    std::this_thread::sleep_for(kPause);
+    promise.set_value(7);
+  });
+  std::future<int> number = promise.get_future();
+  Say("future " + Lasts([&] { return number.wait_for(kPause / 4) == std::future_status::ready; }));
+  Say("future " + std::to_string(number.get()));
+  gives.join();
+}
+
+// What the C++ library's latch and atomics do, with libraries of any standard.
+void Futexes() {
+  int word = 0;
+  constexpr int kWait = 0;
+  constexpr int kWake = 1;
+  constexpr int kWaitBitset = 9;
+  constexpr int kPrivate = 128;
+  const timespec limit = {1, 0};
+  Say("other value " + std::to_string(syscall(SYS_futex, &word, kWait | kPrivate, 1, nullptr)) + " " +
+      std::strerror(errno));
+  Say("limit " + std::to_string(syscall(SYS_futex, &word, kWait | kPrivate, 0, &limit)) + " " +
+      std::strerror(errno));
+  std::thread wakes([&] {
+    std::this_thread::sleep_for(kPause);
+    __atomic_store_n(&word, 1, __ATOMIC_SEQ_CST);
+    Say("woken " + std::to_string(syscall(SYS_futex, &word, kWake | kPrivate, 9)));
+  });
+  while (__atomic_load_n(&word, __ATOMIC_SEQ_CST) == 0) {
+    syscall(SYS_futex, &word, kWaitBitset | kPrivate, 0, nullptr, nullptr, -1);
+  }
+  wakes.join();
+  const timespec pause = {0, 20'000'000};
+  Say("pause " + Lasts([&] { return syscall(SYS_nanosleep, &pause, nullptr) == 0; }));
+  Say("main " + Met(syscall(SYS_gettid) == syscall(SYS_getpid) && gettid() == syscall(SYS_gettid)));
+}
+
+void Spins() {
+  pthread_spinlock_t spin;
+  pthread_spin_init(&spin, 0);
+  pthread_spin_lock(&spin);
+  std::thread waits([&] {
+    Say("spin " + Met(pthread_spin_trylock(&spin) == 0));
+    pthread_spin_lock(&spin);
+    Say("spin " + Met(true));
+    pthread_spin_unlock(&spin);
+  });
+  std::this_thread::sleep_for(kPause);
+  pthread_spin_unlock(&spin);
+  waits.join();
+}
+
+struct Way {
+  const char* name;
+  void (*run)();
+};
+constexpr Way kWays[] = {
+    {"timed", TimedMutexes}, {"shared", SharedMutexes}, {"nested", NestedMutexes}, {"semaphores", Semaphores},
+    {"once", MadeOnce},      {"futexes", Futexes},      {"spins", Spins}};
+
+}  // namespace
+
+int main(int count, char** words) {
+  for (const Way& way : kWays) {
+    if (count > 1 && std::strcmp(words[1], way.name) == 0) way.run();
+  }
+}
