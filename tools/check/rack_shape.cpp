@@ -16,13 +16,14 @@ void AddStop(const rack::PlantLink& link, RackShape* shape) {
   // A card that takes no stop input from the program has one for each motor.
   const bool isOwn = shape->entries[link.stopEntry]->LeavesUnused(MOT_ExtStopCH);
   shape->axisInputs.push_back({link.stopEntry, isOwn ? link.stopChannel : kAnyChannel, false,
-                               link.source.entry, link.source.channel});
+                               link.source.entry, link.source.channel, false});
 }
 
 void AddSwitch(const rack::PlantLink& link, RackShape* shape) {
   const bool isMotor = link.when == rack::Condition::MotorWithin;
   if ((!isMotor && link.when != rack::Condition::CylinderStands) || !IsInput(link.target)) return;
-  shape->axisInputs.push_back({link.entry, link.channel, !isMotor, link.target.entry, link.target.channel});
+  shape->axisInputs.push_back({link.entry, link.channel, !isMotor, link.target.entry, link.target.channel,
+                               link.then == rack::Effect::Arrive});
 }
 
 void AddAxisInputs(const rack::PlantState& plant, RackShape* shape) {
