@@ -442,12 +442,20 @@ void MotionFlow::NumberNodes() {
   }
 }
 
+// Whether the way leads to an earlier line of the same program: into its next round.
+bool MotionFlow::IsBackwards(size_t from, size_t to) const {
+  const auto body = std::upper_bound(firstNode_.begin(), firstNode_.end(), to);
+  return to <= from && body != firstNode_.end() && from < *body;
+}
+
 // By number of a node: whether a wait for the move comes from there on. Found from the waits backwards; a line that
-// starts the axis anew lets nothing through.
+// starts the axis anew lets nothing through. That a part has arrived tells of the same round only: in the next one
+// it may lie there, whatever the axis does.
 std::vector<bool> MotionFlow::AwaitedFrom(const Act& start) const {
   std::vector<bool> isAwaited(before_.size(), false);
   std::vector<bool> startsAnew(before_.size(), false);
-  std::vector<size_t> open;
+  std::vector<size_t> waits;
+  std::vector<size_t> arrivals;
   for (size_t body = 0; body < bodies_.size(); ++body) {
     const std::vector<int>& acts = *bodies_[body].acts;
     for (size_t line = 0; line < acts.size(); ++line) {
@@ -455,19 +463,26 @@ std::vector<bool> MotionFlow::AwaitedFrom(const Act& start) const {
       const Act& act = table_.ActOf(acts[line]);
       const size_t node = NumberOf({body, line});
       startsAnew[node] = act.axis == start.axis && act.starts;
-      isAwaited[node] = Waits(act, start);
-      if (isAwaited[node]) open.push_back(node);
+      if (!Waits(act, start)) continue;
+      const bool isArrival = act.deed == Deed::InputWait && table_.TellsArrival(start.axis, act);
+      (isArrival ? arrivals : waits).push_back(node);
     }
   }
-  while (!open.empty()) {
-    const size_t node = open.back();
-    open.pop_back();
-    for (const size_t before : before_[node]) {
-      if (isAwaited[before] || startsAnew[before]) continue;
-      isAwaited[before] = true;
-      open.push_back(before);
+  const auto spread = [&](std::vector<size_t> open, bool toNextRound) {
+    for (const size_t node : open) isAwaited[node] = true;
+    while (!open.empty()) {
+      const size_t node = open.back();
+      open.pop_back();
+      for (const size_t before : before_[node]) {
+        if (isAwaited[before] || startsAnew[before]) continue;
+        if (!toNextRound && IsBackwards(before, node)) continue;
+        isAwaited[before] = true;
+        open.push_back(before);
+      }
     }
-  }
+  };
+  spread(std::move(waits), true);
+  spread(std::move(arrivals), false);
   return isAwaited;
 }
 
@@ -478,8 +493,7 @@ bool MotionFlow::IsAwaitedLater(const Program& program, size_t index, const Act&
   const std::vector<bool>& isAwaited = awaited->second;
   std::vector<Node> next;
   AddNext({bodyOf_.at(&program), index}, &next);
-  return std::any_of(next.begin(), next.end(),
-                     [&](const Node& node) { return isAwaited[NumberOf(node)]; });
+  return std::any_of(next.begin(), next.end(), [&](const Node& node) { return isAwaited[NumberOf(node)]; });
 }
 
 }  // namespace check

@@ -125,6 +125,7 @@ class MotionFlow {
   size_t NumberOf(const Node& node) const;
   void NumberNodes();
   std::vector<bool> AwaitedFrom(const Act& start) const;
+  bool IsBackwards(size_t from, size_t to) const;
 
   const Task& task_;
   const MotionTable& table_;

@@ -96,6 +96,21 @@ bool MotionTable::InputMayEnd(int axis, const Act& inputWait) const {
   return !isWired;
 }
 
+bool MotionTable::HasInput(int axis, const Act& inputWait, bool isArrival) const {
+  const Axis& of = axes_[static_cast<size_t>(axis)];
+  const EXPLAINEDLINE& asked = inputWait.line->parsed;
+  const std::vector<AxisInput>& inputs = tree_.rack->axisInputs;
+  return std::any_of(inputs.begin(), inputs.end(), [&](const AxisInput& input) {
+    return input.isArrival == isArrival && input.isCylinder == of.isCylinder && input.slot == of.slot &&
+           (input.channel == of.channel || input.channel == kAnyChannel) &&
+           input.inputSlot == asked.SlotIdx.Value && input.inputChannel == asked.ChIdx.Value;
+  });
+}
+
+bool MotionTable::TellsArrival(int axis, const Act& inputWait) const {
+  return tree_.rack && HasInput(axis, inputWait, true) && !HasInput(axis, inputWait, false);
+}
+
 void MotionTable::AddProgram(const Task& task, const Program& program, bool isRun) {
   std::vector<int>& acts = actsOf_[&program];
   for (size_t i = 0; i < program.lines.size(); ++i) {

@@ -78,8 +78,11 @@ class MotionTable {
   const std::vector<int>& RunOnCard(int card) const { return onCard_[static_cast<size_t>(card)]; }
   // Whether an input may tell the end of what moves the axis.
   bool InputMayEnd(int axis, const Act& inputWait) const;
+  // Whether it does so by a part that the axis has let arrive, and not by the axis itself.
+  bool TellsArrival(int axis, const Act& inputWait) const;
 
  private:
+  bool HasInput(int axis, const Act& inputWait, bool isArrival) const;
   void AddProgram(const Task& task, const Program& program, bool isRun);
   bool Explain(const Line& line, Act* act);
   bool ExplainOnCard(const Line& line, Act* act);

@@ -16,13 +16,14 @@ void AddStop(const rack::PlantLink& link, RackShape* shape) {
   // A card that takes no stop input from the program has one for each motor.
   const bool isOwn = shape->entries[link.stopEntry]->LeavesUnused(MOT_ExtStopCH);
   shape->axisInputs.push_back({link.stopEntry, isOwn ? link.stopChannel : kAnyChannel, false,
-                               link.source.entry, link.source.channel});
+                               link.source.entry, link.source.channel, false});
 }
 
 void AddSwitch(const rack::PlantLink& link, RackShape* shape) {
   const bool isMotor = link.when == rack::Condition::MotorWithin;
   if ((!isMotor && link.when != rack::Condition::CylinderStands) || !IsInput(link.target)) return;
-  shape->axisInputs.push_back({link.entry, link.channel, !isMotor, link.target.entry, link.target.channel});
+  shape->axisInputs.push_back({link.entry, link.channel, !isMotor, link.target.entry, link.target.channel,
+                               link.then == rack::Effect::Arrive});
 }
 
 void AddAxisInputs(const rack::PlantState& plant, RackShape* shape) {
@@ -33,10 +34,9 @@ void AddAxisInputs(const rack::PlantState& plant, RackShape* shape) {
         AddStop(link, shape);
         break;
       case rack::Effect::Follow:
+      case rack::Effect::Arrive:
         AddSwitch(link, shape);
         break;
-      // A part that comes when the axis is there is waited for for its own sake.
-      case rack::Effect::Arrive:
       case rack::Effect::Count:
         break;
     }

@@ -18,6 +18,7 @@ struct AxisInput {
   bool isCylinder;
   int inputSlot;
   int inputChannel;
+  bool isArrival;  // of a part, which tells only that the axis was there
 };
 constexpr int kAnyChannel = -1;
 

@@ -242,7 +242,8 @@ constexpr Rule kRules[] = {
      "MOT: 4, 0, 4000&20&0\nROW: 4, 0, 3000\nLMOT: 4, 0,\nROCLR: 4, 0,\nEND"},
     {RuleId::LeftMoving, "left-moving", kWarning, "a block leaves an axis moving, and another motor is started",
      "END waits for no axis: the next motor starts while the block's motor or cylinder is still under way, and nothing\n"
-     "waits for that later. Wait in the block, with LMOT, ROW or LDG.",
+     "waits for that later. Wait in the block, with LMOT, ROW or LDG. A part that the axis lets arrive tells nothing\n"
+     "of it in the next round.",
      "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nFL: TURN.PLC\nMOT: 4, 1, 4000&20&1\nLMOT: 4, 1,\nEXIT\n"
      "== plc1/TURN.PLC\nMOT: 4, 0, 40000&20&1\nEND",
      "== plc1/RESET.PLC\nEXIT\n== plc1/FLOW.PLC\nFL: TURN.PLC\nMOT: 4, 1, 4000&20&1\nLMOT: 4, 1,\nEXIT\n"
