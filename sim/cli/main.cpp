@@ -155,6 +155,11 @@ void AddTest(CLI::App& app, CommandLine& line) {
                  "velmo-rack test cell --junit results.xml");
   test->add_option("PATH", line.test.paths, "Scenarios, or directories with them")->required();
   test->add_option("--junit", line.test.junit, "Write the results as JUnit XML too");
+  test->add_option("--jobs", line.test.jobs,
+                   "So many scenarios at the same time, unless given one for each processor")
+      ->check(CLI::Range(1, 1024));
+  test->add_option("--filter", line.test.filter, "Only scenarios with this text in their file's name");
+  test->add_flag("--vcd", line.test.keepWaveforms, "Leave the waveform of scenarios that pass too");
   test->add_option("--controller", line.test.controller,
                    "The controller, Velmo beside this program unless given");
   test->callback([&line] { line.chosen = [&line] { return Test(line.test); }; });

@@ -8,23 +8,15 @@
 #include "cli/commands.h"
 #include "machine/launch.h"
 #include "scenario/report.h"
-#include "scenario/run.h"
 #include "scenario/scenario.h"
+#include "scenario/suite.h"
 
 namespace rack::cli {
 
 namespace {
 
 namespace fs = std::filesystem;
-using scenario::Outcome;
-using scenario::RunPlaces;
-using scenario::RunReport;
 using scenario::Scenario;
-
-using scenario::ScenarioResult;
-using scenario::TapHead;
-using scenario::TapOf;
-using scenario::Verdict;
 
 // The scenarios of a machine's directory stand in its folder "scenarios"; any other folder holds them itself.
 std::string FilesOf(const std::string& path, std::vector<std::string>& files) {
@@ -35,6 +27,11 @@ std::string FilesOf(const std::string& path, std::vector<std::string>& files) {
     return "";
   }
   const fs::path own = fs::path(path) / "scenarios";
+  const bool machine = fs::exists(fs::path(path) / "rack.toml", error);
+  if (machine && !fs::is_directory(own, error)) {
+    return path +
+           ": this machine has no scenarios: they stand in its folder \"scenarios\", files that end in .toml";
+  }
   const fs::path folder = fs::is_directory(own, error) ? own : fs::path(path);
   std::vector<std::string> found;
   for (fs::directory_iterator entry(folder, error); !error && entry != fs::directory_iterator();
@@ -67,32 +64,6 @@ void Print(const std::string& text) {
   std::fflush(stdout);
 }
 
-// The status of a run of all scenarios.
-int RunAll(const std::vector<Scenario>& scenarios, const RunPlaces& places,
-           std::vector<ScenarioResult>& results) {
-  std::size_t expectations = 0;
-  for (const Scenario& scenario : scenarios) expectations += scenario.expectations.size();
-  Print(TapHead(expectations));
-  int status = kDone;
-  std::size_t first = 1;
-  for (const Scenario& scenario : scenarios) {
-    RunReport report = RunScenario(scenario, places);
-    if (report.stopped != 0) return 128 + report.stopped;
-    if (!report.error.empty()) {
-      Print("Bail out! " + scenario.path + ": " + report.error + "\n");
-      return kFailed;
-    }
-    Print(TapOf(report.result, first));
-    first += scenario.expectations.size();
-    const bool failed =
-        std::any_of(report.result.outcomes.begin(), report.result.outcomes.end(),
-                    [](const Outcome& outcome) { return outcome.verdict == Verdict::Failed; });
-    if (failed) status = kFailed;
-    results.push_back(std::move(report.result));
-  }
-  return status;
-}
-
 }  // namespace
 
 int Test(const TestOptions& options) {
@@ -101,22 +72,30 @@ int Test(const TestOptions& options) {
     const std::string error = FilesOf(path, files);
     if (!error.empty()) return Complain(kWrongUse, error);
   }
+  const auto isLeftOut = [&](const std::string& file) {
+    return file.find(options.filter) == std::string::npos;
+  };
+  files.erase(std::remove_if(files.begin(), files.end(), isLeftOut), files.end());
+  if (files.empty()) return Complain(kWrongUse, "no scenario has \"" + options.filter + "\" in its name");
   std::vector<Scenario> scenarios;
   scenarios.reserve(files.size());
   if (!Read(files, scenarios)) return kWrongUse;
 
-  RunPlaces places;
-  places.controller =
-      Absolute(options.controller.empty() ? ProgramDirectory() + "/Velmo" : options.controller);
-  places.library = LibraryPath();
-  places.waveforms = ".";
-  const std::string refusal = WhyNotStart(places.controller, places.library);
+  scenario::SuiteOptions suite;
+  suite.jobs = options.jobs;
+  suite.places = {Absolute(options.controller.empty() ? ProgramDirectory() + "/Velmo" : options.controller),
+                  LibraryPath(), ".", options.keepWaveforms};
+  const std::string refusal = WhyNotStart(suite.places.controller, suite.places.library);
   if (!refusal.empty()) return Complain(kFailed, refusal);
-  std::vector<ScenarioResult> results;
-  const int status = RunAll(scenarios, places, results);
+  std::size_t expectations = 0;
+  for (const Scenario& each : scenarios) expectations += each.expectations.size();
+  Print(scenario::TapHead(expectations));
+  const scenario::SuiteEnd end = RunSuite(scenarios, suite, Print);
+  if (end.stopped != 0) return 128 + end.stopped;
+  const int status = end.failed ? kFailed : kDone;
   if (options.junit.empty()) return status;
   std::ofstream file(options.junit);
-  file << JunitOf(results);
+  file << scenario::JunitOf(end.junit);
   file.flush();
   return file ? status : Complain(kFailed, options.junit + ": could not be written");
 }

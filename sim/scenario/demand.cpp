@@ -26,6 +26,14 @@ Ruling NotCome(const std::string& why, const Watcher& what) {
   return Failed(why + ": " + what.What().text + " has not come");
 }
 
+// The moment that an expectation counts from has not come, or not often enough.
+Ruling MomentNotCome(const std::string& why, const Trial& trial) {
+  const int nth = trial.expectation.from.nth;
+  if (nth == 1) return NotCome(why, *trial.after);
+  return Failed(why + ": " + trial.after->What().text + " number " + std::to_string(nth) +
+                " has not come, only " + std::to_string(trial.after->Count()));
+}
+
 // Whether it is so, or has happened since a time.
 bool IsSince(const Watcher& what, Nanos from) {
   return what.Holds() || (what.Count() > 0 && what.Last() >= from);
@@ -46,12 +54,12 @@ Ruling NotYet(const Trial& /*trial*/) {
 }
 
 Ruling Miss(const Trial& trial) {
-  return Failed(trial.what.Instead());
+  return Failed(trial.what->Instead());
 }
 
 Ruling EndOpen(const Trial& trial, const std::string& why, bool /*whole*/) {
-  if (!trial.from) return NotCome(why, *trial.after);
-  return Failed(why + ": " + trial.what.Instead());
+  if (!trial.from) return MomentNotCome(why, trial);
+  return Failed(why + ": " + trial.what->Instead());
 }
 
 bool RunGoesOn(const Trial& /*trial*/) {
@@ -63,21 +71,21 @@ bool RunMayEnd(const Trial& /*trial*/) {
 }
 
 Ruling WeighBy(const Trial& trial) {
-  return IsSince(trial.what, 0) ? Passed() : Open();
+  return IsSince(*trial.what, 0) ? Passed() : Open();
 }
 
 Ruling ExpireAt(const Trial& trial) {
-  return trial.what.Holds() ? Passed() : Miss(trial);
+  return trial.what->Holds() ? Passed() : Miss(trial);
 }
 
 // The end may be that very moment.
 Ruling EndAt(const Trial& trial, const std::string& why, bool whole) {
-  if (whole && trial.expectation.limit == trial.now && trial.what.Holds()) return Passed();
+  if (whole && trial.expectation.limit == trial.now && trial.what->Holds()) return Passed();
   return EndOpen(trial, why, whole);
 }
 
 Ruling WeighWithin(const Trial& trial) {
-  return trial.from && IsSince(trial.what, *trial.from) ? Passed() : Open();
+  return trial.from && IsSince(*trial.what, *trial.from) ? Passed() : Open();
 }
 
 bool IsBegun(const Trial& trial) {
@@ -85,11 +93,11 @@ bool IsBegun(const Trial& trial) {
 }
 
 Ruling WeighNever(const Trial& trial) {
-  return IsBegun(trial) && IsSince(trial.what, *trial.from) ? Miss(trial) : Open();
+  return IsBegun(trial) && IsSince(*trial.what, *trial.from) ? Miss(trial) : Open();
 }
 
 Ruling ExpireNever(const Trial& trial) {
-  return trial.what.Holds() ? Miss(trial) : Passed();
+  return trial.what->Holds() ? Miss(trial) : Passed();
 }
 
 // What it counts from must have come: otherwise nothing was watched.
@@ -98,22 +106,32 @@ Ruling EndNever(const Trial& trial, const std::string& why, bool whole) {
   return whole ? Passed() : Failed(why);
 }
 
-bool RunGoesOnForNever(const Trial& trial) {
-  return !IsBegun(trial) || trial.expectation.limit >= 0;
-}
-
+// What is so already when it is asked for has come.
 Ruling WeighOrder(const Trial& trial) {
-  if (trial.what.Count() == 0) return Open();
-  if (trial.first->Count() > 0) return Passed();
-  return Failed(trial.what.What().text + " has come, and " + trial.first->What().text + " has not");
+  if (trial.what->Count() == trial.cycle.times) return Open();
+  if (trial.first->Holds() || trial.first->Count() > trial.cycle.first) return Open();
+  const bool again = trial.cycle.times > 0;
+  return Failed(trial.what->What().text + (again ? " has come again, and " : " has come, and ") +
+                trial.first->What().text + " has not" +
+                (again ? " since " + ClockText(trial.cycle.since) : "") + ": " + trial.first->Instead());
 }
 
-Ruling EndOrder(const Trial& trial, const std::string& why, bool /*whole*/) {
-  return NotCome(why, trial.what);
+// It holds each time, to the end.
+Ruling EndOrder(const Trial& trial, const std::string& why, bool whole) {
+  if (trial.what->Count() == 0) return NotCome(why, *trial.what);
+  return whole ? Passed() : Failed(why);
 }
 
 Ruling EndEnd(const Trial& trial, const std::string& why, bool whole) {
-  return trial.what.Holds() ? Passed() : EndOpen(trial, why, whole);
+  return whole && trial.what->Holds() ? Passed() : EndOpen(trial, why, whole);
+}
+
+Ruling WeighEvents(const Trial& trial) {
+  return trial.missing.empty() ? Passed() : Open();
+}
+
+Ruling EndEvents(const Trial& trial, const std::string& why, bool /*whole*/) {
+  return Failed(why + ": " + trial.missing);
 }
 
 // clang-format off
@@ -125,11 +143,13 @@ constexpr DemandRow kRows[] = {
   {Demand::Within, Sentence::That, "that", {"after", "nth", "within"}, "within", kAfter, kAny,
    LimitAfterMoment, WeighWithin, Miss, EndOpen, RunGoesOn},
   {Demand::Never, Sentence::Never, "never", {"from", "by", "after", "nth", "within"}, "", kAlone, kAny,
-   LimitAfterMoment, WeighNever, ExpireNever, EndNever, RunGoesOnForNever},
+   LimitAfterMoment, WeighNever, ExpireNever, EndNever, RunGoesOn},
   {Demand::Order, Sentence::Then, "then", {"first"}, "", kAlone, kAny,
    nullptr, WeighOrder, nullptr, EndOrder, RunGoesOn},
   {Demand::End, Sentence::Hold, "", {}, "", kAlone, kLasting,
    nullptr, NotYet, nullptr, EndEnd, RunMayEnd},
+  {Demand::Events, Sentence::Events, "", {}, "", kAlone, kAny,
+   nullptr, WeighEvents, nullptr, EndEvents, RunGoesOn},
 };
 // clang-format on
 static_assert(AreRowsOf(kRows, &DemandRow::demand, kDemands), "a row for each demand, in order");

@@ -17,14 +17,23 @@ struct Ruling {
   std::string message;  // of a failure
 };
 
+// Of an expectation that is about each time that something happens: what had been seen the last time.
+struct Cycle {
+  int times = 0;  // that it has happened
+  int first = 0;  // that `first` had happened then
+  Nanos since = 0;
+};
+
 // An expectation with what is known when it is judged.
 struct Trial {
   const Expectation& expectation;
-  const Watcher& what;
+  const Watcher* what;
   const Watcher* first;
   const Watcher* after;       // of the moment that it counts from; null: power-on
   std::optional<Nanos> from;  // when that moment was; nothing: it has not come yet
   Nanos now;
+  const Cycle& cycle;
+  const std::string& missing;  // the first of the scenario's events that has not come, and why; empty: none
 };
 
 // The sentences that state a demand, and how they are read.
@@ -32,7 +41,8 @@ enum class Sentence {
   That,   // `that`, with a word for the demand
   Never,  // `never`
   Then,   // `first` and `then`
-  Hold    // in `hold` of [end]
+  Hold,   // in `hold` of [end]
+  Events  // stated by the events themselves
 };
 
 struct DemandRow {

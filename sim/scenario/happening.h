@@ -13,7 +13,8 @@ namespace rack::scenario {
 // clang-format off
 #define SCENARIO_HAPPENINGS(kind)                                                         \
   kind(Level)          /* "clamped on", "input 1.1 off", "output 0.8 on" */               \
-  kind(MotorMoves)     /* "motor 2.0 starts" */                                           \
+  kind(MotorMoves)     /* "motor 2.0 moves": as long as it does */                        \
+  kind(MotorStarts)    /* "motor 2.0 starts": a move begins */                            \
   kind(MotorStands)    /* "motor 2.0 stands" */                                           \
   kind(MotorAt)        /* "motor 2.0 at 800": stands there */                             \
   kind(MotorCount)     /* "motor 2.0 counts 800": its encoder counter, standing */        \

@@ -14,6 +14,12 @@ namespace rack::scenario {
 
 class HappeningText;
 
+// The numbers that a kind can come to.
+struct NumberLimits {
+  std::int64_t lowest = 0;
+  std::int64_t highest = 0;
+};
+
 // What is known of a happening that is watched.
 struct Watched {
   Happening what;
@@ -45,6 +51,7 @@ struct HappeningRow {
   std::string_view word;
   // Of motors and cylinders: what stands behind the channel. N is a number or a range.
   std::string_view verb;
+  NumberLimits limits;  // of N
   void (HappeningText::*read)(const HappeningRow& row);
   bool onCard;
   // As the machine stands at power-on.

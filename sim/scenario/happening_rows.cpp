@@ -12,6 +12,13 @@ using Text = HappeningText;
 constexpr bool kOnCard = true;
 constexpr bool kElsewhere = false;
 
+// What the cards' registers and the journal hold.
+constexpr NumberLimits kNoNumber = {};
+constexpr NumberLimits kSteps = {INT32_MIN, INT32_MAX};
+constexpr NumberLimits kPulses = {0, INT32_MAX};
+constexpr NumberLimits kPositions = {0, 15};
+constexpr NumberLimits kCounts = {0, INT32_MAX};
+
 const CardView& CardOf(const Watched& watched, const Snapshot& machine) {
   return machine.cards[static_cast<std::size_t>(watched.what.entry)];
 }
@@ -108,6 +115,10 @@ bool SeeMotorValue(Watched& watched, const JournalRecord& record, JournalKind ki
   if (record.kind != kind || !IsMine(watched, record)) return SeeMove(watched, record);
   watched.value = record.value;
   return true;
+}
+
+bool SeeStart(Watched& watched, const JournalRecord& record) {
+  return SeeMove(watched, record) && watched.moving;
 }
 
 bool SeePosition(Watched& watched, const JournalRecord& record) {
@@ -260,35 +271,37 @@ bool SeeDone(const Watched& watched, const std::string& name) {
 
 // clang-format off
 constexpr HappeningRow kRows[] = {
-  {HappeningKind::Level, "\"clamped on\"", &Text::EndsInLevel, "", "",
+  {HappeningKind::Level, "\"clamped on\"", &Text::EndsInLevel, "", "", kNoNumber,
    &Text::ReadLevel, kOnCard, BeginLevel, SeeLevel, HoldsInRange, SayLevel},
-  {HappeningKind::MotorMoves, "", &Text::HasFirst, "motor", "starts",
+  {HappeningKind::MotorMoves, "", &Text::HasFirst, "motor", "moves", kNoNumber,
    &Text::ReadMotor, kOnCard, BeginMotor, SeeMove, Moves, SayMove},
-  {HappeningKind::MotorStands, "", &Text::HasFirst, "motor", "stands",
+  {HappeningKind::MotorStarts, "", &Text::HasFirst, "motor", "starts", kNoNumber,
+   &Text::ReadMotor, kOnCard, BeginMotor, SeeStart, nullptr, SayMove},
+  {HappeningKind::MotorStands, "", &Text::HasFirst, "motor", "stands", kNoNumber,
    &Text::ReadMotor, kOnCard, BeginMotor, SeeMove, Stands, SayMove},
-  {HappeningKind::MotorAt, "\"motor 2.0 at 800\"", &Text::HasFirst, "motor", "at N",
+  {HappeningKind::MotorAt, "\"motor 2.0 at 800\"", &Text::HasFirst, "motor", "at N", kSteps,
    &Text::ReadMotor, kOnCard, BeginPosition, SeePosition, StandsInRange, SayPosition},
-  {HappeningKind::MotorCount, "", &Text::HasFirst, "motor", "counts N",
+  {HappeningKind::MotorCount, "", &Text::HasFirst, "motor", "counts N", kSteps,
    &Text::ReadMotor, kOnCard, BeginCount, SeeCount, StandsInRange, SayCount},
-  {HappeningKind::MotorPulses, "", &Text::HasFirst, "motor", "pulses N",
+  {HappeningKind::MotorPulses, "", &Text::HasFirst, "motor", "pulses N", kPulses,
    &Text::ReadMotor, kOnCard, BeginPulses, SeePulses, nullptr, SayPulses},
-  {HappeningKind::CylinderAt, "", &Text::HasFirst, "cylinder", "at N",
+  {HappeningKind::CylinderAt, "", &Text::HasFirst, "cylinder", "at N", kPositions,
    &Text::ReadCylinder, kOnCard, BeginCylinder, SeeCylinder, IsThere, SayCylinder},
-  {HappeningKind::CylinderAlarm, "\"cylinder 3.0 alarm\"", &Text::HasFirst, "cylinder", "alarm",
+  {HappeningKind::CylinderAlarm, "\"cylinder 3.0 alarm\"", &Text::HasFirst, "cylinder", "alarm", kNoNumber,
    &Text::ReadCylinder, kOnCard, BeginCylinder, SeeCylinder, IsInAlarm, SayAlarm},
-  {HappeningKind::Counter, "\"counter parts 5\"", &Text::HasFirst, "counter", "",
+  {HappeningKind::Counter, "\"counter parts 5\"", &Text::HasFirst, "counter", "", kCounts,
    &Text::ReadCounter, kElsewhere, BeginCounter, SeeCounter, HoldsInRange, SayCounter},
-  {HappeningKind::KeyTaken, "\"key Enter\"", &Text::HasFirst, "key", "",
+  {HappeningKind::KeyTaken, "\"key Enter\"", &Text::HasFirst, "key", "", kNoNumber,
    &Text::ReadKey, kElsewhere, BeginNothing, SeeKey, nullptr, SayLast},
-  {HappeningKind::Line, "\"line plc1/FLOW.PLC:4\"", &Text::HasFirst, "line", "",
+  {HappeningKind::Line, "\"line plc1/FLOW.PLC:4\"", &Text::HasFirst, "line", "", kNoNumber,
    &Text::ReadLine, kElsewhere, BeginNothing, SeeProgramLine, nullptr, SayLast},
-  {HappeningKind::Prints, "\"plc1 prints TEXT\"", &Text::HasSecond, "prints", "",
+  {HappeningKind::Prints, "\"plc1 prints TEXT\"", &Text::HasSecond, "prints", "", kNoNumber,
    &Text::ReadPrints, kElsewhere, BeginNothing, SeePrinted, nullptr, SayLast},
-  {HappeningKind::Restart, "\"restart\"", &Text::IsWord, "restart", "",
+  {HappeningKind::Restart, "\"restart\"", &Text::IsWord, "restart", "", kNoNumber,
    &Text::ReadNothing, kElsewhere, BeginNothing, SeeRestart, nullptr, SayLast},
-  {HappeningKind::Protests, "\"a card protests\"", &Text::HasThird, "protests", "",
+  {HappeningKind::Protests, "\"a card protests\"", &Text::HasThird, "protests", "", kNoNumber,
    &Text::ReadProtests, kElsewhere, BeginProtests, SeeProtest, nullptr, SayProtest},
-  {HappeningKind::Event, "the name of an event", &Text::IsEvent, "", "",
+  {HappeningKind::Event, "the name of an event", &Text::IsEvent, "", "", kNoNumber,
    &Text::ReadEvent, kElsewhere, BeginNothing, SeeDone, nullptr, SayLast},
 };
 // clang-format on

@@ -126,6 +126,15 @@ bool HappeningText::ReadRange(const std::string& text) {
          happening.low <= happening.high;
 }
 
+// What is wholly outside can never come.
+void HappeningText::CheckNumber(const HappeningRow& row) {
+  const auto& [lowest, highest] = row.limits;
+  const bool numbered = lowest != highest;
+  if (!numbered || (choice_.happening.high >= lowest && choice_.happening.low <= highest)) return;
+  Refuse(InQuotes(choice_.happening.text) + " can never be: " + words_[0] + " " + words_[1] + " goes from " +
+         std::to_string(lowest) + " to " + std::to_string(highest));
+}
+
 void HappeningText::TakePlace(const SignalChoice& channel) {
   if (!channel.found) return Refuse(channel.error);
   choice_.happening.entry = channel.entry;
@@ -145,6 +154,7 @@ void HappeningText::ReadMover(const HappeningRow& row, ChannelSort sort) {
   for (const HappeningRow* each : VerbsBeside(row)) {
     if (!HasVerb(*each)) continue;
     choice_.happening.kind = each->kind;
+    CheckNumber(*each);
     return TakePlace(ChooseChannel(machine_, sort, words_[1]));
   }
   Refuse(MoverUsage(row));
@@ -157,7 +167,7 @@ bool HappeningText::HasVerb(const HappeningRow& row) {
   return verb.size() == 1 || ReadRange(words_[3]);
 }
 
-void HappeningText::ReadCounter(const HappeningRow& /*row*/) {
+void HappeningText::ReadCounter(const HappeningRow& row) {
   if (words_.size() != 3 || !ReadRange(words_[2])) {
     return Refuse("write \"counter NAME N\", N a number or a range such as 4..6");
   }
@@ -166,7 +176,7 @@ void HappeningText::ReadCounter(const HappeningRow& /*row*/) {
     names.push_back(counter.name);
     if (counter.name != words_[1]) continue;
     choice_.happening.channel = counter.link;
-    return;
+    return CheckNumber(row);
   }
   Refuse("no counter is called " + InQuotes(words_[1]) + Suggestion(words_[1], names));
 }

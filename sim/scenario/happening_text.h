@@ -37,6 +37,7 @@ class HappeningText {
 
  private:
   void Refuse(std::string error);
+  void CheckNumber(const HappeningRow& row);
   bool ReadRange(const std::string& text);
   void ReadMover(const HappeningRow& row, ChannelSort sort);
   bool HasVerb(const HappeningRow& row);

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "machine/trace_text.h"
+#include "toml/words.h"
 
 namespace rack::scenario {
 
@@ -11,7 +12,8 @@ namespace {
 
 constexpr std::size_t kKept = 4000;
 constexpr std::size_t kTold = 12;
-constexpr int kRepeated = 3;  // lines of a pass that waits
+constexpr std::size_t kPlaceEnd = 30;  // column
+constexpr int kRepeated = 3;           // lines of a pass that waits
 constexpr int kKeypadTask = 0;
 
 // What is told of the machine: not the bus accesses, nor what the console says in better words.
@@ -59,12 +61,34 @@ bool IsTask(int who) {
 
 }  // namespace
 
+std::string History::PlaceOf(int who) const {
+  const bool reads = IsTask(who) && read_[static_cast<std::size_t>(who)].file != 0;
+  if (!reads) return Who(static_cast<std::uint8_t>(who));
+  const LineRead& read = read_[static_cast<std::size_t>(who)];
+  return files_(read.file) + ":" + std::to_string(read.line);
+}
+
+std::vector<std::string> History::Standing(Nanos now) const {
+  std::vector<std::string> lines;
+  for (int task = 0; task < kTaskRecords; ++task) {
+    const LineRead& read = read_[static_cast<std::size_t>(task)];
+    if (read.file == 0) continue;
+    const std::string text = texts_ ? texts_(files_(read.file), read.line) : "";
+    lines.push_back("task " + std::to_string(task) + " " + PlaceOf(task) + (text.empty() ? "" : " " + text) +
+                    ", for " + Seconds(now - read.time));
+  }
+  return lines;
+}
+
 void History::See(const JournalRecord& record) {
+  if (record.kind == JournalKind::ProgramLine && IsTask(record.task)) {
+    read_[record.task] = {record.file, record.line, record.time};
+  }
   if (IsAccess(record.kind) && record.slot < kSlots && IsTask(record.task)) {
     uses_[record.slot][record.task] = true;
   }
   if (IsTold(record.kind))
-    Add({record.time, record.task, EventText(machine_, record), false, 1, record.time});
+    Add({record.time, record.task, PlaceOf(record.task), EventText(machine_, record), false, 1, record.time});
 }
 
 // A task that waits prints the same few lines again and again: each is told once.
@@ -78,11 +102,11 @@ void History::SeeLine(Nanos time, int who, const std::string& line) {
     entry->last = time;
     return;
   }
-  Add({time, who, line, true, 1, time});
+  Add({time, who, PlaceOf(who), line, true, 1, time});
 }
 
 void History::SeeEvent(Nanos time, const std::string& text) {
-  Add({time, kUnknownTask, "scenario: " + text, false, 1, time});
+  Add({time, kUnknownTask, PlaceOf(kUnknownTask), "scenario: " + text, false, 1, time});
 }
 
 void History::Add(const Entry& entry) {
@@ -125,9 +149,10 @@ std::vector<std::string> History::Story(const std::vector<const Happening*>& hap
 
 std::string History::Line(const Entry& entry) {
   char text[64];
-  std::snprintf(text, sizeof text, "%10.3f  %-4s  ", static_cast<double>(entry.time) / 1e9,
-                Who(static_cast<std::uint8_t>(entry.who)).c_str());
-  std::string line = text + entry.text;
+  std::snprintf(text, sizeof text, "%-9.3f  ", static_cast<double>(entry.time) / 1e9);
+  std::string line = text + entry.place;
+  line.resize(std::max(line.size(), kPlaceEnd), ' ');
+  line += "  " + entry.text;
   if (entry.times == 1) return line;
   std::snprintf(text, sizeof text, " (%d times until %.3f)", entry.times,
                 static_cast<double>(entry.last) / 1e9);

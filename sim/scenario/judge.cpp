@@ -1,14 +1,22 @@
 #include "scenario/judge.h"
 
+#include <algorithm>
+#include <utility>
+
+#include "toml/words.h"
+
 namespace rack::scenario {
 
-Judge::Judge(const Scenario& scenario, const Snapshot& machine, const FileNames& files)
+Judge::Judge(const Scenario& scenario, const Snapshot& machine, const FileNames& files, LineTexts texts)
     : scenario_(scenario),
-      history_(machine),
+      history_(machine, files, std::move(texts)),
       occurrences_(scenario.happenings.size()),
-      outcomes_(scenario.expectations.size()) {
+      outcomes_(scenario.expectations.size()),
+      cycles_(scenario.expectations.size()),
+      done_(scenario.events.size()) {
   watchers_.reserve(scenario.happenings.size());
   for (const Happening& happening : scenario.happenings) watchers_.emplace_back(happening, machine, files);
+  FindMissing();
   Update();
 }
 
@@ -27,8 +35,11 @@ void Judge::SeeLine(Nanos time, int who, const std::string& line) {
   Update();
 }
 
-void Judge::SeeEvent(const Event& event, Nanos time) {
+void Judge::SeeEvent(std::size_t number, Nanos time) {
+  const Event& event = scenario_.events[number];
   Reach(time);
+  done_[number] = true;
+  FindMissing();
   history_.SeeEvent(time, event.text);
   for (Watcher& watcher : watchers_) watcher.SeeEvent(time, event.name);
   Update();
@@ -42,8 +53,30 @@ void Judge::Update() {
   for (std::size_t i = 0; i < outcomes_.size(); ++i) {
     if (outcomes_[i].verdict != Verdict::Open) continue;
     const Expectation& expectation = scenario_.expectations[i];
-    Decide(i, now_, RowOf(expectation.demand).weigh(TrialOf(expectation)));
+    const Trial trial = TrialOf(expectation);
+    Decide(i, now_, RowOf(expectation.demand).weigh(trial));
+    const bool again = trial.first != nullptr && trial.what->Count() > cycles_[i].times;
+    if (again) cycles_[i] = {trial.what->Count(), trial.first->Count(), trial.what->Last()};
   }
+}
+
+// What a moment hangs on, as a person says it.
+std::string Judge::WaitsFor(const Moment& moment) const {
+  if (moment.after < 0) return "its time has not come";
+  const Watcher& after = *WatcherOf(moment.after);
+  const std::string number = moment.nth > 1 ? " number " + std::to_string(moment.nth) : "";
+  if (TimeOf(moment)) return "its time after " + after.What().text + number + " has not come";
+  return after.What().text + number + " has not come";
+}
+
+void Judge::FindMissing() {
+  missing_.clear();
+  const auto missing = static_cast<std::size_t>(std::find(done_.begin(), done_.end(), false) - done_.begin());
+  if (missing == done_.size()) return;
+  const Event& event = scenario_.events[missing];
+  const std::string name = event.name.empty() ? "" : " " + InQuotes(event.name);
+  missing_ = "the event" + name + " of line " + std::to_string(event.line) + " was never reached (" +
+             event.text + "): " + WaitsFor(event.when);
 }
 
 std::optional<Nanos> Judge::TimeOf(const Moment& moment) const {
@@ -55,13 +88,15 @@ std::optional<Nanos> Judge::TimeOf(const Moment& moment) const {
 }
 
 Trial Judge::TrialOf(const Expectation& expectation) const {
-  const auto watcher = [&](int happening) { return happening < 0 ? nullptr : &WatcherOf(happening); };
+  const auto index = static_cast<std::size_t>(&expectation - scenario_.expectations.data());
   return {expectation,
           WatcherOf(expectation.what),
-          watcher(expectation.first),
-          watcher(expectation.from.after),
+          WatcherOf(expectation.first),
+          WatcherOf(expectation.from.after),
           TimeOf(expectation.from),
-          now_};
+          now_,
+          cycles_[index],
+          missing_};
 }
 
 // What happens at the deadline itself is still in time: the deadline is past when time goes on.
@@ -91,6 +126,7 @@ bool Judge::Decided() const {
 
 void Judge::End(Nanos time, const std::string& why, bool whole) {
   Reach(time);
+  FindMissing();
   for (std::size_t i = 0; i < outcomes_.size(); ++i) {
     if (outcomes_[i].verdict != Verdict::Open) continue;
     const Expectation& expectation = scenario_.expectations[i];
@@ -105,13 +141,14 @@ void Judge::Decide(std::size_t index, Nanos time, const Ruling& ruling) {
   outcome.time = time;
   if (ruling.verdict == Verdict::Passed) return;
   outcome.message = "at " + ClockText(time) + ", " + ruling.message;
+  outcome.tasks = history_.Standing(time);
   outcome.story = Story(scenario_.expectations[index]);
 }
 
 std::vector<std::string> Judge::Story(const Expectation& expectation) const {
   std::vector<const Happening*> about;
   for (const int happening : {expectation.what, expectation.first, expectation.from.after}) {
-    if (happening >= 0) about.push_back(&WatcherOf(happening).What());
+    if (happening >= 0) about.push_back(&WatcherOf(happening)->What());
   }
   return history_.Story(about);
 }

@@ -14,22 +14,24 @@ struct Outcome {
   Verdict verdict = Verdict::Open;
   Nanos time = 0;                  // when it was decided
   std::string message;             // of a failure
+  std::vector<std::string> tasks;  // of a failure: where each task stands
   std::vector<std::string> story;  // of a failure: what happened last, of the tasks concerned
 };
 
 class Judge {
  public:
-  Judge(const Scenario& scenario, const Snapshot& machine, const FileNames& files);
+  Judge(const Scenario& scenario, const Snapshot& machine, const FileNames& files, LineTexts texts = nullptr);
 
   // What happens, in order of time.
   void See(const JournalRecord& record);
   void SeeLine(Nanos time, int who, const std::string& line);
-  void SeeEvent(const Event& event, Nanos time);
+  void SeeEvent(std::size_t event, Nanos time);
   // Nothing more comes before that time.
   void Reach(Nanos time);
 
-  // Whether nothing is open but what is judged at the end.
+  // Whether nothing is open but what is judged at the end, and every event has come.
   bool Decided() const;
+  bool IsDone(std::size_t event) const { return done_[event]; }
   // The run ends: what is still open is judged. `why` tells what ended it, for the messages of failures; it is
   // not whole when the controller has ended by itself.
   void End(Nanos time, const std::string& why, bool whole);
@@ -40,16 +42,23 @@ class Judge {
 
  private:
   void Update();
+  void FindMissing();
+  std::string WaitsFor(const Moment& moment) const;
   Trial TrialOf(const Expectation& expectation) const;
   void Decide(std::size_t index, Nanos time, const Ruling& ruling);
   std::vector<std::string> Story(const Expectation& expectation) const;
-  const Watcher& WatcherOf(int happening) const { return watchers_[static_cast<std::size_t>(happening)]; }
+  const Watcher* WatcherOf(int happening) const {
+    return happening < 0 ? nullptr : &watchers_[static_cast<std::size_t>(happening)];
+  }
 
   const Scenario& scenario_;
   History history_;
   std::vector<Watcher> watchers_;                // by happening
   std::vector<std::vector<Nanos>> occurrences_;  // by happening
   std::vector<Outcome> outcomes_;                // by expectation
+  std::vector<Cycle> cycles_;                    // by expectation
+  std::vector<bool> done_;                       // by event
+  std::string missing_;                          // the first event that has not come, as Trial has it
   Nanos now_ = 0;
 };
 

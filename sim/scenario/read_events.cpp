@@ -1,4 +1,5 @@
 // The events of a scenario: what is done to the machine.
+#include <algorithm>
 #include <optional>
 
 #include "machine/faults.h"
@@ -54,8 +55,10 @@ void ScenarioReader::ReadEvent(const Value& table) {
   std::string action;
   const bool known = SortOf(table, sorts, kEventWords, action);
   Event event;
+  event.line = static_cast<int>(table.location().line());
   Text(table, "name", event.name);
   ReadMoment(table, event.when);
+  moments_.push_back({&table, event.name, event.when});
   if (!known) return;
   for (const ActionRow& row : kActions) {
     if (row.word == action) (this->*row.read)(table, action, event);
@@ -70,8 +73,27 @@ void ScenarioReader::ReadMoment(const Value& table, Moment& when) {
   }
   when.delay = Time(table, after ? "delay" : "at", 0);
   if (after) return;
-  CheckTime(table, "at", when.delay);
   if (const Value* delay = Get(table, "delay")) Fail(*delay, "\"delay\" goes with \"after\"");
+}
+
+// The earliest time at which an event can come. Events that wait for each other in a circle: at any.
+Nanos ScenarioReader::EarliestOf(const Moment& moment, std::size_t depth) const {
+  if (moment.after < 0 || depth > moments_.size()) return moment.delay;
+  const Happening& after = HappeningAt(moment.after);
+  if (after.kind != HappeningKind::Event) return moment.delay;
+  const auto named = std::find_if(moments_.begin(), moments_.end(),
+                                  [&](const NamedMoment& each) { return each.name == after.words; });
+  if (named == moments_.end()) return moment.delay;
+  return EarliestOf(named->when, depth + 1) + moment.delay;
+}
+
+// An event that cannot come before the run ends is none.
+void ScenarioReader::CheckMoments() {
+  for (const NamedMoment& each : moments_) {
+    const char* const word = each.when.after < 0 ? "at" : "delay";
+    if (Get(*each.table, word) == nullptr) continue;
+    CheckTime(*each.table, word, EarliestOf(each.when, 0));
+  }
 }
 
 void ScenarioReader::ReadDatagram(const Value& table, const std::string& word, Event& event) {

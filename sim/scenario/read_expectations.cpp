@@ -55,6 +55,7 @@ void ScenarioReader::ReadExpectation(const Value& table) {
       ReadThen(table, expectation);
       break;
     case Sentence::Hold:
+    case Sentence::Events:
       break;
   }
   scenario_.expectations.push_back(expectation);
@@ -138,8 +139,11 @@ void ScenarioReader::ReadEnd(const Value& table) {
   CheckWords(table.as_table(), kEndWords);
   scenario_.endWait = Time(table, "wait", 0);
   const Value* hold = Get(table, "hold");
-  const toml::array* list =
-      List(hold == nullptr ? table : *hold, "hold", "[\"spindle off\", \"counter parts 5\"]");
+  if (hold == nullptr && Get(table, "wait") == nullptr) {
+    Fail(table, "[end] wants \"hold\", what is so at the end, or \"wait\", how long the machine goes on");
+  }
+  if (hold == nullptr) return;
+  const toml::array* list = List(*hold, "hold", "[\"spindle off\", \"counter parts 5\"]");
   if (list == nullptr) return;
   for (const Value& value : *list) {
     Expectation expectation;
@@ -150,6 +154,16 @@ void ScenarioReader::ReadEnd(const Value& table) {
     CheckLasting(value, expectation, "the end");
     scenario_.expectations.push_back(expectation);
   }
+}
+
+// An event that never comes makes whatever the others say worthless.
+void ScenarioReader::ExpectEvents() {
+  if (scenario_.events.empty()) return;
+  Expectation expectation;
+  expectation.demand = Demand::Events;
+  expectation.line = scenario_.events.front().line;
+  expectation.text = "every event comes";
+  scenario_.expectations.push_back(expectation);
 }
 
 }  // namespace rack::scenario

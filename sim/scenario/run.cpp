@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -35,6 +36,9 @@ static_assert(kStrideAccesses < kJournalCapacity);
 // While an event waits for something to happen: so much later than meant it comes at most.
 constexpr Nanos kShortStride = 10 * kMillisecond;
 constexpr int kLookMicros = 50;
+// A machine that fills the journal faster is looked at more often, so that this part of it is full at most.
+constexpr std::uint32_t kStrideRecords = kJournalCapacity / 4;
+constexpr Nanos kFirstStride = 10 * kMillisecond;
 
 // The signals that end this process are left to the thread that runs the controller, which ends it first.
 class SignalsForOthers {
@@ -164,6 +168,39 @@ class ControllerThread {
   std::thread thread_;
 };
 
+// Finds a task that executes line after line without a pause or a wait.
+constexpr int kSpinLines = 200'000;
+constexpr Nanos kShortestPause = kMillisecond;
+constexpr Nanos kSpinLimit = 10 * kSecond;  // of real time, for which it is watched
+
+class SpinWatch {
+ public:
+  void See(const JournalRecord& record) {
+    if (record.kind != JournalKind::ProgramLine || record.task >= kTaskRecords) return;
+    Row& row = rows_[record.task];
+    row.lines = record.time - row.last < kShortestPause ? row.lines + 1 : 1;
+    row.last = record.time;
+    if (row.lines != kSpinLines || IsFound()) return;
+    found_ = record;
+    since_ = MonotonicNow();
+  }
+  bool IsFound() const { return since_ != 0; }
+  // Whether it has been watched for long enough.
+  bool IsEnough() const { return IsFound() && MonotonicNow() - since_ > kSpinLimit; }
+  int Task() const { return found_.task; }
+  std::uint32_t File() const { return found_.file; }
+  std::uint32_t Line() const { return found_.line; }
+
+ private:
+  struct Row {
+    int lines = 0;
+    Nanos last = 0;
+  };
+  std::array<Row, kTaskRecords> rows_{};
+  JournalRecord found_{};
+  Nanos since_ = 0;
+};
+
 class Run {
  public:
   Run(const Scenario& scenario, std::string folder)
@@ -182,8 +219,10 @@ class Run {
     return SnapshotOf(State().image, *live_);
   }
   RackState& State() const { return *file_.State(); }
+  std::string LineText(const std::string& file, std::uint32_t line) const;
   bool Advance(Nanos time);
-  bool AwaitStand(std::uint32_t number) const;
+  bool AwaitStand(std::uint32_t number);
+  void ChooseStride(Nanos passed, std::uint32_t records);
   Nanos NextStop(Nanos now) const;
   void DoDueEvents(Nanos now);
   std::string Do(const Event& event);
@@ -198,15 +237,17 @@ class Run {
   std::unique_ptr<RackLive> live_;
   Launch launch_;
   std::optional<ControllerThread> controller_;
+  FileNames files_;
   std::unique_ptr<Judge> judge_;
   std::unique_ptr<JournalReader> journal_;
   std::optional<CardTableWatch> cards_;
   std::ofstream recording_;
   std::unique_ptr<Waveform> waveform_;
   std::ifstream console_;
-  std::string rest_;        // of the console: a line that has not ended yet
-  std::vector<bool> done_;  // by event
+  std::string rest_;  // of the console: a line that has not ended yet
   std::uint64_t lost_ = 0;
+  Nanos stride_ = kFirstStride;
+  SpinWatch spin_;
   std::string error_;
 };
 
@@ -228,23 +269,46 @@ std::string Run::Prepare(const RunPlaces& places) {
   console_.open(launch_.output, std::ios::binary);
   recording_.open(folder_ + "/recording");
   const Snapshot start = Look();
-  const FileNames files = FileNamesOf(State());
-  waveform_ = std::make_unique<Waveform>(recording_, start, files);
+  files_ = FileNamesOf(State());
+  waveform_ = std::make_unique<Waveform>(recording_, start, files_);
   waveform_->Begin();
   cards_.emplace(State());
   journal_ = std::make_unique<JournalReader>(State().journal, JournalReader::Start::Oldest);
-  judge_ = std::make_unique<Judge>(scenario_, start, files);
-  done_.resize(scenario_.events.size());
+  judge_ = std::make_unique<Judge>(
+      scenario_, start, files_,
+      [this](const std::string& file, std::uint32_t line) { return LineText(file, line); });
   return "";
 }
 
+// A line of a program without its comment. Of a file that an event exchanges it is not known which one a task has open.
+std::string Run::LineText(const std::string& file, std::uint32_t line) const {
+  const bool exchanged = std::any_of(scenario_.events.begin(), scenario_.events.end(),
+                                     [&](const Event& event) { return event.path == file; });
+  if (exchanged) return "";
+  std::ifstream program(machine_ + "/" + file, std::ios::binary);
+  std::string text;
+  for (std::uint32_t number = 0; number < line && std::getline(program, text); ++number) {
+  }
+  text.erase(std::min(text.find(';'), text.size()));
+  text.erase(text.find_last_not_of(" \t\r,") + 1);
+  return text;
+}
+
 // Waits until the machine stands after a command. False: the controller has ended.
-bool Run::AwaitStand(std::uint32_t number) const {
+bool Run::AwaitStand(std::uint32_t number) {
   while (!Stands(State().time, number)) {
     if (controller_->Ended()) return false;
+    ReadJournal();
+    if (spin_.IsEnough()) return false;
     usleep(kLookMicros);
   }
   return true;
+}
+
+// The next stride, by what the last one has brought.
+void Run::ChooseStride(Nanos passed, std::uint32_t records) {
+  const Nanos most = passed * kStrideRecords / std::max<std::uint32_t>(records, 1);
+  stride_ = std::clamp(most, kMicrosecond, std::min(2 * stride_, kStride));
 }
 
 // Lets the machine run up to a time.
@@ -258,9 +322,9 @@ bool Run::Advance(Nanos time) {
 // The next time at which something is to be done, or to be looked at.
 Nanos Run::NextStop(Nanos now) const {
   const Nanos accesses = std::max<Nanos>(State().time.setup.accessNanos, 1) * kStrideAccesses;
-  Nanos next = std::min(now + std::min(kStride, accesses), scenario_.limit);
+  Nanos next = std::min(now + std::min(stride_, accesses), scenario_.limit);
   for (std::size_t i = 0; i < scenario_.events.size(); ++i) {
-    if (done_[i]) continue;
+    if (judge_->IsDone(i)) continue;
     const std::optional<Nanos> due = judge_->TimeOf(scenario_.events[i].when);
     next = std::min(next, due ? *due : now + kShortStride);
   }
@@ -303,9 +367,8 @@ void Run::DoDueEvents(Nanos now) {
   for (std::size_t i = 0; i < scenario_.events.size(); ++i) {
     const Event& event = scenario_.events[i];
     const std::optional<Nanos> due = judge_->TimeOf(event.when);
-    if (done_[i] || !due || *due > now) continue;
-    done_[i] = true;
-    judge_->SeeEvent(event, now);
+    if (judge_->IsDone(i) || !due || *due > now) continue;
+    judge_->SeeEvent(i, now);
     const std::string error = Do(event);
     if (!error.empty() && error_.empty()) error_ = event.text + ": " + error;
   }
@@ -332,6 +395,7 @@ void Run::ReadJournal() {
   while (journal_->Next(record, lost_) == JournalReader::Result::Record) {
     waveform_->See(record);
     judge_->See(record);
+    spin_.See(record);
     if (record.kind == JournalKind::ConsoleText) ReadConsole(record);
   }
 }
@@ -346,8 +410,10 @@ void Run::Drive(RunReport& report) {
   if (runs) DoDueEvents(now);
   while (runs && now < end && error_.empty()) {
     const Nanos next = std::min(NextStop(now), end);
+    const std::uint32_t before = journal_->Number();
     runs = Advance(next);
     ReadJournal();
+    ChooseStride(next - now, journal_->Number() - before);
     now = runs ? next : State().live.now;
     judge_->Reach(now);
     const std::vector<std::string> differences = (*cards_)();
@@ -359,20 +425,27 @@ void Run::Drive(RunReport& report) {
     end = std::min(scenario_.limit, now + scenario_.endWait);
   }
   controller_->Finish();
-  if (!runs) why = controller_->Why();
+  const std::string spins =
+      spin_.IsFound() ? "spins at " + files_(spin_.File()) + ":" + std::to_string(spin_.Line()) : "";
+  if (!runs) why = spin_.IsEnough() ? spins : controller_->Why();
   judge_->End(now, why, runs);
   waveform_->End(now);
   recording_.flush();
   report.stopped = controller_->StopSignal();
-  report.error = controller_->Error().empty() ? error_ : controller_->Error();
-  report.result.outcomes = judge_->Outcomes();
-  report.result.end = now;
+  const std::string error = controller_->Error().empty() ? error_ : controller_->Error();
+  if (error.empty()) {
+    report.result.outcomes = judge_->Outcomes();
+    report.result.end = now;
+  } else {
+    report.result = ErrorOf(scenario_, error, now);
+  }
+  if (spins.empty()) return;
+  report.result.notes.push_back("task " + std::to_string(spin_.Task()) + " " + spins + ": " +
+                                std::to_string(kSpinLines) + " lines in a row without a pause or a wait");
 }
 
 void Run::KeepWaveform(const RunPlaces& places, ScenarioResult& result) const {
-  const bool failed = std::any_of(result.outcomes.begin(), result.outcomes.end(),
-                                  [](const Outcome& outcome) { return outcome.verdict == Verdict::Failed; });
-  if (!failed) return;
+  if (!places.keepsAll && !HasFailed(result)) return;
   std::error_code error;
   const std::string machine = fs::canonical(scenario_.machine, error).filename().string();
   const std::string name = (machine.empty() ? "" : machine + "-") + scenario_.name;
@@ -389,14 +462,17 @@ RunReport RunScenario(const Scenario& scenario, const RunPlaces& places) {
   report.result.scenario = &scenario;
   const WorkFolder folder;
   if (folder.Path().empty()) {
-    report.error = std::string("no folder for the run: ") + std::strerror(errno);
+    report.result = ErrorOf(scenario, std::string("no folder for the run: ") + std::strerror(errno), 0);
     return report;
   }
   Run run(scenario, folder.Path());
-  report.error = run.Prepare(places);
-  if (!report.error.empty()) return report;
+  const std::string error = run.Prepare(places);
+  if (!error.empty()) {
+    report.result = ErrorOf(scenario, error, 0);
+    return report;
+  }
   run.Drive(report);
-  if (report.error.empty() && report.stopped == 0) run.KeepWaveform(places, report.result);
+  if (report.stopped == 0) run.KeepWaveform(places, report.result);
   return report;
 }
 

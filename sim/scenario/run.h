@@ -11,14 +11,14 @@ struct RunPlaces {
   std::string controller;  // absolute path
   std::string library;     // absolute path
   std::string waveforms;   // directory that gets the recording of a failed scenario
+  bool keepsAll = false;   // and of one that has passed
 };
 
-// Runs a scenario until all is decided, its limit is reached, or the controller has ended. The text says why
-// it could not be run at all; then the result says nothing. `stopped`, where not 0, is the signal that told
+// Runs a scenario until all is decided, its limit is reached, or the controller has ended. An error of the run stands
+// in the result. `stopped`, where not 0, is the signal that told
 // this process to stop.
 struct RunReport {
   ScenarioResult result;
-  std::string error;
   int stopped = 0;
 };
 RunReport RunScenario(const Scenario& scenario, const RunPlaces& places);

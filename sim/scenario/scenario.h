@@ -21,6 +21,7 @@ struct Moment {
 enum class ActionKind { Key, Request, Datagram, Program, Restart };
 
 struct Event {
+  int line = 0;
   std::string name;  // may be empty
   std::string text;  // as shown: "key Enter"
   Moment when;
@@ -37,8 +38,9 @@ struct Event {
   demand(At)      /* it is so at that moment */                                                            \
   demand(Within)  /* it is so, or happens, within a time after the moment */                               \
   demand(Never)   /* it is not so and does not happen, from a moment on for a time or to the end */        \
-  demand(Order)   /* it happens, and not before `first` has happened */                                    \
-  demand(End)     /* it is so when the run ends */
+  demand(Order)   /* it happens, and each time only after `first` has happened */                          \
+  demand(End)     /* it is so when the run ends */                                                         \
+  demand(Events)  /* every event of the scenario has come: nobody has to write it */
 // clang-format on
 
 enum class Demand {
@@ -57,7 +59,7 @@ struct Expectation {
   int line = 0;
   std::string text;  // as a sentence: "clamped on within 300 ms after start"
   Demand demand = Demand::End;
-  int what = 0;     // row of the scenario's happenings
+  int what = -1;    // row of the scenario's happenings, -1: of Events
   int first = -1;   // of Order
   Moment from;      // of Within and Never
   Nanos limit = 0;  // By, At: since power-on; Within, Never: after the moment, of Never -1: to the end

@@ -117,8 +117,56 @@ int ScenarioReader::Happens(const Value& value) {
     Fail(value, choice.error);
     choice.happening.kind = HappeningKind::Level;
   }
+  places_.push_back({&value, static_cast<int>(scenario_.happenings.size())});
   scenario_.happenings.push_back(choice.happening);
   return static_cast<int>(scenario_.happenings.size()) - 1;
+}
+
+// How many tasks the controller starts: by its argument, or by the CPU card's switch, none without a driver.
+int ScenarioReader::TaskCount() const {
+  constexpr int kTasks = 8;
+  const RackImage& image = scenario_.setup->image;
+  const int wanted = !scenario_.tasks.empty()           ? WholeNumber(scenario_.tasks).value_or(1)
+                     : image.device == DeviceName::None ? 0
+                                                        : image.cards[0].cpu.taskCount;
+  return wanted > kTasks ? 1 : wanted;
+}
+
+// Why a line or a speaker can never come up on this machine: it is not there, and no event puts it there. Empty: it
+// may come.
+std::string ScenarioReader::WhyNotThere(const Happening& happening) const {
+  const int tasks = TaskCount();
+  const bool isTask = happening.who >= 1 && happening.who <= 8;
+  if (isTask && happening.who > tasks) {
+    return "there is no task " + std::to_string(happening.who) + ": this machine runs " +
+           (tasks == 1 ? "1 task" : std::to_string(tasks) + " tasks");
+  }
+  if (happening.kind != HappeningKind::Line) return "";
+  std::vector<std::string> contents(1);
+  const bool there = ReadWholeFile(scenario_.machine + "/" + happening.words, contents.front());
+  if (!there) contents.clear();
+  for (const Event& event : scenario_.events) {
+    if (event.path == happening.words) contents.push_back(event.content);
+  }
+  if (contents.empty()) {
+    return "there is no file " + happening.words + " in " + scenario_.machine +
+           ", and no event puts it there";
+  }
+  std::int64_t lines = 0;
+  for (const std::string& content : contents) {
+    const bool open = !content.empty() && content.back() != '\n';
+    lines = std::max<std::int64_t>(lines, std::count(content.begin(), content.end(), '\n') + (open ? 1 : 0));
+  }
+  if (happening.low <= lines) return "";
+  return happening.words + " has " + std::to_string(lines) + (lines == 1 ? " line" : " lines");
+}
+
+void ScenarioReader::CheckPlaces() {
+  for (const Place& place : places_) {
+    const std::string why = WhyNotThere(HappeningAt(place.happening));
+    if (!why.empty())
+      Fail(*place.value, InQuotes(HappeningAt(place.happening).text) + " can never happen: " + why);
+  }
 }
 
 bool ScenarioReader::ReadAfter(const Value& table, Moment& moment) {
@@ -144,9 +192,14 @@ void ScenarioReader::ReadRoot(const Value& root) {
   for (const Value* table : Tables(root, "expect")) ReadExpectation(*table);
   if (const Value* end = TableOf(root, "end")) ReadEnd(*end);
   ReadExplore(root);
-  if (Get(root, "expect") == nullptr && Get(root, "end") == nullptr) {
-    Fail(root, "nothing is expected here: write [[expect]] or [end]");
+  CheckMoments();
+  CheckPlaces();
+  const Value* end = Get(root, "end");
+  const bool holds = end != nullptr && (!end->is_table() || Get(*end, "hold") != nullptr);
+  if (Get(root, "expect") == nullptr && !holds) {
+    Fail(root, "nothing is expected here: write [[expect]], or [end] with \"hold\"");
   }
+  ExpectEvents();
 }
 
 bool ReadScenario(const std::string& path, Scenario& scenario, std::vector<std::string>& errors) {

@@ -45,6 +45,12 @@ class ScenarioReader : public ExploringReader {
   void ReadEventNames(const Value& root);
   void ReadEvent(const Value& table);
   void ReadMoment(const Value& table, Moment& when);
+  Nanos EarliestOf(const Moment& moment, std::size_t depth) const;
+  void CheckMoments();
+  void ExpectEvents();
+  int TaskCount() const;
+  void CheckPlaces();
+  std::string WhyNotThere(const Happening& happening) const;
 
   void ReadExpectation(const Value& table);
   void ReadThat(const Value& table, Expectation& expectation);
@@ -56,7 +62,20 @@ class ScenarioReader : public ExploringReader {
   static std::vector<Sort> Sentences();
   std::string AfterText(const Moment& moment) const;
 
+  // An event's moment, for what can be told of it when all are known.
+  struct NamedMoment {
+    const Value* table;
+    std::string name;
+    Moment when;
+  };
+  struct Place {
+    const Value* value;
+    int happening;
+  };
+
   Scenario& scenario_;
+  std::vector<NamedMoment> moments_;
+  std::vector<Place> places_;       // where each happening stands in the file
   std::vector<std::string> names_;  // of events
   Snapshot machine_;
 };

@@ -60,7 +60,7 @@ TEST_F(CasesTest, PassingScenariosPassAndLeaveNothing) {
   const std::string before = Run(files);
   const std::string output = Run("velmo-rack test pass");
   EXPECT_EQ(shell.Status(), 0) << output;
-  EXPECT_THAT(output, testing::StartsWith("TAP version 13\n1..29\n# pass/alarm.toml, 3.020 s of the machine\n"
+  EXPECT_THAT(output, testing::StartsWith("TAP version 13\n1..44\n# pass/alarm.toml, 3.020 s of the machine\n"
                                           "ok 1 - alarm: cylinder 3.0 alarm within 10 ms after jam\n"));
   // An hour was allowed.
   EXPECT_THAT(output, testing::HasSubstr("# pass/ends-early.toml, 1.200 s of the machine\n"));
@@ -88,7 +88,10 @@ TEST_F(CasesTest, EveryMistakeOfAScenarioHasItsPlaceAndNothingRuns) {
             "this file\n");
   std::ofstream(shell.Folder() / "cases/bad.toml") << "machine = \"machine\"\n";
   EXPECT_EQ(Run("velmo-rack test bad.toml"),
-            "bad.toml:1:1: nothing is expected here: write [[expect]] or [end]\n");
+            "bad.toml:1:1: nothing is expected here: write [[expect]], or [end] with \"hold\"\n");
+  std::ofstream(shell.Folder() / "cases/bad.toml") << "machine = \"machine\"\n[end]\nwait = \"1 s\"\n";
+  EXPECT_EQ(Run("velmo-rack test bad.toml"),
+            "bad.toml:1:1: nothing is expected here: write [[expect]], or [end] with \"hold\"\n");
   std::ofstream(shell.Folder() / "cases/bad.toml")
       << "machine = \"machine\"\n[[expect]]\nthat = 5\nby = \"1 s\"\n[end]\nhold = [3]\n";
   EXPECT_EQ(Run("velmo-rack test bad.toml"),
@@ -98,10 +101,15 @@ TEST_F(CasesTest, EveryMistakeOfAScenarioHasItsPlaceAndNothingRuns) {
 TEST_F(CasesTest, AControllerThatEndsFailsWhatIsNotDecided) {
   EXPECT_EQ(
       Run("velmo-rack test --controller /bin/true pass/order.toml"),
-      "TAP version 13\n1..1\n# pass/order.toml, 0.000 s of the machine\n"
+      "TAP version 13\n1..2\n# pass/order.toml, 0.000 s of the machine\n"
       "not ok 1 - order: clamped on before motor 2.0 starts\n  ---\n"
       "  message: \"at 0.000 s, the controller has ended with status 0: motor 2.0 starts has not come\"\n"
-      "  at: \"pass/order.toml:11\"\n  waveform: \"machine-order.vcd\"\n  ...\n");
+      "  at: \"pass/order.toml:11\"\n  waveform: \"machine-order.vcd\"\n  ...\n"
+      "not ok 2 - order: every event comes\n  ---\n"
+      "  message: \"at 0.000 s, the controller has ended with status 0: the event \\\"start\\\" of line 4 "
+      "was "
+      "never reached (key Enter): its time has not come\"\n"
+      "  at: \"pass/order.toml:4\"\n  waveform: \"machine-order.vcd\"\n  ...\n");
   EXPECT_EQ(shell.Status(), 1);
   EXPECT_EQ(Run("velmo-rack test --controller ./none pass/order.toml"),
             "velmo-rack: controller ./none: No such file or directory\n");
@@ -112,10 +120,63 @@ TEST_F(CasesTest, WhatTheRackRefusesIsSaidInItsWords) {
   std::ofstream(shell.Folder() / "cases/bad.toml")
       << "machine = \"machine\"\n[[event]]\nat = \"1 s\"\nkey = \"RUN\"\n"
          "[[expect]]\nthat = \"guard on\"\nby = \"2 s\"\n";
-  EXPECT_EQ(Run("velmo-rack test bad.toml"),
-            "TAP version 13\n1..1\nBail out! bad.toml: key RUN: the CPU card has no function keys: the rack "
-            "file gives it none\n");
+  // The error is told of each expectation, and what comes behind runs.
+  const std::string output = Run("velmo-rack test bad.toml pass/level.toml --junit results.xml");
+  EXPECT_THAT(output, testing::StartsWith(
+                          "TAP version 13\n1..5\n# bad.toml, 1.000 s of the machine\n"
+                          "not ok 1 - bad: guard on by 2 s\n  ---\n"
+                          "  message: \"key RUN: the CPU card has no function keys: the rack file gives it "
+                          "none\"\n  at: \"bad.toml:6\"\n"));
+  EXPECT_THAT(output, testing::HasSubstr("ok 5 - level: every event comes\n"));
   EXPECT_EQ(shell.Status(), 1);
+  const std::string xml = ReadText(shell.Folder() / "cases/results.xml");
+  EXPECT_THAT(xml, testing::HasSubstr("<testsuite name=\"bad\" tests=\"2\" failures=\"0\" errors=\"2\""));
+  EXPECT_THAT(xml, testing::HasSubstr("<error message=\"key RUN: the CPU card"));
+}
+
+TEST_F(CasesTest, ProveCountsTheFailures) {
+  const std::string output =
+      Run("prove --norc -e 'velmo-rack test' pass/level.toml fail/order.toml fail/end.toml");
+  EXPECT_THAT(output, testing::HasSubstr("Tests: 3 Failed: 2)"));
+  EXPECT_THAT(output, testing::HasSubstr("Tests: 5 Failed: 2)"));
+  EXPECT_THAT(output, testing::HasSubstr("Files=3, Tests=11,"));
+}
+
+TEST_F(CasesTest, WhatTheConsoleHoldsSpoilsNoReader) {
+  std::ofstream(shell.Folder() / "cases/machine/plc1/FLOW.PLC")
+      << "FL: \xFF\x1b[0m\x01<&\xC3\xA4\"]]>.PLC\nOUT: 1, 1, 1\nEXIT\n";
+  const std::string output = Run("velmo-rack test fail/console.toml --junit results.xml");
+  EXPECT_THAT(output, testing::HasSubstr("\\xff\\x1b[0m\\x01<&\xC3\xA4"));
+  EXPECT_EQ(Run("xmllint --noout results.xml"), "");
+  EXPECT_EQ(shell.Status(), 0);
+  EXPECT_EQ(Run("iconv -f UTF-8 -t UTF-8 results.xml | cmp - results.xml"), "");
+}
+
+TEST_F(CasesTest, AProgramThatSpinsIsNamedAndTheSuiteGoesOn) {
+  std::ofstream(shell.Folder() / "cases/machine/plc1/FLOW.PLC") << "G_ST: 0\n#LE: 1\nOUT: 1, 1, 1\nGO: 1\n";
+  const std::string output = Run("velmo-rack test pass/level.toml fail/dead-controller.toml");
+  EXPECT_THAT(output, testing::ContainsRegex(
+                          "# task 1 spins at plc1/FLOW.PLC:[1-4]: 200000 lines in a row without a pause"));
+  EXPECT_THAT(output, testing::HasSubstr("ok 2 - level: clamped off at 1 s\n"));
+  EXPECT_THAT(output, testing::HasSubstr("not ok 4 - dead-controller: key Enter"));
+}
+
+TEST_F(CasesTest, AMachineWithoutScenariosSaysSo) {
+  EXPECT_EQ(Run("velmo-rack test machine"),
+            "velmo-rack: machine: this machine has no scenarios: they stand in its folder \"scenarios\", "
+            "files that "
+            "end in .toml\n");
+  EXPECT_EQ(shell.Status(), 2);
+}
+
+TEST_F(CasesTest, JobsChangeNothingAndTheFilterChooses) {
+  const std::string one = Run("velmo-rack test pass --jobs 1");
+  EXPECT_EQ(Run("velmo-rack test pass --jobs 4"), one);
+  EXPECT_THAT(Run("velmo-rack test pass --filter evel --vcd"),
+              testing::StartsWith("TAP version 13\n1..3\n# pass/level.toml"));
+  EXPECT_THAT(ReadText(shell.Folder() / "cases/level.vcd"), testing::HasSubstr("$enddefinitions $end\n#0\n"));
+  EXPECT_EQ(Run("velmo-rack test pass --filter none"), "velmo-rack: no scenario has \"none\" in its name\n");
+  EXPECT_EQ(shell.Status(), 2);
 }
 
 TEST_F(CasesTest, JunitHasEveryExpectation) {
@@ -125,10 +186,10 @@ TEST_F(CasesTest, JunitHasEveryExpectation) {
       xml,
       testing::StartsWith(
           "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites>\n"
-          "  <testsuite name=\"level\" tests=\"2\" failures=\"0\" errors=\"0\" skipped=\"0\" "
+          "  <testsuite name=\"level\" tests=\"3\" failures=\"0\" errors=\"0\" skipped=\"0\" "
           "time=\"1.200\">\n"
           "    <testcase classname=\"level\" name=\"clamped on by 2 s\" file=\"pass/level.toml\" line=\"10\" "
-          "time=\"1.190\"/>\n"));
+          "time=\"1.190\" />\n"));
   EXPECT_THAT(xml,
               testing::HasSubstr("<failure message=\"at 3.200 s, the end: counter parts is 2 since 1.991 s\">"
                                  "fail/end.toml:17\n"));

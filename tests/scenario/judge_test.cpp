@@ -83,7 +83,8 @@ TEST_F(JudgeTest, NeverWatchesItsTimeOnly) {
   EXPECT_EQ(Judged({{40, "door on"}, {60, "door off"}, {61, "part on"}, {70, "door off"}}, 200),
             "open: failed passed passed failed passed failed");
   EXPECT_EQ(outcomes[0].message, "at 0.000 s, door (1.1) is on since 0.000 s");
-  EXPECT_EQ(outcomes[0].story, std::vector<std::string>{"     0.000  -     input door (1.1) on"});
+  EXPECT_EQ(outcomes[0].story,
+            std::vector<std::string>{"0.000      -" + std::string(20, ' ') + "input door (1.1) on"});
 }
 
 TEST_F(JudgeTest, WhatLastsUnseenBetweenTwoEventsBreaksNever) {
@@ -98,8 +99,8 @@ TEST_F(JudgeTest, TheEndDecidesWhatIsOpen) {
   Expect(Demand::End, "door on", 0);
   EXPECT_EQ(Judged({{10, "part on"}}, 100), "open: passed passed passed failed");
   EXPECT_EQ(Judged({{10, "part on"}}, 90), "open: failed passed passed failed");
-  // A controller that ended too early has not shown that something never happens.
-  EXPECT_EQ(Judged({{10, "part on"}}, 100, false), "open: failed failed passed failed");
+  // A controller that ended too early has not shown that something never happens, nor what is so at the end.
+  EXPECT_EQ(Judged({{10, "part on"}}, 100, false), "open: failed failed failed failed");
 }
 
 TEST(ReportTest, TextsOfPeopleBreakNeitherTapNorXml) {
@@ -112,28 +113,32 @@ TEST(ReportTest, TextsOfPeopleBreakNeitherTapNorXml) {
   ScenarioResult result;
   result.scenario = &scenario;
   result.end = 1'500'000'000;
-  result.outcomes = {{Verdict::Failed, 1'250'000'000, "it said \"no\"\x01", {"a \\ b", "c"}}};
+  result.outcomes = {
+      {Verdict::Failed, 1'250'000'000, "it said \"no\"\x01\xFF", {"task 1 a:1"}, {"a \\ b", "c\n"}}};
   EXPECT_EQ(TapOf(result, 4),
             "# a&b.toml, 1.500 s of the machine\n"
             "not ok 4 - a&b: plc1 prints \\#1 <\"x\">\n"
             "  ---\n"
-            "  message: \"it said \\\"no\\\"?\"\n"
+            "  message: \"it said \\\"no\\\"\\\\x01\\\\xff\"\n"
             "  at: \"a&b.toml:3\"\n"
-            "  happened: |2\n"
+            "  tasks: |\n"
+            "    task 1 a:1\n"
+            "  happened: |\n"
             "    a \\ b\n"
-            "    c\n"
+            "    c\\x0a\n"
             "  ...\n");
   EXPECT_EQ(
-      JunitOf({result}),
+      JunitOf({SuiteOf(result)}),
       "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
       "<testsuites>\n"
       "  <testsuite name=\"a&amp;b\" tests=\"1\" failures=\"1\" errors=\"0\" skipped=\"0\" time=\"1.500\">\n"
-      "    <testcase classname=\"a&amp;b\" name=\"plc1 prints #1 &lt;&quot;x&quot;&gt;\" "
+      "    <testcase classname=\"a&amp;b\" name=\"plc1 prints #1 &lt;&quot;x&quot;>\" "
       "file=\"a&amp;b.toml\" "
       "line=\"3\" time=\"1.250\">\n"
-      "      <failure message=\"it said &quot;no&quot;?\">a&amp;b.toml:3\n"
+      "      <failure message=\"it said &quot;no&quot;\\x01\\xff\">a&amp;b.toml:3\n"
+      "task 1 a:1\n"
       "a \\ b\n"
-      "c\n"
+      "c\n\n"
       "</failure>\n"
       "    </testcase>\n"
       "  </testsuite>\n"

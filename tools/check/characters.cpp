@@ -44,9 +44,6 @@ constexpr Range kInvisible[] = {{0x00AD, 0x00AD}, {0x034F, 0x034F}, {0x061C, 0x0
                                 {0x3164, 0x3164}, {0xFE00, 0xFE0F}, {0xFFA0, 0xFFA0}, {0xE0000, 0xE007F}};
 constexpr Range kBlanks = {0x2000, 0x200A};
 constexpr Range kFullWidth = {0xFF01, 0xFF5E};  // "!" to "~"
-constexpr Range kC1 = {0x80, 0x9F};
-// What turns the direction of the text behind it, or ends a line.
-constexpr Range kObeyed[] = {{0x200E, 0x200F}, {0x2028, 0x202E}, {0x2066, 0x2069}};
 
 struct Letter {
   char32_t code;
@@ -108,31 +105,10 @@ std::optional<LookAlike> WithoutCode(char32_t code) {
 
 }  // namespace
 
-Character CharacterAt(std::string_view text, size_t at) {
-  constexpr char32_t kLowest[] = {0, 0, 0x80, 0x800, 0x10000};
-  const auto lead = static_cast<unsigned char>(text[at]);
-  if (lead < 0x80) return {lead, 1};
-  const size_t size = (lead & 0xE0) == 0xC0 ? 2 : (lead & 0xF0) == 0xE0 ? 3 : (lead & 0xF8) == 0xF0 ? 4 : 0;
-  if (size == 0 || at + size > text.size()) return {kNoCharacter, 1};
-  char32_t code = lead & (0xFFU >> (size + 1));
-  for (size_t i = 1; i < size; ++i) {
-    const auto byte = static_cast<unsigned char>(text[at + i]);
-    if ((byte & 0xC0) != 0x80) return {kNoCharacter, 1};
-    code = code << 6 | (byte & 0x3FU);
-  }
-  const bool isSurrogate = code >= 0xD800 && code <= 0xDFFF;
-  if (code < kLowest[size] || code > 0x10FFFF || isSurrogate) return {kNoCharacter, 1};
-  return {code, size};
-}
-
 std::string CodePoint(char32_t code) {
   char text[16] = "";
   std::snprintf(text, sizeof text, "U+%04X", static_cast<unsigned int>(code));
   return text;
-}
-
-bool IsControl(char32_t code) {
-  return code < 0x20 || code == 0x7F || IsIn(kC1, code) || IsInOneOf(kObeyed, code) || code == kNoCharacter;
 }
 
 std::optional<LookAlike> LookAlikeOf(char32_t code) {

@@ -25,7 +25,6 @@ constexpr const char* kBold = "\033[1m";
 constexpr const char* kRed = "\033[1;31m";
 constexpr const char* kMagenta = "\033[1;35m";
 constexpr const char* kPlain = "\033[0m";
-constexpr const char* kHex = "0123456789abcdef";
 constexpr const char* kHexOfUris = "0123456789ABCDEF";
 
 Severity LevelOf(const Finding& finding, const OutputNotes& notes) {
@@ -249,23 +248,6 @@ std::vector<Finding> Report::Sorted() const {
 
 std::string DidYouMean(const std::string& word) {
   return word.empty() ? "" : "; did you mean \"" + word + "\"?";
-}
-
-std::string Printable(const std::string& text) {
-  std::string shown;
-  for (size_t at = 0; at < text.size();) {
-    const Character character = CharacterAt(text, at);
-    for (size_t i = 0; i < character.size; ++i) {
-      const auto byte = static_cast<unsigned char>(text[at + i]);
-      if (IsControl(character.code)) {
-        shown += std::string("\\x") + kHex[byte >> 4] + kHex[byte & 15];
-      } else {
-        shown += text[at + i];
-      }
-    }
-    at += character.size;
-  }
-  return shown;
 }
 
 std::string Render(const std::vector<Finding>& findings, Format format, bool colours,

@@ -6,6 +6,7 @@
 
 #include "check/program.h"
 #include "check/rules.h"
+#include "toml/characters.h"
 
 namespace check {
 
@@ -44,8 +45,7 @@ class Report {
 // "; did you mean X?" or nothing.
 std::string DidYouMean(const std::string& word);
 
-// Text as it may go to a terminal: control characters, and bytes that are no UTF-8, as "\x1b".
-std::string Printable(const std::string& text);
+using rack::Printable;
 
 enum class Format { Text, Gcc, Sarif, Json };
 
