@@ -277,6 +277,7 @@ Snapshot Machine::Recorded() {
 Snapshot Machine::View(bool running) {
   Snapshot snapshot = SnapshotOf(State().image, *live_);
   snapshot.running = running;
+  if (running) snapshot.waitsFor = WaitedFor(State().readers);
   const Nanos now = snapshot.nowNanos;
   for (int task = 1; task <= 8; ++task) {
     const TaskRecord& known = live_->tasks[task];

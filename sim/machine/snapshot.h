@@ -85,6 +85,7 @@ struct Snapshot {
   bool busFails = false;  // the driver's reads fail
   int process = 0;
   std::int64_t nowNanos = 0;  // since power-on
+  std::string waitsFor;       // the reader for which time stands, empty: none
   unsigned restarts = 0;
   unsigned syncs = 0;
   std::vector<CardView> cards;  // by entry of the card table
