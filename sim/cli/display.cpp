@@ -115,6 +115,7 @@ std::string TextOf(const Snapshot& snapshot) {
   text += ", " + Seconds(snapshot.nowNanos) + " since power-on, restarts " +
           std::to_string(snapshot.restarts) + ", syncs " + std::to_string(snapshot.syncs) + "\n";
   if (!snapshot.broken.empty()) text += "time could not go on: " + snapshot.broken + "\n";
+  if (!snapshot.waitsFor.empty()) text += "time stands: waits for " + snapshot.waitsFor + "\n";
   for (std::size_t entry = 0; entry < snapshot.cards.size(); ++entry) {
     AddCard(text, snapshot, static_cast<int>(entry));
   }

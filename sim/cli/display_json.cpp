@@ -72,6 +72,7 @@ std::string JsonOf(const Snapshot& snapshot) {
   Json json = {{"running", snapshot.running},
                {"process", snapshot.process},
                {"seconds", static_cast<double>(snapshot.nowNanos) / 1e9},
+               {"waits_for", snapshot.waitsFor},
                {"restarts", snapshot.restarts},
                {"syncs", snapshot.syncs},
                {"cards", Json::array()},

@@ -12,7 +12,7 @@ constexpr Nanos kTellLost = kSecond;  // so often at most
 
 }  // namespace
 
-FollowSummary Follow(Machine& machine, JournalReader& reader, const FollowOptions& options,
+FollowSummary Follow(Machine& machine, PatientReader& reader, const FollowOptions& options,
                      const std::function<void(const JournalRecord&)>& record,
                      const std::function<void(std::uint64_t)>& lost) {
   FollowSummary summary;

@@ -20,7 +20,7 @@ struct FollowSummary {
 
 // Hands every record on in order; `lost` is told how many records were overwritten since it was told last, at most
 // once a second.
-FollowSummary Follow(Machine& machine, JournalReader& reader, const FollowOptions& options,
+FollowSummary Follow(Machine& machine, PatientReader& reader, const FollowOptions& options,
                      const std::function<void(const JournalRecord&)>& record,
                      const std::function<void(std::uint64_t)>& lost);
 

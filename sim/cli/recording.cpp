@@ -52,6 +52,7 @@ std::string RunRecorder::Start(const std::string& machine, const std::string& lo
   if (table_) log_ << Tracer::Header() << "\n";
   if (!vcd.empty()) waveform_.emplace(vcd_, start_, machine_.Files());
   if (waveform_) waveform_->Begin();
+  reader_.emplace(machine_.State().journal, machine_.Readers(), JournalReader::Start::Oldest, "run");
   // The signals that end this process are left to the thread that runs the controller.
   sigset_t all;
   sigset_t before;
@@ -63,7 +64,7 @@ std::string RunRecorder::Start(const std::string& machine, const std::string& lo
 }
 
 void RunRecorder::Follow() {
-  JournalReader reader(machine_.State().journal, JournalReader::Start::Oldest);
+  PatientReader& reader = *reader_;
   for (bool last = false; !last;) {
     // Asked before the journal is read to its end.
     last = over_.load(std::memory_order_acquire);
@@ -72,7 +73,7 @@ void RunRecorder::Follow() {
   }
 }
 
-void RunRecorder::Drain(JournalReader& reader) {
+void RunRecorder::Drain(PatientReader& reader) {
   JournalRecord record{};
   std::uint64_t missed = 0;
   while (reader.Next(record, missed) == JournalReader::Result::Record) {

@@ -34,7 +34,7 @@ class RunRecorder {
 
  private:
   void Follow();
-  void Drain(JournalReader& reader);
+  void Drain(PatientReader& reader);
   void Write(const JournalRecord& record);
   void Lost(std::uint64_t records);
 
@@ -50,6 +50,7 @@ class RunRecorder {
   std::optional<Waveform> waveform_;
   std::uint64_t lost_ = 0;
   std::atomic<bool> over_{false};
+  std::optional<PatientReader> reader_;  // has its slot before the controller starts
   std::thread thread_;
 };
 

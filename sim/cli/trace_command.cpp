@@ -16,8 +16,8 @@ int Trace(const TraceOptions& options) {
   const std::string unopened = machine.Open(options.machine);
   if (!unopened.empty()) return Complain(kFailed, unopened);
   const bool oldest = options.fromStart || options.once;
-  JournalReader reader(machine.State().journal,
-                       oldest ? JournalReader::Start::Oldest : JournalReader::Start::Newest);
+  PatientReader reader(machine.State().journal, options.once ? nullptr : machine.Readers(),
+                       oldest ? JournalReader::Start::Oldest : JournalReader::Start::Newest, "trace");
   const Snapshot snapshot = machine.Take();
   TraceFilter filter;
   const std::string wrong = filter.Choose(snapshot, options.words);

@@ -14,7 +14,7 @@ namespace rack::cli {
 namespace {
 
 // What happened up to now without a gap; all before the last gap counts as lost.
-std::vector<JournalRecord> Past(JournalReader& reader, std::uint64_t& lost) {
+std::vector<JournalRecord> Past(PatientReader& reader, std::uint64_t& lost) {
   std::vector<JournalRecord> records;
   JournalRecord record{};
   std::uint64_t missed = 0;
@@ -44,8 +44,8 @@ int RecordVcd(const VcdOptions& options) {
   if (!file) return Complain(kFailed, options.file + ": " + std::strerror(errno));
 
   const bool oldest = options.fromStart || options.once;
-  JournalReader reader(machine.State().journal,
-                       oldest ? JournalReader::Start::Oldest : JournalReader::Start::Newest);
+  PatientReader reader(machine.State().journal, options.once ? nullptr : machine.Readers(),
+                       oldest ? JournalReader::Start::Oldest : JournalReader::Start::Newest, "vcd");
   std::uint64_t lost = oldest ? reader.Number() : 0;
   // Taken before the past is read, so that the past reaches beyond it.
   Snapshot snapshot = machine.Recorded();

@@ -278,6 +278,7 @@ Snapshot Machine::View(bool running) {
   Snapshot snapshot = SnapshotOf(State().image, *live_);
   snapshot.running = running;
   snapshot.broken = BrokenText(State().time);
+  if (running) snapshot.waitsFor = WaitedFor(State().readers);
   const Nanos now = snapshot.nowNanos;
   for (int task = 1; task <= 8; ++task) {
     const TaskRecord& known = live_->tasks[task];

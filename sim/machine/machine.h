@@ -62,6 +62,11 @@ class Machine {
   // A steady copy of what the controller's side keeps changing, as of its last bus access.
   const RackLive& Live();
 
+  // What a reader of the journal that must lose nothing takes a slot in; null where nobody waits for readers.
+  ReaderTable* Readers() const {
+    return State().time.setup.mode == TimeMode::Virtual ? &State().readers : nullptr;
+  }
+
   // Names a program file by its number. A name stands in the state before the first record with its number does, and
   // never changes.
   FileNames Files() const;

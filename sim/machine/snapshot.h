@@ -86,6 +86,7 @@ struct Snapshot {
   int process = 0;
   std::string broken;         // why virtual time could not go on, as a sentence; empty: nothing is wrong
   std::int64_t nowNanos = 0;  // since power-on
+  std::string waitsFor;       // the reader for which time stands, empty: none
   unsigned restarts = 0;
   unsigned syncs = 0;
   std::vector<CardView> cards;  // by entry of the card table

@@ -96,6 +96,7 @@ Origin Session::Caller() const {
 int Session::Read(std::uint8_t port) {
   CurrentTime().BusAccess();
   const std::lock_guard<OwnMutex> lock(guard_);
+  room_.Await(*state_.State());
   Origin origin = Caller();
   if (origin.task == kUnknownTask && port == kKeypadPort && state_.State()->live.selectedSlot == 0) {
     ThisTask = origin.task = kKeypadTask;
@@ -109,6 +110,7 @@ int Session::Read(std::uint8_t port) {
 void Session::Write(std::uint8_t port, std::uint8_t value) {
   CurrentTime().BusAccess();
   const std::lock_guard<OwnMutex> lock(guard_);
+  room_.Await(*state_.State());
   rack_->WritePort(port, value, Now(), Caller());
   NoteAccess(port);
 }
@@ -237,6 +239,7 @@ void Session::FileOpened(const char* path, FILE* stream) {
   const std::uint8_t number = TaskOfPath(path);
   if (number == 0) return;
   const std::lock_guard<OwnMutex> lock(guard_);
+  room_.Await(*state_.State());
   ThisTask = number;
   rack_->AdvanceTo(Now());
   RackLive& live = state_.State()->live;
@@ -291,6 +294,7 @@ void Session::LineRead(FILE* stream, const void* caller, const char* line, std::
 // The line that is executed next; its fileNumber is 0 when this read leads to none.
 DueLine Session::TakeLine(FILE* stream, const void* caller, const char* line, std::size_t length) {
   const std::lock_guard<OwnMutex> lock(guard_);
+  room_.Await(*state_.State());
   OpenProgram* program = Find(stream);
   if (program == nullptr) return {};
   if (RunnerReads == nullptr) RunnerReads = caller;
@@ -343,6 +347,7 @@ bool Session::NoteEnd(OpenProgram& program) {
 
 void Session::ConsoleWritten(const char* text, std::size_t count) {
   const std::lock_guard<OwnMutex> lock(guard_);
+  room_.Await(*state_.State());
   rack_->AdvanceTo(Now());
   const Origin caller = Caller();
   rack_->Note(JournalKind::ConsoleText, 0, 0, static_cast<std::int32_t>(count), caller);

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "preload/bus_target.h"
+#include "preload/journal_room.h"
 #include "preload/next.h"
 #include "preload/time_source.h"
 #include "rack/rack.h"
@@ -80,6 +81,7 @@ class Session final : public BusTarget {
   void NoteListed(const char* line);
 
   OwnMutex guard_;
+  JournalRoom room_;
   StateFile state_;
   std::unique_ptr<Rack> rack_;
   std::string home_;  // folder of the run, without a slash at its end

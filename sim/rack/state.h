@@ -18,6 +18,7 @@
 #include "cards/card_kinds.h"
 #include "plant/plant.h"
 #include "rack/journal.h"
+#include "rack/readers.h"
 #include "rack/requests.h"
 #include "rack/time_control.h"
 
@@ -214,6 +215,7 @@ struct RackState {
   RequestRing requests;
   JournalRing journal;
   TimeControl time;
+  ReaderTable readers;
 };
 static_assert(offsetof(RackState, powerOn) == 16);
 static_assert(offsetof(RackState, image) == 24);

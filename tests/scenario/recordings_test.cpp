@@ -75,6 +75,25 @@ TEST_F(RecordingsTest, ATraceShowsWhatIsAskedFor) {
   }
 }
 
+// A program without a pause fills the journal several times in a second of the machine.
+TEST_F(RecordingsTest, TimeStandsForAReaderThatIsBehindAndGoesOnWithoutOneThatIsGone) {
+  Program("G_ST: 0\n#LE: 1\nOUT: 0, 0, 1\nOUT: 0, 0, 0\nGO: 1\n");
+  const std::string start =
+      "rm -rf cell/.velmo-rack; velmo-rack run --time virtual --stopped --for 400ms cell > console.txt & "
+      "run=$!\n"
+      "until velmo-rack show --machine cell > /dev/null 2>&1; do sleep 0.02; done; mkfifo pipe\n"
+      "velmo-rack trace --csv --from-start --machine cell > pipe 2> told.txt & trace=$!\n"
+      "exec 3< pipe; velmo-rack go --machine cell\n"
+      "until velmo-rack show --machine cell | grep -q '^time stands: waits for trace (process [0-9]*)'; do "
+      "sleep 0.02; kill -0 $run || exit 1; done\n";
+  EXPECT_EQ(shell.Run(start + "cat <&3 > trace.csv; wait $run; wait $trace; grep -o complete told.txt"),
+            "complete\n");
+  EXPECT_EQ(shell.Run("[ $(wc -l < trace.csv) -gt 300000 ]"), "");
+  EXPECT_EQ(shell.Status(), 0);
+  EXPECT_THAT(shell.Run("rm pipe\n" + start + "kill -9 $trace; wait $run; echo $?"),
+              testing::EndsWith("0\n"));
+}
+
 TEST_F(RecordingsTest, LineNumbersAreRightBehindAZeroByteAndInManyFiles) {
   Program("OUT: 0, 0, 1;\\000 a\\nOUT: 0, 1, 1\\n\\000\\nOUT: 0, 2, 1\\nEXIT\\n");
   Run();

@@ -146,6 +146,24 @@ TEST_F(RunTest, AnInterceptedRestartStartsTheControllerAgainOnTheSameRack) {
   EXPECT_THAT(Output(), testing::HasSubstr("the controller restarted the machine, starting it again\n"));
 }
 
+TEST_F(RunTest, ADeathHasItsSignalsNameAndTheDeadDoNotRun) {
+  const path script = machine.parent_path() / "dies";
+  std::ofstream(script) << "#!/bin/sh\nkill -SEGV $$\n";
+  std::filesystem::permissions(script, std::filesystem::perms::owner_all);
+  EXPECT_EQ(Tool({"run", "--controller", script, machine}), 1);
+  EXPECT_THAT(Output(), testing::HasSubstr(
+                            "velmo-rack: the controller has died by SIGSEGV before it came to the rack\n"));
+  Machine view;
+  ASSERT_EQ(view.Open(machine), "");
+  const pid_t child = fork();
+  if (child == 0) _exit(0);
+  siginfo_t ended{};
+  ASSERT_EQ(waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOWAIT), 0);
+  view.State().live.controller.process = child;
+  EXPECT_FALSE(view.Running());  // it has ended, and nobody has asked how
+  EXPECT_EQ(waitpid(child, nullptr, 0), child);
+}
+
 TEST_F(RunTest, KeysAreTakenAndTheProgramFollows) {
   Run();
   ASSERT_EQ(Tool({"key", "Enter", "--machine", machine}), 0) << Output();
