@@ -243,7 +243,7 @@ std::string Run::Prepare(const RunPlaces& places) {
 bool Run::AwaitStand(std::uint32_t number) const {
   while (!Stands(State().time, number)) {
     if (controller_->Ended()) return false;
-    usleep(kLookMicros);
+    AwaitStanding(State().time);
   }
   return true;
 }
