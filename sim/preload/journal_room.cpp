@@ -65,7 +65,7 @@ void JournalRoom::WaitFor(RackState& state, ReaderSlot& slot) {
     const std::uint32_t now = slot.beat.load(std::memory_order_relaxed);
     silent = now == beat ? silent + 1 : 0;
     beat = now;
-    const bool gone = StartOfProcess(process) != slot.started;
+    const bool gone = StartOfProcess(process, call) != slot.started;
     std::uint32_t expected = process;
     if (gone || silent >= kPiecesWithoutBeat) slot.process.compare_exchange_strong(expected, 0);
   }

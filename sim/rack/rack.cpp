@@ -58,13 +58,23 @@ int Rack::ReadPort(std::uint8_t port, Nanos now, const Origin& origin) {
 }
 
 void Rack::WritePort(std::uint8_t port, std::uint8_t value, Nanos now, const Origin& origin) {
-  if (port != kSlotSelect) quietUntil_ = 0;
   AdvanceTo(now);
   const LiveChange change(live_);
   if (port == kSlotSelect) live_.selectedSlot = value;
   const auto slot = static_cast<std::uint8_t>(live_.selectedSlot);
+  const bool reaches = port != kSlotSelect && slot < kSlots && !Faulty(FaultKind::CardPulled, slot);
+  const bool changes = reaches && Changes(slot, port, value);
+  if (changes) {
+    // The plant is worked out up to the write with what was so before it.
+    quietUntil_ = 0;
+    Reach(live_.now);
+  }
   Note(JournalKind::Write, slot, port, value, origin);
-  if (port == kSlotSelect || slot >= kSlots || Faulty(FaultKind::CardPulled, slot)) return;
+  if (!reaches) return;
+  if (!changes) {
+    NoteMovers(slot, false);
+    return;
+  }
 
   NoteProtest(ProtestOfWrite(live_.cards[slot], port, value, live_.now), slot, port, value, origin);
   const std::uint32_t outputs = OutputLevels(live_.cards[slot]);
@@ -80,6 +90,16 @@ void Rack::WritePort(std::uint8_t port, std::uint8_t value, Nanos now, const Ori
   NoteOutputs(slot, outputs, origin);
   SettlePlant(live_.now);
   NoteMovers(slot, false);
+}
+
+// Whether a write leaves the card other than it was. A poll selects the channel that is selected already: the plant,
+// which sees nothing but the cards, need not be worked out for it.
+bool Rack::Changes(int slot, std::uint8_t port, std::uint8_t value) const {
+  CardState trial = live_.cards[slot];
+  WriteCard(trial, port, value, live_.now);
+  // Byte by byte: what no member of the union uses was copied too, and a difference there would only cost work.
+  const auto* const before = reinterpret_cast<const unsigned char*>(&live_.cards[slot]);
+  return !std::equal(before, before + sizeof trial, reinterpret_cast<const unsigned char*>(&trial));
 }
 
 void Rack::Note(JournalKind kind, std::uint8_t slot, std::uint8_t port, std::int32_t value,

@@ -95,6 +95,7 @@ class Rack final : private EventSink {
   void NoteFault(JournalKind kind, const FaultRecord& fault);
   void ApplyStuck(int slot);
   bool Faulty(FaultKind kind, int slot) const;
+  bool Changes(int slot, std::uint8_t port, std::uint8_t value) const;
 
   const RackImage& image_;
   RackLive& live_;

@@ -17,15 +17,15 @@ constexpr unsigned kPublishEvery = 1024;
 
 }  // namespace
 
-std::uint64_t StartOfProcess(std::uint32_t process) {
+std::uint64_t StartOfProcess(std::uint32_t process, KernelCall kernel) {
   constexpr int kFieldsToStart = 20;  // of /proc/PID/stat, counted from the state behind the name
   char path[40];
   std::snprintf(path, sizeof path, "/proc/%u/stat", process);
   char text[1024];
-  const long file = syscall(SYS_openat, AT_FDCWD, path, O_RDONLY | O_CLOEXEC, 0);
+  const long file = kernel(SYS_openat, AT_FDCWD, path, O_RDONLY | O_CLOEXEC, 0);
   if (file < 0) return 0;
-  const long count = syscall(SYS_read, file, text, sizeof text - 1);
-  syscall(SYS_close, file);
+  const long count = kernel(SYS_read, file, text, sizeof text - 1);
+  kernel(SYS_close, file);
   if (count <= 0) return 0;
   text[count] = '\0';
   // The name of the program stands in brackets and may hold some itself.
@@ -63,7 +63,7 @@ void PatientReader::TakeSlot(ReaderTable& table, const char* name) {
     if (!slot.process.compare_exchange_strong(free, process_)) continue;
     slot_ = &slot;
     slot.position.store(reader_.Number(), std::memory_order_relaxed);
-    slot.started = StartOfProcess(process_);
+    slot.started = StartOfProcess(process_, &syscall);
     std::memset(slot.name, 0, sizeof slot.name);
     std::memcpy(slot.name, name, strnlen(name, sizeof slot.name - 1));
     table.changes.fetch_add(1, std::memory_order_release);

@@ -35,8 +35,11 @@ struct ReaderTable {
 // "trace (process 123)", what the controller's side waits for; empty: nothing.
 std::string WaitedFor(const ReaderTable& table);
 
-// When a process started; 0 when there is none, or it has ended.
-std::uint64_t StartOfProcess(std::uint32_t process);
+using KernelCall = long (*)(long number, ...) noexcept;
+
+// When a process started; 0 when there is none, or it has ended. kernel: within the controller the one behind the
+// library, whose own refuses what virtual time does not answer.
+std::uint64_t StartOfProcess(std::uint32_t process, KernelCall kernel);
 
 class PatientReader {
  public:

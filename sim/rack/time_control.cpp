@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <ctime>
 
 namespace rack {
 
@@ -16,11 +17,18 @@ std::string BrokenText(const TimeControl& time) {
 std::uint32_t Order(TimeControl& time, const TimeCommand& command) {
   // Released by the number: TakeCommand acquires it and then reads the whole command. The answers come back likewise:
   // where time stands is written before `standing`, which Stands acquires after the number of the command.
+  time.standing.store(0, std::memory_order_relaxed);
   time.command = command;
   const std::uint32_t number = time.ordered.load(std::memory_order_relaxed) + 1;
   time.ordered.store(number, std::memory_order_release);
   syscall(SYS_futex, &time.ordered, FUTEX_WAKE, 1, nullptr, nullptr, 0);
   return number;
+}
+
+void AwaitStanding(const TimeControl& time) {
+  // The caller also wants to know of a controller that has ended, which wakes nobody.
+  constexpr timespec kLimit = {0, 5'000'000};
+  syscall(SYS_futex, &time.standing, FUTEX_WAIT, 0, &kLimit, nullptr, 0);
 }
 
 bool Stands(const TimeControl& time, std::uint32_t number) {

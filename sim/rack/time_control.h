@@ -4,6 +4,7 @@
 //  - TimeSetup: the tool, at power-on; constant from then on.
 //  - command: the tool, one tool at a time (StateFile::SenderLock), then `ordered`.
 //  - mail: the tool appends, then `posted`; the controller's side takes, then `taken`.
+//  - standing: the controller's side sets it, a command takes it back.
 //  - the rest: the controller's side.
 #pragma once
 
@@ -105,6 +106,8 @@ std::string BrokenText(const TimeControl& time);
 
 // Gives a command; its number, for Stands.
 std::uint32_t Order(TimeControl& time, const TimeCommand& command);
+// Returns when time stands, or after a few milliseconds.
+void AwaitStanding(const TimeControl& time);
 // Whether time stands after this command (0: the start) was taken up.
 bool Stands(const TimeControl& time, std::uint32_t number);
 // A datagram for the controller. False: it does not fit, or too many wait to be received.

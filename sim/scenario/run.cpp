@@ -300,7 +300,7 @@ bool Run::AwaitStand(std::uint32_t number) {
     if (controller_->Ended()) return false;
     ReadJournal();
     if (spin_.IsEnough()) return false;
-    usleep(kLookMicros);
+    AwaitStanding(State().time);
   }
   return true;
 }

@@ -88,9 +88,10 @@ bool Closes(Circle& circle, Circle& tried) {
 // A text of limited length that is added to.
 class Sentence {
  public:
-  template <class... Values>
-  void Add(const char* format, Values... values) {
-    Advance(std::snprintf(Free(), Room(), format, values...));
+  void Add(const char* text) { Add("%s", text); }
+  template <class First, class... Rest>
+  void Add(const char* format, First first, Rest... rest) {
+    Advance(std::snprintf(Free(), Room(), format, first, rest...));
   }
   void AddName(const Thread* thread) { Advance(WriteName(thread, Free(), Room())); }
   const char* Text() const { return text_; }
@@ -116,7 +117,7 @@ void AddAwaited(Sentence& sentence, const Wait& wait, int number) {
   sentence.Add("%s no. %d, held by ", what, number);
 }
 
-// Circles are in general found when they close; the numbers of locks without a name are those of their places.
+// Locks without a name are numbered by their place in the circle.
 [[noreturn]] void Report(const Circle& circle) {
   Sentence sentence;
   sentence.Add("deadlock at %lld.%06lld s: ", static_cast<long long>(VirtualNow() / kSecond),

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -124,6 +125,7 @@ void Stand(std::uint8_t task, std::uint32_t file, std::uint32_t line) {
   control.standsLine = line;
   if (S.serve != nullptr) S.serve();
   control.standing.store(1, std::memory_order_release);
+  SystemCall(SYS_futex, &control.standing, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
   while (!IsOrdered()) {
     const timespec limit = {0, kStandingPause};
     SystemCall(SYS_futex, &control.ordered, FUTEX_WAIT, control.answered.load(), &limit, nullptr, 0);

@@ -12,7 +12,11 @@ struct Unit {
   std::string_view name;
   Nanos time;
 };
-constexpr Unit kUnits[] = {{"ms", kMillisecond}, {"s", kSecond}, {"min", 60 * kSecond}, {"h", 3600 * kSecond}, {"d", 86400 * kSecond}};
+constexpr Unit kUnits[] = {{"ms", kMillisecond},
+                           {"s", kSecond},
+                           {"min", 60 * kSecond},
+                           {"h", 3600 * kSecond},
+                           {"d", 86400 * kSecond}};
 constexpr double kLongest = 1e9 * kSecond;
 
 // The number that a text begins with, taken away from it. Nothing but a digit begins one.
