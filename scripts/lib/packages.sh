@@ -1,7 +1,8 @@
 # shellcheck shell=bash
 # What the scripts need of Debian, installed only where it is missing. Sourced, not run.
 
-BUILD_PACKAGES=(g++ cmake ninja-build libcli11-dev libtoml11-dev nlohmann-json3-dev libgtest-dev libgmock-dev)
+BUILD_PACKAGES=(g++ cmake ninja-build libcli11-dev libtoml11-dev nlohmann-json3-dev libgtest-dev libgmock-dev
+  libncurses-dev)
 LINT_PACKAGES=(clang-format clang-tidy)
 
 # install_missing PACKAGE...: as root, or else through sudo.

@@ -41,7 +41,9 @@ int SetInput(const InputOptions& options);
 
 struct ShowOptions {
   std::string machine;
+  std::vector<std::string> names;  // only these; none: everything
   bool json = false;
+  bool all = false;  // watch: also what was never used
 };
 int Show(const ShowOptions& options);
 int Watch(const ShowOptions& options);

@@ -95,6 +95,8 @@ class Machine {
   std::unique_ptr<RackLive> live_;
   std::optional<JournalReader> keys_;
   StepFollower step_;
+  std::uint32_t configuredFor_ = 0;  // start of the controller whose Velmo.conf was read
+  int configuredPort_ = 0;
 };
 
 // Sleeps a while between two looks at a state file.

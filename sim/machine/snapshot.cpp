@@ -23,6 +23,12 @@ std::string SignalText(const Snapshot& snapshot, SignalKind kind, int entry, int
   return signal == nullptr ? address : signal->name + " (" + address + ")";
 }
 
+std::string PlaceText(const CylinderView& cylinder) {
+  const int tenth = cylinder.thousandths % kCylinderPosition / 100;
+  return std::to_string(cylinder.thousandths / kCylinderPosition) +
+         (tenth == 0 ? "" : "." + std::to_string(tenth));
+}
+
 std::string SignalLabel(const Snapshot& snapshot, SignalKind kind, int entry, int channel) {
   const NamedSignal* signal = Named(snapshot, kind, entry, channel);
   return signal == nullptr ? Address(entry, channel) : signal->name;

@@ -31,6 +31,7 @@ constexpr int kTaskRecords = 10;     // 0 keypad, 1 to 8 PLC tasks, 9 network
 constexpr int kMaxProgramFiles = 128;
 constexpr int kPathSize = 208;
 constexpr int kLineSize = 1024;
+constexpr int kPauseSize = 32;  // of a line that sets a pause, what matters of it
 
 // Which of the two device names exists.
 enum class DeviceName : std::uint32_t { None = 0, EmIsa, Em335xIsa };
@@ -115,11 +116,13 @@ struct TaskRecord {
   Nanos lastAccess;  // last bus access of this thread
   std::uint8_t lastSlot;
   std::uint8_t lastPort;
-  std::uint8_t reserved[6];
+  std::uint8_t reserved[2];
+  std::uint32_t thread;        // number of its thread, as the system counts
   char text[kLineSize];        // the line, as read
   char failedPath[kPathSize];  // the file that could not be opened last
+  char pauseText[kPauseSize];  // the line read last that sets the pause between commands
 };
-static_assert(sizeof(TaskRecord) == 72 + kLineSize + kPathSize);
+static_assert(sizeof(TaskRecord) == 72 + kLineSize + kPathSize + kPauseSize);
 static_assert(offsetof(TaskRecord, lineSince) == 32);
 
 struct ControllerRecord {
@@ -176,7 +179,7 @@ static_assert(offsetof(RackLive, faults) == 320);
 static_assert(offsetof(RackLive, cards) == 320 + 24 * kMaxFaults);
 
 constexpr char kStateMagic[8] = {'V', 'e', 'l', 'm', 'o', 'R', 'c', 'k'};
-constexpr std::uint32_t kStateVersion = 3;
+constexpr std::uint32_t kStateVersion = 4;
 
 struct RackState {
   char magic[8];
