@@ -16,6 +16,7 @@ struct RunOptions {
   std::string controller;  // empty: Velmo beside this program
   std::string tasks;       // the controller's argument, empty: none
   bool restartFails = false;
+  bool check = true;     // tell what the program checker finds
   bool once = false;     // an intercepted restart ends the run
   std::string time;      // real, virtual or a factor; empty: real
   unsigned seed = 0;     // virtual time: order of the threads

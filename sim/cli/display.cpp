@@ -125,6 +125,7 @@ std::string TextOf(const Snapshot& snapshot) {
       snapshot.running ? "running, process " + std::to_string(snapshot.process) : "not running";
   text += ", " + Seconds(snapshot.nowNanos) + " since power-on, restarts " +
           std::to_string(snapshot.restarts) + ", syncs " + std::to_string(snapshot.syncs) + "\n";
+  if (snapshot.noDriver) text += "the board has no driver: no card is found, and no task starts\n";
   AddStanding(text, snapshot.standing);
   for (std::size_t entry = 0; entry < snapshot.cards.size(); ++entry) {
     AddCard(text, snapshot, static_cast<int>(entry));

@@ -59,6 +59,7 @@ void AddRun(CLI::App& app, CommandLine& line) {
   run->add_option("--controller", line.run.controller,
                   "The controller, Velmo beside this program unless given");
   run->add_flag("--restart-fails", line.run.restartFails, "The restart call of the controller fails");
+  run->add_flag("!--no-check", line.run.check, "Do not tell what velmo-check finds");
   run->add_flag("--once", line.run.once, "End when the controller restarts the machine");
   run->add_option("--time", line.run.time, "real, virtual, or a factor such as 20 or 0.1");
   run->add_option("--seed", line.run.seed, "Virtual time: threads take turns in this random order");

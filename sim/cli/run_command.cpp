@@ -131,7 +131,7 @@ int Run(const RunOptions& options) {
   StateFile state;
   if (!state.Create(StatePath(machine), *setup, error)) return Complain(kFailed, error);
   state.State()->time.command = command;
-  TellFindings(machine, options.rackFile);
+  if (options.check) TellFindings(machine, options.rackFile);
   Launch launch = MakeLaunch(machine, controller, options.tasks);
   launch.over = [&state] { return IsOver(*state.State()); };
   return RunUntilEnd(launch, *state.State(), options.once);

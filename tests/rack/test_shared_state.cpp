@@ -107,7 +107,7 @@ TEST(StateFileTest, LayoutIsTheSameForEveryProcess) {
   EXPECT_EQ(offsetof(rack::RackLive, cards), 1088U);
   EXPECT_EQ(offsetof(rack::RackLive, plant), 10448U);
   EXPECT_EQ(offsetof(rack::RackLive, tasks), 15120U);
-  EXPECT_EQ(offsetof(rack::RackLive, programFiles), 28160U);
+  EXPECT_EQ(offsetof(rack::RackLive, programFiles), 28480U);
   EXPECT_EQ(sizeof(rack::JournalRing), 8388616U);
 }
 
