@@ -1,7 +1,7 @@
 # shellcheck shell=bash
 # What the scripts need of Debian, installed only where it is missing. Sourced, not run.
 
-BUILD_PACKAGES=(g++ cmake ninja-build libcli11-dev libtoml11-dev nlohmann-json3-dev libpugixml-dev
+BUILD_PACKAGES=(g++ cmake ninja-build libcli11-dev libtoml11-dev nlohmann-json3-dev libpugixml-dev libncurses-dev
   libgtest-dev libgmock-dev libxml2-utils patch)
 LINT_PACKAGES=(clang-format clang-tidy)
 

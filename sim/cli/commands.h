@@ -19,6 +19,7 @@ struct RunOptions {
   std::string library;     // empty: the one beside this program
   std::string tasks;       // the controller's argument, empty: none
   bool restartFails = false;
+  bool check = true;     // tell what the program checker finds
   bool once = false;     // an intercepted restart ends the run
   std::string time;      // real, virtual or a factor; empty: real
   unsigned seed = 0;     // virtual time: order of the threads
@@ -46,7 +47,9 @@ int SetInput(const InputOptions& options);
 
 struct ShowOptions {
   std::string machine;
+  std::vector<std::string> names;  // only these; none: everything
   bool json = false;
+  bool all = false;  // watch: also what was never used
 };
 int Show(const ShowOptions& options);
 int Watch(const ShowOptions& options);

@@ -107,6 +107,17 @@ void AddCard(std::string& text, const Snapshot& snapshot, int entry) {
   AddCylinders(text, card);
 }
 
+// "time stands, task 1 before plc1/RESET.PLC:13  EXIT; go, step or until lets it go on".
+void AddStanding(std::string& text, const StandingView& at) {
+  if (!at.stands) return;
+  text += "time stands";
+  if (at.task != 0) {
+    text += ", task " + std::to_string(at.task) + " before " + at.file + ":" + std::to_string(at.line) +
+            "  " + at.text;
+  }
+  text += "; go, step or until lets it go on\n";
+}
+
 }  // namespace
 
 std::string TextOf(const Snapshot& snapshot) {
@@ -116,6 +127,8 @@ std::string TextOf(const Snapshot& snapshot) {
           std::to_string(snapshot.restarts) + ", syncs " + std::to_string(snapshot.syncs) + "\n";
   if (!snapshot.broken.empty()) text += "time could not go on: " + snapshot.broken + "\n";
   if (!snapshot.waitsFor.empty()) text += "time stands: waits for " + snapshot.waitsFor + "\n";
+  if (snapshot.noDriver) text += "the board has no driver: no card is found, and no task starts\n";
+  AddStanding(text, snapshot.standing);
   for (std::size_t entry = 0; entry < snapshot.cards.size(); ++entry) {
     AddCard(text, snapshot, static_cast<int>(entry));
   }

@@ -1,6 +1,7 @@
 #include <nlohmann/json.hpp>
 
 #include "cli/display.h"
+#include "machine/drives.h"
 #include "machine/why.h"
 
 namespace rack::cli {
@@ -15,8 +16,10 @@ Json Levels(const Snapshot& snapshot, SignalKind kind, int entry, std::uint32_t 
   for (int channel = 0; channel < count; ++channel) {
     Json signal = {{"channel", channel}, {"on", (levels >> channel & 1) != 0}};
     const std::string label = SignalLabel(snapshot, kind, entry, channel);
-    if (label.find('.') == std::string::npos) signal["name"] = label;
+    const bool named = label.find('.') == std::string::npos;
+    if (named) signal["name"] = label;
     if ((forced >> channel & 1) != 0) signal["forced"] = true;
+    if (named && kind == SignalKind::Input) signal["waits_for"] = WhyNoChange(snapshot, entry, channel);
     list.push_back(signal);
   }
   return list;
@@ -54,6 +57,28 @@ Json Card(const Snapshot& snapshot, int entry) {
   return json;
 }
 
+const char* ModeWord(TimeMode mode) {
+  switch (mode) {
+    case TimeMode::Scaled:
+      return "scaled";
+    case TimeMode::Virtual:
+      return "virtual";
+    case TimeMode::Real:
+      break;
+  }
+  return "real";
+}
+
+Json Time(const Snapshot& snapshot) {
+  const StandingView& at = snapshot.standing;
+  Json json = {{"mode", ModeWord(snapshot.timeMode)}, {"stands", at.stands}};
+  if (!at.stands) return json;
+  if (at.task != 0)
+    json["before"] = {{"task", at.task}, {"file", at.file}, {"line", at.line}, {"text", at.text}};
+  json["released_by"] = {"go", "step", "until"};
+  return json;
+}
+
 Json Task(const Snapshot& snapshot, const TaskView& task) {
   return {{"task", task.task},
           {"file", task.file},
@@ -73,6 +98,7 @@ std::string JsonOf(const Snapshot& snapshot) {
                {"process", snapshot.process},
                {"seconds", static_cast<double>(snapshot.nowNanos) / 1e9},
                {"waits_for", snapshot.waitsFor},
+               {"time", Time(snapshot)},
                {"restarts", snapshot.restarts},
                {"syncs", snapshot.syncs},
                {"cards", Json::array()},

@@ -2,6 +2,7 @@
 #include <cstdio>
 
 #include "cli/commands.h"
+#include "cli/keypad.h"
 #include "machine/key_names.h"
 #include "machine/machine.h"
 #include "toml/words.h"
@@ -10,35 +11,37 @@ namespace rack::cli {
 
 namespace {
 
-// A tap on the keypad, and a press on a function key, which the controller sees only while it is held: longer
-// than two of its polls.
-constexpr int kTapMillis = 60;
-constexpr int kFunctionMillis = 250;
 constexpr Nanos kTakenLimit = 10 * kSecond;
-
-bool Taken(const KeyState& keys, std::uint32_t number) {
-  return keys.pressCount != 0 && keys.pressRequest == number && keys.takenRequest == number;
-}
 
 bool Held(const KeyState& keys) {
   return keys.code != 0 || keys.functionBits != 0;
 }
 
+// Waits until every task that is awake has seen the key, and tells those that have slept through it.
+void TellSleepers(Machine& machine, const Key& key, Nanos taken) {
+  const Nanos limit = MonotonicNow() + kTakenLimit;
+  const Nanos seen = machine.Now() + kSeenFor;
+  while (machine.Now() < seen && machine.Running() && !machine.Standing() && MonotonicNow() < limit) Doze(2);
+  for (const std::string& sentence : Sleepers(machine.Take(), taken))
+    std::printf("%s: %s\n", key.name, sentence.c_str());
+}
+
 // Presses one key and waits until the controller has taken it and the finger is off again.
 std::string Press(Machine& machine, const Key& key, int holdMillis) {
-  Request request{};
-  request.kind = key.function ? RequestKind::PressFunctionKeys : RequestKind::PressKey;
-  request.value = key.code;
-  const int usual = key.function ? kFunctionMillis : kTapMillis;
-  request.duration = (holdMillis > 0 ? holdMillis : usual) * kMillisecond;
+  const Request request = PressOf(key, holdMillis);
   std::uint32_t number = 0;
   std::string error = machine.Ask(request, &number);
   if (!error.empty()) return error;
   const Nanos limit = MonotonicNow() + request.duration + kTakenLimit;
+  Nanos takenAt = 0;
   for (;;) {
     const KeyState& keys = machine.Live().keys;
-    const bool taken = Taken(keys, number);
-    if (taken && !Held(keys)) return "";
+    const bool taken = IsTaken(keys, number);
+    if (taken && takenAt == 0) takenAt = machine.Now();
+    if (taken && !Held(keys)) {
+      TellSleepers(machine, key, takenAt);
+      return "";
+    }
     if (machine.Standing()) {
       std::printf("%s: waits for time to go on\n", key.name);
       return "";

@@ -5,6 +5,8 @@
 
 #include "cli/commands.h"
 #include "machine/faults.h"
+#include "public.h"
+#include "toml/words.h"
 
 namespace rack::cli {
 
@@ -14,6 +16,10 @@ int Complain(int status, const std::string& text) {
 }
 
 namespace {
+
+std::string VersionText() {
+  return std::string("velmo-rack of Velmo ") + SOFTVERSION;
+}
 
 // All options, and the command that was chosen.
 struct CommandLine {
@@ -35,6 +41,7 @@ struct CommandLine {
 CLI::App* AddCommand(CLI::App& app, const char* name, const char* about, const std::string& example) {
   CLI::App* command = app.add_subcommand(name, about);
   command->footer("Example:\n  " + example);
+  command->set_version_flag("--version", VersionText());
   return command;
 }
 
@@ -54,6 +61,7 @@ void AddRun(CLI::App& app, CommandLine& line) {
   run->add_option("--library", line.run.library,
                   "The rack's library for a controller of another width, such as 32 bits");
   run->add_flag("--restart-fails", line.run.restartFails, "The restart call of the controller fails");
+  run->add_flag("!--no-check", line.run.check, "Do not tell what velmo-check finds");
   run->add_flag("--once", line.run.once, "End when the controller restarts the machine");
   run->add_option("--time", line.run.time, "real, virtual, or a factor such as 20 or 0.1");
   run->add_option("--seed", line.run.seed, "Virtual time: threads take turns in this random order");
@@ -71,7 +79,7 @@ void AddKey(CLI::App& app, CommandLine& line) {
       AddCommand(app, "key", "Press keys one after the other, each until the controller has taken it",
                  "velmo-rack key Num Enter");
   key->add_option("NAME", line.key.names,
-                  "0 to 9, Enter, Dec, Plus, Num, Star, Slash, RUN, STEP, ZERO, CANCEL")
+                  "0 to 9, Enter, Dec or minus, Plus, Num, Star, Slash, RUN, STEP, ZERO, CANCEL")
       ->required();
   key->add_option("--hold", line.key.holdMillis, "How long each key is held, in ms; a held key repeats")
       ->check(CLI::Range(1, 3'600'000));
@@ -91,10 +99,14 @@ void AddInput(CLI::App& app, CommandLine& line) {
 void AddShow(CLI::App& app, CommandLine& line) {
   CLI::App* show =
       AddCommand(app, "show", "Show every card, and for each task why it waits", "velmo-rack show");
+  show->add_option("NAME", line.show.names, "Only these signals, each input with what it waits for");
   show->add_flag("--json", line.show.json, "As JSON");
   AddMachine(*show, line.show.machine);
   show->callback([&line] { line.chosen = [&line] { return Show(line.show); }; });
-  CLI::App* watch = AddCommand(app, "watch", "The same, again and again in place", "velmo-rack watch");
+  CLI::App* watch = AddCommand(app, "watch", "Watch the machine on the whole terminal, and press its keys",
+                               "velmo-rack watch part_waiting 2.0");
+  watch->add_option("NAME", line.show.names, "Only these, beside tasks and faults: a name, or entry.channel");
+  watch->add_flag("--all", line.show.all, "Also what was never used");
   AddMachine(*watch, line.show.machine);
   watch->callback([&line] { line.chosen = [&line] { return Watch(line.show); }; });
 }
@@ -187,6 +199,17 @@ void AddTimeCommands(CLI::App& app, CommandLine& line) {
   go->callback([&line] { line.chosen = [&line] { return Go(line.goMachine); }; });
 }
 
+// Why the first word is no command; empty when it is one, or an option.
+std::string UnknownCommand(const CLI::App& app, int argc, char** argv) {
+  if (argc < 2 || *argv[1] == '-' || *argv[1] == '\0') return "";
+  const std::string word = argv[1];
+  std::vector<std::string> names;
+  for (const CLI::App* command : app.get_subcommands(nullptr)) names.push_back(command->get_name());
+  if (IsOneOf(word, names)) return "";
+  return "there is no command \"" + word + "\"" + Suggestion(word, names) +
+         " (commands: " + Join(names, ", ") + ")";
+}
+
 int Main(int argc, char** argv) {
   CLI::App app("Runs the controller on a simulated rack, and works on it while it runs.", "velmo-rack");
   app.require_subcommand(1);
@@ -195,6 +218,9 @@ int Main(int argc, char** argv) {
   for (const auto add :
        {AddRun, AddKey, AddInput, AddShow, AddFault, AddTrace, AddVcd, AddTest, AddTimeCommands, AddNew})
     add(app, line);
+  app.set_version_flag("--version", VersionText());
+  const std::string unknown = UnknownCommand(app, argc, argv);
+  if (!unknown.empty()) return Complain(kWrongUse, unknown);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <memory>
 
+#include "check/check.h"
 #include "cli/commands.h"
 #include "cli/recording.h"
 #include "machine/card_table.h"
@@ -46,6 +47,10 @@ bool IsOver(const RackState& state) {
          PassedTime(setup, state.powerOn, MonotonicNow()) >= setup.endAt;
 }
 
+std::string Counted(std::size_t count, const char* what) {
+  return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
 void Tell(const std::vector<std::string>& differences) {
   for (const std::string& difference : differences) {
     std::fprintf(stderr, "velmo-rack: %s\n", difference.c_str());
@@ -74,6 +79,19 @@ int RunUntilEnd(const Launch& launch, RackState& state, bool once) {
     if (!restart || once) return end.status;
     std::fputs("velmo-rack: the controller restarted the machine, starting it again\n", stderr);
   }
+}
+
+// What the program checker finds, in one line; nothing when it finds nothing.
+void TellFindings(const std::string& machine, const std::string& rackFile) {
+  std::string error;
+  const auto findings = check::CheckPath(machine, rackFile, &error);
+  if (!findings || findings->empty()) return;
+  std::size_t errors = 0;
+  for (const check::Finding& finding : *findings) {
+    if (check::RuleOf(finding.rule).level == check::Severity::Error) ++errors;
+  }
+  std::fprintf(stderr, "velmo-check: %s, %s\n", Counted(errors, "error").c_str(),
+               Counted(findings->size() - errors, "warning").c_str());
 }
 
 }  // namespace
@@ -118,6 +136,7 @@ int Run(const RunOptions& options) {
   RunRecorder recorder;
   error = recorder.Start(machine, options.log, options.vcd);
   if (!error.empty()) return Complain(kFailed, error);
+  if (options.check) TellFindings(machine, options.rackFile);
   Launch launch = MakeLaunch(machine, controller, options.tasks);
   launch.over = [&state] { return IsOver(*state.State()); };
   const int end = RunUntilEnd(launch, *state.State(), options.once);

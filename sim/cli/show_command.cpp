@@ -1,23 +1,30 @@
-// velmo-rack show and watch
-#include <unistd.h>
-
+// velmo-rack show
 #include <cstdio>
 
 #include "cli/commands.h"
 #include "cli/display.h"
-#include "cli/stop_signals.h"
+#include "machine/drives.h"
 #include "machine/machine.h"
+#include "machine/signals.h"
 
 namespace rack::cli {
 
 namespace {
 
-constexpr int kRefreshMillis = 200;
-
-void Print(const ShowOptions& options, const Snapshot& snapshot) {
-  const std::string text = options.json ? JsonOf(snapshot) : TextOf(snapshot);
-  std::fputs(text.c_str(), stdout);
-  std::fflush(stdout);
+// A signal by its name or address: an input and an output may share the address.
+int PrintSignal(const Snapshot& snapshot, const std::string& name) {
+  const SignalChoice input = ChooseSignal(snapshot, SignalKind::Input, name);
+  const SignalChoice output = ChooseSignal(snapshot, SignalKind::Output, name);
+  if (!input.found && !output.found) return Complain(kWrongUse, input.error);
+  if (input.found) {
+    std::printf("input %s\n",
+                SignalSentence(snapshot, SignalKind::Input, input.entry, input.channel).c_str());
+  }
+  if (output.found) {
+    std::printf("output %s\n",
+                SignalSentence(snapshot, SignalKind::Output, output.entry, output.channel).c_str());
+  }
+  return kDone;
 }
 
 }  // namespace
@@ -26,24 +33,14 @@ int Show(const ShowOptions& options) {
   Machine machine;
   const std::string unopened = machine.Open(options.machine);
   if (!unopened.empty()) return Complain(kFailed, unopened);
-  Print(options, machine.Take());
-  return kDone;
-}
-
-int Watch(const ShowOptions& options) {
-  Machine machine;
-  const std::string unopened = machine.Open(options.machine);
-  if (!unopened.empty()) return Complain(kFailed, unopened);
-  const StopSignals stop;
-  const bool terminal = isatty(STDOUT_FILENO) == 1;
-  for (;;) {
-    const Snapshot snapshot = machine.Take();
-    // Cursor home, the picture, and away with what the last one had below it.
-    if (terminal) std::fputs("\x1b[H\x1b[J", stdout);
-    Print(options, snapshot);
-    if (!snapshot.running || machine.Replaced()) return kDone;
-    if (stop.Within(kRefreshMillis)) return kDone;
+  const Snapshot snapshot = machine.Take();
+  for (const std::string& name : options.names) {
+    const int wrong = PrintSignal(snapshot, name);
+    if (wrong != kDone) return wrong;
   }
+  if (!options.names.empty()) return kDone;
+  std::fputs((options.json ? JsonOf(snapshot) : TextOf(snapshot)).c_str(), stdout);
+  return kDone;
 }
 
 }  // namespace rack::cli

@@ -1,13 +1,18 @@
 #include "cli/stop_signals.h"
 
 #include <ctime>
+#include <initializer_list>
 
 namespace rack::cli {
 
 StopSignals::StopSignals() {
   sigemptyset(&taken_);
-  sigaddset(&taken_, SIGINT);
-  sigaddset(&taken_, SIGTERM);
+  for (const int signal : {SIGINT, SIGTERM, SIGQUIT, SIGHUP}) {
+    struct sigaction action = {};
+    sigaction(signal, nullptr, &action);
+    // One that is ignored, as under nohup, would be found all the same once it is blocked.
+    if (action.sa_handler != SIG_IGN) sigaddset(&taken_, signal);
+  }
   sigprocmask(SIG_BLOCK, &taken_, &before_);
 }
 

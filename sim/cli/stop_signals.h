@@ -5,7 +5,7 @@
 
 namespace rack::cli {
 
-// While it lives, SIGINT and SIGTERM no longer end the process but are found by Within.
+// While it lives, SIGINT, SIGTERM, SIGQUIT and SIGHUP no longer end the process but are found by Within.
 class StopSignals {
  public:
   StopSignals();

@@ -11,6 +11,16 @@ namespace rack::cli {
 namespace {
 
 constexpr int kLookMillis = 2;
+// A person who waits for longer is told what for.
+constexpr Nanos kToldAfter = kSecond;
+
+// Lets time stand where it is, and waits until it does.
+void StandHere(Machine& machine) {
+  TimeCommand here{};
+  here.holdAt = 1;  // has passed
+  const std::uint32_t number = machine.Give(here);
+  while (machine.Running() && !Stands(machine.State().time, number)) Doze(kLookMillis);
+}
 
 // Gives a command and, when it is to stand again, waits until it does.
 int Command(const std::string& directory, const TimeCommand& command) {
@@ -22,13 +32,25 @@ int Command(const std::string& directory, const TimeCommand& command) {
         kFailed, "time is not under control here: start the machine with \"velmo-rack run --time virtual\"");
   }
   if (!machine.Running()) return Complain(kFailed, "the machine in " + machine.Directory() + " does not run");
+  const std::string never = WhyNever(machine.Directory(), command, TaskCount(machine.State()));
+  if (!never.empty()) return Complain(kWrongUse, never);
   const std::uint32_t number = machine.Give(command);
+  const Nanos told = MonotonicNow() + kToldAfter;
+  bool waits = false;
   const bool stands = command.holdLine != 0 || command.step != 0;
   const StopSignals stop;
   TimeControl& time = machine.State().time;
   while (stands && !Stands(time, number)) {
     if (!machine.Running()) return Complain(kFailed, "the run ended before time stood");
-    if (stop.Within(kLookMillis)) return kFailed;
+    if (!waits && MonotonicNow() > told) {
+      waits = true;
+      std::fprintf(stderr, "velmo-rack: waits for %s; Ctrl-C lets time stand where it is\n",
+                   PlaceText(command).c_str());
+    }
+    if (!stop.Within(kLookMillis)) continue;
+    StandHere(machine);
+    std::printf("%s\n", StandText(machine.State()).c_str());
+    return kFailed;
   }
   if (stands) std::printf("%s\n", StandText(machine.State()).c_str());
   return kDone;

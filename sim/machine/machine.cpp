@@ -13,7 +13,11 @@
 
 #include "machine/faults.h"
 #include "machine/key_names.h"
+#include "machine/standstill.h"
+#include "numbers.h"
 #include "rack/rack.h"
+#include "readini.h"
+#include "synx.h"
 
 namespace rack {
 
@@ -76,6 +80,7 @@ void ViewMotors(CardState& card, Nanos now, CardView& view) {
     motor.blocked = state.blocked != 0;
     motor.position = channel.PositionAt(now);
     motor.endsInNanos = motor.busy ? UntilEnd(channel, now) : -1;
+    motor.rate = state.moveRate;
     view.motors.push_back(motor);
   }
 }
@@ -96,6 +101,7 @@ CardView ViewCard(RackLive& live, int slot, Nanos now) {
   view.kind = card.kind;
   view.slot = slot;
   view.inputs = inputs.Shown();
+  view.natural = inputs.natural;
   view.forced = static_cast<std::uint16_t>(inputs.setMask | inputs.stuckMask);
   view.taken = inputs.setMask;
   view.outputs = OutputLevels(card);
@@ -108,6 +114,14 @@ CardView ViewCard(RackLive& live, int slot, Nanos now) {
   view.functionKeys = card.cpu.functionKeys;
   view.hasFunctionKeys = card.cpu.functionPort != 0;
   return view;
+}
+
+// The pause of the G_ST line read last. A negative one leaves the pause as it was.
+std::int64_t PauseOf(const TaskRecord& record, std::int64_t usual) {
+  EXPLAINEDLINE line;
+  ExplainLine(record.pauseText, &line);
+  if (line.CmdIdx != SYN_G_ST || line.SlotIdx.Value < 0) return usual;
+  return std::int64_t{line.SlotIdx.Value} * kMillisecond;
 }
 
 TaskView ViewTask(const RackLive& live, int number, Nanos now) {
@@ -123,6 +137,8 @@ TaskView ViewTask(const RackLive& live, int number, Nanos now) {
   task.endReads = record.endReads;
   task.labelMissing = record.searchFailed != 0;
   if (record.failedOpens != 0 && record.failedAt >= record.lineSince) task.missingFile = record.failedPath;
+  if (record.lastAccess != 0) task.accessNanos = now - record.lastAccess;
+  task.pauseNanos = PauseOf(record, task.pauseNanos);
   return task;
 }
 
@@ -172,6 +188,37 @@ bool IsZombie(std::int32_t process) {
   const std::size_t name = text.rfind(") ");
   return name != std::string::npos && name + 2 < text.size() &&
          (text[name + 2] == 'Z' || text[name + 2] == 'X');
+}
+
+void ViewPlant(const PlantState& plant, Snapshot& snapshot) {
+  for (std::uint32_t i = 0; i < plant.linkCount && i < kMaxLinks; ++i)
+    snapshot.links.push_back({plant.links[i], plant.states[i]});
+  for (std::size_t entry = 0; entry < snapshot.cards.size(); ++entry)
+    snapshot.cards[entry].switchedOn = plant.manual[entry];
+}
+
+StandingView ViewStanding(const RackLive& live, const TimeControl& time) {
+  StandingView view;
+  view.stands = time.standing != 0;
+  if (!view.stands || time.standsTask < 1 || time.standsTask >= kTaskRecords) return view;
+  view.file = FileName(live, time.standsFile);
+  if (view.file.empty()) return view;
+  view.task = static_cast<int>(time.standsTask);
+  view.line = static_cast<int>(time.standsLine);
+  view.text = Trimmed(live.tasks[view.task].text);
+  return view;
+}
+
+// As the controller takes it: 0 when the file names none, or one that it refuses.
+int ConfiguredPort(const std::string& machine) {
+  constexpr int kTextSize = 256;
+  constexpr int kFirstPort = 9;
+  constexpr int kLastPort = 255;
+  char text[kTextSize] = "";
+  const std::string path = machine + "/Velmo.conf";
+  if (ReadIni.GetField(path.c_str(), "[KEYPAD]", "FunctionPort", 0, text) != 0) return 0;
+  const int port = ToNumber<int>(text);
+  return port >= kFirstPort && port <= kLastPort ? port : 0;
 }
 
 }  // namespace
@@ -227,12 +274,15 @@ Snapshot SnapshotOf(const RackImage& image, RackLive& live) {
   snapshot.nowNanos = now;
   snapshot.restarts = live.controller.restarts;
   snapshot.syncs = live.controller.syncs;
+  snapshot.noDriver = image.device == DeviceName::None;
+  snapshot.keyPort = live.cards[0].cpu.functionPort;
   for (std::uint32_t entry = 0; entry < image.entryCount; ++entry) {
     snapshot.cards.push_back(ViewCard(live, image.entrySlot[entry], now));
   }
   ViewSignals(image, snapshot);
   ViewCounters(image, live.plant, snapshot);
   ViewProtests(image, live, snapshot);
+  ViewPlant(live.plant, snapshot);
   for (const FaultRecord& fault : live.faults) {
     if (fault.kind == FaultKind::None) continue;
     snapshot.busFails = snapshot.busFails || fault.kind == FaultKind::BusReadsFail;
@@ -279,12 +329,21 @@ Snapshot Machine::View(bool running) {
   snapshot.running = running;
   snapshot.broken = BrokenText(State().time);
   if (running) snapshot.waitsFor = WaitedFor(State().readers);
+  snapshot.timeMode = State().time.setup.mode;
+  snapshot.standing = ViewStanding(*live_, State().time);
+  if (live_->controller.attaches != configuredFor_) {
+    configuredFor_ = live_->controller.attaches;
+    configuredPort_ = ConfiguredPort(directory_);
+  }
+  snapshot.configuredPort = configuredPort_;
   const Nanos now = snapshot.nowNanos;
   for (int task = 1; task <= 8; ++task) {
     const TaskRecord& known = live_->tasks[task];
     if (known.file == 0 && known.mainFile == 0 && known.failedOpens == 0) continue;
     snapshot.tasks.push_back(ViewTask(*live_, task, now));
     snapshot.tasks.back().stepMode = live_->step.on != 0;
+    if (running && snapshot.timeMode != TimeMode::Virtual)
+      snapshot.tasks.back().longWait = LongWait(live_->controller.process, known.thread);
   }
   return snapshot;
 }

@@ -90,6 +90,8 @@ class Machine {
   std::string directory_;
   StateFile file_;
   std::unique_ptr<RackLive> live_;
+  std::uint32_t configuredFor_ = 0;  // start of the controller whose Velmo.conf was read
+  int configuredPort_ = 0;
 };
 
 FileNames FileNamesOf(const RackState& state);

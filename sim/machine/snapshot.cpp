@@ -27,6 +27,12 @@ bool HasName(const Snapshot& snapshot, SignalKind kind, int entry, int channel) 
   return Named(snapshot, kind, entry, channel) != nullptr;
 }
 
+std::string PlaceText(const CylinderView& cylinder) {
+  const int tenth = cylinder.thousandths % kCylinderPosition / 100;
+  return std::to_string(cylinder.thousandths / kCylinderPosition) +
+         (tenth == 0 ? "" : "." + std::to_string(tenth));
+}
+
 std::string SignalLabel(const Snapshot& snapshot, SignalKind kind, int entry, int channel) {
   const NamedSignal* signal = Named(snapshot, kind, entry, channel);
   return signal == nullptr ? Address(entry, channel) : signal->name;

@@ -76,6 +76,16 @@ std::optional<std::string> WaitsIn(std::int32_t process, std::uint32_t thread) {
 
 }  // namespace
 
+std::string LongWait(std::int32_t process, std::uint32_t thread) {
+  if (thread == 0) return "";
+  std::ifstream file("/proc/" + std::to_string(process) + "/task/" + std::to_string(thread) + "/syscall");
+  long number = -1;
+  if (!(file >> number)) return "";
+  if (number == SYS_futex) return "waits for a lock that another thread of the controller holds";
+  if (number == SYS_write) return "waits for the console, which takes nothing";
+  return "";
+}
+
 StandstillWatch::StandstillWatch(const RackState& state)
     : state_(state), beat_(state.time.beat), since_(MonotonicNow()) {}
 

@@ -20,4 +20,8 @@ class StandstillWatch {
   Nanos since_;
 };
 
+// Real time: that a thread of the controller waits for a lock or for the console, which should not take long; empty
+// otherwise.
+std::string LongWait(std::int32_t process, std::uint32_t thread);
+
 }  // namespace rack

@@ -4,8 +4,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <optional>
+#include <vector>
 
+#include "numbers.h"
+#include "synx.h"
 #include "toml/words.h"
 
 namespace rack {
@@ -15,7 +19,65 @@ namespace {
 constexpr int kTasks = 8;
 constexpr double kLeastFactor = 0.001;
 constexpr double kMostFactor = 1000;
+// The lines of a program file; nothing when there is none.
+std::optional<std::vector<std::string>> LinesOf(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) return std::nullopt;
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(file, line);) lines.push_back(line);
+  return lines;
+}
+
+bool IsEmpty(const std::string& text) {
+  EXPLAINEDLINE line;
+  ExplainLine(text.c_str(), &line);
+  return line.Fault == LINEFAULT::Empty;
+}
+
+std::string Trimmed(const std::string& text) {
+  constexpr const char* kBlank = " \t\r";
+  const std::size_t first = text.find_first_not_of(kBlank);
+  return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(kBlank) - first + 1);
+}
+
 }  // namespace
+
+std::string WhyNever(const std::string& directory, const TimeCommand& place, int tasks) {
+  if (place.holdTask != kAnyTask && tasks != 0 && place.holdTask > tasks) {
+    return "the machine has no task " + std::to_string(place.holdTask) + ": it runs " + std::to_string(tasks);
+  }
+  if (place.holdLine == 0) return "";
+  const std::string file = place.holdFile;
+  const auto lines = LinesOf(directory + "/" + file);
+  if (!lines) return "there is no file " + file;
+  const std::string line = file + ":" + std::to_string(place.holdLine);
+  if (place.holdLine > lines->size())
+    return "there is no line " + line + ": the file has " + std::to_string(lines->size());
+  if (!IsEmpty((*lines)[place.holdLine - 1])) return "";
+  std::size_t next = place.holdLine;
+  while (next < lines->size() && IsEmpty((*lines)[next])) ++next;
+  if (next == lines->size()) return line + " holds no command, nor does any line after it";
+  return line + " holds no command: the next one is " + std::to_string(next + 1) + "  " +
+         Trimmed((*lines)[next]);
+}
+
+int TaskCount(const RackState& state) {
+  std::ifstream file("/proc/" + std::to_string(state.live.controller.process) + "/cmdline", std::ios::binary);
+  std::string program;
+  std::string argument;
+  std::getline(file, program, '\0');
+  if (!file) return 0;
+  const bool given = static_cast<bool>(std::getline(file, argument, '\0'));
+  const int count = given ? ToNumber<int>(argument.c_str()) : state.live.cards[0].cpu.taskCount;
+  return count > kTasks ? 1 : count;
+}
+
+std::string PlaceText(const TimeCommand& command) {
+  const std::string task =
+      command.holdTask == kAnyTask ? "any task" : "task " + std::to_string(command.holdTask);
+  if (command.holdLine == 0) return task + " at its next line";
+  return task + " at " + command.holdFile + ":" + std::to_string(command.holdLine);
+}
 
 std::string ParseTime(const std::string& word, TimeSetup& setup) {
   setup.mode = TimeMode::Real;

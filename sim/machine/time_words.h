@@ -14,6 +14,16 @@ std::string ParseTime(const std::string& word, TimeSetup& setup);
 // "TASK:FILE:LINE", such as "1:FLOW.PLC:12": time stands there. The text says what is wrong.
 std::string ParsePlace(const std::string& word, TimeCommand& command);
 
+// Why the machine in the directory never comes to the line of a place: no such file, task or line, or a line that holds
+// nothing to execute. Empty when it can. `tasks`: how many PLC tasks it has, 0 when that is not known.
+std::string WhyNever(const std::string& directory, const TimeCommand& place, int tasks);
+
+// How many PLC tasks the running controller has made of its argument and the switch of its CPU card.
+int TaskCount(const RackState& state);
+
+// "task 1 at plc1/FLOW.PLC:12": where a command lets time stand.
+std::string PlaceText(const TimeCommand& command);
+
 // A task number from 1 to 8, or nothing for any task.
 std::string ParseTask(const std::string& word, std::uint8_t& task);
 

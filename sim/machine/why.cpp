@@ -1,9 +1,11 @@
 #include "machine/why.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "commands/command_rows.h"
 #include "machine/card_commands.h"
+#include "machine/drives.h"
 #include "numbers.h"
 #include "synx.h"
 #include "toml/words.h"
@@ -15,6 +17,13 @@ namespace {
 constexpr std::int64_t kEndPause = 1'000'000'000;
 constexpr std::int64_t kNanosPerMilli = 1'000'000;
 
+// Pauses between commands from here on are told.
+constexpr std::int64_t kLongPause = 100'000'000;
+
+std::int64_t DelayOf(const EXPLAINEDLINE& line) {
+  return line.SlotIdx.Value * kNanosPerMilli;
+}
+
 // A command as a task stands at it.
 struct Standing {
   const Snapshot& machine;
@@ -25,7 +34,7 @@ struct Standing {
 
   int Slot() const { return line.SlotIdx.Value; }
   int Channel() const { return line.ChIdx.Value; }
-  bool Dead() const { return machine.busFails || card->pulled; }
+  bool Dead() const { return machine.noDriver || machine.busFails || card->pulled; }
   std::string For() const { return ", for " + Seconds(task.standsNanos); }
 };
 
@@ -35,6 +44,7 @@ const char* OnOff(bool on) {
 
 // What a card that does not answer looks like; empty for one that does.
 std::string DeadCard(const Standing& at) {
+  if (at.machine.noDriver) return " (the board has no driver: every byte reads 0xFF)";
   if (at.machine.busFails) return " (the bus reads fail: every byte reads 0xFF)";
   if (at.card->pulled) return " (the card is pulled: every byte reads 0xFF)";
   return "";
@@ -53,12 +63,13 @@ std::string LackOfInput(const Standing& at) {
   }
   const bool forced = (at.card->forced >> shown & 1) != 0;
   return SignalLabel(at.machine, SignalKind::Input, at.Slot(), shown) + " is " + OnOff(level) +
-         (forced ? " (forced)" : "") + ", should be " + OnOff(!level) + DeadCard(at) + at.For();
+         (forced ? " (forced)" : "") + ", should be " + OnOff(!level) + DeadCard(at) + at.For() +
+         (at.Dead() ? "" : ": " + WhyNoChange(at.machine, at.Slot(), shown));
 }
 
 std::string MotorEnd(const MotorView& motor) {
-  if (motor.endsInNanos < 0) return ", its move never ends";
-  return ", its move ends in " + Seconds(motor.endsInNanos);
+  if (motor.endsInNanos >= 0) return ", its move ends in " + Seconds(motor.endsInNanos);
+  return motor.rate == 0 ? ", its frequency makes no pulse: its move never ends" : ", its move never ends";
 }
 
 std::string LackOfMotorEnd(const Standing& at) {
@@ -94,12 +105,6 @@ std::string LackOfCount(const Standing& at) {
          std::to_string(wanted) + at.For();
 }
 
-std::string CylinderPlace(const CylinderView& cylinder) {
-  const int whole = cylinder.thousandths / kCylinderPosition;
-  const int tenth = cylinder.thousandths % kCylinderPosition / 100;
-  return std::to_string(whole) + (tenth == 0 ? "" : "." + std::to_string(tenth));
-}
-
 std::string LackOfPosition(const Standing& at) {
   const int channel = CommandsOf(at.card->kind).Reached(*at.taken, at.Channel());
   if (channel < 0) return "";
@@ -113,8 +118,7 @@ std::string LackOfPosition(const Standing& at) {
   const bool inPosition = (status & (kCylinderMoving | kCylinderInPosition)) == kCylinderInPosition;
   if (inPosition || (status & kCylinderNotInPosition) == 0) return "";
   const char* what = (status & kCylinderMoving) != 0 ? " moves, at " : " stands between two positions, at ";
-  return name + what + CylinderPlace(cylinder) + ", should reach " + std::to_string(cylinder.target) +
-         at.For();
+  return name + what + PlaceText(cylinder) + ", should reach " + std::to_string(cylinder.target) + at.For();
 }
 
 std::string LackOfCylinderEnd(const Standing& at) {
@@ -125,14 +129,43 @@ std::string LackOfCylinderEnd(const Standing& at) {
          DeadCard(at) + at.For();
 }
 
+// What is left of the time for which the command itself sleeps.
+std::int64_t SleepLeft(const TaskView& task, const EXPLAINEDLINE& line) {
+  const WaitsFor waits = RowOf(line.CmdIdx).waitsFor;
+  if (waits == WaitsFor::Pause) return DelayOf(line) - task.standsNanos;
+  return waits == WaitsFor::EndPause ? kEndPause - task.standsNanos : 0;
+}
+
 std::string LackOfDelay(const Standing& at) {
-  const std::int64_t rest = at.Slot() * kNanosPerMilli - at.task.standsNanos;
+  const std::int64_t rest = SleepLeft(at.task, at.line);
   return rest > 0 ? Seconds(rest) + " left" : "";
 }
 
 std::string LackOfEndPause(const Standing& at) {
-  const std::int64_t rest = kEndPause - at.task.standsNanos;
+  const std::int64_t rest = SleepLeft(at.task, at.line);
   return rest > 0 ? Seconds(rest) + " left of its second" : "";
+}
+
+// Whether the pause between commands follows this one: after a call that has opened its block there is none.
+bool IsFollowedByPause(const EXPLAINEDLINE& line) {
+  return line.CmdIdx != SYN_NUL && line.CmdIdx != SYN_END && line.CmdIdx != SYN_FL;
+}
+
+// What is left of the pause between commands. It begins with the end of the command, for one that goes to a card with
+// its last access.
+std::int64_t PauseLeft(const TaskView& task, const EXPLAINEDLINE& line) {
+  if (!IsFollowedByPause(line)) return 0;
+  const CommandRow& command = RowOf(line.CmdIdx);
+  std::int64_t since = task.standsNanos;
+  if (command.waitsFor == WaitsFor::Pause) since -= DelayOf(line);
+  if (command.GoesToCard() && task.accessNanos >= 0) since = std::min(since, task.accessNanos);
+  return task.pauseNanos - since;
+}
+
+std::string PauseText(const TaskView& task, const EXPLAINEDLINE& line) {
+  const std::int64_t rest = PauseLeft(task, line);
+  if (task.pauseNanos < kLongPause || rest <= 0) return "";
+  return Seconds(rest) + " left of the pause of G_ST " + std::to_string(task.pauseNanos / kNanosPerMilli);
 }
 
 std::string LackOfLabel(const Standing& at) {
@@ -156,6 +189,10 @@ const CardView* AddressedCard(const Snapshot& machine, int slot) {
 }
 
 std::string MissingCard(const Standing& at) {
+  if (at.machine.noDriver) {
+    return "the board has no driver, so that the controller has found no card in entry " +
+           std::to_string(at.Slot()) + ": never met" + at.For();
+  }
   return "entry " + std::to_string(at.Slot()) + " is not in the card table (entries 0 to " +
          std::to_string(static_cast<int>(at.machine.cards.size()) - 1) + ")" +
          (SYNXTRAITS[at.line.CmdIdx].Repeat == REPEAT::UntilMet ? ": never met" + at.For() : "");
@@ -171,7 +208,8 @@ std::string LackOfUse(const Standing& at) {
 std::string Lack(const Standing& at) {
   const CommandRow& command = RowOf(at.line.CmdIdx);
   if (command.waitsFor != WaitsFor::Nothing && command.GoesToCard()) {
-    if (at.card == nullptr) return MissingCard(at);
+    const bool found = !at.machine.noDriver || at.Slot() == 0;
+    if (at.card == nullptr || !found) return MissingCard(at);
     if (at.taken == nullptr) return LackOfUse(at);
   }
   switch (command.waitsFor) {
@@ -198,15 +236,47 @@ std::string Lack(const Standing& at) {
   return "";
 }
 
-std::string WithoutFile(const TaskView& task, const EXPLAINEDLINE& line) {
+// Which key opens a program again.
+std::string NextKey(const Snapshot& machine, const TaskView& task) {
+  if (machine.noDriver) return ", and no key is read: the board has no driver";
+  if (task.stepMode) return ", step mode: Enter does nothing, Dec starts RESET.PLC";
+  return ", Enter starts FLOW.PLC, Dec RESET.PLC";
+}
+
+// Why the function keys let nothing go; empty when they do.
+std::string NoRelease(const Snapshot& machine) {
+  const std::string rack = "function_port = " + std::to_string(machine.keyPort);
+  const std::string configured = "FunctionPort=" + std::to_string(machine.configuredPort);
+  if (machine.keyPort == 0 && machine.configuredPort == 0) return "the machine has no function keys";
+  if (machine.keyPort == 0)
+    return "no function keys: Velmo.conf has " + configured + ", rack.toml no function_port";
+  if (machine.configuredPort == 0)
+    return "function keys are not read: rack.toml has " + rack + ", Velmo.conf no FunctionPort";
+  if (machine.keyPort != machine.configuredPort)
+    return "function keys are not read: rack.toml has " + rack + ", Velmo.conf " + configured;
+  return "";
+}
+
+std::string HeldText(const Snapshot& machine) {
+  const std::string none = NoRelease(machine);
+  return none.empty() ? "RUN, STEP or ZERO lets one line go" : none + "; only Dec ends it";
+}
+
+std::string TriedText(const Snapshot& machine) {
+  const std::string none = NoRelease(machine);
+  return none.empty() ? "tried only while RUN, STEP or ZERO is pressed"
+                      : "not tried, " + none + "; only Dec ends it";
+}
+
+std::string WithoutFile(const Snapshot& machine, const TaskView& task, const EXPLAINEDLINE& line) {
   if (task.file.empty() && !task.missingFile.empty()) {
     return task.missingFile + " could not be opened at the start: the task has ended";
   }
   if (!task.missingFile.empty())
     return task.missingFile + " could not be opened: idle until a key opens a program";
-  if (line.CmdIdx == SYN_EXIT) return "EXIT: has closed the program, Enter starts FLOW.PLC, Dec RESET.PLC";
   if (task.file.empty()) return "has read nothing yet";
-  return "no program is open, Enter starts FLOW.PLC, Dec RESET.PLC";
+  const char* ended = line.CmdIdx == SYN_EXIT ? "EXIT: has closed the program" : "no program is open";
+  return ended + NextKey(machine, task);
 }
 
 // A call from inside a block that failed: the old block is closed already, and the main program is not read.
@@ -220,32 +290,57 @@ std::string Repeating(const TaskView& task, const std::string& head) {
          Seconds(task.standsNanos);
 }
 
-}  // namespace
-
-std::string WhyStanding(const Snapshot& snapshot, const TaskView& task) {
-  EXPLAINEDLINE line;
-  ExplainLine(task.text.c_str(), &line);
-  if (task.mainFile.empty() && task.blockFile.empty()) return WithoutFile(task, line);
-  if (task.file.empty()) return "has read nothing yet";
-  if (BlockLost(task, line)) {
-    return Head(line) + ": the block " + task.missingFile + " could not be opened, idle until Dec";
-  }
-  if (line.CmdIdx == SYN_NUL) {
-    return task.endReads == 0 ? "reads on"
-                              : task.file + " has ended without END or EXIT, nothing more is executed";
-  }
-  const std::string head = Head(line);
+// A line that holds a command.
+Explanation AtCommand(const Snapshot& snapshot, const TaskView& task, const EXPLAINEDLINE& line) {
+  const std::string head = Head(line) + ": ";
   const CardView* const card = AddressedCard(snapshot, line.SlotIdx.Value);
   const CardCommand* const taken = card == nullptr ? nullptr : CommandsOf(card->kind).Find(line.CmdIdx);
   const Standing at = {snapshot, task, line, card, taken};
+  if (!task.longWait.empty()) return {Stand::Waits, head + task.longWait + at.For()};
   const std::string lack = Lack(at);
-  const bool gated = task.stepMode && SYNXTRAITS[line.CmdIdx].Gate == STEPGATE::Holds;
+  const COMMANDTRAITS& traits = SYNXTRAITS[line.CmdIdx];
+  const bool gated = task.stepMode && traits.Gate == STEPGATE::Holds;
+  const std::string pause = PauseText(task, line);
   if (!lack.empty()) {
-    return head + ": " + lack + (gated ? "; step mode, tried only while RUN, STEP or ZERO is pressed" : "");
+    const std::string again = traits.Repeat == REPEAT::UntilMet && !pause.empty() ? "; " + pause : "";
+    return {Stand::Waits, head + lack + (gated ? "; step mode, " + TriedText(snapshot) : again)};
   }
-  if (gated) return head + ": held by the step gate, RUN, STEP or ZERO lets one line go" + at.For();
-  if (task.endReads > 0) return Repeating(task, head);
-  return head + ": lacks nothing" + at.For();
+  if (gated) return {Stand::Held, head + "held by the step gate, " + HeldText(snapshot) + at.For()};
+  if (task.endReads > 0) return {Stand::Waits, Repeating(task, Head(line))};
+  if (!pause.empty()) return {Stand::Waits, head + pause};
+  return {Stand::GoesOn, head + "lacks nothing" + at.For()};
+}
+
+}  // namespace
+
+std::string WhyStanding(const Snapshot& snapshot, const TaskView& task) {
+  return Explain(snapshot, task).text;
+}
+
+Explanation Explain(const Snapshot& snapshot, const TaskView& task) {
+  EXPLAINEDLINE line;
+  ExplainLine(task.text.c_str(), &line);
+  if (task.mainFile.empty() && task.blockFile.empty())
+    return {Stand::Idle, WithoutFile(snapshot, task, line)};
+  if (task.file.empty()) return {Stand::GoesOn, "has read nothing yet"};
+  if (BlockLost(task, line)) {
+    return {Stand::Idle,
+            Head(line) + ": the block " + task.missingFile + " could not be opened, idle until Dec"};
+  }
+  if (line.CmdIdx != SYN_NUL) return AtCommand(snapshot, task, line);
+  if (task.endReads == 0) return {Stand::GoesOn, "reads on"};
+  return {Stand::Idle, task.file + " has ended without END or EXIT, nothing more is executed"};
+}
+
+std::optional<Sleep> SleepOf(const TaskView& task) {
+  EXPLAINEDLINE line;
+  ExplainLine(task.text.c_str(), &line);
+  if (line.CmdIdx == SYN_NUL || task.file.empty()) return std::nullopt;
+  const std::int64_t rest = SleepLeft(task, line);
+  if (rest > 0) return Sleep{rest, task.standsNanos, SYNXCMD[line.CmdIdx]};
+  const std::int64_t pause = PauseLeft(task, line);
+  if (pause > 0) return Sleep{pause, task.pauseNanos - pause, "the pause of G_ST"};
+  return std::nullopt;
 }
 
 }  // namespace rack

@@ -1,5 +1,6 @@
 #include "preload/session.h"
 
+#include <strings.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -35,6 +36,9 @@ bool IsMainThread() {
   if (known < 0) known = RealNumber(SYS_gettid) == RealNumber(SYS_getpid) ? 1 : 0;
   return known == 1;
 }
+
+// The command that sets a task's pause between commands.
+constexpr const char* kPauseWord = "G_ST";
 
 // Task number of a program's path, 0 when it is none.
 std::uint8_t TaskOfPath(const char* path) {
@@ -245,6 +249,7 @@ void Session::FileOpened(const char* path, FILE* stream) {
   RackLive& live = state_.State()->live;
   const LiveChange change(live);
   TaskRecord& task = live.tasks[number];
+  task.thread = static_cast<std::uint32_t>(RealNumber(SYS_gettid));
   const std::uint32_t file = FileNumber(path);
   Origin origin{number, file, 0};
   if (stream == nullptr) {
@@ -326,6 +331,8 @@ bool Session::NoteLine(OpenProgram& program, const void* caller, const char* tex
   task.endReads = 0;
   task.lineSince = live.now;
   CopyText(task.text, kLineSize, text);
+  const char* word = text + std::strspn(text, " \t");
+  if (strncasecmp(word, kPauseWord, std::strlen(kPauseWord)) == 0) CopyText(task.pauseText, kPauseSize, word);
   rack_->Note(JournalKind::ProgramLine, 0, 0, 0, {program.task, program.file, program.line});
   return true;
 }

@@ -33,6 +33,7 @@ constexpr int kMaxProgramFiles = 256;
 constexpr std::uint32_t kOtherProgramFile = kMaxProgramFiles + 1;  // number of every file beyond these
 constexpr int kPathSize = 208;
 constexpr int kLineSize = 1024;
+constexpr int kPauseSize = 32;  // of a line that sets a pause, what matters of it
 
 // Which of the two device names exists.
 enum class DeviceName : std::uint32_t { None = 0, EmIsa, Em335xIsa };
@@ -130,11 +131,13 @@ struct TaskRecord {
   Nanos lastAccess;  // last bus access of this thread
   std::uint8_t lastSlot;
   std::uint8_t lastPort;
-  std::uint8_t reserved[6];
+  std::uint8_t reserved[2];
+  std::uint32_t thread;        // number of its thread, as the system counts
   char text[kLineSize];        // the line, as read
   char failedPath[kPathSize];  // the file that could not be opened last
+  char pauseText[kPauseSize];  // the line read last that sets the pause between commands
 };
-static_assert(sizeof(TaskRecord) == 72 + kLineSize + kPathSize);
+static_assert(sizeof(TaskRecord) == 72 + kLineSize + kPathSize + kPauseSize);
 static_assert(offsetof(TaskRecord, lineSince) == 32);
 
 struct ControllerRecord {

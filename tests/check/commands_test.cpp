@@ -24,7 +24,8 @@ struct Expected {
 // In the order of the controller's table.
 const Expected kExpected[] = {
     {"NUL", ": 1, 0, 0", nullptr, "reads on"},
-    {"LD", ": N, 0, 1", "01", "LD 0, 0: 0.0 is off, should be on, for 0.2 s"},
+    {"LD", ": N, 0, 1", "01",
+     "LD 0, 0: 0.0 is off, should be on, for 0.2 s: nothing in rack.toml drives 0.0"},
     {"OUT", ": N, 0, 1", "01", "OUT 0, 0: lacks nothing, for 0.2 s"},
     {"FL", ": SUB.PLC", nullptr, "FL SUB.PLC: lacks nothing, for 0.2 s"},
     {"PARAM", ": 1, 0, 0", nullptr, "PARAM 1, 0: lacks nothing, for 0.2 s"},

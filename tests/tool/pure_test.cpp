@@ -36,12 +36,12 @@ TEST(KeyNames, FindsEveryKeyInAnyLetterCaseWithItsCode) {
     int code;
     bool function;
   } const cases[] = {
-      {"0", 0x70, false},    {"1", 0x69, false},     {"2", 0x72, false},     {"3", 0x7A, false},
-      {"4", 0x6B, false},    {"5", 0x73, false},     {"6", 0x74, false},     {"7", 0x6C, false},
-      {"8", 0x75, false},    {"9", 0x7D, false},     {"enter", 0x5A, false}, {"DEC", 0x7B, false},
-      {"-", 0x7B, false},    {"plus", 0x79, false},  {"+", 0x79, false},     {"Num", 0x77, false},
-      {"star", 0x7C, false}, {"slash", 0x4A, false}, {"Run", 0x08, true},    {"step", 0x04, true},
-      {"zero", 0x02, true},  {"cancel", 0x01, true}};
+      {"0", 0x70, false},   {"1", 0x69, false},     {"2", 0x72, false},     {"3", 0x7A, false},
+      {"4", 0x6B, false},   {"5", 0x73, false},     {"6", 0x74, false},     {"7", 0x6C, false},
+      {"8", 0x75, false},   {"9", 0x7D, false},     {"enter", 0x5A, false}, {"DEC", 0x7B, false},
+      {"-", 0x7B, false},   {"minus", 0x7B, false}, {"plus", 0x79, false},  {"+", 0x79, false},
+      {"Num", 0x77, false}, {"star", 0x7C, false},  {"slash", 0x4A, false}, {"Run", 0x08, true},
+      {"step", 0x04, true}, {"zero", 0x02, true},   {"cancel", 0x01, true}};
   for (const auto& c : cases) {
     const std::optional<Key> key = FindKey(c.name);
     ASSERT_TRUE(key) << c.name;

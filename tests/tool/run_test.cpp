@@ -2,6 +2,9 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <pty.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -28,6 +31,56 @@ bool Eventually(const std::function<bool()>& condition) {
   }
   return true;
 }
+
+// A terminal of 80 by 24 with a program on it.
+class Terminal {
+ public:
+  explicit Terminal(std::vector<std::string> words) {
+    const winsize size = {24, 80, 0, 0};
+    process_ = forkpty(&terminal_, nullptr, nullptr, &size);
+    if (process_ != 0) return;
+    std::vector<char*> argv;
+    argv.reserve(words.size() + 1);
+    for (std::string& word : words) argv.push_back(word.data());
+    argv.push_back(nullptr);
+    setenv("TERM", "xterm", 1);
+    execv(argv[0], argv.data());
+    _exit(127);
+  }
+  ~Terminal() {
+    End(SIGKILL);
+    close(terminal_);
+  }
+  Terminal(const Terminal&) = delete;
+  Terminal& operator=(const Terminal&) = delete;
+
+  // Its exit status after this signal.
+  int End(int signal) {
+    int status = 0;
+    if (process_ <= 0 || kill(process_, signal) != 0) return -1;
+    waitpid(process_, &status, 0);
+    process_ = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  }
+  void Type(const std::string& keys) const { (void)!write(terminal_, keys.data(), keys.size()); }
+  // Whether the program has ever written this.
+  bool Shows(const std::string& text) {
+    pollfd readable = {terminal_, POLLIN, 0};
+    char part[4096];
+    while (poll(&readable, 1, 0) > 0) {
+      const ssize_t count = read(terminal_, part, sizeof part);
+      if (count <= 0) break;
+      shown_.append(part, static_cast<std::size_t>(count));
+    }
+    return shown_.find(text) != std::string::npos;
+  }
+  const std::string& Shown() const { return shown_; }
+
+ private:
+  int terminal_ = -1;
+  pid_t process_ = -1;
+  std::string shown_;
+};
 
 class RunTest : public testing::Test {
  protected:
@@ -177,6 +230,83 @@ TEST_F(RunTest, KeysAreTakenAndTheProgramFollows) {
   EXPECT_TRUE(view.Take().tasks[0].stepMode);
   EXPECT_EQ(Tool({"key", "Entr", "--machine", machine}), 2);
   EXPECT_EQ(Tool({"in", "0.16", "on", "--machine", machine}), 2);
+}
+
+TEST_F(RunTest, WatchPressesKeysOnATerminalAndGivesItBack) {
+  Run();
+  Machine view;
+  ASSERT_EQ(view.Open(machine), "");
+  Terminal terminal({ProgramDirectory() + "/../velmo-rack", "watch", "--machine", machine});
+  ASSERT_TRUE(Eventually([&] { return terminal.Shows("task 1 plc1/RESET.PLC:"); })) << terminal.Shown();
+  EXPECT_TRUE(terminal.Shows("\x1b[?1049h"));
+  EXPECT_TRUE(terminal.Shows("start_button"));
+  terminal.Type("\r");
+  EXPECT_TRUE(Eventually([&] { return view.Take().tasks[0].file == "plc1/FLOW.PLC"; }));
+  EXPECT_TRUE(Eventually([&] { return terminal.Shows("taken"); })) << terminal.Shown();
+  // A key that is typed again and again is held, and let go with the end.
+  EXPECT_TRUE(Eventually([&] {
+    terminal.Type("5");
+    return view.Live().keys.code == 0x73;
+  }));
+  EXPECT_EQ(terminal.End(SIGTERM), 0);
+  EXPECT_TRUE(Eventually([&] { return view.Live().keys.code == 0; }));
+  EXPECT_TRUE(Eventually([&] { return terminal.Shows("\x1b[?1049l"); }));
+  // Without a terminal that can place the cursor it is plain text.
+  EXPECT_EQ(Tool({"watch", "strat_button", "--machine", machine}), 2);
+  EXPECT_THAT(Output(), testing::HasSubstr("nothing is called \"strat_button\"; did you mean start_button?"));
+}
+
+TEST_F(RunTest, KeyTellsWhoSleptThroughIt) {
+  std::ofstream(machine / "plc1/RESET.PLC") << "DLY: 3600000\nEXIT\n";
+  Run();
+  ASSERT_EQ(Tool({"key", "minus", "--machine", machine}), 0) << Output();
+  EXPECT_THAT(Output(),
+              testing::ContainsRegex("Dec: task 1 sleeps 3[0-9.]+ s more in DLY and has not seen it\n"));
+}
+
+TEST_F(RunTest, UntilRefusesWhatNeverComesAndShowTellsWhereTimeStands) {
+  std::ofstream(machine / "plc1/RESET.PLC") << "; rest\nOUT: 1, 2, 0\nEXIT";
+  Run({"--time", "virtual", "--until", "1:RESET.PLC:2"});
+  Machine view;
+  ASSERT_EQ(view.Open(machine), "");
+  ASSERT_TRUE(Eventually([&] { return view.Standing(); }));
+  const auto until = [&](const char* place) { return Tool({"until", place, "--machine", machine}); };
+  EXPECT_EQ(until("2:RESET.PLC:2"), 2);
+  EXPECT_EQ(until("1:REST.PLC:2"), 2);
+  EXPECT_EQ(until("1:RESET.PLC:4"), 2);
+  EXPECT_EQ(until("1:RESET.PLC:1"), 2);
+  EXPECT_THAT(Output(),
+              testing::HasSubstr("velmo-rack: the machine has no task 2: it runs 1\n"
+                                 "velmo-rack: there is no file plc1/REST.PLC\n"
+                                 "velmo-rack: there is no line plc1/RESET.PLC:4: the file has 3\n"
+                                 "velmo-rack: plc1/RESET.PLC:1 holds no command: the next one is 2  "
+                                 "OUT: 1, 2, 0\n"));
+  EXPECT_EQ(Tool({"show", "--machine", machine}), 0);
+  EXPECT_THAT(Output(),
+              testing::HasSubstr("\ntime stands, task 1 before plc1/RESET.PLC:2  OUT: 1, 2, 0; go, step or "
+                                 "until lets it go on\n"));
+  EXPECT_EQ(Tool({"show", "--json", "--machine", machine}), 0);
+  EXPECT_THAT(Output(), testing::HasSubstr("\"stands\": true"));
+
+  // A place that is passed no more: the wait is told, and ends where a signal finds it.
+  const pid_t waiting = Start({"until", "1:FLOW.PLC:2", "--machine", machine});
+  EXPECT_TRUE(
+      Eventually([&] { return Output().find("waits for task 1 at plc1/FLOW.PLC:2;") != std::string::npos; }));
+  kill(waiting, SIGINT);
+  EXPECT_EQ(Wait(waiting), 1);
+  EXPECT_TRUE(view.Standing());
+}
+
+TEST_F(RunTest, WhatTheCheckerFindsIsToldInALine) {
+  std::ofstream(machine / "plc1/FLOW.PLC") << "LDX: 0, 0, 1\nEND\n";
+  Run();
+  EXPECT_THAT(Output(), testing::ContainsRegex("velmo-check: [0-9]+ errors?, [0-9]+ warnings?\n"));
+  EXPECT_EQ(Tool({"shwo"}), 2);
+  EXPECT_THAT(Output(),
+              testing::HasSubstr("there is no command \"shwo\"; did you mean show? (commands: run, "));
+  EXPECT_EQ(Tool({"--version"}), 0);
+  EXPECT_EQ(Tool({"trace", "--version"}), 0);
+  EXPECT_THAT(Output(), testing::HasSubstr("velmo-rack of Velmo 0.0.0.4\n"));
 }
 
 TEST_F(RunTest, ABadRackFileAndAMissingDirectoryStartNothing) {
