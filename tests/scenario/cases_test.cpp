@@ -193,7 +193,9 @@ TEST_F(CasesTest, JunitHasEveryExpectation) {
   EXPECT_THAT(xml,
               testing::HasSubstr("<failure message=\"at 3.200 s, the end: counter parts is 2 since 1.991 s\">"
                                  "fail/end.toml:17\n"));
-  EXPECT_THAT(xml, testing::EndsWith("</failure>\n    </testcase>\n  </testsuite>\n</testsuites>\n"));
+  EXPECT_THAT(xml,
+              testing::EndsWith(
+                  "file=\"fail/end.toml\" line=\"4\" time=\"1.000\" />\n  </testsuite>\n</testsuites>\n"));
 }
 
 TEST(DemoCell, NoCardProtestsInAGoodDay) {

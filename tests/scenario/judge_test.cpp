@@ -69,7 +69,7 @@ TEST_F(JudgeTest, WithinCountsFromTheMomentAndTakesWhatLasts) {
   Expect(Demand::Within, "door on", 10, {part, 3, 0});
   EXPECT_EQ(Judged({{50, "part on"}, {60, "door on"}, {70, "part off"}, {80, "part on"}}, 200),
             "open: passed passed passed failed");
-  EXPECT_EQ(outcomes[3].message, "at 0.000 s, the end: part on has not come");
+  EXPECT_EQ(outcomes[3].message, "at 0.000 s, the end: part on number 3 has not come, only 2");
 }
 
 TEST_F(JudgeTest, NeverWatchesItsTimeOnly) {
