@@ -71,12 +71,12 @@ void Rack::WritePort(std::uint8_t port, std::uint8_t value, Nanos now, const Ori
   }
   Note(JournalKind::Write, slot, port, value, origin);
   if (!reaches) return;
+  NoteProtest(ProtestOfWrite(live_.cards[slot], port, value, live_.now), slot, port, value, origin);
   if (!changes) {
     NoteMovers(slot, false);
     return;
   }
 
-  NoteProtest(ProtestOfWrite(live_.cards[slot], port, value, live_.now), slot, port, value, origin);
   const std::uint32_t outputs = OutputLevels(live_.cards[slot]);
   const std::int32_t key = slot == 0 ? live_.cards[0].cpu.keyCode : 0;
   WriteCard(live_.cards[slot], port, value, live_.now);

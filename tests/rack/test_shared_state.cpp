@@ -107,7 +107,7 @@ TEST(StateFileTest, LayoutIsTheSameForEveryProcess) {
   EXPECT_EQ(offsetof(rack::RackLive, cards), 1088U);
   EXPECT_EQ(offsetof(rack::RackLive, plant), 10864U);
   EXPECT_EQ(offsetof(rack::RackLive, tasks), 15536U);
-  EXPECT_EQ(offsetof(rack::RackLive, programFiles), 28576U);
+  EXPECT_EQ(offsetof(rack::RackLive, programFiles), 28896U);
   EXPECT_EQ(sizeof(rack::JournalRing), 8388616U);
 }
 

@@ -174,7 +174,8 @@ TEST_F(CasesTest, JobsChangeNothingAndTheFilterChooses) {
   EXPECT_EQ(Run("velmo-rack test pass --jobs 4"), one);
   EXPECT_THAT(Run("velmo-rack test pass --filter evel --vcd"),
               testing::StartsWith("TAP version 13\n1..3\n# pass/level.toml"));
-  EXPECT_THAT(ReadText(shell.Folder() / "cases/level.vcd"), testing::HasSubstr("$enddefinitions $end\n#0\n"));
+  EXPECT_THAT(ReadText(shell.Folder() / "cases/machine-level.vcd"),
+              testing::HasSubstr("$enddefinitions $end\n#0\n"));
   EXPECT_EQ(Run("velmo-rack test pass --filter none"), "velmo-rack: no scenario has \"none\" in its name\n");
   EXPECT_EQ(shell.Status(), 2);
 }

@@ -16,7 +16,7 @@ class RecordingsTest : public testing::Test {
   }
   void Program(const std::string& text) { shell.Run("printf '" + text + "' > cell/plc1/RESET.PLC"); }
   std::string Run(const std::string& options = "") {
-    return shell.Run("velmo-rack run --time virtual --for 2s " + options + " cell > console.txt");
+    return shell.Run("velmo-rack run --no-check --time virtual --for 2s " + options + " cell > console.txt");
   }
   std::string Trace(const std::string& options) {
     return shell.Run("velmo-rack trace --once --machine cell 2>/dev/null " + options);
@@ -79,7 +79,8 @@ TEST_F(RecordingsTest, ATraceShowsWhatIsAskedFor) {
 TEST_F(RecordingsTest, TimeStandsForAReaderThatIsBehindAndGoesOnWithoutOneThatIsGone) {
   Program("G_ST: 0\n#LE: 1\nOUT: 0, 0, 1\nOUT: 0, 0, 0\nGO: 1\n");
   const std::string start =
-      "rm -rf cell/.velmo-rack; velmo-rack run --time virtual --stopped --for 400ms cell > console.txt & "
+      "rm -rf cell/.velmo-rack; velmo-rack run --no-check --time virtual --stopped --for 400ms cell > "
+      "console.txt & "
       "run=$!\n"
       "until velmo-rack show --machine cell > /dev/null 2>&1; do sleep 0.02; done; mkfifo pipe\n"
       "velmo-rack trace --csv --from-start --machine cell > pipe 2> told.txt & trace=$!\n"
@@ -102,7 +103,7 @@ TEST_F(RecordingsTest, LineNumbersAreRightBehindAZeroByteAndInManyFiles) {
   shell.Run(
       "for i in $(seq 300); do printf 'OUT: 0, 3, 1\\nEND\\n' > cell/plc1/B$i.PLC; echo \"FL: B$i.PLC\"; "
       "done > cell/plc1/RESET.PLC; echo EXIT >> cell/plc1/RESET.PLC");
-  shell.Run("velmo-rack run --time virtual --for 400s cell > console.txt");
+  shell.Run("velmo-rack run --no-check --time virtual --for 400s cell > console.txt");
   EXPECT_EQ(Trace("--kind line | grep -c 'plc1/B255.PLC:1  line read'"), "1\n");
   EXPECT_THAT(Trace("--kind line"), HasSubstr("(beyond 256 program files):1  line read\n"));
   EXPECT_THAT(Trace("--kind line"), HasSubstr("plc1/RESET.PLC:301  line read\n"));
