@@ -236,7 +236,11 @@ TEST_F(TimeRunTest, ASlowConsoleCostsTime) {
 }
 
 TEST_F(TimeRunTest, WhatIsAnsweredGivesTheSameAsWithoutTheRack) {
-  for (const char* way : {"timed", "shared", "nested", "semaphores", "once", "futexes", "spins"}) {
+  std::vector<const char*> ways = {"timed", "shared", "nested", "semaphores", "futexes", "spins"};
+#ifndef __SANITIZE_THREAD__  // which keeps starts that are made once itself, with waits of its own
+  ways.push_back("once");
+#endif
+  for (const char* way : ways) {
     ASSERT_EQ(std::system((WAITS_PROGRAM " " + std::string(way) + " > outside").c_str()), 0);
     ASSERT_NE(Read("outside"), "") << way;
     for (const char* seed : {"0", "3"}) {
