@@ -67,47 +67,72 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
   return pointers;
 }
 
-bool RedirectOutput(const std::string& path) {
-  const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-  return file >= 0 && dup2(file, STDOUT_FILENO) >= 0;
-}
+// What the child runs, made ready ahead of the fork: another thread may hold the heap's lock at that moment, so
+// behind it there are system calls only.
+class ChildProgram {
+ public:
+  explicit ChildProgram(const Launch& launch)
+      : launch_(launch), words_(launch.arguments), environment_(Environment(launch)) {
+    words_.insert(words_.begin(), launch.controller);
+    argv_ = Pointers(words_);
+    envp_ = Pointers(environment_);
+  }
 
-void Report(int pipe, const char* what) {
-  const std::string text = std::string(what) + ": " + std::strerror(errno);
-  static_cast<void>(!write(pipe, text.data(), text.size()));
-  _exit(kNotStarted);
-}
+  // The child's side: everything up to the controller's program. What fails is told through the pipe.
+  [[noreturn]] void Become(pid_t parent, int pipe) const {
+    const char* const wrong = Prepare(parent);
+    if (wrong == nullptr) execve(launch_.controller.c_str(), argv_.data(), envp_.data());
+    Tell(pipe, wrong == nullptr ? launch_.controller.c_str() : wrong);
+    _exit(kNotStarted);
+  }
 
-// The child's side: everything up to the controller's program. Whatever fails is told through the pipe.
-[[noreturn]] void BecomeController(const Launch& launch, pid_t parent, int pipe) {
-  if (prctl(PR_SET_PDEATHSIG, SIGKILL, 0, 0, 0) != 0) Report(pipe, "tie to the tool");
-  if (getppid() != parent) _exit(kNotStarted);
-  if (!DropRestartRight()) Report(pipe, "drop the right to restart the machine");
-  if (!launch.output.empty() && !RedirectOutput(launch.output)) Report(pipe, launch.output.c_str());
-  if (chdir(launch.directory.c_str()) != 0) Report(pipe, launch.directory.c_str());
-  sigset_t none;
-  sigemptyset(&none);
-  sigprocmask(SIG_SETMASK, &none, nullptr);
-  std::vector<std::string> words = launch.arguments;
-  words.insert(words.begin(), launch.controller);
-  std::vector<std::string> environment = Environment(launch);
-  const std::vector<char*> argv = Pointers(words);
-  const std::vector<char*> envp = Pointers(environment);
-  execve(launch.controller.c_str(), argv.data(), envp.data());
-  Report(pipe, launch.controller.c_str());
-  _exit(kNotStarted);
-}
+ private:
+  // Null, or what failed; errno says why.
+  const char* Prepare(pid_t parent) const {
+    if (prctl(PR_SET_PDEATHSIG, SIGKILL, 0, 0, 0) != 0) return "tie to the tool";
+    if (getppid() != parent) _exit(kNotStarted);
+    if (!DropRestartRight()) return "drop the right to restart the machine";
+    if (!launch_.output.empty() && !RedirectOutput(launch_.output.c_str())) return launch_.output.c_str();
+    if (chdir(launch_.directory.c_str()) != 0) return launch_.directory.c_str();
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+    return nullptr;
+  }
+
+  static bool RedirectOutput(const char* path) {
+    const int file = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    return file >= 0 && dup2(file, STDOUT_FILENO) >= 0;
+  }
+
+  // The number of the error, then what failed: StartError makes a sentence of it.
+  static void Tell(int pipe, const char* what) {
+    const int error = errno;
+    static_cast<void>(!write(pipe, &error, sizeof error));
+    static_cast<void>(!write(pipe, what, std::strlen(what)));
+  }
+
+  const Launch& launch_;
+  std::vector<std::string> words_;
+  std::vector<std::string> environment_;
+  std::vector<char*> argv_;
+  std::vector<char*> envp_;
+};
 
 // What the child had to say before it became the controller: empty when it got there.
 std::string StartError(int pipe) {
-  std::string text;
+  std::string told;
   char part[256];
   for (;;) {
     const ssize_t count = read(pipe, part, sizeof part);
     if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return text;
-    text.append(part, static_cast<std::size_t>(count));
+    if (count <= 0) break;
+    told.append(part, static_cast<std::size_t>(count));
   }
+  int error = 0;
+  if (told.size() < sizeof error) return "";
+  std::memcpy(&error, told.data(), sizeof error);
+  return told.substr(sizeof error) + ": " + std::strerror(error);
 }
 
 int StatusOf(int waited) {
@@ -175,9 +200,10 @@ RunEnd RunController(const Launch& launch, const std::function<std::string()>& w
     return end;
   }
   const TakenSignals signals;
+  const ChildProgram program(launch);
   const pid_t parent = getpid();
   const pid_t child = fork();
-  if (child == 0) BecomeController(launch, parent, pipe[1]);
+  if (child == 0) program.Become(parent, pipe[1]);
   close(pipe[1]);
   if (child < 0) {
     end.error = std::string("fork: ") + std::strerror(errno);
