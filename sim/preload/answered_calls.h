@@ -124,6 +124,8 @@
   X(__recvfrom_chk, ssize_t, (int, void*, std::size_t, std::size_t, int, sockaddr*, socklen_t*)) \
   X(recv, ssize_t, (int, void*, std::size_t, int))                                               \
   X(sendto, ssize_t, (int, const void*, std::size_t, int, const sockaddr*, socklen_t))           \
+  X(fcntl, int, (int, int, ...))                                                                 \
+  X(fcntl64, int, (int, int, ...))                                                               \
   X(getpid, pid_t, () noexcept)                                                                  \
   X(gettid, pid_t, () noexcept)                                                                  \
   X(getcwd, char*, (char*, std::size_t) noexcept)                                                \
@@ -134,6 +136,8 @@
 #define RACK_REFUSED_CALLS(X)                                                                         \
   X(epoll_wait, int, (int a, epoll_event* b, int c, int d), (a, b, c, d))                             \
   X(epoll_pwait, int, (int a, epoll_event* b, int c, int d, const sigset_t* e), (a, b, c, d, e))      \
+  X(epoll_pwait2, int, (int a, epoll_event* b, int c, const timespec* d, const sigset_t* e),          \
+    (a, b, c, d, e))                                                                                  \
   X(ppoll, int, (pollfd * a, nfds_t b, const timespec* c, const sigset_t* d), (a, b, c, d))           \
   X(__ppoll_chk, int, (pollfd * a, nfds_t b, const timespec* c, const sigset_t* d, std::size_t e),    \
     (a, b, c, d, e))                                                                                  \

@@ -268,13 +268,16 @@ int __openat64_2(int directory, const char* path, int flags) {
 
 ssize_t read(int descriptor, void* buffer, size_t count) {
   static auto* const next = rack::Next(rack::calls::read);
-  return rack::IsHandle(descriptor) ? rack::ReadDevice(buffer, count) : next(descriptor, buffer, count);
+  if (rack::IsHandle(descriptor)) return rack::ReadDevice(buffer, count);
+  rack::CurrentTime().ReadFrom(descriptor);
+  return next(descriptor, buffer, count);
 }
 
 ssize_t __read_chk(int descriptor, void* buffer, size_t count, size_t size) {
   static auto* const next = rack::Next(rack::calls::__read_chk);
-  if (!rack::IsHandle(descriptor) || count > size) return next(descriptor, buffer, count, size);
-  return rack::ReadDevice(buffer, count);
+  if (rack::IsHandle(descriptor) && count <= size) return rack::ReadDevice(buffer, count);
+  rack::CurrentTime().ReadFrom(descriptor);
+  return next(descriptor, buffer, count, size);
 }
 
 ssize_t write(int descriptor, const void* buffer, size_t count) {

@@ -28,6 +28,8 @@ class TimeSource {
   virtual void LineDue(const DueLine& /*line*/) {}
   virtual void ConsoleBegins() {}  // around each write to the console
   virtual void ConsoleEnds(std::size_t /*bytes*/) {}
+  // Ahead of a read that is not the device's: its other end may keep it waiting.
+  virtual void ReadFrom(int /*descriptor*/) {}
   // A system call that the controller, or a library of its, makes by its number: true when it was answered.
   virtual bool SystemCall(long /*number*/, const long (&/*arguments*/)[6], long& /*result*/) { return false; }
   // Whether numbers that differ from run to run are to be shown as fixed ones.

@@ -4,6 +4,7 @@
 // answered itself. In virtual time also what differs from run to run is answered as fixed: process and thread
 // numbers, the working directory, the network.
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <pthread.h>
@@ -16,6 +17,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdarg>
 #include <cstring>
 #include <ctime>
 
@@ -231,6 +233,13 @@ ssize_t SendTo(int descriptor, const void* data, std::size_t size, int flags, co
   return static_cast<ssize_t>(size);
 }
 
+// Every command's argument is a number or a pointer, or is not looked at.
+int ControlFile(int (*next)(int, int, ...), int descriptor, int command, long argument) {
+  const bool waits = command == F_SETLKW || command == F_SETLKW64 || command == F_OFD_SETLKW;
+  if (InTurn() && waits) Refuse("fcntl to wait for a lock");
+  return next(descriptor, command, argument);
+}
+
 // --- Fixed answers
 
 char* WorkingDirectory(char* buffer, std::size_t size) {
@@ -242,6 +251,12 @@ char* WorkingDirectory(char* buffer, std::size_t size) {
 
 }  // namespace
 }  // namespace rack
+
+#define RACK_CONTROL_ARGUMENT(command)      \
+  va_list rest;                             \
+  va_start(rest, command);                  \
+  const long argument = va_arg(rest, long); \
+  va_end(rest);
 
 using rack::InTurn;
 using rack::IsScaled;
@@ -535,6 +550,18 @@ ssize_t recv(int descriptor, void* buffer, size_t size, int flags) {
 ssize_t sendto(int descriptor, const void* data, size_t size, int flags, const sockaddr* address,
                socklen_t length) {
   return rack::SendTo(descriptor, data, size, flags, address, length);
+}
+
+int fcntl(int descriptor, int command, ...) {
+  static auto* const next = Next(rack::calls::fcntl);
+  RACK_CONTROL_ARGUMENT(command)
+  return rack::ControlFile(next, descriptor, command, argument);
+}
+
+int fcntl64(int descriptor, int command, ...) {
+  static auto* const next = Next(rack::calls::fcntl64);
+  RACK_CONTROL_ARGUMENT(command)
+  return rack::ControlFile(next, descriptor, command, argument);
 }
 
 pid_t getpid() noexcept {

@@ -21,6 +21,9 @@ class VirtualTime final : public TimeSource {
   void ConsoleEnds(std::size_t bytes) override {
     if (InTurn()) rack::ConsoleEnds(bytes);
   }
+  void ReadFrom(int descriptor) override {
+    if (InTurn()) RefuseIfItWaits(descriptor);
+  }
   bool SystemCall(long number, const long (&arguments)[6], long& result) override {
     return InTurn() && AnswerSystemCall(number, arguments, result);
   }
@@ -33,6 +36,9 @@ class ScaledTime final : public TimeSource {
   // Also right for a controller that was started again later than the machine was switched on.
   Nanos Now() override {
     return state_.powerOn + PassedTime(state_.time.setup, state_.powerOn, RealMonotonic());
+  }
+  bool SystemCall(long number, const long (&arguments)[6], long& result) override {
+    return ScaleSystemCall(number, arguments, result);
   }
 
  private:

@@ -251,10 +251,19 @@ TEST_F(TimeRunTest, WhatIsAnsweredGivesTheSameAsWithoutTheRack) {
   }
 }
 
+TEST_F(TimeRunTest, AWaitByItsNumberIsScaledLikeTheClock) {
+  Run({"--time", "100", "--controller", WAITS_PROGRAM, "--tasks", "limits"});
+  EXPECT_EQ(End(0), 1);  // it opens no device
+  EXPECT_THAT(Read("console"), testing::StartsWith("in time\nin time\nvelmo-rack: "));
+}
+
 TEST_F(TimeRunTest, WhatIsNotAnsweredEndsTheRunAtOnceByItsName) {
   const std::pair<const char*, const char*> calls[] = {{"epoll", "epoll_wait"},
+                                                       {"nanos", "epoll_pwait2"},
                                                        {"timer", "timerfd_create"},
                                                        {"flock", "flock"},
+                                                       {"record", "fcntl to wait for a lock"},
+                                                       {"pipe", "read of a pipe"},
                                                        {"number", "syscall with the number"}};
   for (const auto& [way, call] : calls) {
     Run({"--time", "virtual", "--controller", STUCK_PROGRAM, "--tasks", way});

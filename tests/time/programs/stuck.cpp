@@ -24,12 +24,33 @@ void Epoll() {
   epoll_wait(epoll_create1(0), &event, 1, 1000);
 }
 
+void EpollInNanos() {
+  epoll_event event{};
+  const timespec limit = {1, 0};
+  epoll_pwait2(epoll_create1(0), &event, 1, &limit, nullptr);
+}
+
 void Timer() {
   timerfd_create(CLOCK_MONOTONIC, 0);
 }
 
 void Flock() {
   flock(open("lock", O_RDWR | O_CREAT, 0644), LOCK_EX);
+}
+
+void RecordLock() {
+  struct flock whole = {};
+  whole.l_type = F_WRLCK;
+  fcntl(open("lock", O_RDWR | O_CREAT, 0644), F_SETLKW, &whole);
+}
+
+// A regular file does not wait.
+void Pipe() {
+  int ends[2];
+  char byte = 0;
+  const bool written = pipe(ends) == 0 && write(open("file", O_RDWR | O_CREAT, 0644), &byte, 1) == 1;
+  if (written && read(open("file", O_RDONLY), &byte, 1) == 1 && read(ends[0], &byte, 1) < 0)
+    std::perror("read");
 }
 
 void Number() {
@@ -84,8 +105,10 @@ struct Way {
   const char* name;
   void (*run)();
 };
-constexpr Way kWays[] = {{"epoll", Epoll},   {"timer", Timer},   {"flock", Flock},     {"number", Number},
-                         {"inside", Inside}, {"circle", Circle}, {"readers", Readers}, {"self", Self}};
+constexpr Way kWays[] = {{"epoll", Epoll},     {"nanos", EpollInNanos}, {"timer", Timer},
+                         {"flock", Flock},     {"record", RecordLock},  {"pipe", Pipe},
+                         {"number", Number},   {"inside", Inside},      {"circle", Circle},
+                         {"readers", Readers}, {"self", Self}};
 
 }  // namespace
 

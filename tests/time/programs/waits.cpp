@@ -147,13 +147,14 @@ void MadeOnce() {
   gives.join();
 }
 
+constexpr int kWait = 0;
+constexpr int kWake = 1;
+constexpr int kWaitBitset = 9;
+constexpr int kPrivate = 128;
+
 // What the C++ library's latch and atomics do, with libraries of any standard.
 void Futexes() {
   int word = 0;
-  constexpr int kWait = 0;
-  constexpr int kWake = 1;
-  constexpr int kWaitBitset = 9;
-  constexpr int kPrivate = 128;
   const timespec limit = {1, 0};
   Say("other value " + std::to_string(syscall(SYS_futex, &word, kWait | kPrivate, 1, nullptr)) + " " +
       std::strerror(errno));
@@ -171,6 +172,24 @@ void Futexes() {
   const timespec pause = {0, 20'000'000};
   Say("pause " + Lasts([&] { return syscall(SYS_nanosleep, &pause, nullptr) == 0; }));
   Say("main " + Met(syscall(SYS_gettid) == syscall(SYS_getpid) && gettid() == syscall(SYS_gettid)));
+}
+
+// Limits of 20 s by the controller's clock: without its factor they would be much longer or shorter by it.
+void FutexLimits() {
+  std::uint32_t word = 0;
+  const auto seconds = [] {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec;
+  };
+  const auto start = seconds();
+  const timespec length = {20, 0};
+  syscall(SYS_futex, &word, kWait | kPrivate, 0, &length);
+  const auto middle = seconds();
+  const timespec point = {middle + 20, 0};
+  syscall(SYS_futex, &word, kWaitBitset | kPrivate, 0, &point, nullptr, -1);
+  for (const auto passed : {middle - start, seconds() - middle})
+    Say(passed < 20 ? "early" : passed > 1000 ? "late" : "in time");
 }
 
 void Spins() {
@@ -192,9 +211,9 @@ struct Way {
   const char* name;
   void (*run)();
 };
-constexpr Way kWays[] = {
-    {"timed", TimedMutexes}, {"shared", SharedMutexes}, {"nested", NestedMutexes}, {"semaphores", Semaphores},
-    {"once", MadeOnce},      {"futexes", Futexes},      {"spins", Spins}};
+constexpr Way kWays[] = {{"timed", TimedMutexes},    {"shared", SharedMutexes}, {"nested", NestedMutexes},
+                         {"semaphores", Semaphores}, {"once", MadeOnce},        {"futexes", Futexes},
+                         {"spins", Spins},           {"limits", FutexLimits}};
 
 }  // namespace
 
