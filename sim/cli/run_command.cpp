@@ -68,6 +68,7 @@ int RunUntilEnd(const Launch& launch, RackState& state, bool once) {
       const std::string wrong = attach();
       return wrong.empty() ? standstill() : wrong;
     });
+    FinishPolls(state);
     Tell(cards());
     if (end.over) return kDone;
     if (!end.error.empty()) return Complain(kFailed, end.error);

@@ -1,6 +1,7 @@
 #include "rack/poll_folder.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace rack {
 
@@ -20,11 +21,11 @@ bool IsOfProgram(JournalKind kind) {
 
 }  // namespace
 
-PollFolder::Track& PollFolder::TrackOf(std::uint8_t task) {
-  constexpr std::uint8_t kMain = kTracks - 2;
-  constexpr std::uint8_t kUnknown = kTracks - 1;
-  if (task < kMain) return tracks_[task];
-  return tracks_[task == kMainThread ? kMain : kUnknown];
+PollTrack& PollFolder::TrackOf(std::uint8_t task) {
+  constexpr std::uint8_t kMain = kPollTracks - 2;
+  constexpr std::uint8_t kUnknown = kPollTracks - 1;
+  if (task < kMain) return polls_.tracks[task];
+  return polls_.tracks[task == kMainThread ? kMain : kUnknown];
 }
 
 void PollFolder::Add(const JournalRecord& record) {
@@ -32,25 +33,25 @@ void PollFolder::Add(const JournalRecord& record) {
     AddAccess(TrackOf(record.task), record);
     return;
   }
-  if (holding_ != nullptr) WriteHeld(*holding_);
+  WriteAllHeld();
   if (IsOfProgram(record.kind)) {
-    Track& track = TrackOf(record.task);
+    PollTrack& track = TrackOf(record.task);
     Break(track, record.time);
     track.known = 0;
   }
   Append(ring_, record);
 }
 
-void PollFolder::AddAccess(Track& track, const JournalRecord& record) {
+void PollFolder::AddAccess(PollTrack& track, const JournalRecord& record) {
   if (track.period != 0 && Counts(track, record)) return;
   if (track.period == 0 && Continues(track, record)) return;
   Break(track, record.time);
   if (Continues(track, record)) return;
-  if (holding_ != nullptr) WriteHeld(*holding_);
-  Remember(track, {record, Append(ring_, record)});
+  WriteAllHeld();
+  Remember(track, {record, Append(ring_, record), 0});
 }
 
-bool PollFolder::Counts(Track& track, const JournalRecord& record) {
+bool PollFolder::Counts(PollTrack& track, const JournalRecord& record) {
   if (!IsSame(track.round[track.phase].record, record)) return false;
   ++track.counted;
   track.lastCounted = record.time;
@@ -63,7 +64,7 @@ bool PollFolder::Counts(Track& track, const JournalRecord& record) {
 
 // Whether the access may belong to a second round like the last one. It is kept out of the journal until that is
 // known, or something else happens.
-bool PollFolder::Continues(Track& track, const JournalRecord& record) {
+bool PollFolder::Continues(PollTrack& track, const JournalRecord& record) {
   unsigned possible = 0;
   for (const int period : kPeriods) {
     const bool begins = track.seen == 0 || (track.periods & static_cast<unsigned>(period)) != 0;
@@ -72,11 +73,11 @@ bool PollFolder::Continues(Track& track, const JournalRecord& record) {
       possible |= static_cast<unsigned>(period);
   }
   if (possible == 0) return false;
-  if (holding_ != nullptr && holding_ != &track) WriteHeld(*holding_);
+  if (polls_.holding != NumberOf(track)) WriteAllHeld();
   track.periods = possible;
-  track.next[track.seen++] = {record, 0};
+  track.next[track.seen++] = {record, 0, 0};
   ++track.held;
-  holding_ = &track;
+  polls_.holding = NumberOf(track);
   for (const int period : kPeriods) {
     if ((possible & static_cast<unsigned>(period)) == 0 || period != track.seen) continue;
     BeginFolding(track, period);
@@ -85,19 +86,19 @@ bool PollFolder::Continues(Track& track, const JournalRecord& record) {
   return true;
 }
 
-void PollFolder::BeginFolding(Track& track, int period) {
+void PollFolder::BeginFolding(PollTrack& track, int period) {
   std::rotate(track.round, track.round + track.known - period, track.round + track.known);
   track.lastCounted = track.lastWhole = track.next[track.seen - 1].record.time;
   track.counted = track.whole = static_cast<std::uint32_t>(track.held);
   track.period = track.known = period;
   track.phase = track.seen = track.held = 0;
-  holding_ = nullptr;
+  polls_.holding = 0;
 }
 
 // The poll is over, or there was none: all that is known of it goes into the journal.
-void PollFolder::Break(Track& track, Nanos now) {
+void PollFolder::Break(PollTrack& track, Nanos now) {
   if (track.period != 0) {
-    if (holding_ != nullptr) WriteHeld(*holding_);
+    WriteAllHeld();
     TellOf(track, track.counted, track.lastCounted, now);
     std::rotate(track.round, track.round + track.phase, track.round + track.period);
     track.period = track.phase = 0;
@@ -108,7 +109,7 @@ void PollFolder::Break(Track& track, Nanos now) {
   track.seen = 0;
 }
 
-void PollFolder::TellOf(Track& track, std::uint32_t accesses, Nanos last, Nanos now) {
+void PollFolder::TellOf(PollTrack& track, std::uint32_t accesses, Nanos last, Nanos now) {
   if (accesses == 0) return;
   const JournalRecord& first = track.round[0].record;
   Append(ring_, {now, JournalKind::Repeats, first.task, static_cast<std::uint8_t>(track.period), 0,
@@ -119,27 +120,40 @@ void PollFolder::TellOf(Track& track, std::uint32_t accesses, Nanos last, Nanos 
 }
 
 void PollFolder::Tell(Nanos now) {
-  if (holding_ != nullptr) WriteHeld(*holding_);
-  for (Track& track : tracks_) {
+  WriteAllHeld();
+  for (PollTrack& track : polls_.tracks) {
     if (track.period != 0) TellOf(track, track.counted, track.lastCounted, now);
   }
 }
 
 void PollFolder::TellRounds(Nanos now) {
-  for (Track& track : tracks_) {
+  for (PollTrack& track : polls_.tracks) {
     if (track.period != 0) TellOf(track, track.whole, track.lastWhole, now);
   }
 }
 
-void PollFolder::WriteHeld(Track& track) {
+void PollFolder::Finish(Nanos now) {
+  Tell(now);
+  std::fill(std::begin(polls_.tracks), std::end(polls_.tracks), PollTrack{});
+}
+
+void PollFolder::WriteAllHeld() {
+  if (polls_.holding != 0) WriteHeld(polls_.tracks[polls_.holding - 1]);
+}
+
+std::uint32_t PollFolder::NumberOf(const PollTrack& track) const {
+  return static_cast<std::uint32_t>(&track - polls_.tracks) + 1;
+}
+
+void PollFolder::WriteHeld(PollTrack& track) {
   for (int i = track.seen - track.held; i < track.seen; ++i) {
     track.next[i].number = Append(ring_, track.next[i].record);
   }
   track.held = 0;
-  if (holding_ == &track) holding_ = nullptr;
+  if (polls_.holding == NumberOf(track)) polls_.holding = 0;
 }
 
-void PollFolder::Remember(Track& track, const Access& access) const {
+void PollFolder::Remember(PollTrack& track, const PollTrack::Access& access) const {
   if (track.known == kLongestRound) {
     std::rotate(track.round, track.round + 1, track.round + track.known);
     --track.known;

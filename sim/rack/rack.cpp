@@ -13,7 +13,7 @@ constexpr std::uint8_t kKeyClear = 1;  // of the CPU card
 
 Rack::Rack(RackState& state) : Rack(state.image, state.live) {
   requests_ = &state.requests;
-  journal_.emplace(state.journal);
+  journal_.emplace(state.journal, state.polls);
   tellPollsAt_ = live_.now / kSecond * kSecond + kSecond;
 }
 

@@ -120,6 +120,10 @@ void PowerOn(RackState& state, const RackSetup& setup, Nanos monotonic) {
   Rack(state).PowerOn(setup.inputsOn);
 }
 
+void FinishPolls(RackState& state) {
+  PollFolder(state.journal, state.polls).Finish(state.live.now);
+}
+
 StateFile::~StateFile() {
   Close();
 }

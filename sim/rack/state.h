@@ -3,7 +3,8 @@
 // Fixed-width fields at the same offsets in 32-bit and 64-bit processes, no lock inside. Who writes what:
 //  - image: the tool, when it creates the file (power-on); constant from then on.
 //  - live: the controller's side only, within a LiveChange.
-//  - requests: see requests.h. journal: the controller's side appends. time: see time_control.h.
+//  - requests: see requests.h. journal, polls: the controller's side; after its end the tool that ran it, in FinishPolls.
+//    time: see time_control.h.
 // The file outlasts a restart of the controller, as the cards' registers do.
 #pragma once
 
@@ -17,7 +18,7 @@
 
 #include "cards/card_kinds.h"
 #include "plant/plant.h"
-#include "rack/journal.h"
+#include "rack/poll_folder.h"
 #include "rack/readers.h"
 #include "rack/requests.h"
 #include "rack/time_control.h"
@@ -206,7 +207,7 @@ static_assert(offsetof(RackLive, faults) == 320);
 static_assert(offsetof(RackLive, cards) == 320 + 24 * kMaxFaults);
 
 constexpr char kStateMagic[8] = {'V', 'e', 'l', 'm', 'o', 'R', 'c', 'k'};
-constexpr std::uint32_t kStateVersion = 4;
+constexpr std::uint32_t kStateVersion = 5;
 
 struct RackState {
   char magic[8];
@@ -217,6 +218,7 @@ struct RackState {
   alignas(8) RackLive live;
   RequestRing requests;
   JournalRing journal;
+  PollTracks polls;
   TimeControl time;
   ReaderTable readers;
 };
@@ -299,6 +301,9 @@ class StateFile {
 
 // Puts the power-on state of a rack into zeroed memory.
 void PowerOn(RackState& state, const RackSetup& setup, Nanos monotonic);
+
+// The controller has ended, in whatever way: the journal is told what was counted of its polls. By whoever ran it.
+void FinishPolls(RackState& state);
 
 // A copy of what the controller's side keeps changing. False when no steady moment was found within about 100
 // ms (the controller ended in the middle of a change): the copy may then be torn.

@@ -110,7 +110,7 @@ int TakeSpeaker(std::string& line) {
 // The controller's process, started again after each restart, in a thread of its own.
 class ControllerThread {
  public:
-  ControllerThread(const Launch& launch, const RackState& state) : launch_(launch), state_(state) {
+  ControllerThread(const Launch& launch, RackState& state) : launch_(launch), state_(state) {
     thread_ = std::thread([this] { Run(); });
   }
   ~ControllerThread() { Finish(); }
@@ -145,6 +145,7 @@ class ControllerThread {
         const std::string wrong = attach();
         return wrong.empty() ? standstill() : wrong;
       });
+      FinishPolls(state_);
       stopSignal_ = end.stopSignal;
       why_ = "the controller " + EndText(end);
       if (!finishing_ && !end.error.empty()) error_ = end.error;
@@ -158,7 +159,7 @@ class ControllerThread {
   }
 
   const Launch& launch_;
-  const RackState& state_;
+  RackState& state_;
   std::atomic<bool> finishing_{false};
   std::atomic<bool> ended_{false};
   // Written by the thread before ended_ is set.

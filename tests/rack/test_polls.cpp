@@ -50,7 +50,8 @@ class FoldTest : public testing::Test {
   }
 
   const std::unique_ptr<JournalRing> ring = std::make_unique<JournalRing>();
-  PollFolder folder{*ring};
+  PollTracks polls{};
+  PollFolder folder{*ring, polls};
   Nanos now = 0;
 };
 
@@ -67,6 +68,21 @@ TEST_F(FoldTest, ThePollIsWrittenOnceAndThenCounted) {
   Poll(3, 1);
   Event(JournalKind::ProgramLine);
   EXPECT_EQ(Records(), "S3 R8=0 x2/1998 x2/1 R8=1 x2/6 line");
+}
+
+TEST_F(FoldTest, WhatAControllerThatIsKilledHasCountedIsToldOfAfterwards) {
+  Poll(1000);
+  Select(3);
+  Select(4, 2);
+  Read(8, 0, 2);
+  Select(4, 2);  // kept back, as it may begin a poll
+  PollFolder later{*ring, polls};
+  later.Finish(now);
+  EXPECT_EQ(Records(), "S3 R8=0 2:S4 2:R8=0 2:S4 x2/1999");
+  later.Finish(now);
+  later.Add(
+      {++now, JournalKind::Read, 1, 3, 8, 0, 3, 1});  // of the next controller: no round of the last one's
+  EXPECT_EQ(Records(), "S3 R8=0 2:S4 2:R8=0 2:S4 x2/1999 R8=0");
 }
 
 TEST_F(FoldTest, RoundsOfOneTwoAndFourAccesses) {

@@ -55,6 +55,21 @@ TEST_F(RecordingsTest, AStartWithASetupIsHeldWholeAndThePollIsOneLine) {
               HasSubstr(",plc1,\"plc1/RESET.PLC\",1,4,6,97,\"again: "));
 }
 
+// The keypad is looked at every tenth of a second: nothing is missing up to there. Polls are told of once a second.
+TEST_F(RecordingsTest, AControllerThatIsKilledLosesNoPoll) {
+  Program("EXIT\\n");
+  const std::string said = shell.Run(
+      "velmo-rack run --no-check --time virtual --for 24h cell > console.txt 2>&1 & run=$!\n"
+      "show() { velmo-rack show --json --machine cell 2> /dev/null | sed -n \"s/^  .$1.: "
+      "\\([0-9]*\\).*/\\1/p\"; }\n"
+      "until [ 0$(show seconds) -ge 3 ]; do sleep 0.01; kill -0 $run || exit 1; done\n"
+      "kill -9 $(show process); wait $run; echo $?; tail -n 1 console.txt\n"
+      "velmo-rack trace --once --csv --machine cell 2> /dev/null | tail -n 1 > last; cut -d , -f 2,3 last\n"
+      "velmo-rack show --json --machine cell | awk -F '[ ,]+' '/^  .seconds/ {\n"
+      "  now = $3 * 1e9; getline < \"last\"; print now - $1 < 2e8 ? \"whole\" : now - $1 }'");
+  EXPECT_EQ(said, "137\nvelmo-rack: the controller has died by SIGKILL\nrepeats,key\nwhole\n");
+}
+
 TEST_F(RecordingsTest, ATraceShowsWhatIsAskedFor) {
   Program("OUT: 1, 3, 1\\nDG: 2, 0, 1\\nLDG: 2, 0,\\nOUT: 1, 3, 0\\nEXIT\\n");
   Run();
