@@ -151,7 +151,7 @@ class LineReader {
   }
 
   LINEFAULT TooFewFields() {
-    return Fault(LINEFAULT::TooFewFields, Arguments.data() + Arguments.find_last_not_of(BLANKS) + 1);
+    return Fault(LINEFAULT::TooFewFields, Arguments.data() + (Arguments.find_last_not_of(BLANKS) + 1));
   }
 
   LINEFAULT Fault(LINEFAULT fault, const char* place) {

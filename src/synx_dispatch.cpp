@@ -22,6 +22,11 @@ int GiveToCard(CardCommand command, int slotIdx, int chIdx, void* parameter) {
   return card == nullptr ? NOCARD : (card->*command)(chIdx, parameter);
 }
 
+// No command beyond the table is gated.
+bool IsGated(SYNXIDX cmdIdx) {
+  return cmdIdx >= 0 && cmdIdx < SYNMAX && SYNXTRAITS[cmdIdx].Gate != STEPGATE::Open;
+}
+
 }  // namespace
 
 int Task_LD(int SlotIdx, int ChIdx, void* pArgc) {
@@ -74,7 +79,7 @@ int GoFileLine(FILE* Fptr, int LineIdx) {
 
 int FilterStep(HKEY InKey, int IsStep, SYNXIDX* CmdIdx) {
   const ScopedLock lock(SynxLock);
-  if (IsStep == 0 || SYNXTRAITS[*CmdIdx].Gate == STEPGATE::Open) return GOON;
+  if (IsStep == 0 || !IsGated(*CmdIdx)) return GOON;
   if (InKey == HKEY_RUN || InKey == HKEY_STEP || InKey == HKEY_ZERO) return GOON;
   if (InKey < HKEY_1 || InKey > HKEY_0) PauseMicros(1);
   return HOLD;
