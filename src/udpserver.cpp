@@ -6,9 +6,11 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 
 #include "drvlib.h"
 #include "locks.h"
+#include "numbers.h"
 #include "readini.h"
 #include "waits.h"
 
@@ -19,6 +21,18 @@ namespace {
 
 constexpr int DEFAULTPORT = 2017;
 constexpr int FAILUREPAUSE_US = 100;
+constexpr int VALUESIZE = 300;  // longer than any value of the configuration
+
+bool IsPort(long long number) {
+  return number > 0 && number <= std::numeric_limits<uint16_t>::max();
+}
+
+int BoundPort(int descriptor) {
+  sockaddr_in bound = {};
+  socklen_t length = sizeof bound;
+  getsockname(descriptor, reinterpret_cast<sockaddr*>(&bound), &length);
+  return ntohs(bound.sin_port);
+}
 
 }  // namespace
 
@@ -33,8 +47,14 @@ UDP::UDP()
       LocalPort(DEFAULTPORT) {}
 
 int UDP::Init(int TaskNo) {
-  if (ReadIni.GetField("Velmo.conf", "[UDP]", "Port", 0, LocalPort) != 0) LocalPort = DEFAULTPORT;
+  char text[VALUESIZE] = "";
+  const bool isGiven = ReadIni.GetField("Velmo.conf", "[UDP]", "Port", 0, text) == 0;
+  LocalPort = isGiven ? ToNumber<int>(text) : DEFAULTPORT;
   const int result = Network_Init(LocalPort);
+  if (result == 1 && isGiven && !IsPort(ToWideNumber(text))) {
+    ReadIni.Trim(text);
+    Console("UDP Port \"%s\" means nothing, bound to %d\n", text, BoundPort(UDP_Sockfd));
+  }
   nTaskNo = TaskNo;
   return result;
 }
@@ -51,6 +71,7 @@ int UDP::Network_Init(int Local_Port) {
   }
   if (bind(UDP_Sockfd, reinterpret_cast<const sockaddr*>(&server), sizeof server) != 0) {
     std::perror("bind error");
+    Console("UDP port %d is not bound\n", ntohs(server.sin_port));
     return -2;
   }
   return 1;

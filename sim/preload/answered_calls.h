@@ -120,6 +120,7 @@
 // The network, and what differs from run to run: in virtual time.
 #define RACK_OUTSIDE_CALLS(X)                                                                    \
   X(bind, int, (int, const sockaddr*, socklen_t) noexcept)                                       \
+  X(getsockname, int, (int, sockaddr*, socklen_t*) noexcept)                                     \
   X(recvfrom, ssize_t, (int, void*, std::size_t, int, sockaddr*, socklen_t*))                    \
   X(__recvfrom_chk, ssize_t, (int, void*, std::size_t, std::size_t, int, sockaddr*, socklen_t*)) \
   X(recv, ssize_t, (int, void*, std::size_t, int))                                               \

@@ -31,6 +31,7 @@ namespace {
 
 constexpr pid_t kShownProcess = 1000;
 constexpr int kMaxSockets = 16;
+constexpr in_port_t kAnyPort = 40000;            // what a socket gets that asks for no port of its own
 constexpr Nanos kLookAgain = 10 * kMillisecond;  // at what only the outside can change
 
 // --- Threads
@@ -177,19 +178,49 @@ int Select(int count, fd_set* read, fd_set* write, fd_set* except, timeval* limi
   return found;
 }
 
-// Sockets of the run's own network, as descriptor plus 1; 0: not used. Touched in turn only.
-int Sockets[kMaxSockets];
+// A socket of the run's own network.
+struct OwnSocket {
+  int handle;  // descriptor plus 1; 0: row not used
+  in_port_t port;
+};
+OwnSocket Sockets[kMaxSockets];  // touched in turn only
 
-bool IsOwnSocket(int descriptor) {
-  return std::find(Sockets, Sockets + kMaxSockets, descriptor + 1) != Sockets + kMaxSockets;
+OwnSocket* FindSocket(int handle) {
+  OwnSocket* const end = Sockets + kMaxSockets;
+  OwnSocket* const found =
+      std::find_if(Sockets, end, [=](const OwnSocket& row) { return row.handle == handle; });
+  return found == end ? nullptr : found;
+}
+
+OwnSocket* SocketOf(int descriptor) {
+  return descriptor < 0 ? nullptr : FindSocket(descriptor + 1);
 }
 
 int Bind(int descriptor, const sockaddr* address, socklen_t length) {
   static auto* const next = Next(calls::bind);
   if (!InTurn() || address->sa_family != AF_INET) return next(descriptor, address, length);
   SpendCall();
-  int* const free = std::find(Sockets, Sockets + kMaxSockets, 0);
-  if (!IsOwnSocket(descriptor) && free != Sockets + kMaxSockets) *free = descriptor + 1;
+  OwnSocket* const known = SocketOf(descriptor);
+  OwnSocket* const row = known != nullptr ? known : FindSocket(0);
+  sockaddr_in wanted = {};
+  std::memcpy(&wanted, address, std::min<std::size_t>(length, sizeof wanted));
+  if (row != nullptr) *row = {descriptor + 1, wanted.sin_port != 0 ? wanted.sin_port : htons(kAnyPort)};
+  return 0;
+}
+
+void CopyAddress(const sockaddr_in& from, sockaddr* address, socklen_t* length) {
+  std::memcpy(address, &from, std::min<std::size_t>(*length, sizeof from));
+  *length = sizeof from;
+}
+
+int NameOfSocket(int descriptor, sockaddr* address, socklen_t* length) {
+  static auto* const next = Next(calls::getsockname);
+  const OwnSocket* const own = InTurn() ? SocketOf(descriptor) : nullptr;
+  if (own == nullptr) return next(descriptor, address, length);
+  sockaddr_in bound = {};
+  bound.sin_family = AF_INET;
+  bound.sin_port = own->port;
+  CopyAddress(bound, address, length);
   return 0;
 }
 
@@ -202,10 +233,7 @@ ssize_t TakeMail(void* buffer, std::size_t size, sockaddr* sender, socklen_t* le
   from.sin_family = AF_INET;
   from.sin_port = htons(item.port);
   from.sin_addr.s_addr = htonl(item.address);
-  if (sender != nullptr && length != nullptr) {
-    std::memcpy(sender, &from, std::min<std::size_t>(*length, sizeof from));
-    *length = sizeof from;
-  }
+  if (sender != nullptr && length != nullptr) CopyAddress(from, sender, length);
   MailTaken();
   return static_cast<ssize_t>(count);
 }
@@ -215,7 +243,7 @@ ssize_t Receive(int descriptor, void* buffer, std::size_t size, int flags, socka
   static auto* const next = Next(calls::recvfrom);
   if (!InTurn() || (flags & MSG_DONTWAIT) != 0) return next(descriptor, buffer, size, flags, sender, length);
   SpendCall();
-  if (IsOwnSocket(descriptor)) return TakeMail(buffer, size, sender, length);
+  if (SocketOf(descriptor) != nullptr) return TakeMail(buffer, size, sender, length);
   ssize_t count = -1;
   Until(kForEver, [&] {
     count = next(descriptor, buffer, size, flags | MSG_DONTWAIT, sender, length);
@@ -227,7 +255,8 @@ ssize_t Receive(int descriptor, void* buffer, std::size_t size, int flags, socka
 ssize_t SendTo(int descriptor, const void* data, std::size_t size, int flags, const sockaddr* address,
                socklen_t length) {
   static auto* const next = Next(calls::sendto);
-  if (!InTurn() || !IsOwnSocket(descriptor)) return next(descriptor, data, size, flags, address, length);
+  if (!InTurn() || SocketOf(descriptor) == nullptr)
+    return next(descriptor, data, size, flags, address, length);
   SpendCall();
   ReplySent();
   return static_cast<ssize_t>(size);
@@ -545,6 +574,10 @@ ssize_t __recvfrom_chk(int descriptor, void* buffer, size_t size, size_t room, i
 
 ssize_t recv(int descriptor, void* buffer, size_t size, int flags) {
   return rack::Receive(descriptor, buffer, size, flags, nullptr, nullptr);
+}
+
+int getsockname(int descriptor, sockaddr* address, socklen_t* length) noexcept {
+  return rack::NameOfSocket(descriptor, address, length);
 }
 
 ssize_t sendto(int descriptor, const void* data, size_t size, int flags, const sockaddr* address,

@@ -95,6 +95,16 @@ TEST(Network, ATakenPortIsToldAndTheMachineRunsOn) {
       << machine.Errors();
 }
 
+TEST(Network, InVirtualTimeASocketHasAPortToo) {
+  const std::pair<const char*, const char*> ports[] = {{"abc", "40000"}, {"65537", "1"}};
+  for (const auto& [given, bound] : ports) {
+    TestMachine machine("[rack]\ntask_count = 0\n");
+    machine.Write("Velmo.conf", "[UDP]\nPort=" + std::string(given) + "\n");
+    machine.Start();
+    machine.WaitForConsole("UDP Port \"" + std::string(given) + "\" means nothing, bound to " + bound + "\n");
+  }
+}
+
 TEST(Network, TheUsualPortWithoutConfiguration) {
   const char* configurations[] = {nullptr, "[UDP]\nSpeed=1\n", "[TCP]\nPort=99\n", "[UDP]\r\nPort=99\r\n"};
   const OwnNetwork network;

@@ -4,6 +4,7 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 
+#include <cstring>
 #include <string>
 
 #include "support/capture.h"
@@ -113,6 +114,25 @@ TEST_F(Endpoint, PortIs2017WithoutConfiguration) {
   server.UDP_Sockfd = -1;
 }
 
+TEST_F(Endpoint, APortThatMeansNothingIsBoundAsItIsReadAndTold) {
+  Capture console(STDOUT_FILENO);
+  for (const char* text : {"abc", "0", "65536", "-1 \r"}) {
+    Write("Velmo.conf", "[UDP]\nPort=" + std::string(text) + "\n");
+    ASSERT_EQ(server.Init(9), 1) << text;
+    sockaddr_in bound = {};
+    socklen_t length = sizeof bound;
+    getsockname(server.UDP_Sockfd, reinterpret_cast<sockaddr*>(&bound), &length);
+    const std::string said(text, std::strcspn(text, " "));
+    EXPECT_EQ(console.Text(), "UDP Port \"" + said + "\" means nothing, bound to " +
+                                  std::to_string(ntohs(bound.sin_port)) + "\n");
+    EXPECT_EQ(ntohs(bound.sin_port) == 65535, said == "-1");
+    close(server.UDP_Sockfd);
+  }
+  Write("Velmo.conf", "[UDP]\nPort=65535\n");
+  ASSERT_EQ(server.Init(9), 1);
+  EXPECT_EQ(console.Text(), "");
+}
+
 TEST_F(Endpoint, FailingCallsAreReportedAndTheNextOneWorks) {
   Capture console(STDOUT_FILENO);
   Capture errors(STDERR_FILENO);
@@ -135,6 +155,7 @@ TEST_F(Endpoint, FailingCallsAreReportedAndTheNextOneWorks) {
 
   EXPECT_EQ(server.Network_Init(first.Port()), -2);
   EXPECT_EQ(errors.Text(), "bind error: Address already in use\n");
+  EXPECT_EQ(console.Text(), "UDP port " + std::to_string(first.Port()) + " is not bound\n");
   close(server.UDP_Sockfd);
 
   ASSERT_EQ(server.Network_Init(port), 1);
