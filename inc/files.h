@@ -1,11 +1,16 @@
-// A file that is closed at the end of its scope.
+// How the controller opens a file by its name.
 #pragma once
 
 #include <cstdio>
 
+// As fopen; null also for what is neither a regular file nor a link to one: a FIFO would keep its opener waiting for
+// the other end, and a directory holds no lines.
+FILE* OpenFile(const char* path, const char* mode);
+
+// A file that is closed at the end of its scope.
 class ScopedFile {
  public:
-  ScopedFile(const char* path, const char* mode) : File(std::fopen(path, mode)) {}
+  ScopedFile(const char* path, const char* mode) : File(OpenFile(path, mode)) {}
   ~ScopedFile() { Close(); }
   ScopedFile(const ScopedFile&) = delete;
   ScopedFile& operator=(const ScopedFile&) = delete;

@@ -1,7 +1,9 @@
+#define _FILE_OFFSET_BITS 64  // else readdir fails at a large inode number where a long has 32 bits
 // Care of the start-up scripts, and the search for a file.
 #include <dirent.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -23,19 +25,69 @@ constexpr size_t TEXTPIECE = 1000;
 constexpr size_t COPYPIECE = 1024;
 constexpr int MAXPATH = 1000;  // a path of the search, terminating zero included
 
-// True when at least one byte was read and all of them reached the work file.
+// True when a line end was changed and the whole text reached the work file.
 bool WriteUnixLines(FILE* source, ScopedFile& work) {
   char piece[TEXTPIECE];
-  bool written = false;
+  bool changed = false;
   size_t count;
   while ((count = std::fread(piece, 1, sizeof piece, source)) > 0) {
     for (size_t i = 0; i < count; ++i) {
-      if (piece[i] == '\r') piece[i] = '\n';
+      if (piece[i] != '\r') continue;
+      piece[i] = '\n';
+      changed = true;
     }
     if (std::fwrite(piece, 1, count, work.Get()) != count) return false;
-    written = true;
   }
-  return work.Close() && written && std::ferror(source) == 0;
+  return work.Close() && changed && std::ferror(source) == 0;
+}
+
+bool HasSameText(const char* path, const char* otherPath) {
+  const ScopedFile file(path, "r");
+  const ScopedFile other(otherPath, "r");
+  if (!file.IsOpen() || !other.IsOpen()) return false;
+  char piece[COPYPIECE];
+  char otherPiece[COPYPIECE];
+  size_t count;
+  do {
+    count = std::fread(piece, 1, sizeof piece, file.Get());
+    if (std::fread(otherPiece, 1, sizeof otherPiece, other.Get()) != count) return false;
+    if (std::memcmp(piece, otherPiece, count) != 0) return false;
+  } while (count > 0);
+  return std::ferror(file.Get()) == 0 && std::ferror(other.Get()) == 0;
+}
+
+enum class CONVERSION { NotOpened, Done, WorkFileKept };
+
+// Puts the converted text in the script's place. On a full disk that may end in the middle, and the work file is then the
+// only whole text.
+CONVERSION TakeWorkFile(const char* fileName) {
+  const bool copied = copyFile(WORKFILE, fileName) == 0 && HasSameText(WORKFILE, fileName);
+  if (copied) {
+    std::remove(WORKFILE);
+    return CONVERSION::Done;
+  }
+  if (std::rename(WORKFILE, fileName) == 0) return CONVERSION::Done;
+  Console("%s could not be written, its text is in %s\n", fileName, WORKFILE);
+  return CONVERSION::WorkFileKept;
+}
+
+CONVERSION Convert(const char* fileName) {
+  ScopedFile source(fileName, "rt");
+  if (!source.IsOpen()) return CONVERSION::NotOpened;
+  ScopedFile work(WORKFILE, "wt+");
+  if (!work.IsOpen()) return CONVERSION::NotOpened;
+  Console("Prcessing System file %s....\n", fileName);
+  const bool isChanged = WriteUnixLines(source.Get(), work);
+  source.Close();
+  work.Close();
+  CONVERSION result = CONVERSION::Done;
+  if (isChanged) {
+    result = TakeWorkFile(fileName);
+  } else {
+    std::remove(WORKFILE);
+  }
+  Console("Prcessing finished\n\n");
+  return result;
 }
 
 class ScopedDirectory {
@@ -48,11 +100,27 @@ class ScopedDirectory {
   ScopedDirectory& operator=(const ScopedDirectory&) = delete;
 
   bool IsOpen() const { return Directory != nullptr; }
-  const dirent* Next() { return readdir(Directory); }
+  // Null at the end, and where the directory cannot be read any further.
+  const dirent* Next() {
+    errno = 0;
+    const dirent* entry = readdir(Directory);
+    Failed = entry == nullptr && errno != 0;
+    return entry;
+  }
+  // Whether the last Next has failed; errno says why.
+  bool HasFailed() const { return Failed; }
 
  private:
   DIR* Directory;
+  bool Failed = false;
 };
+
+// Said once: the supervisor looks every few seconds, and nothing helps but another file system.
+void ReportReadError() {
+  static bool isReported = false;
+  if (!isReported) std::perror("Read dir error...");
+  isReported = true;
+}
 
 // A directory below the searched one is walked, but what lies there does not count.
 void WalkSubdirectory(const char* basePath, const char* name, char* fileName) {
@@ -64,7 +132,9 @@ void WalkSubdirectory(const char* basePath, const char* name, char* fileName) {
 }  // namespace
 
 int ChangFileMod() {
-  for (const char* name : TEXTFILES) CnvDos2UnixFile(name);
+  for (const char* name : TEXTFILES) {
+    if (Convert(name) == CONVERSION::WorkFileKept) break;
+  }
   for (const auto& name : EXECFILES) chmod(name, EXECUTABLE);
   copyFile(STARTSCRIPT, STARTSCRIPTCOPY);
   chmod(STARTSCRIPTCOPY, EXECUTABLE);
@@ -72,25 +142,15 @@ int ChangFileMod() {
 }
 
 int CnvDos2UnixFile(const char* FileName) {
-  ScopedFile source(FileName, "rt");
-  if (!source.IsOpen()) return 0;
-  ScopedFile work(WORKFILE, "wt+");
-  if (!work.IsOpen()) return 0;
-  Console("Prcessing System file %s....\n", FileName);
-  // The file is only written over when the work file holds all of it: a full disk must not cost the script.
-  const bool isComplete = WriteUnixLines(source.Get(), work);
-  source.Close();
-  work.Close();
-  if (isComplete) copyFile(WORKFILE, FileName);
-  std::remove(WORKFILE);
-  Console("Prcessing finished\n\n");
-  return 1;
+  return Convert(FileName) == CONVERSION::NotOpened ? 0 : 1;
 }
 
 int copyFile(const char* src, const char* des) {
+  // Opening the destination empties it.
   const ScopedFile source(src, "r");
+  if (!source.IsOpen()) return -1;
   const ScopedFile destination(des, "w+");
-  if (!source.IsOpen() || !destination.IsOpen()) return -1;
+  if (!destination.IsOpen()) return -1;
   char piece[COPYPIECE];
   size_t count;
   while ((count = std::fread(piece, 1, sizeof piece, source.Get())) > 0) {
@@ -111,5 +171,6 @@ int FindFile(char* basePath, char* FileName) {
     if (entry->d_type != DT_REG || FileName == nullptr) continue;
     if (std::strcmp(FileName, entry->d_name) == 0) return 1;
   }
+  if (directory.HasFailed()) ReportReadError();
   return 0;
 }

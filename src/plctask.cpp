@@ -1,11 +1,10 @@
 #include "plctask.h"
 
-#include <sys/stat.h>
-
 #include <cstdio>
 #include <cstring>
 
 #include "drvlib.h"
+#include "files.h"
 #include "kova_man.h"
 #include "locks.h"
 #include "readini.h"
@@ -39,8 +38,7 @@ class ProgramFile {
   bool Open(const char* path) {
     Close();
     const ScopedLock lock(FileLock);
-    File = std::fopen(path, "rt");
-    if (File != nullptr && IsDirectory()) CloseFile();
+    File = OpenFile(path, "rt");
     return File != nullptr;
   }
 
@@ -67,12 +65,6 @@ class ProgramFile {
   FILE* Get() const { return File; }
 
  private:
-  // A directory can be opened like a file, but holds no lines.
-  bool IsDirectory() const {
-    struct stat status;
-    return fstat(fileno(File), &status) == 0 && S_ISDIR(status.st_mode);
-  }
-
   void CloseFile() {
     std::fclose(File);
     File = nullptr;

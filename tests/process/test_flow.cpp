@@ -1,6 +1,7 @@
 // Program lines through the whole controller: what each command logs and which line comes next.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -302,6 +303,19 @@ TEST(Flow, AnEmptyBlockRepeatsItsCall) {
   EXPECT_GE(CountOf(text, repeat), 3);
   machine.Stop();
   close(console);
+}
+
+// Its opener would wait for the other end, and with it every task that opens a file.
+TEST(Programs, APipeIsNoProgramFile) {
+  TestMachine machine("[rack]\ntask_count = 2\n");
+  machine.Write("plc2/RESET.PLC", "FL: PIPE.PLC\nOUT: 0, 1, 1\nEXIT\n");
+  std::filesystem::create_directory(machine.Path("plc1"));
+  ASSERT_EQ(mkfifo(machine.Path("plc1/RESET.PLC").c_str(), 0600), 0);
+  ASSERT_EQ(mkfifo(machine.Path("plc2/PIPE.PLC").c_str(), 0600), 0);
+  machine.Start();
+  EXPECT_TRUE(machine.WaitForLog("EXIT", 2));
+  EXPECT_EQ(machine.Log(2), Line("FL", 0, -1, "PIPE.PLC") + Line("OUT", 0, 1, "1") + Line("EXIT", 0, -1, ""));
+  EXPECT_EQ(CountOf(machine.LinesWith("PLC1: "), "RESET.PLC lost Task quit!\nLeave TaskPLC1.\n"), 1);
 }
 
 }  // namespace
