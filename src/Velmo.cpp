@@ -111,17 +111,25 @@ void StartThreads(int taskNum) {
   StartThread(thread_TaskNet);
 }
 
-void RestartMachine() {
+// False when the request cannot be taken away: it would restart the machine again at each start.
+bool RestartMachine() {
   Console("Velmo: Reboot!\n");
-  std::remove(RebootFile);
+  if (std::remove(RebootFile) != 0 && errno != ENOENT) {
+    Console("%s cannot be removed: %s, no restart\n", RebootFile, std::strerror(errno));
+    return false;
+  }
   sync();
   // Without the privilege the call fails, and supervision goes on.
   reboot(RESTARTCOMMAND);
+  return true;
 }
 
 [[noreturn]] void Supervise(char* localPath) {
+  bool isRefused = false;  // until the request is seen to be gone
   for (;;) {
-    if (FindFile(localPath, RebootFile) != 0) RestartMachine();
+    const bool isRequested = FindFile(localPath, RebootFile) != 0;
+    if (!isRequested) isRefused = false;
+    if (isRequested && !isRefused) isRefused = !RestartMachine();
     PauseMillis(SUPERVISORPERIOD_MS);
   }
 }

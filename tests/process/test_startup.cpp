@@ -1,7 +1,10 @@
 // The start of the controller: banner, cards, tasks, scripts, restart.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/fs.h>
 #include <sys/inotify.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -23,6 +26,17 @@ constexpr const char* kBanner =
 // What the board's scan does on an empty rack.
 constexpr const char* kScanOfCpuCard =
     "#0 1>A3 #0 1>A3 #0 1>A3 #0 1>A3 #0 1>A3 #0 1>A3 #0 1>A3 #0 1>A3 #0 1>A3 #0 1>A3 ";
+
+// Lets nobody, the superuser included, change or remove a file; false where that is not to be had.
+bool Keep(const std::filesystem::path& file, bool kept) {
+  const int descriptor = open(file.c_str(), O_RDONLY | O_CLOEXEC);
+  int flags = 0;
+  bool done = ioctl(descriptor, FS_IOC_GETFLAGS, &flags) == 0;
+  flags = kept ? flags | FS_IMMUTABLE_FL : flags & ~FS_IMMUTABLE_FL;
+  done = done && ioctl(descriptor, FS_IOC_SETFLAGS, &flags) == 0;
+  close(descriptor);
+  return done;
+}
 
 TEST(StartUp, EmptyRackOnEitherDeviceName) {
   const struct {
@@ -248,6 +262,29 @@ TEST(Restart, AfterAFailedRestartTheMachineRunsOn) {
   machine.SetInput(0, 0, true);
   machine.WaitForLog("EXIT");
   EXPECT_EQ(machine.Live().controller.attaches, 1U);
+}
+
+// As on a file system that can only be read: else the board would restart at each start.
+TEST(Restart, ARequestThatCannotBeRemovedRestartsNothing) {
+  TestMachine machine("[rack]\ntask_count = 0\n");
+  machine.Start({"--restart-fails"});
+  machine.Write("reboot.txt", "");
+  if (!Keep(machine.Path("reboot.txt"), true)) GTEST_SKIP() << "no file can be kept from being removed here";
+  machine.WaitForConsole("\nreboot.txt cannot be removed: Operation not permitted, no restart\n");
+  const rack::Nanos then = machine.Live().now;
+  EXPECT_TRUE(machine.Await([&] { return machine.Live().now > then + 12 * rack::kSecond; }));
+  EXPECT_EQ(CountOf(machine.Console(), "Velmo: Reboot!\n"), 1);
+  EXPECT_EQ(CountOf(machine.Console(), "cannot be removed"), 1);
+  EXPECT_EQ(machine.Live().controller.syncs, 0U);
+  EXPECT_EQ(machine.Live().controller.restarts, 0U);
+
+  EXPECT_TRUE(Keep(machine.Path("reboot.txt"), false));
+  std::filesystem::remove(machine.Path("reboot.txt"));
+  const rack::Nanos gone = machine.Live().now;
+  EXPECT_TRUE(machine.Await([&] { return machine.Live().now > gone + 6 * rack::kSecond; }));
+  machine.Write("reboot.txt", "");
+  EXPECT_TRUE(machine.Await([&] { return machine.Live().controller.restarts == 1; }));
+  EXPECT_EQ(CountOf(machine.Console(), "Velmo: Reboot!\n"), 2);
 }
 
 TEST(Console, TheMachineRunsOnWhenItsConsoleIsGone) {
