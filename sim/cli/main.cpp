@@ -1,5 +1,9 @@
 // velmo-rack: runs the controller on a simulated rack, and works on it while it runs.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <cstdio>
 #include <functional>
 
@@ -16,6 +20,13 @@ int Complain(int status, const std::string& text) {
 }
 
 namespace {
+
+// Where one is closed, the machine's state would get its number, and what is printed would be written into it.
+void FillStandardDescriptors() {
+  for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
+    if (fcntl(descriptor, F_GETFD) < 0 && errno == EBADF) static_cast<void>(!open("/dev/null", O_RDWR));
+  }
+}
 
 std::string VersionText() {
   return std::string("velmo-rack of Velmo ") + SOFTVERSION;
@@ -211,6 +222,7 @@ std::string UnknownCommand(const CLI::App& app, int argc, char** argv) {
 }
 
 int Main(int argc, char** argv) {
+  FillStandardDescriptors();
   CLI::App app("Runs the controller on a simulated rack, and works on it while it runs.", "velmo-rack");
   app.require_subcommand(1);
   app.footer("velmo-rack COMMAND --help tells about a command.");

@@ -58,6 +58,7 @@ void Tell(const std::vector<std::string>& differences) {
 }
 
 int RunUntilEnd(const Launch& launch, RackState& state, bool once) {
+  RestartWatch watch;
   CardTableWatch cards(state);
   for (;;) {
     const std::uint32_t restarts = state.live.controller.restarts;
@@ -78,6 +79,8 @@ int RunUntilEnd(const Launch& launch, RackState& state, bool once) {
     if (end.stopSignal == 0 && end.signal != 0) return Complain(end.status, "the controller " + EndText(end));
     const bool restart = end.status == kRestartStatus && state.live.controller.restarts != restarts;
     if (!restart || once) return end.status;
+    const std::string tooOften = watch(MonotonicNow());
+    if (!tooOften.empty()) return Complain(kFailed, tooOften);
     std::fputs("velmo-rack: the controller restarted the machine, starting it again\n", stderr);
   }
 }

@@ -218,6 +218,17 @@ RunEnd RunController(const Launch& launch, const std::function<std::string()>& w
   return end;
 }
 
+std::string RestartWatch::operator()(Nanos now) {
+  constexpr std::size_t kMost = 5;
+  last_.push_back(now);
+  if (last_.size() < kMost) return "";
+  const Nanos first = last_.front();
+  last_.pop_front();
+  if (now - first >= kSecond) return "";
+  return "the controller has restarted the machine " + std::to_string(kMost) +
+         " times within a second: it is not started again";
+}
+
 std::string WhyNotStart(const std::string& controller, const std::string& library) {
   for (const char* device : kRealDevices) {
     if (access(device, F_OK) == 0) {

@@ -1,10 +1,13 @@
 // Runs the controller on the simulated rack and sees to it that none is left behind.
 #pragma once
 
+#include <deque>
 #include <functional>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "cards/card.h"
 
 namespace rack {
 
@@ -37,6 +40,16 @@ std::string EndText(const RunEnd& end);
 // controller. `watch` is called about ten times a second while it runs; a text that it returns ends the
 // controller with that error.
 RunEnd RunController(const Launch& launch, const std::function<std::string()>& watch);
+
+// Watches how often the controller restarts the machine: one that does it at each start would do it for ever.
+class RestartWatch {
+ public:
+  // One more restart, at that real time. Why the controller is not to be started again; empty while nothing is wrong.
+  std::string operator()(Nanos now);
+
+ private:
+  std::deque<Nanos> last_;
+};
 
 // Why nothing may be preloaded and started here: a real device of either name, a controller or library that
 // is missing or cannot be loaded. Empty when all is well.

@@ -59,4 +59,14 @@ TEST(RunControllerTest, TouchesNoHeapBetweenForkAndProgram) {
   EXPECT_FALSE(none.started);
 }
 
+TEST(RestartWatchTest, FiveRestartsWithinASecondAreTooMany) {
+  rack::RestartWatch slow;
+  for (int i = 0; i < 20; ++i) EXPECT_EQ(slow(i * rack::kSecond / 4), "");
+  rack::RestartWatch fast;
+  fast(0);  // long before the others
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(fast(9 * rack::kSecond + i), "");
+  EXPECT_EQ(fast(10 * rack::kSecond - 1),
+            "the controller has restarted the machine 5 times within a second: it is not started again");
+}
+
 }  // namespace
