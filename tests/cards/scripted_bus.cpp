@@ -65,12 +65,12 @@ ssize_t ReadPort(unsigned char* exchange, size_t length) {
   const std::lock_guard hold(TheDriver().lock);
   const int port = exchange[0];
   char value[8] = "failed";
-  if (!bus.failReads) {
+  if (bus.readResult > 0) {
     exchange[0] = static_cast<unsigned char>(NextAnswer(bus, port));
     std::snprintf(value, sizeof value, "%02x", exchange[0]);
   }
   Note(port, '>', value, length == 1);
-  return bus.failReads ? -1 : 1;
+  return bus.readResult;
 }
 
 ssize_t WritePort(const unsigned char* exchange, size_t length) {

@@ -27,10 +27,10 @@ struct ScriptedBus {
   std::string Console() { return std::exchange(text, ""); }
 
   std::vector<bool> deviceThere = {true, true};  // handle 1000 for the first name, 1001 for the second
-  bool failReads = false;
-  bool yield = false;        // give other threads the turn within each access
-  int ticksPerAccess = 1;    // of clock()
-  int secondsPerAccess = 0;  // of real time
+  int readResult = 1;                            // of each read; below 1 it yields no byte
+  bool yield = false;                            // give other threads the turn within each access
+  int ticksPerAccess = 1;                        // of clock()
+  int secondsPerAccess = 0;                      // of real time
   std::function<std::optional<int>(int slot, int port)> onRead;  // asked first
   std::function<void()> onPause;
   std::map<SlotPort, std::vector<int>> answers;

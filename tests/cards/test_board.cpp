@@ -49,6 +49,13 @@ TEST_F(BoardTest, TheDriverIsOpenedBeforeMainAndTheSecondNameStandsIn) {
   EXPECT_EQ(inportb(4), 0xFF);
 }
 
+TEST_F(BoardTest, OnlyANegativeResultIsAFailedRead) {
+  bus.readResult = 0;
+  EXPECT_EQ(Hardware.InB(4), 0x04);  // what stood in the buffer: nothing was put there
+  bus.readResult = -1;
+  EXPECT_EQ(Hardware.InB(4), 0xFF);
+}
+
 TEST_F(BoardTest, PortsAreEightBitsWideAndRefusedAboveThat) {
   bus.Answer(0, 255, {0x12});
   bus.Answer(0, 4, {0x34});
@@ -61,7 +68,7 @@ TEST_F(BoardTest, PortsAreEightBitsWideAndRefusedAboveThat) {
   EXPECT_EQ(bus.Log(), "255>12 255<81 4>34 5<7");
   EXPECT_EQ(bus.Console(), "\ninportb error: 256\n\noutportb error: 256\n");
 
-  bus.failReads = true;
+  bus.readResult = -1;
   EXPECT_EQ(inportb(4), 0xFF);
 }
 
@@ -183,11 +190,15 @@ TEST_F(BoardTest, LineMotorCommandsAndItsWait) {
   EXPECT_EQ(bus.Log(), "29<1 29<0 27<22 27<1 27<0 27<0 27<0 27<0 27>ff 27>01 27>fe ~1000");
   EXPECT_EQ(bus.Console(), "");
 
-  bus.secondsPerAccess = 30;
-  bus.Answer(0, 27, {0x01});
-  Hardware.OutLineMotorPlus(0, 0, 0);
-  EXPECT_EQ(bus.Log(), "29<1 29<0 27<22 27<1 27<0 27<0 27<0 27<0 27>01 27>01 ~1000");
-  EXPECT_EQ(bus.Console(), "Line motor timeout\n");
+  // 60 s are over, 59 s are not.
+  const std::pair<int, std::string> waits[] = {{60, " 27>01 ~1000"}, {59, " 27>01 27>01 ~1000"}};
+  for (const auto& [seconds, polls] : waits) {
+    bus.secondsPerAccess = seconds;
+    bus.Answer(0, 27, {0x01});
+    Hardware.OutLineMotorPlus(0, 0, 0);
+    EXPECT_EQ(bus.Log(), "29<1 29<0 27<22 27<1 27<0 27<0 27<0 27<0" + polls);
+    EXPECT_EQ(bus.Console(), "Line motor timeout\n");
+  }
 }
 
 TEST_F(BoardTest, TheLineCounterIsReadLowestByteFirstAndScaledInThirtyTwoBits) {

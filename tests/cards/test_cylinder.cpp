@@ -120,6 +120,18 @@ TEST_F(CylinderTest, AMoveWithoutEndIsGivenUpAfterSixtySeconds) {
   EXPECT_EQ(card.ResetDG(2), -1);
   EXPECT_EQ(bus.Console(), "CYMSTR: DG2 no end of reset\n");
 
+  // 60 s are over after one status read, 56 s are not.
+  const std::pair<int, std::string> waits[] = {{15, "5<0 6>2b"}, {14, "5<0 6>2b 5<0 6>2b"}};
+  for (const auto& [seconds, polls] : waits) {
+    bus.secondsPerAccess = seconds;
+    bus.Log();
+    card.WaitSetupEnd(0);
+    EXPECT_EQ(bus.Log(4), polls);
+    card.WaitResetEnd(0);
+    EXPECT_EQ(bus.Log(4), polls);
+  }
+  bus.secondsPerAccess = 5;
+
   // In alarm after a setup, then a reset that does not end: no further setup.
   bus.Answer(4, 6, {0x81, 0x81, 0x81, 0x01, 0x2B});
   EXPECT_EQ(card.GoBackDG(0), -1);

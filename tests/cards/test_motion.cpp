@@ -259,6 +259,8 @@ TEST_F(MotionTest, TwoThreadsNeverCrossTheirChannels) {
     for (int i = 0; i < 50; i++) {
       stepper.Cmd_MOT(ChIdx, move.data());
       servo.Cmd_MOT(ChIdx, move.data());
+      stepper.Cmd_ROCLR(ChIdx, nullptr);
+      servo.Cmd_ROCLR(ChIdx, nullptr);
       const long expected = ChIdx * 0x010101L;
       count += stepper.GetCount(ChIdx) == expected && servo.GetCount(ChIdx) == expected ? 0 : 1;
     }
@@ -270,12 +272,16 @@ TEST_F(MotionTest, TwoThreadsNeverCrossTheirChannels) {
   other.join();
   EXPECT_EQ(others, 0);
 
-  // Every frequency code must have reached the channel it names.
+  // Every frequency code must have reached the channel it names, and every clear must be whole.
   std::istringstream log(bus.Log());
   std::map<std::string, std::string> channel;
+  std::map<std::string, bool> clears;
   std::string slot;
   for (std::string entry; log >> entry;) {
     if (entry.rfind("0<", 0) == 0) slot = entry.substr(2);
+    if (entry.rfind("0<", 0) == 0) continue;
+    ASSERT_TRUE(!clears[slot] || entry == "19<0") << entry;
+    clears[slot] = entry == "19<1";
     if (entry.rfind(slot == "6" ? "7<" : "5<", 0) == 0) channel[slot] = entry.substr(2);
     if (entry.rfind("9<", 0) != 0) continue;
     ASSERT_EQ(entry.substr(2), channel[slot]);

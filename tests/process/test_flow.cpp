@@ -172,11 +172,26 @@ TEST(Flow, Conditions) {
        Line("FL", 0, -1, "C.PLC") + Line("IF", 0, 3, "0&NUL&NUL", "C.PLC") +
            "SYN_IF: SlotIdx:0 ChIdx:3 0&NUL&NUL\n" + Line("OUT", 0, 7, "1", "0&NUL&NUL") +
            Line("END", 0, -1, "", "0&NUL&NUL") + "SYN_END:1 \n" + kExit},
+      {"a condition of over 199 characters is whole", "IF: 0, 3, 1&" + std::string(195, 'A') + "&B.PLC\n",
+       blocks,
+       Line("IF", 0, 3, "1&" + std::string(195, 'A') + "&B.PLC") + "SYN_IF: SlotIdx:0 ChIdx:3 1&" +
+           std::string(195, 'A') + "&B.PLC\n" + called("B.PLC", "2")},
       {"a true condition with a lost block goes on",
        "IF: 0, 3, 0&NONE.PLC&NUL\nEXIT\n",
        {},
        Line("IF", 0, 3, "0&NONE.PLC&NUL") + "SYN_IF: SlotIdx:0 ChIdx:3 0&NONE.PLC&NUL\n" + kExit},
   });
+}
+
+// With "plcN/" in front.
+TEST(Flow, PathsUpTo199Characters) {
+  const std::string longest = std::string(190, 'L') + ".PLC";
+  const std::vector<Block> blocks = {{longest.c_str(), "OUT: 0, 1, 1\nEND\n"}};
+  RunCases({FlowCase{"it fits", "FL: " + longest + "\nEXIT\n", blocks,
+                     Line("FL", 0, -1, longest) + Line("OUT", 0, 1, "1", longest) +
+                         Line("END", 0, -1, "", longest) + "SYN_END:1 \n" + kExit},
+            FlowCase{"it is not cut", "FL: " + longest + "X\nEXIT\n", blocks,
+                     Line("FL", 0, -1, longest + "X") + kExit}});
 }
 
 TEST(Flow, CommandsOnCardsThatDoNotKnowThem) {

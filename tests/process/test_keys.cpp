@@ -88,6 +88,19 @@ TEST(Keys, EnterNumAndDec) {
   EXPECT_EQ(log(), expected + Deaf("RESET.PLC"));
 }
 
+TEST(Keys, DecEndsStepModeWithItsLatch) {
+  TestMachine machine;
+  machine.Write("plc1/RESET.PLC", "LED: 0, 0, resets\nEXIT\n");
+  machine.Write("plc1/FLOW.PLC", "LED: 0, 0, flows\nEXIT\n");
+  machine.StartUntil("resets");
+  machine.Press(kPlus);
+  machine.Press(kEnter);  // the latch keeps it from starting anything
+  EXPECT_EQ(CountOf(machine.Log(), "PLC1 Run"), 0);
+  machine.Press(kDec);
+  machine.Press(kEnter);
+  machine.WaitForLog("flows");
+}
+
 TEST(Keys, DecAbandonsABlockAndItsWait) {
   TestMachine machine;
   machine.Write("plc1/RESET.PLC", kDeaf + "\nFL: A.PLC\nEXIT\n");

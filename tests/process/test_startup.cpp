@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <linux/fs.h>
-#include <sys/inotify.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -212,34 +211,14 @@ TEST(StartUp, ScriptFilesArePrepared) {
   EXPECT_FALSE(std::filesystem::exists(machine.Path("tmp.txt")));
 }
 
-TEST(Restart, MessageThenFileGoneThenSyncThenRestart) {
+TEST(Restart, TheRequestIsTakenAwayAndTheFilesAreSyncedBeforeTheRestart) {
   TestMachine machine;
   machine.Write("plc1/RESET.PLC", "EXIT\n");
   machine.Write("reboot.txt", "");
-  machine.Write("../console", "");
-  // One queue of events, so the order of console and file is known.
-  const int events = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
-  const int console = inotify_add_watch(events, machine.Path("../console").c_str(), IN_MODIFY);
-  const int directory = inotify_add_watch(events, machine.Path(".").c_str(), IN_DELETE);
   machine.Start({"--once"});
   EXPECT_EQ(machine.WaitForEnd(), 85);
-
   EXPECT_EQ(CountOf(machine.Console(), "Velmo: Reboot!\n"), 1);
   EXPECT_FALSE(std::filesystem::exists(machine.Path("reboot.txt")));
-  std::vector<int> order;
-  alignas(inotify_event) char buffer[4096];
-  ssize_t count;
-  while ((count = read(events, buffer, sizeof buffer)) > 0) {
-    for (ssize_t at = 0; at < count;) {
-      const auto* event = reinterpret_cast<const inotify_event*>(buffer + at);
-      const bool deleted = event->wd == directory && std::string(event->name) == "reboot.txt";
-      if (event->wd == console || deleted) order.push_back(deleted ? 1 : 0);
-      at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
-    }
-  }
-  close(events);
-  EXPECT_THAT(order, testing::Contains(1));
-  EXPECT_EQ(order.empty() ? 1 : order.front(), 0);
 
   std::vector<rack::JournalKind> end;
   for (const rack::JournalRecord& record : machine.Journal()) {
@@ -264,13 +243,15 @@ TEST(Restart, AfterAFailedRestartTheMachineRunsOn) {
   EXPECT_EQ(machine.Live().controller.attaches, 1U);
 }
 
-// As on a file system that can only be read: else the board would restart at each start.
+// As on a file system that can only be read: else the board would restart at each start. Message, removal, sync: what
+// comes behind a failed removal does not happen.
 TEST(Restart, ARequestThatCannotBeRemovedRestartsNothing) {
   TestMachine machine("[rack]\ntask_count = 0\n");
   machine.Start({"--restart-fails"});
   machine.Write("reboot.txt", "");
   if (!Keep(machine.Path("reboot.txt"), true)) GTEST_SKIP() << "no file can be kept from being removed here";
-  machine.WaitForConsole("\nreboot.txt cannot be removed: Operation not permitted, no restart\n");
+  machine.WaitForConsole(
+      "Velmo: Reboot!\nreboot.txt cannot be removed: Operation not permitted, no restart\n");
   const rack::Nanos then = machine.Live().now;
   EXPECT_TRUE(machine.Await([&] { return machine.Live().now > then + 12 * rack::kSecond; }));
   EXPECT_EQ(CountOf(machine.Console(), "Velmo: Reboot!\n"), 1);

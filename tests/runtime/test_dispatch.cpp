@@ -104,6 +104,7 @@ TEST(GoFileLine, StandsBehindTheFirstLabelOfThatNumber) {
   EXPECT_EQ(LineAfterGo("#LE\n#LE: 30\n#LEX: 3\n#LE: -3:3\nb\n", 3, 0), "-");
   EXPECT_EQ(LineAfterGo("#LE: 3", 3, 1), "-");
   EXPECT_EQ(LineAfterGo("#LE:\nb\n", 0, 1), "b\n");
+  EXPECT_EQ(LineAfterGo("#LE\nb\n", 0, 0), "-");  // no label, so none with the number 0
   EXPECT_EQ(LineAfterGo(std::string(900, ' ') + "#LE:3\nb\n", 3, 1), "b\n");
   EXPECT_EQ(LineAfterGo(std::string(900, 'x') + ":3\n#LE:3\nb\n", 3, 1), "b\n");
   EXPECT_EQ(LineAfterGo(std::string(1023, 'x') + "#LE:3\nb\n", 3, 1), "b\n");

@@ -139,6 +139,8 @@ TEST(Synx, CoreSaysWhyAndWhereALineYieldsNothing) {
       {"  LDX: 1,2,3", LINEFAULT::UnknownKeyword, 2, 0},
       {" :1,2,3", LINEFAULT::UnknownKeyword, 1, 0},
       {"averyveryverylongkeyword: 1", LINEFAULT::UnknownKeyword, 0, 0},
+      {"nineteen-characters: 1", LINEFAULT::UnknownKeyword, 0, 0},
+      {"it-has-20-characters: 1", LINEFAULT::UnknownKeyword, 0, 0},
       {" GO 3 ;x", LINEFAULT::UnknownKeyword, 1, 0},
       {" GO  ;x", LINEFAULT::MissingColon, 3, 11},
       {"OUT: 1, 2  ;x", LINEFAULT::TooFewFields, 9, 2},
