@@ -211,6 +211,39 @@ TEST(StartUp, ScriptFilesArePrepared) {
   EXPECT_FALSE(std::filesystem::exists(machine.Path("tmp.txt")));
 }
 
+// Starts a controller in which that call fails.
+void StartFailing(TestMachine& machine, const char* call) {
+  setenv("VELMO_FAILING_CALL", call, 1);
+  machine.Start({"--controller", FAILING_CONTROLLER});
+  unsetenv("VELMO_FAILING_CALL");
+}
+
+TEST(StartUp, ALockThatCannotBeMadeEndsTheProcess) {
+  const char* texts[] = {"FileLock", "HardLock", "HardLock", "HardLock", "DispLock", "DispLock", "UdpLock"};
+  for (int lock = 0; lock < 7; ++lock) {
+    TestMachine machine;
+    StartFailing(machine, ("pthread_mutex_init " + std::to_string(lock + 1)).c_str());
+    EXPECT_EQ(machine.WaitForEnd(), 1);
+    EXPECT_THAT(machine.Errors(),
+                StartsWith(std::string(texts[lock]) + " mutex_lock fail: Cannot allocate memory\n"));
+    EXPECT_EQ(machine.ScanBus(), "");
+    EXPECT_EQ(CountOf(machine.Console(), "Allow PLC"), 0);
+  }
+}
+
+TEST(StartUp, AThreadThatCannotBeMadeIsToldAndTheOthersStart) {
+  const std::string lines[] = {"Load TaskPLC1.\n", "Load TaskPLC2.\n", "Load TaskKey.\n", "Load TaskNet.\n"};
+  for (int thread = 0; thread < 4; ++thread) {
+    TestMachine machine("[rack]\ntask_count = 2\n");
+    StartFailing(machine, ("pthread_create " + std::to_string(thread + 1)).c_str());
+    for (int other = 0; other < 4; ++other) {
+      if (other != thread) machine.WaitForConsole(lines[other]);
+    }
+    EXPECT_EQ(CountOf(machine.Console(), "main: Resource temporarily unavailable\n"), 1);
+    EXPECT_EQ(CountOf(machine.Console(), lines[thread]), 0);
+  }
+}
+
 TEST(Restart, TheRequestIsTakenAwayAndTheFilesAreSyncedBeforeTheRestart) {
   TestMachine machine;
   machine.Write("plc1/RESET.PLC", "EXIT\n");
