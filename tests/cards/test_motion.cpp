@@ -279,7 +279,8 @@ TEST_F(MotionTest, TwoThreadsNeverCrossTheirChannels) {
   std::string slot;
   for (std::string entry; log >> entry;) {
     if (entry.rfind("0<", 0) == 0) slot = entry.substr(2);
-    if (entry.rfind("0<", 0) == 0) continue;
+    const bool isPoll = entry.rfind("24>", 0) == 0;  // without the lock, on the servo card
+    if (entry.rfind("0<", 0) == 0 || isPoll) continue;
     ASSERT_TRUE(!clears[slot] || entry == "19<0") << entry;
     clears[slot] = entry == "19<1";
     if (entry.rfind(slot == "6" ? "7<" : "5<", 0) == 0) channel[slot] = entry.substr(2);
