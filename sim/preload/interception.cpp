@@ -348,7 +348,9 @@ void sync() noexcept {
   rack::Sync();
 }
 
-long syscall(long number, ...) noexcept {
+// Six arguments are taken, however many the caller has given: some of them are whatever lies there, as for the call
+// itself.
+[[gnu::no_sanitize_address]] long syscall(long number, ...) noexcept {
   static auto* const next = rack::Next(rack::calls::syscall);
   va_list rest;
   va_start(rest, number);

@@ -585,13 +585,14 @@ ssize_t sendto(int descriptor, const void* data, size_t size, int flags, const s
   return rack::SendTo(descriptor, data, size, flags, address, length);
 }
 
-int fcntl(int descriptor, int command, ...) {
+// The argument is taken also where the caller has given none.
+[[gnu::no_sanitize_address]] int fcntl(int descriptor, int command, ...) {
   static auto* const next = Next(rack::calls::fcntl);
   RACK_CONTROL_ARGUMENT(command)
   return rack::ControlFile(next, descriptor, command, argument);
 }
 
-int fcntl64(int descriptor, int command, ...) {
+[[gnu::no_sanitize_address]] int fcntl64(int descriptor, int command, ...) {
   static auto* const next = Next(rack::calls::fcntl64);
   RACK_CONTROL_ARGUMENT(command)
   return rack::ControlFile(next, descriptor, command, argument);

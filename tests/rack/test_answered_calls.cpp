@@ -28,8 +28,8 @@ const Names kRefused = {RACK_REFUSED_CALLS(REFUSED_NAME)};
 
 const std::vector<Names> kPassedOn = {
     // Texts, memory and numbers: neither wait nor leave the process. Fortified builds check some of them.
-    {"memchr", "memcmp", "memcpy", "memmove", "memset", "snprintf", "strchr", "strcmp", "strcpy", "strcspn",
-     "strerror", "strlen", "strnlen", "strspn", "strtod", "strtok_r", "strtoll", "vsnprintf"},
+    {"bcmp", "memchr", "memcmp", "memcpy", "memmove", "memset", "snprintf", "strchr", "strcmp", "strcpy",
+     "strcspn", "strerror", "strlen", "strnlen", "strspn", "strtod", "strtok_r", "strtoll", "vsnprintf"},
     {"htonl", "htons", "inet_ntop", "ntohs"},
     // Streams that an answered call has opened, and what lies in the machine's directory.
     {"closedir", "ferror", "fread", "fwrite", "opendir", "readdir64", "remove", "rename"},
