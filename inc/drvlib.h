@@ -154,7 +154,8 @@ extern const CARDTYPE CardType[MAXCARDTYPE];
 unsigned char inportb(unsigned short port);
 void outportb(unsigned short port, unsigned char byte);
 
-// Made by main. Order of taking: a card's own lock, then HardLock; no other two are ever held at once.
+// Made by main. Order of taking: a card's own lock, then HardLock; no other two are ever held at once, but for the console's
+// own, a leaf.
 extern pthread_mutex_t HardLockOut;  // made, taken by nobody
 extern pthread_mutex_t HardLockIn;   // made, taken by nobody
 extern pthread_mutex_t HardLock;     // one slot selection with one transfer on the bus

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "console.h"
 #include "drvlib.h"
 #include "numbers.h"
 #include "synx.h"
@@ -24,6 +25,8 @@ constexpr int MAXLOCALPATH = 256;
 constexpr int TASKSFORTOOMANY = 1;
 constexpr int SUPERVISORPERIOD_MS = 5000;
 constexpr int RESTARTCOMMAND = 0x01234567;
+constexpr int CONSOLERESTSECONDS = 1;  // for what the console has not taken yet
+constexpr int CONSOLEPAUSE_US = 10000;
 constexpr int NETWORKPAUSE_US = 100;
 constexpr int LASTTASKWITHLONGIDLINE = 5;
 char RebootFile[] = "reboot.txt";
@@ -83,7 +86,7 @@ void MakeLocks() {
   for (const LOCKROW& row : LOCKS) {
     errno = pthread_mutex_init(row.Lock, nullptr);
     if (errno == 0) continue;
-    std::perror(row.FailText);
+    PrintError(row.FailText);
     std::exit(EXIT_FAILURE);
   }
 }
@@ -119,6 +122,7 @@ bool RestartMachine() {
     return false;
   }
   sync();
+  PollUntil(RealSeconds(CONSOLERESTSECONDS), CONSOLEPAUSE_US, [] { return OfferConsole(); });
   // Without the privilege the call fails, and supervision goes on.
   reboot(RESTARTCOMMAND);
   return true;

@@ -3,8 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cerrno>
-
+#include "console.h"
 #include "em335x_drivers.h"
 #include "waits.h"
 
@@ -27,14 +26,6 @@ unsigned short Port(unsigned int addr) {
   return static_cast<unsigned short>(addr);
 }
 
-// Whoever starts the controller may have closed its standard descriptors: the device would get the number of the console,
-// and what is printed would go out on the bus.
-void FillStandardDescriptors() {
-  for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
-    if (fcntl(descriptor, F_GETFD) < 0 && errno == EBADF) (void)!open("/dev/null", O_RDWR);
-  }
-}
-
 }  // namespace
 
 pthread_mutex_t HardLockOut;
@@ -44,7 +35,7 @@ pthread_mutex_t HardLock;
 HARDWARE Hardware;
 
 HARDWARE::HARDWARE() {
-  FillStandardDescriptors();
+  PrepareConsole();
   OpenHard();
 }
 HARDWARE::~HARDWARE() {

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "console.h"
 #include "drvlib.h"
 #include "files.h"
 
@@ -118,7 +119,7 @@ class ScopedDirectory {
 // Said once: the supervisor looks every few seconds, and nothing helps but another file system.
 void ReportReadError() {
   static bool isReported = false;
-  if (!isReported) std::perror("Read dir error...");
+  if (!isReported) PrintError("Read dir error...");
   isReported = true;
 }
 
@@ -162,7 +163,7 @@ int copyFile(const char* src, const char* des) {
 int FindFile(char* basePath, char* FileName) {
   ScopedDirectory directory(basePath);
   if (!directory.IsOpen()) {
-    std::perror("Open dir error...");
+    PrintError("Open dir error...");
     return 0;
   }
   while (const dirent* entry = directory.Next()) {

@@ -1,11 +1,9 @@
 // Console, comparison and numeric routines: no hardware behind them, so tools can link them.
-#include <unistd.h>
-
-#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 
+#include "console.h"
 #include "drvlib.h"
 #include "locks.h"
 #include "public.h"
@@ -32,18 +30,7 @@ class ConsoleLine {
     if (Length >= sizeof Text) Length = sizeof Text - 1;
   }
 
-  // One system call, so that the line leaves at once whatever standard output is. A console that is gone does
-  // not stop the machine: errors are ignored. One that takes nothing does, until it takes the line: the write
-  // waits, and with DispLock held so does every other task that prints.
-  void Print() const {
-    size_t done = 0;
-    while (done < Length) {
-      const ssize_t count = write(STDOUT_FILENO, Text + done, Length - done);
-      if (count < 0 && errno == EINTR) continue;
-      if (count <= 0) return;
-      done += static_cast<size_t>(count);
-    }
-  }
+  void Print(int taskNo) const { PrintLine(Text, Length, taskNo); }
 
  private:
   char Text[CONSOLESIZE];
@@ -78,7 +65,7 @@ int Wprintf(int TaskNo, const char* format, ...) {
   va_start(arguments, format);
   line.AddList(format, arguments);
   va_end(arguments);
-  line.Print();
+  line.Print(TaskNo);
   return -1;
 }
 
@@ -88,7 +75,7 @@ void Console(const char* format, ...) {
   va_start(arguments, format);
   line.AddList(format, arguments);
   va_end(arguments);
-  line.Print();
+  line.Print(NOTASK);
 }
 
 int stricmp(const char* str1, const char* str2) {

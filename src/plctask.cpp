@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "console.h"
 #include "drvlib.h"
 #include "files.h"
 #include "kova_man.h"
@@ -353,11 +354,13 @@ void RunPass(PLCTASK& task) {
     PauseMillis(IDLEPAUSE_MS);
     return;
   }
+  const bool isRepeated = task.IsWait == 1;
   ParseLine(task);
   if (task.CmdIdx == SYN_NUL) {
     PauseMicros(NOCOMMANDPAUSE_US);
     return;
   }
+  const RepeatedTry mark(task.TaskNo, isRepeated);
   LogLine(task);
   if (ExecuteLine(task) == PAUSEAFTER::Command) PauseMillis(task.G_Delay);
 }
@@ -383,6 +386,7 @@ void TaskKey(int TaskNo) {
   Console("GlobeHKey Task Load\n");
   for (;;) {
     PauseMillis(KEYPAUSE_MS);
+    OfferConsole();
     PostKey(kOVA_CardMan[0]->ReadHKey());
     const HKEY LocalHKey = GlobeHKey[0];
     if (LocalHKey != HKEY_NUL) Wprintf(TaskNo, "KeyPad=%x\n", static_cast<unsigned>(LocalHKey));

@@ -4,10 +4,10 @@
 #include <sys/socket.h>
 
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <limits>
 
+#include "console.h"
 #include "drvlib.h"
 #include "locks.h"
 #include "numbers.h"
@@ -66,11 +66,11 @@ int UDP::Network_Init(int Local_Port) {
   server.sin_port = htons(static_cast<uint16_t>(Local_Port));
   UDP_Sockfd = socket(AF_INET, SOCK_DGRAM, 0);
   if (UDP_Sockfd < 0) {
-    std::perror("create socket failed");
+    PrintError("create socket failed");
     return -1;
   }
   if (bind(UDP_Sockfd, reinterpret_cast<const sockaddr*>(&server), sizeof server) != 0) {
-    std::perror("bind error");
+    PrintError("bind error");
     Console("UDP port %d is not bound\n", ntohs(server.sin_port));
     return -2;
   }

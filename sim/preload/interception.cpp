@@ -8,6 +8,7 @@
 #endif
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/reboot.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -193,13 +194,41 @@ void Sync() {
   if (Session* session = OwnSession()) session->Synced();
 }
 
+// The system's console may take nothing or a part, where the controller has told it not to wait.
+ssize_t WriteWhole(int descriptor, const char* text, std::size_t size) {
+  static auto* const next = Next(calls::write);
+  static auto* const wait = Next(calls::poll);
+  for (std::size_t done = 0;;) {
+    const ssize_t count = next(descriptor, text + done, size - done);
+    if (count > 0) done += static_cast<std::size_t>(count);
+    if (done == size) return static_cast<ssize_t>(size);
+    if (count < 0 && errno != EAGAIN && errno != EINTR) return done > 0 ? static_cast<ssize_t>(done) : -1;
+    pollfd file = {descriptor, POLLOUT, 0};
+    wait(&file, 1, -1);
+  }
+}
+
 void NoteConsole(const void* text, ssize_t written) {
   const int reason = errno;
   const auto count = static_cast<std::size_t>(written > 0 ? written : 0);
   Session* session = OwnSession();
   if (session != nullptr && count != 0) session->ConsoleWritten(static_cast<const char*>(text), count);
-  CurrentTime().ConsoleEnds(count);
+  CurrentTime().ConsoleEnds();
   errno = reason;
+}
+
+ssize_t WriteConsole(int descriptor, const void* text, std::size_t size) {
+  static auto* const next = Next(calls::write);
+  const std::size_t taken = descriptor == STDOUT_FILENO ? CurrentTime().ConsoleTakes(size) : size;
+  if (taken == 0 && size > 0) {
+    errno = EAGAIN;
+    return -1;
+  }
+  const bool whole = CurrentTime().ConsoleBegins();
+  const ssize_t written =
+      whole ? WriteWhole(descriptor, static_cast<const char*>(text), taken) : next(descriptor, text, taken);
+  NoteConsole(text, descriptor == STDOUT_FILENO ? written : 0);
+  return written;
 }
 
 // The mode of an open call is there only when the flags say so.
@@ -283,11 +312,8 @@ ssize_t __read_chk(int descriptor, void* buffer, size_t count, size_t size) {
 ssize_t write(int descriptor, const void* buffer, size_t count) {
   static auto* const next = rack::Next(rack::calls::write);
   if (rack::IsHandle(descriptor)) return rack::WriteDevice(buffer, count);
-  if (descriptor != STDOUT_FILENO) return next(descriptor, buffer, count);
-  rack::CurrentTime().ConsoleBegins();
-  const ssize_t written = next(descriptor, buffer, count);
-  rack::NoteConsole(buffer, written);
-  return written;
+  if (descriptor != STDOUT_FILENO && descriptor != STDERR_FILENO) return next(descriptor, buffer, count);
+  return rack::WriteConsole(descriptor, buffer, count);
 }
 
 int close(int descriptor) {

@@ -26,8 +26,11 @@ class TimeSource {
   virtual Nanos Now() = 0;
   virtual void BusAccess() {}  // ahead of each
   virtual void LineDue(const DueLine& /*line*/) {}
-  virtual void ConsoleBegins() {}  // around each write to the console
-  virtual void ConsoleEnds(std::size_t /*bytes*/) {}
+  // How many of so many bytes the console takes at present.
+  virtual std::size_t ConsoleTakes(std::size_t bytes) { return bytes; }
+  // Around each write to it. True: the write is to be made whole, however long that takes in real time.
+  virtual bool ConsoleBegins() { return false; }
+  virtual void ConsoleEnds() {}
   // Ahead of a read that is not the device's: its other end may keep it waiting.
   virtual void ReadFrom(int /*descriptor*/) {}
   // A system call that the controller, or a library of its, makes by its number: true when it was answered.

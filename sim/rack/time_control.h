@@ -27,7 +27,7 @@ struct TimeSetup {
   TimeMode mode;
   std::uint32_t seed;          // 0: threads take turns in the order in which they came
   std::uint32_t factorMillis;  // Scaled: thousandths of a second of the machine per second
-  std::uint32_t consoleBaud;   // Virtual: bits per second of the console, 0: it costs no time
+  std::uint32_t consoleBaud;   // Virtual: bits per second of the console, 0: it takes all at once
   std::uint32_t accessNanos;   // Virtual: what a bus access costs
   std::uint32_t startStopped;  // Virtual: 1: time stands before the controller's first step
   Nanos realStart;             // Scaled: CLOCK_MONOTONIC at power-on

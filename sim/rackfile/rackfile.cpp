@@ -126,7 +126,7 @@ void Reader::ReadRack(const Value& rack) {
   time.consoleBaud = Number<std::uint32_t>(rack, "console_baud", 0, 10'000'000, 0);
   if (time.consoleBaud != 0 && time.consoleBaud < 300) {
     Fail(*Get(rack, "console_baud"),
-         "\"console_baud\" wants 300 to 10000000, or 0 for a console without cost");
+         "\"console_baud\" wants 300 to 10000000, or 0 for one that takes every line at once");
   }
   constexpr DeviceName devices[] = {DeviceName::EmIsa, DeviceName::Em335xIsa, DeviceName::None};
   const Value* device = Get(rack, "device");

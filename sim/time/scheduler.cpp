@@ -39,8 +39,9 @@ namespace {
 
 constexpr int kMaxThreads = 64;
 constexpr Nanos kSlice = 100 * kMicrosecond;
-constexpr int kCallShare = 10;    // a lock or clock call costs this part of a bus access
-constexpr int kConsoleBits = 10;  // of a byte, with start and stop bit
+constexpr int kCallShare = 10;                // a lock or clock call costs this part of a bus access
+constexpr int kConsoleBits = 10;              // of a byte, with start and stop bit
+constexpr std::size_t kConsoleBuffer = 4096;  // bytes that it holds while it sends
 // Under a seed: a slice is up to so long; one lock in so many is stretched, up to so long.
 constexpr Nanos kSeededSlice = 40 * kMicrosecond;
 constexpr std::uint32_t kStretchOneIn = 4;
@@ -63,7 +64,8 @@ struct Scheduler {
   unsigned created;
   int used;  // threads in use are among the first so many
   int keeping;
-  int waiters;  // threads that wait for an object
+  int waiters;         // threads that wait for an object
+  Nanos consoleEmpty;  // when the console has sent what it holds
   TimeCommand command;
   Thread threads[kMaxThreads];
 };
@@ -295,6 +297,7 @@ void Engage(const TimeLink& link) {
   S.used = 0;
   S.keeping = 0;
   S.waiters = 0;
+  S.consoleEmpty = 0;
   S.slice = NewSlice();
   ForgetOwners();
   if (link.ownProcessor) UseOneProcessor();
@@ -515,11 +518,19 @@ void ConsoleBegins() {
   S.control->inConsole.store(1, std::memory_order_release);
 }
 
-void ConsoleEnds(std::size_t bytes) {
+void ConsoleEnds() {
   S.control->inConsole.store(0, std::memory_order_release);
+}
+
+std::size_t ConsoleTakes(std::size_t bytes) {
   const std::uint32_t baud = S.control->setup.consoleBaud;
-  if (baud == 0) return;
-  SleepUntil(S.now + static_cast<Nanos>(bytes) * kConsoleBits * kSecond / baud);
+  if (baud == 0) return bytes;
+  const Nanos byte = kConsoleBits * kSecond / baud;
+  const Nanos start = std::max(S.consoleEmpty, S.now);
+  const auto held = static_cast<std::size_t>((start - S.now + byte - 1) / byte);
+  const std::size_t taken = std::min(bytes, kConsoleBuffer - std::min(held, kConsoleBuffer));
+  S.consoleEmpty = start + static_cast<Nanos>(taken) * byte;
+  return taken;
 }
 
 }  // namespace rack

@@ -104,8 +104,11 @@ void ReplySent();
 void LineDue(std::uint8_t task, std::uint32_t fileNumber, const char* file, std::uint32_t line,
              const char* text);
 
-// Around a write to the console that may take real time; the bytes cost what the console's speed says.
+// How many of so many bytes the console takes at this time: it sends what it holds at its own speed. Whoever asks writes
+// them.
+std::size_t ConsoleTakes(std::size_t bytes);
+// Around the write, which may take real time.
 void ConsoleBegins();
-void ConsoleEnds(std::size_t bytes);
+void ConsoleEnds();
 
 }  // namespace rack

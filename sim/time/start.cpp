@@ -17,10 +17,14 @@ class VirtualTime final : public TimeSource {
   void LineDue(const DueLine& line) override {
     if (InTurn()) rack::LineDue(line.task, line.fileNumber, line.file, line.line, line.text);
   }
-  void ConsoleBegins() override { rack::ConsoleBegins(); }
-  void ConsoleEnds(std::size_t bytes) override {
-    if (InTurn()) rack::ConsoleEnds(bytes);
+  std::size_t ConsoleTakes(std::size_t bytes) override {
+    return InTurn() ? rack::ConsoleTakes(bytes) : bytes;
   }
+  bool ConsoleBegins() override {
+    rack::ConsoleBegins();
+    return true;
+  }
+  void ConsoleEnds() override { rack::ConsoleEnds(); }
   void ReadFrom(int descriptor) override {
     if (InTurn()) RefuseIfItWaits(descriptor);
   }

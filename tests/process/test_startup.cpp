@@ -313,6 +313,34 @@ TEST(Console, TheMachineRunsOnWhenItsConsoleIsGone) {
   EXPECT_EQ(kill(machine.Controller(), 0), 0);
 }
 
+// A reader that stops, as a terminal after Ctrl-S: no task, no key and no datagram waits for it.
+TEST(Console, TheMachineRunsOnWhileItsConsoleStandsStill) {
+  TestMachine machine("[rack]\ntask_count = 2\n", rack::TimeMode::Real);
+  machine.Write("plc1/RESET.PLC", "LD: 0, 0, 1\nOUT: 0, 3, 1\nEXIT\n");
+  machine.Write("plc1/FLOW.PLC", "OUT: 0, 5, 1\nEXIT\n");
+  machine.Write("plc2/RESET.PLC", "G_ST: 0\n#LE: 1\nLED: 0, 0, floods\nGO: 1\n");
+  const int console = machine.StartOnPipe();
+  constexpr int kNearlyFull = 60'000;  // of 64 KB: some bytes of each page stay free
+  int held = 0;
+  EXPECT_TRUE(machine.Await([&] { return ioctl(console, FIONREAD, &held) == 0 && held > kNearlyFull; }));
+  machine.AwaitPolls();
+  machine.SetInput(0, 0, true);
+  EXPECT_TRUE(machine.Await([&] { return machine.Bus().find("5<08") != std::string::npos; }));
+  machine.Tap(kEnter);
+  EXPECT_TRUE(machine.Await([&] { return machine.Bus().find("5<28") != std::string::npos; }));
+
+  std::string text;
+  char part[4096];
+  ssize_t count;
+  while (text.find(" lines not shown --\n") == std::string::npos &&
+         (count = read(console, part, sizeof part)) > 0) {
+    text.append(part, static_cast<size_t>(count));
+  }
+  EXPECT_THAT(text, HasSubstr("PLC1: Task_PLC1 Running\n"));
+  EXPECT_THAT(text, HasSubstr("\n-- "));
+  close(console);
+}
+
 TEST(Console, RepeatedLinesLeaveAtOnceThroughAPipe) {
   TestMachine machine("", rack::TimeMode::Real);
   machine.Write("plc1/RESET.PLC", "LMOT: 0, 0, ; once\nROW: 0, 0, 1\n");

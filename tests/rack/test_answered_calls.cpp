@@ -35,6 +35,8 @@ const std::vector<Names> kPassedOn = {
     {"closedir", "ferror", "fread", "fwrite", "opendir", "readdir64", "remove", "rename"},
     // Asked only whether a path is a file; the copy in the board's home may be another one here.
     {"stat64"},
+    // The console's descriptors, before anything is printed.
+    {"dup2", "fstat64", "isatty"},
     // Standard error shows what keeps the controller from starting; the console is standard output.
     {"perror"},
     // The socket is the system's; the run's own network takes it over when it is bound.

@@ -1,4 +1,3 @@
-#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -14,27 +13,6 @@
 #include "support/capture.h"
 
 namespace {
-
-std::size_t writesAtMost = 0;  // bytes that the console takes at once; 0: all
-
-}  // namespace
-
-// In the C library's place.
-extern "C" ssize_t write(int descriptor, const void* data, std::size_t size) {
-  static auto* const next =
-      reinterpret_cast<ssize_t (*)(int, const void*, std::size_t)>(dlsym(RTLD_NEXT, "write"));
-  return next(descriptor, data, writesAtMost == 0 || size < writesAtMost ? size : writesAtMost);
-}
-
-namespace {
-
-TEST(Console, TheRestOfAShortWriteFollows) {
-  Capture console(STDOUT_FILENO);
-  writesAtMost = 5;
-  Wprintf(3, "%s\n", "no byte twice");
-  writesAtMost = 0;
-  EXPECT_THAT(console.Writes(), testing::ElementsAre("PLC3:", " no b", "yte t", "wice\n"));
-}
 
 TEST(Console, OneCallIsOneWriteWithThePrefixOfItsTask) {
   Capture console(STDOUT_FILENO);
