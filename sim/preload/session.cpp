@@ -21,8 +21,8 @@ constexpr std::uint8_t kKeypadPort = 2;  // of the CPU card: only the keypad's t
 
 // The task of this thread, and the place in the code where its runner reads program lines: a label search
 // reads at another one.
-thread_local std::uint8_t ThisTask = kUnknownTask;
-thread_local const void* RunnerReads = nullptr;
+[[gnu::tls_model("initial-exec")]] thread_local std::uint8_t ThisTask = kUnknownTask;
+[[gnu::tls_model("initial-exec")]] thread_local const void* RunnerReads = nullptr;
 
 // The real numbers, whatever the controller is shown: the tool goes by the process's.
 long RealNumber(long call) {
