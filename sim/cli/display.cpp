@@ -5,6 +5,7 @@
 
 #include "machine/key_names.h"
 #include "machine/why.h"
+#include "toml/characters.h"
 #include "toml/words.h"
 
 namespace rack::cli {
@@ -148,7 +149,8 @@ std::string TextOf(const Snapshot& snapshot) {
     if (!task.file.empty()) text += "  " + task.file + ":" + std::to_string(task.line) + "  " + task.text;
     text += "\n  " + WhyStanding(snapshot, task) + "\n";
   }
-  return text;
+  // Program lines and file names hold whatever bytes their files do.
+  return PrintableLines(text);
 }
 
 }  // namespace rack::cli

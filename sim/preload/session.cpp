@@ -97,8 +97,25 @@ Origin Session::Caller() const {
   return origin;
 }
 
+// Outside of the lock: time may stand here.
+void Session::TellMoved() {
+  if (!watched_.load(std::memory_order_relaxed)) return;
+  MachineDue due{};
+  {
+    const std::lock_guard<OwnMutex> lock(guard_);
+    due = rack_->Due();
+  }
+  CurrentTime().MachineMoved(due);
+}
+
 int Session::Read(std::uint8_t port) {
   CurrentTime().BusAccess();
+  const int value = ReadNow(port);
+  TellMoved();
+  return value;
+}
+
+int Session::ReadNow(std::uint8_t port) {
   const std::lock_guard<OwnMutex> lock(guard_);
   room_.Await(*state_.State());
   Origin origin = Caller();
@@ -113,6 +130,11 @@ int Session::Read(std::uint8_t port) {
 
 void Session::Write(std::uint8_t port, std::uint8_t value) {
   CurrentTime().BusAccess();
+  WriteNow(port, value);
+  TellMoved();
+}
+
+void Session::WriteNow(std::uint8_t port, std::uint8_t value) {
   const std::lock_guard<OwnMutex> lock(guard_);
   room_.Await(*state_.State());
   rack_->WritePort(port, value, Now(), Caller());
@@ -184,6 +206,20 @@ void Session::Serve() {
   const std::lock_guard<OwnMutex> lock(guard_);
   rack_->AdvanceTo(Now());
   rack_->TellPolls();
+}
+
+MachineDue Session::Work() {
+  const std::lock_guard<OwnMutex> lock(guard_);
+  room_.Await(*state_.State());
+  rack_->AdvanceTo(Now());
+  return rack_->Due();
+}
+
+MachineDue Session::Watch(const TriggerTable& triggers) {
+  const std::lock_guard<OwnMutex> lock(guard_);
+  watched_.store(triggers.count != 0, std::memory_order_relaxed);
+  rack_->Watch(triggers);
+  return triggers.count == 0 ? MachineDue{false, kNever} : rack_->Due();
 }
 
 void Session::NoteController() {
@@ -293,6 +329,7 @@ bool Session::IsProgram(FILE* stream) {
 
 void Session::LineRead(FILE* stream, const void* caller, const char* line, std::size_t length) {
   const DueLine due = TakeLine(stream, caller, line, length);
+  TellMoved();
   if (due.fileNumber != 0) CurrentTime().LineDue(due);
 }
 
@@ -353,6 +390,11 @@ bool Session::NoteEnd(OpenProgram& program) {
 }
 
 void Session::ConsoleWritten(const char* text, std::size_t count) {
+  NoteConsole(text, count);
+  TellMoved();
+}
+
+void Session::NoteConsole(const char* text, std::size_t count) {
   const std::lock_guard<OwnMutex> lock(guard_);
   room_.Await(*state_.State());
   rack_->AdvanceTo(Now());
@@ -370,6 +412,12 @@ void Session::Synced() {
 }
 
 bool Session::RestartFails() {
+  NoteRestart();
+  TellMoved();
+  return state_.State()->image.restartFails != 0;
+}
+
+void Session::NoteRestart() {
   const std::lock_guard<OwnMutex> lock(guard_);
   rack_->AdvanceTo(Now());
   RackLive& live = state_.State()->live;
@@ -378,7 +426,6 @@ bool Session::RestartFails() {
   live.controller.restartAt = live.now;
   rack_->Note(JournalKind::Restart, 0, 0, 0, Caller());
   rack_->TellPolls();
-  return state_.State()->image.restartFails != 0;
 }
 
 bool Session::Redirect(const char* path, char* kept, std::size_t size) const {

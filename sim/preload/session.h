@@ -4,6 +4,7 @@
 // Any thread may call any operation; one lock guards it all. Time comes from CurrentTime.
 #pragma once
 
+#include <atomic>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -31,6 +32,10 @@ class Session final : public BusTarget {
   void Attach();
   // Works the machine out up to now and applies requests, without an access.
   void Serve();
+  // The machine worked out up to now while it is watched; what has happened, and what happens next.
+  MachineDue Work();
+  // What it is watched for from now on.
+  MachineDue Watch(const TriggerTable& triggers);
 
   // The controller tries a device name; it has got it or not.
   void DeviceTried(bool opened);
@@ -68,6 +73,11 @@ class Session final : public BusTarget {
 
   Session(const char* path, std::string& error);
   Nanos Now() const;
+  void TellMoved();
+  int ReadNow(std::uint8_t port);
+  void WriteNow(std::uint8_t port, std::uint8_t value);
+  void NoteConsole(const char* text, std::size_t count);
+  void NoteRestart();
   Origin Caller() const;
   OpenProgram* Find(const FILE* stream);
   std::uint32_t FileNumber(const char* path);
@@ -81,6 +91,7 @@ class Session final : public BusTarget {
   void NoteListed(const char* line);
 
   OwnMutex guard_;
+  std::atomic<bool> watched_{false};
   JournalRoom room_;
   StateFile state_;
   std::unique_ptr<Rack> rack_;

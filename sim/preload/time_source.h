@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "cards/card.h"
+#include "rack/triggers.h"
 
 namespace rack {
 
@@ -25,6 +26,8 @@ class TimeSource {
   // On the scale of the controller's CLOCK_MONOTONIC.
   virtual Nanos Now() = 0;
   virtual void BusAccess() {}  // ahead of each
+  // While the machine is watched, behind each call that may have moved it.
+  virtual void MachineMoved(const MachineDue& /*due*/) {}
   virtual void LineDue(const DueLine& /*line*/) {}
   // How many of so many bytes the console takes at present.
   virtual std::size_t ConsoleTakes(std::size_t bytes) { return bytes; }

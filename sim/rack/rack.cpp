@@ -105,7 +105,21 @@ bool Rack::Changes(int slot, std::uint8_t port, std::uint8_t value) const {
 void Rack::Note(JournalKind kind, std::uint8_t slot, std::uint8_t port, std::int32_t value,
                 const Origin& origin) {
   if (!journal_) return;
-  journal_->Add({live_.now, kind, origin.task, slot, port, value, origin.line, origin.file});
+  const JournalRecord record = {live_.now, kind, origin.task, slot, port, value, origin.line, origin.file};
+  journal_->Add(record);
+  if (IsWatched() && triggers_.Fits(record)) fits_ = true;
+}
+
+void Rack::Watch(const TriggerTable& triggers) {
+  triggers_ = triggers;
+  fits_ = false;
+}
+
+MachineDue Rack::Due() {
+  const LiveChange change(live_);
+  // A write has changed what happens next.
+  if (quietUntil_ <= live_.now) Reach(live_.now);
+  return {fits_, std::max(quietUntil_, live_.now + 1)};
 }
 
 void Rack::TellPolls() {

@@ -11,6 +11,7 @@
 
 #include "rack/poll_folder.h"
 #include "rack/state.h"
+#include "rack/triggers.h"
 
 namespace rack {
 
@@ -46,6 +47,11 @@ class Rack final : private EventSink {
 
   // Brings the journal up to date with the polls that are going on; they are told of at each whole second anyway.
   void TellPolls();
+
+  // From now on a record that fits one of these is told by Due, until the next table.
+  void Watch(const TriggerTable& triggers);
+  bool IsWatched() const { return triggers_.count != 0; }
+  MachineDue Due();
 
   // Switches the power on, at time 0: cards and links as they stand in the state, these inputs switched on.
   void PowerOn(const std::uint16_t (&inputsOn)[kMaxEntries]);
@@ -102,6 +108,8 @@ class Rack final : private EventSink {
   RequestRing* requests_ = nullptr;
   std::optional<PollFolder> journal_;
   Nanos tellPollsAt_ = kSecond;  // the next whole second
+  TriggerTable triggers_{};
+  bool fits_ = false;  // one of them has
   CardsByEntry cards_{};
   Plant plant_;
   Mover movers_[kSlots][kMaxMovers]{};

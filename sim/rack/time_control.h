@@ -14,6 +14,7 @@
 #include <string>
 
 #include "cards/card.h"
+#include "rack/triggers.h"
 
 namespace rack {
 
@@ -51,8 +52,9 @@ struct TimeCommand {
   std::uint8_t step;       // 1: at the next line that is read to be executed
   std::uint8_t reserved[2];
   char holdFile[kHoldFileSize];  // as the controller opens it, "plc1/FLOW.PLC"
+  TriggerTable triggers;         // virtual time stands where one of them fits
 };
-static_assert(sizeof(TimeCommand) == 16 + kHoldFileSize);
+static_assert(sizeof(TimeCommand) == 16 + kHoldFileSize + sizeof(TriggerTable));
 
 constexpr std::uint32_t kMailCapacity = 16;
 constexpr std::uint32_t kMailSize = 2048;
@@ -91,7 +93,7 @@ struct TimeControl {
 };
 static_assert(sizeof(TimeControl) ==
               40 + sizeof(TimeCommand) + 64 + kMailCapacity * sizeof(MailItem) + kReasonSize);
-static_assert(offsetof(TimeControl, ordered) == 40 + 16 + kHoldFileSize);
+static_assert(offsetof(TimeControl, ordered) == 40 + sizeof(TimeCommand));
 
 // Status of a controller whose threads wait for each other, and of one that has made a call which virtual time
 // does not answer.

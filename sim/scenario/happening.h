@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "machine/snapshot.h"
+#include "rack/triggers.h"
 
 namespace rack::scenario {
 
@@ -70,5 +71,7 @@ HappeningChoice ParseHappening(const std::string& text, const Snapshot& machine,
 bool IsState(HappeningKind kind);
 // Whether it happens on a card, so that the tasks that use the card have to do with it.
 bool IsOnCard(HappeningKind kind);
+// Lets time stand wherever it may happen.
+void AddTriggers(const Happening& what, TriggerTable& triggers);
 
 }  // namespace rack::scenario

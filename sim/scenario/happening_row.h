@@ -1,6 +1,7 @@
 // All that is to be known of one kind of happening: how it is written, and how it is watched.
 #pragma once
 
+#include <array>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -61,6 +62,8 @@ struct HappeningRow {
   bool (*holds)(const Watched& watched);
   // What there is instead, or why it is so: "clamped (1.1) is off since 1.250 s".
   std::string (*says)(const Watched& watched);
+  // Kinds of records among which it is; of an event of the scenario none.
+  std::array<JournalKind, 3> kinds;
 };
 
 const HappeningRow& RowOf(HappeningKind kind);

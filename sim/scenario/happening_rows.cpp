@@ -272,37 +272,53 @@ bool SeeDone(const Watched& watched, const std::string& name) {
 // clang-format off
 constexpr HappeningRow kRows[] = {
   {HappeningKind::Level, "\"clamped on\"", &Text::EndsInLevel, "", "", kNoNumber,
-   &Text::ReadLevel, kOnCard, BeginLevel, SeeLevel, HoldsInRange, SayLevel},
+   &Text::ReadLevel, kOnCard, BeginLevel, SeeLevel, HoldsInRange, SayLevel,
+   {JournalKind::InputEdge, JournalKind::OutputChange, JournalKind::RelayChange}},
   {HappeningKind::MotorMoves, "", &Text::HasFirst, "motor", "moves", kNoNumber,
-   &Text::ReadMotor, kOnCard, BeginMotor, SeeMove, Moves, SayMove},
+   &Text::ReadMotor, kOnCard, BeginMotor, SeeMove, Moves, SayMove,
+   {JournalKind::MotorMove}},
   {HappeningKind::MotorStarts, "", &Text::HasFirst, "motor", "starts", kNoNumber,
-   &Text::ReadMotor, kOnCard, BeginMotor, SeeStart, nullptr, SayMove},
+   &Text::ReadMotor, kOnCard, BeginMotor, SeeStart, nullptr, SayMove,
+   {JournalKind::MotorMove}},
   {HappeningKind::MotorStands, "", &Text::HasFirst, "motor", "stands", kNoNumber,
-   &Text::ReadMotor, kOnCard, BeginMotor, SeeMove, Stands, SayMove},
+   &Text::ReadMotor, kOnCard, BeginMotor, SeeMove, Stands, SayMove,
+   {JournalKind::MotorMove}},
   {HappeningKind::MotorAt, "\"motor 2.0 at 800\"", &Text::HasFirst, "motor", "at N", kSteps,
-   &Text::ReadMotor, kOnCard, BeginPosition, SeePosition, StandsInRange, SayPosition},
+   &Text::ReadMotor, kOnCard, BeginPosition, SeePosition, StandsInRange, SayPosition,
+   {JournalKind::MotorMove, JournalKind::MotorPosition}},
   {HappeningKind::MotorCount, "", &Text::HasFirst, "motor", "counts N", kSteps,
-   &Text::ReadMotor, kOnCard, BeginCount, SeeCount, StandsInRange, SayCount},
+   &Text::ReadMotor, kOnCard, BeginCount, SeeCount, StandsInRange, SayCount,
+   {JournalKind::MotorMove, JournalKind::MotorCount}},
   {HappeningKind::MotorPulses, "", &Text::HasFirst, "motor", "pulses N", kPulses,
-   &Text::ReadMotor, kOnCard, BeginPulses, SeePulses, nullptr, SayPulses},
+   &Text::ReadMotor, kOnCard, BeginPulses, SeePulses, nullptr, SayPulses,
+   {JournalKind::MotorPulses}},
   {HappeningKind::CylinderAt, "", &Text::HasFirst, "cylinder", "at N", kPositions,
-   &Text::ReadCylinder, kOnCard, BeginCylinder, SeeCylinder, IsThere, SayCylinder},
+   &Text::ReadCylinder, kOnCard, BeginCylinder, SeeCylinder, IsThere, SayCylinder,
+   {JournalKind::CylinderState}},
   {HappeningKind::CylinderAlarm, "\"cylinder 3.0 alarm\"", &Text::HasFirst, "cylinder", "alarm", kNoNumber,
-   &Text::ReadCylinder, kOnCard, BeginCylinder, SeeCylinder, IsInAlarm, SayAlarm},
+   &Text::ReadCylinder, kOnCard, BeginCylinder, SeeCylinder, IsInAlarm, SayAlarm,
+   {JournalKind::CylinderState}},
   {HappeningKind::Counter, "\"counter parts 5\"", &Text::HasFirst, "counter", "", kCounts,
-   &Text::ReadCounter, kElsewhere, BeginCounter, SeeCounter, HoldsInRange, SayCounter},
+   &Text::ReadCounter, kElsewhere, BeginCounter, SeeCounter, HoldsInRange, SayCounter,
+   {JournalKind::CounterValue}},
   {HappeningKind::KeyTaken, "\"key Enter\"", &Text::HasFirst, "key", "", kNoNumber,
-   &Text::ReadKey, kElsewhere, BeginNothing, SeeKey, nullptr, SayLast},
+   &Text::ReadKey, kElsewhere, BeginNothing, SeeKey, nullptr, SayLast,
+   {JournalKind::KeyTaken}},
   {HappeningKind::Line, "\"line plc1/FLOW.PLC:4\"", &Text::HasFirst, "line", "", kNoNumber,
-   &Text::ReadLine, kElsewhere, BeginNothing, SeeProgramLine, nullptr, SayLast},
+   &Text::ReadLine, kElsewhere, BeginNothing, SeeProgramLine, nullptr, SayLast,
+   {JournalKind::ProgramLine}},
   {HappeningKind::Prints, "\"plc1 prints TEXT\"", &Text::HasSecond, "prints", "", kNoNumber,
-   &Text::ReadPrints, kElsewhere, BeginNothing, SeePrinted, nullptr, SayLast},
+   &Text::ReadPrints, kElsewhere, BeginNothing, SeePrinted, nullptr, SayLast,
+   {JournalKind::ConsoleText}},
   {HappeningKind::Restart, "\"restart\"", &Text::IsWord, "restart", "", kNoNumber,
-   &Text::ReadNothing, kElsewhere, BeginNothing, SeeRestart, nullptr, SayLast},
+   &Text::ReadNothing, kElsewhere, BeginNothing, SeeRestart, nullptr, SayLast,
+   {JournalKind::Restart}},
   {HappeningKind::Protests, "\"a card protests\"", &Text::HasThird, "protests", "", kNoNumber,
-   &Text::ReadProtests, kElsewhere, BeginProtests, SeeProtest, nullptr, SayProtest},
+   &Text::ReadProtests, kElsewhere, BeginProtests, SeeProtest, nullptr, SayProtest,
+   {JournalKind::CardProtests}},
   {HappeningKind::Event, "the name of an event", &Text::IsEvent, "", "", kNoNumber,
-   &Text::ReadEvent, kElsewhere, BeginNothing, SeeDone, nullptr, SayLast},
+   &Text::ReadEvent, kElsewhere, BeginNothing, SeeDone, nullptr, SayLast,
+   {}},
 };
 // clang-format on
 static_assert(AreRowsOf(kRows, &HappeningRow::kind, kHappeningKinds), "a row for each happening, in order");
@@ -315,6 +331,21 @@ const HappeningRow& RowOf(HappeningKind kind) {
 
 bool IsState(HappeningKind kind) {
   return RowOf(kind).holds != nullptr;
+}
+
+void AddTriggers(const Happening& what, TriggerTable& triggers) {
+  const auto placeOf = [](bool narrow, int place) {
+    return narrow ? static_cast<std::uint8_t>(place) : kAnyPlace;
+  };
+  const HappeningRow& row = RowOf(what.kind);
+  for (const JournalKind kind : row.kinds) {
+    if (kind == JournalKind::None) continue;
+    const bool line = kind == JournalKind::ProgramLine;
+    triggers.Add({kind, placeOf(line, what.who), placeOf(row.onCard, what.slot),
+                  placeOf(row.onCard || kind == JournalKind::CounterValue, what.channel),
+                  line ? static_cast<std::uint32_t>(what.low) : 0,
+                  line ? static_cast<std::uint32_t>(what.high) : 0});
+  }
 }
 
 bool IsOnCard(HappeningKind kind) {

@@ -22,6 +22,7 @@ Judge::Judge(const Scenario& scenario, const Snapshot& machine, const FileNames&
 
 void Judge::See(const JournalRecord& record) {
   if (!IsAccess(record.kind)) Reach(record.time);
+  if (IsOver(record.time)) return;
   history_.See(record);
   if (IsAccess(record.kind)) return;
   for (Watcher& watcher : watchers_) watcher.See(record);
@@ -30,6 +31,7 @@ void Judge::See(const JournalRecord& record) {
 
 void Judge::SeeLine(Nanos time, int who, const std::string& line) {
   Reach(time);
+  if (IsOver(time)) return;
   history_.SeeLine(time, who, line);
   for (Watcher& watcher : watchers_) watcher.SeeLine(time, who, line);
   Update();
@@ -58,6 +60,14 @@ void Judge::Update() {
     const bool again = trial.first != nullptr && trial.what->Count() > cycles_[i].times;
     if (again) cycles_[i] = {trial.what->Count(), trial.first->Count(), trial.what->Last()};
   }
+  NoteEnd();
+}
+
+void Judge::NoteEnd() {
+  if (end_ || !IsDecided()) return;
+  Nanos last = 0;
+  for (const Outcome& outcome : outcomes_) last = std::max(last, outcome.time);
+  end_ = std::min(scenario_.limit, last + scenario_.endWait);
 }
 
 // What a moment hangs on, as a person says it.
@@ -101,6 +111,7 @@ Trial Judge::TrialOf(const Expectation& expectation) const {
 
 // What happens at the deadline itself is still in time: the deadline is past when time goes on.
 void Judge::Reach(Nanos time) {
+  time = std::min(time, scenario_.limit);
   if (time <= now_) return;
   for (std::size_t i = 0; i < outcomes_.size(); ++i) {
     const Expectation& expectation = scenario_.expectations[i];
@@ -110,12 +121,15 @@ void Judge::Reach(Nanos time) {
     const std::optional<Nanos> deadline = row.deadline(trial);
     if (deadline && *deadline < time) Decide(i, *deadline, row.expire(trial));
   }
+  // What comes to be decided at a deadline may end the run before that time.
+  NoteEnd();
+  if (IsOver(time)) return;
   now_ = time;
   // A Never that begins now may be broken by what lasts.
   Update();
 }
 
-bool Judge::Decided() const {
+bool Judge::IsDecided() const {
   for (std::size_t i = 0; i < outcomes_.size(); ++i) {
     const Expectation& expectation = scenario_.expectations[i];
     const bool open = outcomes_[i].verdict == Verdict::Open;

@@ -29,8 +29,10 @@ class Judge {
   // Nothing more comes before that time.
   void Reach(Nanos time);
 
-  // Whether nothing is open but what is judged at the end, and every event has come.
-  bool Decided() const;
+  // When the run ends because nothing is open but what is judged at the end, and every event has come; nothing: it is
+  // not known yet. What happens later is not seen.
+  std::optional<Nanos> EndTime() const { return end_; }
+  bool IsOver(Nanos time) const { return time > end_.value_or(scenario_.limit); }
   bool IsDone(std::size_t event) const { return done_[event]; }
   // The run ends: what is still open is judged. `why` tells what ended it, for the messages of failures; it is
   // not whole when the controller has ended by itself.
@@ -42,6 +44,8 @@ class Judge {
 
  private:
   void Update();
+  bool IsDecided() const;
+  void NoteEnd();
   void FindMissing();
   std::string WaitsFor(const Moment& moment) const;
   Trial TrialOf(const Expectation& expectation) const;
@@ -60,6 +64,7 @@ class Judge {
   std::vector<bool> done_;                       // by event
   std::string missing_;                          // the first event that has not come, as Trial has it
   Nanos now_ = 0;
+  std::optional<Nanos> end_;
 };
 
 }  // namespace rack::scenario

@@ -33,8 +33,6 @@ namespace fs = std::filesystem;
 constexpr Nanos kStride = 200 * kMillisecond;
 constexpr Nanos kStrideAccesses = 200'000;
 static_assert(kStrideAccesses < kJournalCapacity);
-// While an event waits for something to happen: so much later than meant it comes at most.
-constexpr Nanos kShortStride = 10 * kMillisecond;
 constexpr int kLookMicros = 50;
 // A machine that fills the journal faster is looked at more often, so that this part of it is full at most.
 constexpr std::uint32_t kStrideRecords = kJournalCapacity / 4;
@@ -225,6 +223,8 @@ class Run {
   bool AwaitStand(std::uint32_t number);
   void ChooseStride(Nanos passed, std::uint32_t records);
   Nanos NextStop(Nanos now) const;
+  TriggerTable Triggers() const;
+  std::size_t NextDue(Nanos now) const;
   void DoDueEvents(Nanos now);
   std::string Do(const Event& event);
   std::string Send(const Request& request);
@@ -317,6 +317,7 @@ bool Run::Advance(Nanos time) {
   TimeCommand command{};
   command.holdAt = time;
   command.holdTask = kAnyTask;
+  command.triggers = Triggers();
   return AwaitStand(Order(State().time, command));
 }
 
@@ -327,9 +328,20 @@ Nanos Run::NextStop(Nanos now) const {
   for (std::size_t i = 0; i < scenario_.events.size(); ++i) {
     if (judge_->IsDone(i)) continue;
     const std::optional<Nanos> due = judge_->TimeOf(scenario_.events[i].when);
-    next = std::min(next, due ? *due : now + kShortStride);
+    if (due) next = std::min(next, *due);
   }
-  return std::max(next, now + kMicrosecond);
+  return std::max(next, now + 1);
+}
+
+// What the events that are still to come wait for. Time stands there; whether it was that, the judge says.
+TriggerTable Run::Triggers() const {
+  TriggerTable triggers{};
+  for (std::size_t i = 0; i < scenario_.events.size(); ++i) {
+    const Moment& when = scenario_.events[i].when;
+    if (judge_->IsDone(i) || judge_->TimeOf(when)) continue;
+    AddTriggers(scenario_.happenings[static_cast<std::size_t>(when.after)], triggers);
+  }
+  return triggers;
 }
 
 std::string Run::Send(const Request& request) {
@@ -364,14 +376,28 @@ std::string Run::Do(const Event& event) {
   return error ? event.path + ": " + error.message() : "";
 }
 
-void Run::DoDueEvents(Nanos now) {
+// The event that is due first, of several the one that stands first in the file; their number when there is none.
+std::size_t Run::NextDue(Nanos now) const {
+  std::size_t first = scenario_.events.size();
+  Nanos firstDue = now;
   for (std::size_t i = 0; i < scenario_.events.size(); ++i) {
+    const std::optional<Nanos> due = judge_->TimeOf(scenario_.events[i].when);
+    if (judge_->IsDone(i) || !due || *due > firstDue) continue;
+    if (first != scenario_.events.size() && *due == firstDue) continue;
+    first = i;
+    firstDue = *due;
+  }
+  return first;
+}
+
+// One event may be what another waits for.
+void Run::DoDueEvents(Nanos now) {
+  for (std::size_t i = NextDue(now); i != scenario_.events.size() && error_.empty(); i = NextDue(now)) {
     const Event& event = scenario_.events[i];
-    const std::optional<Nanos> due = judge_->TimeOf(event.when);
-    if (judge_->IsDone(i) || !due || *due > now) continue;
-    judge_->SeeEvent(i, now);
+    judge_->SeeEvent(i, *judge_->TimeOf(event.when));
     const std::string error = Do(event);
-    if (!error.empty() && error_.empty()) error_ = event.text + ": " + error;
+    if (!error.empty()) error_ = event.text + ": " + error;
+    ReadJournal();
   }
 }
 
@@ -394,8 +420,8 @@ void Run::ReadConsole(const JournalRecord& record) {
 void Run::ReadJournal() {
   JournalRecord record{};
   while (journal_->Next(record, lost_) == JournalReader::Result::Record) {
-    waveform_->See(record);
     judge_->See(record);
+    if (!judge_->IsOver(record.time)) waveform_->See(record);
     spin_.See(record);
     if (record.kind == JournalKind::ConsoleText) ReadConsole(record);
   }
@@ -414,16 +440,22 @@ void Run::Drive(RunReport& report) {
     const std::uint32_t before = journal_->Number();
     runs = Advance(next);
     ReadJournal();
-    ChooseStride(next - now, journal_->Number() - before);
-    now = runs ? next : State().live.now;
+    const Nanos stands = State().live.now;
+    ChooseStride(std::max<Nanos>(stands - now, 1), journal_->Number() - before);
+    now = std::min(stands, scenario_.limit);
     judge_->Reach(now);
     const std::vector<std::string> differences = (*cards_)();
     if (!differences.empty()) error_ = differences.front();
     if (lost_ != 0) error_ = "the journal was too short: " + std::to_string(lost_) + " records lost";
     if (runs) DoDueEvents(now);
-    if (why == "the end" || !judge_->Decided()) continue;
+    if (!judge_->EndTime()) continue;
     why = "the end";
-    end = std::min(scenario_.limit, now + scenario_.endWait);
+    end = *judge_->EndTime();
+  }
+  // Time has gone on by up to a stride while that was not known, and the controller may have ended in it.
+  if (judge_->EndTime() && now >= *judge_->EndTime()) {
+    now = *judge_->EndTime();
+    runs = true;
   }
   controller_->Finish();
   const std::string spins =

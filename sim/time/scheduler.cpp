@@ -53,10 +53,13 @@ struct Scheduler {
   bool engaged;
   TimeControl* control;
   void (*serve)();
+  MachineDue (*work)();
+  MachineDue (*watch)(const TriggerTable& triggers);
   Nanos now;
   Nanos busy;
-  Nanos slice;     // left of the running thread's
-  Nanos nextStop;  // time at which the run ends or stands
+  Nanos slice;      // left of the running thread's
+  Nanos endOrHold;  // time at which the run ends or stands
+  Nanos nextStop;   // the same, or the next time at which the watched machine does something by itself
   Nanos accessCost;
   std::uint32_t seed;
   std::uint32_t random;
@@ -107,9 +110,11 @@ void TakeCommand() {
   TimeControl& control = *S.control;
   const std::uint32_t number = control.ordered.load(std::memory_order_acquire);
   S.command = control.command;
-  S.nextStop = kForEver;
-  if (S.command.holdAt != 0) S.nextStop = S.command.holdAt;
-  if (control.setup.endAt != 0) S.nextStop = std::min(S.nextStop, control.setup.endAt);
+  S.endOrHold = kForEver;
+  if (S.command.holdAt != 0) S.endOrHold = S.command.holdAt;
+  if (control.setup.endAt != 0) S.endOrHold = std::min(S.endOrHold, control.setup.endAt);
+  S.nextStop = S.endOrHold;
+  if (S.watch != nullptr) S.nextStop = std::min(S.nextStop, S.watch(S.command.triggers).next);
   control.standing.store(0, std::memory_order_release);
   control.answered.store(number, std::memory_order_release);
 }
@@ -138,6 +143,10 @@ void Stand(std::uint8_t task, std::uint32_t file, std::uint32_t line) {
 
 // The time of nextStop is reached.
 void Stop() {
+  if (S.now < S.endOrHold) {
+    MachineMoved(S.work());
+    return;
+  }
   const Nanos end = S.control->setup.endAt;
   if (end == 0 || S.now < end) {
     Stand(0, 0, 0);
@@ -286,6 +295,8 @@ void Engage(const TimeLink& link) {
   }
   S.control = link.control;
   S.serve = link.serve;
+  S.work = link.work;
+  S.watch = link.watch;
   S.now = link.now;
   S.busy = 0;
   const TimeSetup& setup = link.control->setup;
@@ -512,6 +523,11 @@ void LineDue(std::uint8_t task, std::uint32_t fileNumber, const char* file, std:
   if (IsOrdered()) TakeCommand();
   if (S.command.step == 0 && S.command.holdLine == 0) return;
   if (IsLineToStandAt(task, file, line) && HasCommand(text)) Stand(task, fileNumber, line);
+}
+
+void MachineMoved(const MachineDue& due) {
+  S.nextStop = std::min(S.endOrHold, due.next);
+  if (due.fits) Stand(0, 0, 0);
 }
 
 void ConsoleBegins() {

@@ -20,8 +20,11 @@ constexpr Nanos kForEver = INT64_MAX;
 // What a scheduler is told when it starts.
 struct TimeLink {
   TimeControl* control;
-  Nanos now;          // time at the start
-  void (*serve)();    // called again and again while time stands; null: nothing to be served
+  Nanos now;        // time at the start
+  void (*serve)();  // called again and again while time stands; null: nothing to be served
+  // Works the machine out up to now, and sets what it is watched for; null: there is no machine to be watched.
+  MachineDue (*work)();
+  MachineDue (*watch)(const TriggerTable& triggers);
   bool ownProcessor;  // keep all threads on one processor, so that passing a turn is cheap
 };
 
@@ -103,6 +106,9 @@ void ReplySent();
 // A program line is about to be executed; returns when time goes on.
 void LineDue(std::uint8_t task, std::uint32_t fileNumber, const char* file, std::uint32_t line,
              const char* text);
+
+// The machine has moved while it is watched; returns when time goes on.
+void MachineMoved(const MachineDue& due);
 
 // How many of so many bytes the console takes at this time: it sends what it holds at its own speed. Whoever asks writes
 // them.

@@ -14,6 +14,9 @@ class VirtualTime final : public TimeSource {
   void BusAccess() override {
     if (InTurn()) SpendAccess();
   }
+  void MachineMoved(const MachineDue& due) override {
+    if (InTurn()) rack::MachineMoved(due);
+  }
   void LineDue(const DueLine& line) override {
     if (InTurn()) rack::LineDue(line.task, line.fileNumber, line.file, line.line, line.text);
   }
@@ -53,6 +56,14 @@ void ServeSession() {
   Session::Get()->Serve();
 }
 
+MachineDue WorkSession() {
+  return Session::Get()->Work();
+}
+
+MachineDue WatchSession(const TriggerTable& triggers) {
+  return Session::Get()->Watch(triggers);
+}
+
 // Neither clock is ever destroyed: the controller's last calls come after the library's destructors.
 [[gnu::constructor]] void StartTime() {
   Session* session = Session::Get();
@@ -66,7 +77,7 @@ void ServeSession() {
   if (setup.mode != TimeMode::Virtual) return;
   session->Attach();
   UseTimeSource(new VirtualTime);
-  Engage({&state.time, state.live.now, &ServeSession, true});
+  Engage({&state.time, state.live.now, &ServeSession, &WorkSession, &WatchSession, true});
 }
 
 }  // namespace

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <iterator>
+#include <random>
 
 #include "scenario/shell.h"
 
@@ -60,10 +62,10 @@ TEST_F(CasesTest, PassingScenariosPassAndLeaveNothing) {
   const std::string before = Run(files);
   const std::string output = Run("velmo-rack test pass");
   EXPECT_EQ(shell.Status(), 0) << output;
-  EXPECT_THAT(output, testing::StartsWith("TAP version 13\n1..44\n# pass/alarm.toml, 3.020 s of the machine\n"
+  EXPECT_THAT(output, testing::StartsWith("TAP version 13\n1..51\n# pass/alarm.toml, 2.831 s of the machine\n"
                                           "ok 1 - alarm: cylinder 3.0 alarm within 10 ms after jam\n"));
   // An hour was allowed.
-  EXPECT_THAT(output, testing::HasSubstr("# pass/ends-early.toml, 1.200 s of the machine\n"));
+  EXPECT_THAT(output, testing::HasSubstr("# pass/ends-early.toml, 1.190 s of the machine\n"));
   EXPECT_EQ(Run(files), before);
   EXPECT_EQ(Run("find machine -name .velmo-rack"), "");
 }
@@ -188,15 +190,48 @@ TEST_F(CasesTest, JunitHasEveryExpectation) {
       testing::StartsWith(
           "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites>\n"
           "  <testsuite name=\"level\" tests=\"3\" failures=\"0\" errors=\"0\" skipped=\"0\" "
-          "time=\"1.200\">\n"
+          "time=\"1.190\">\n"
           "    <testcase classname=\"level\" name=\"clamped on by 2 s\" file=\"pass/level.toml\" line=\"10\" "
           "time=\"1.190\" />\n"));
   EXPECT_THAT(xml,
-              testing::HasSubstr("<failure message=\"at 3.200 s, the end: counter parts is 2 since 1.991 s\">"
+              testing::HasSubstr("<failure message=\"at 3.011 s, the end: counter parts is 2 since 1.991 s\">"
                                  "fail/end.toml:17\n"));
   EXPECT_THAT(xml,
               testing::EndsWith(
                   "file=\"fail/end.toml\" line=\"4\" time=\"1.000\" />\n  </testsuite>\n</testsuites>\n"));
+}
+
+// Switches an input that no program reads, at times and after happenings drawn at random.
+void AddUnrelatedEvents(const fs::path& scenario, std::minstd_rand& random) {
+  constexpr const char* kMoments[] = {"line plc1/RESET.PLC:13", "key Enter", "plc1 prints CmdIdx: OUT"};
+  std::ofstream file(scenario, std::ios::app);
+  for (int i = 0; i < 12; ++i) {
+    const std::string level = random() % 2 == 0 ? "on" : "off";
+    file << "\n[[event]]\n";
+    if (random() % 2 == 0) {
+      file << "at = \"" << random() % 15'000 << " ms\"\n";
+    } else {
+      file << "after = \"" << kMoments[random() % std::size(kMoments)] << "\"\ndelay = \"" << random() % 900
+           << " ms\"\n";
+    }
+    file << "input = \"1.15 " << level << "\"\n";
+  }
+}
+
+TEST(DemoCell, UnrelatedEventsChangeNothing) {
+  Shell shell;
+  shell.Run("cp -r '" VELMO_SOURCE "/demo/cell' plain");
+  shell.Run("cp -r plain cell");
+  const std::string expected = shell.Run("velmo-rack test cell");
+  ASSERT_EQ(shell.Status(), 0) << expected;
+  for (unsigned seed = 1; seed <= 3; ++seed) {
+    shell.Run("rm -rf cell && cp -r plain cell");
+    std::minstd_rand random(seed);
+    for (const char* const name : {"alarm", "good-day", "pulled-card", "restart", "silent-sensor"}) {
+      AddUnrelatedEvents(shell.Folder() / "cell/scenarios" / (std::string(name) + ".toml"), random);
+    }
+    EXPECT_EQ(shell.Run("velmo-rack test cell"), expected) << "seed " << seed;
+  }
 }
 
 TEST(DemoCell, NoCardProtestsInAGoodDay) {

@@ -10,6 +10,7 @@ namespace {
 class JudgeTest : public testing::Test {
  protected:
   JudgeTest() {
+    scenario.limit = kSecond;
     machine.cards.resize(2);
     machine.cards[1].kind = CardKind::Io;
     machine.cards[1].slot = 2;
@@ -39,7 +40,7 @@ class JudgeTest : public testing::Test {
       judge.See({time, JournalKind::InputEdge, kUnknownTask, 2, channel, level, 0, 0});
     }
     judge.Reach(end);
-    std::string verdicts = judge.Decided() ? "decided:" : "open:";
+    std::string verdicts = judge.EndTime() ? "decided:" : "open:";
     judge.End(end, "the end", whole);
     outcomes = judge.Outcomes();
     for (const Outcome& outcome : outcomes)

@@ -110,6 +110,16 @@ TEST_F(RecordingsTest, TimeStandsForAReaderThatIsBehindAndGoesOnWithoutOneThatIs
               testing::EndsWith("0\n"));
 }
 
+TEST(ShowTest, ShowsTheBytesOfAProgramLineInsteadOfSendingThemToTheTerminal) {
+  Shell shell;
+  shell.Run(
+      "velmo-rack new machine && printf 'DLY: 500000 ; \\033[2J\\377 gr\\303\\274n\\n' > "
+      "machine/plc1/RESET.PLC");
+  shell.Run("velmo-rack run --time virtual --for 1s machine");
+  EXPECT_THAT(shell.Run("velmo-rack show --machine machine"),
+              testing::HasSubstr("plc1/RESET.PLC:1  DLY: 500000 ; \\x1b[2J\\xff gr\xC3\xBCn\n"));
+}
+
 TEST_F(RecordingsTest, LineNumbersAreRightBehindAZeroByteAndInManyFiles) {
   Program("OUT: 0, 0, 1;\\000 a\\nOUT: 0, 1, 1\\n\\000\\nOUT: 0, 2, 1\\nEXIT\\n");
   Run();

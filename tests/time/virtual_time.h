@@ -36,10 +36,10 @@ class VirtualTime {
   explicit VirtualTime(unsigned seed = 0) : own_(std::make_unique<rack::TimeControl>()), control(own_.get()) {
     control->setup.seed = seed;
     control->setup.accessNanos = 1000;
-    rack::Engage({control, 0, nullptr, true});
+    rack::Engage({control, 0, nullptr, nullptr, nullptr, true});
   }
   explicit VirtualTime(rack::TimeControl& shared) : control(&shared) {
-    rack::Engage({control, 0, nullptr, true});
+    rack::Engage({control, 0, nullptr, nullptr, nullptr, true});
   }
   ~VirtualTime() { rack::Disengage(); }
   VirtualTime(const VirtualTime&) = delete;
