@@ -84,6 +84,7 @@ struct TestOptions {
   std::vector<std::string> paths;  // scenarios, or directories with them
   std::string junit;               // file that gets the results as JUnit XML, empty: none
   std::string controller;          // empty: Velmo beside this program
+  std::string library;             // empty: libvelmo-rack.so beside this program
   std::string filter;              // scenarios with this text in their file's name; empty: all
   int jobs = 0;                    // so many at the same time, 0: one for each processor
   bool keepWaveforms = false;      // also of scenarios that pass

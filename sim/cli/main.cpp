@@ -124,6 +124,7 @@ void AddShow(CLI::App& app, CommandLine& line) {
 
 void AddFault(CLI::App& app, CommandLine& line) {
   CLI::App* fault = app.add_subcommand("fault", "Put a fault into the rack, list the faults, clear them");
+  fault->set_version_flag("--version", VersionText());
   fault->footer("Faults:\n" + FaultHelp() +
                 "  list                        the faults that are there\n"
                 "  clear [FAULT ...]           all of them, or one\n"
@@ -185,6 +186,8 @@ void AddTest(CLI::App& app, CommandLine& line) {
   test->add_flag("--vcd", line.test.keepWaveforms, "Leave the waveform of scenarios that pass too");
   test->add_option("--controller", line.test.controller,
                    "The controller, Velmo beside this program unless given");
+  test->add_option("--library", line.test.library,
+                   "The rack's library for a controller of another width, such as 32 bits");
   test->callback([&line] { line.chosen = [&line] { return Test(line.test); }; });
 }
 

@@ -84,7 +84,8 @@ int Test(const TestOptions& options) {
   scenario::SuiteOptions suite;
   suite.jobs = options.jobs;
   suite.places = {Absolute(options.controller.empty() ? ProgramDirectory() + "/Velmo" : options.controller),
-                  LibraryPath(), ".", options.keepWaveforms};
+                  options.library.empty() ? LibraryPath() : Absolute(options.library), ".",
+                  options.keepWaveforms};
   const std::string refusal = WhyNotStart(suite.places.controller, suite.places.library);
   if (!refusal.empty()) return Complain(kFailed, refusal);
   std::size_t expectations = 0;

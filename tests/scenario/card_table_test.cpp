@@ -11,7 +11,12 @@ using testing::Not;
 
 class CardTableTest : public testing::Test {
  protected:
-  void SetUp() override { Run("velmo-rack new m && mkdir m/scenarios"); }
+  // A rack with nothing but the card that the false controllers count.
+  void SetUp() override {
+    Run("velmo-rack new m && rm m/scenarios/*");
+    Run("printf '[rack]\ntask_count = 1\n[slots]\n3 = \"io\"\n[outputs]\nready_lamp = \"0.8\"\n' > "
+        "m/rack.toml");
+  }
   std::string Run(const std::string& command) { return shell.Run(command); }
   // A second of the machine with a controller that counts in that way.
   std::string Start(int way) {

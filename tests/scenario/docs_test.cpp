@@ -2,6 +2,7 @@
 //
 // A fenced block marked "console" holds lines "$ COMMAND", each followed by what it prints. Any other fenced
 // block is a file if the text before it ends with its name: `press/rack.toml`:
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <sstream>
@@ -72,7 +73,38 @@ TEST(Documents, Readme) {
   fs::create_directory_symlink(VELMO_BUILD, shell.Folder() / "build");
   Page page(shell);
   page.Follow(ReadText(VELMO_SOURCE "/README.md"));
-  EXPECT_EQ(page.Commands(), 3);
+  EXPECT_EQ(page.Commands(), 6);
+}
+
+TEST(Documents, EveryProgramTellsItsVersion) {
+  Shell shell;
+  for (const char* command :
+       {"velmo-rack", "velmo-rack run", "velmo-rack key", "velmo-rack in", "velmo-rack show",
+        "velmo-rack watch", "velmo-rack fault", "velmo-rack trace", "velmo-rack vcd", "velmo-rack test",
+        "velmo-rack step", "velmo-rack until", "velmo-rack go", "velmo-rack new", "velmo-check"}) {
+    const std::string program = std::string(command).substr(0, std::string(command).find(' '));
+    EXPECT_EQ(shell.Run(std::string(command) + " --version"), program + " of Velmo 0.0.0.4\n") << command;
+    EXPECT_EQ(shell.Status(), 0) << command;
+  }
+}
+
+// A machine as velmo-rack new makes it: without a finding, and what a run leaves in it is no part of it.
+TEST(Documents, NewMachineIsTestedAndItsRecordsAreIgnored) {
+  Shell shell;
+  shell.Run("velmo-rack new m");
+  ASSERT_EQ(shell.Status(), 0);
+  EXPECT_THAT(shell.Run("velmo-rack new m"), testing::HasSubstr("is there already: nothing was changed"));
+  EXPECT_EQ(shell.Run("velmo-check m"), "no findings\n");
+  shell.Run("velmo-rack test --library '" VELMO_BUILD "/libvelmo-rack.so' m");
+  EXPECT_EQ(shell.Status(), 0);
+  EXPECT_THAT(shell.Run("velmo-rack test --library none.so m"), testing::HasSubstr("none.so"));
+  EXPECT_NE(shell.Status(), 0);
+  shell.Run("velmo-rack run --time virtual --for 2s m");
+  EXPECT_EQ(shell.Run("grep -cx '/.velmo-rack/' m/.gitignore; ls -A m"),
+            "1\n.gitignore\n.velmo-rack\nVelmo.conf\nplc1\nplc2\nrack.toml\nscenarios\n");
+  // A drill that stays up is seen by the scenario.
+  shell.Run("sed -i '/drill down/d' m/plc1/FLOW.PLC && velmo-rack test m");
+  EXPECT_EQ(shell.Status(), 1);
 }
 
 }  // namespace

@@ -8,7 +8,7 @@ namespace {
 class MachineRulesTest : public testing::Test {
  protected:
   void SetUp() override {
-    Run("velmo-rack new m && mkdir m/scenarios");
+    Run("velmo-rack new m && rm m/scenarios/*");
     Run("printf '[[expect]]\\nthat = \"output 0.0 off\"\\nat = \"300 ms\"\\n' > m/scenarios/off.toml");
   }
   std::string Run(const std::string& command) { return shell.Run(command); }

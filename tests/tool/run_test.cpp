@@ -90,6 +90,8 @@ class RunTest : public testing::Test {
     // A blank in the path: it must not divide what is preloaded.
     machine = path(name) / "a machine";
     ASSERT_EQ(Tool({"new", machine}), 0);
+    // A reset that is over at once: keys that come while a cylinder is set up are not seen.
+    std::ofstream(machine / "plc1/RESET.PLC") << "OUT: 1, 2, 0\nLD: 1, 5, 0\nOUT: 0, 8, 1\nEXIT\n";
   }
   void TearDown() override {
     for (const pid_t process : started) {
@@ -271,12 +273,12 @@ TEST_F(RunTest, UntilRefusesWhatNeverComesAndShowTellsWhereTimeStands) {
   ASSERT_EQ(view.Open(machine), "");
   ASSERT_TRUE(Eventually([&] { return view.Standing(); }));
   const auto until = [&](const char* place) { return Tool({"until", place, "--machine", machine}); };
-  EXPECT_EQ(until("2:RESET.PLC:2"), 2);
+  EXPECT_EQ(until("3:RESET.PLC:2"), 2);
   EXPECT_EQ(until("1:REST.PLC:2"), 2);
   EXPECT_EQ(until("1:RESET.PLC:4"), 2);
   EXPECT_EQ(until("1:RESET.PLC:1"), 2);
   EXPECT_THAT(Output(),
-              testing::HasSubstr("velmo-rack: the machine has no task 2: it runs 1\n"
+              testing::HasSubstr("velmo-rack: the machine has no task 3: it runs 2\n"
                                  "velmo-rack: there is no file plc1/REST.PLC\n"
                                  "velmo-rack: there is no line plc1/RESET.PLC:4: the file has 3\n"
                                  "velmo-rack: plc1/RESET.PLC:1 holds no command: the next one is 2  "

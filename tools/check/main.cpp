@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "check/check.h"
+#include "public.h"
 #include "toml/words.h"
 
 namespace {
@@ -115,6 +116,7 @@ int main(int argc, char** argv) {
   Options options;
   CLI::App app("Finds what the controller would misread in a machine's programs.", "velmo-check");
   app.footer(kFooter);
+  app.set_version_flag("--version", std::string("velmo-check of Velmo ") + SOFTVERSION);
   app.add_option("PATH", options.paths, "a machine's directory, a task's directory, or a program file");
   app.add_option("--rack", options.rackFile,
                  "rack file; \"rack.toml\" in the machine's directory unless given");
