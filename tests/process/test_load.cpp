@@ -8,7 +8,7 @@
 namespace {
 
 TEST(EightTasks, AKeyStartsEveryProduction) {
-  TestMachine machine("[rack]\ntask_count = 8\n[slots]\n12 = \"io\"\n", rack::TimeMode::Real);
+  TestMachine machine("[rack]\ntask_count = 8\n[slots]\n12 = \"io\"\n");
   for (int task = 1; task <= 8; ++task) {
     const std::string number = std::to_string(task);
     machine.Write("plc" + number + "/RESET.PLC", "EXIT\n");
