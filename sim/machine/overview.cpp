@@ -80,17 +80,15 @@ Look LookOf(Stand stand) {
   return Look::Plain;
 }
 
-Piece TaskSentence(const Snapshot& snapshot, const TaskView& task) {
+Piece PieceOf(const Snapshot& snapshot, const TaskView& task) {
   const Explanation explanation = Explain(snapshot, task);
-  std::string text = "task " + std::to_string(task.task) + (task.stepMode ? " (step mode)" : "");
-  if (!task.file.empty()) text += " " + task.file + ":" + std::to_string(task.line);
-  return {text + " " + explanation.text, LookOf(explanation.stand)};
+  return {TaskSentence(task, explanation), LookOf(explanation.stand)};
 }
 
 // What comes first, in its order.
 std::vector<Piece> Sentences(const Snapshot& snapshot) {
   std::vector<Piece> sentences;
-  for (const TaskView& task : snapshot.tasks) sentences.push_back(TaskSentence(snapshot, task));
+  for (const TaskView& task : snapshot.tasks) sentences.push_back(PieceOf(snapshot, task));
   for (const std::string& fault : snapshot.faults) sentences.push_back({"fault " + fault, Look::Faulty});
   return sentences;
 }

@@ -343,4 +343,10 @@ std::optional<Sleep> SleepOf(const TaskView& task) {
   return std::nullopt;
 }
 
+std::string TaskSentence(const TaskView& task, const Explanation& explanation) {
+  std::string text = "task " + std::to_string(task.task) + (task.stepMode ? " (step mode)" : "");
+  if (!task.file.empty()) text += " " + task.file + ":" + std::to_string(task.line);
+  return text + " " + explanation.text;
+}
+
 }  // namespace rack

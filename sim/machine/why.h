@@ -27,6 +27,9 @@ std::string WhyStanding(const Snapshot& snapshot, const TaskView& task);
 // The same with what becomes of the task.
 Explanation Explain(const Snapshot& snapshot, const TaskView& task);
 
+// The same, with the task and its place ahead: "task 1 plc1/FLOW.PLC:8 ...".
+std::string TaskSentence(const TaskView& task, const Explanation& explanation);
+
 // A pause in which a task sees no key.
 struct Sleep {
   std::int64_t leftNanos = 0;

@@ -109,17 +109,37 @@ Trial Judge::TrialOf(const Expectation& expectation) const {
           missing_};
 }
 
+std::optional<Nanos> Judge::DeadlineOf(std::size_t index) const {
+  const Expectation& expectation = scenario_.expectations[index];
+  const DemandRow& row = RowOf(expectation.demand);
+  if (outcomes_[index].verdict != Verdict::Open || row.deadline == nullptr) return std::nullopt;
+  return row.deadline(TrialOf(expectation));
+}
+
+std::optional<Nanos> Judge::NextDeadline(Nanos from) const {
+  std::optional<Nanos> next;
+  for (std::size_t i = 0; i < outcomes_.size(); ++i) {
+    const std::optional<Nanos> deadline = DeadlineOf(i);
+    if (deadline && *deadline >= from) next = std::min(next.value_or(*deadline), *deadline);
+  }
+  return next;
+}
+
+void Judge::SeeTasks(Nanos time, std::vector<std::string> tasks) {
+  tasksAt_ = time;
+  tasks_ = std::move(tasks);
+}
+
 // What happens at the deadline itself is still in time: the deadline is past when time goes on.
 void Judge::Reach(Nanos time) {
   time = std::min(time, scenario_.limit);
   if (time <= now_) return;
   for (std::size_t i = 0; i < outcomes_.size(); ++i) {
     const Expectation& expectation = scenario_.expectations[i];
-    const DemandRow& row = RowOf(expectation.demand);
-    if (outcomes_[i].verdict != Verdict::Open || row.deadline == nullptr) continue;
-    const Trial trial = TrialOf(expectation);
-    const std::optional<Nanos> deadline = row.deadline(trial);
-    if (deadline && *deadline < time) Decide(i, *deadline, row.expire(trial));
+    const std::optional<Nanos> deadline = DeadlineOf(i);
+    if (deadline && *deadline < time) {
+      Decide(i, *deadline, RowOf(expectation.demand).expire(TrialOf(expectation)));
+    }
   }
   // What comes to be decided at a deadline may end the run before that time.
   NoteEnd();
@@ -155,7 +175,7 @@ void Judge::Decide(std::size_t index, Nanos time, const Ruling& ruling) {
   outcome.time = time;
   if (ruling.verdict == Verdict::Passed) return;
   outcome.message = "at " + ClockText(time) + ", " + ruling.message;
-  outcome.tasks = history_.Standing(time);
+  outcome.tasks = time == tasksAt_ ? tasks_ : history_.Standing(time);
   outcome.story = Story(scenario_.expectations[index]);
 }
 

@@ -34,6 +34,11 @@ class Judge {
   std::optional<Nanos> EndTime() const { return end_; }
   bool IsOver(Nanos time) const { return time > end_.value_or(scenario_.limit); }
   bool IsDone(std::size_t event) const { return done_[event]; }
+  // The next time, not before that one, at which an open expectation must have been met; nothing: none is known yet.
+  std::optional<Nanos> NextDeadline(Nanos from) const;
+  // Where the tasks stand at that time, as the machine itself shows it: told of what is decided just then. Of what is
+  // decided at other times only the lines are known.
+  void SeeTasks(Nanos time, std::vector<std::string> tasks);
   // The run ends: what is still open is judged. `why` tells what ended it, for the messages of failures; it is
   // not whole when the controller has ended by itself.
   void End(Nanos time, const std::string& why, bool whole);
@@ -49,6 +54,7 @@ class Judge {
   void FindMissing();
   std::string WaitsFor(const Moment& moment) const;
   Trial TrialOf(const Expectation& expectation) const;
+  std::optional<Nanos> DeadlineOf(std::size_t index) const;
   void Decide(std::size_t index, Nanos time, const Ruling& ruling);
   std::vector<std::string> Story(const Expectation& expectation) const;
   const Watcher* WatcherOf(int happening) const {
@@ -65,6 +71,8 @@ class Judge {
   std::string missing_;                          // the first event that has not come, as Trial has it
   Nanos now_ = 0;
   std::optional<Nanos> end_;
+  Nanos tasksAt_ = -1;  // when these stood so
+  std::vector<std::string> tasks_;
 };
 
 }  // namespace rack::scenario

@@ -21,6 +21,7 @@
 #include "machine/machine.h"
 #include "machine/standstill.h"
 #include "machine/waveform.h"
+#include "machine/why.h"
 
 namespace rack::scenario {
 
@@ -225,6 +226,7 @@ class Run {
   Nanos NextStop(Nanos now) const;
   TriggerTable Triggers() const;
   std::size_t NextDue(Nanos now) const;
+  std::vector<std::string> TaskSentences() const;
   void DoDueEvents(Nanos now);
   std::string Do(const Event& event);
   std::string Send(const Request& request);
@@ -330,7 +332,19 @@ Nanos Run::NextStop(Nanos now) const {
     const std::optional<Nanos> due = judge_->TimeOf(scenario_.events[i].when);
     if (due) next = std::min(next, *due);
   }
+  next = std::min(next, judge_->NextDeadline(now + 1).value_or(next));
   return std::max(next, now + 1);
+}
+
+// Where the tasks stand while time does, and why.
+std::vector<std::string> Run::TaskSentences() const {
+  std::vector<std::string> sentences;
+  Machine machine;
+  if (!machine.Open(machine_).empty()) return sentences;
+  const Snapshot snapshot = machine.Recorded();
+  for (const TaskView& task : snapshot.tasks)
+    sentences.push_back(TaskSentence(task, Explain(snapshot, task)));
+  return sentences;
 }
 
 // What the events that are still to come wait for. Time stands there; whether it was that, the judge says.
@@ -444,6 +458,7 @@ void Run::Drive(RunReport& report) {
     ChooseStride(std::max<Nanos>(stands - now, 1), journal_->Number() - before);
     now = std::min(stands, scenario_.limit);
     judge_->Reach(now);
+    if (runs && judge_->NextDeadline(now) == now) judge_->SeeTasks(now, TaskSentences());
     const std::vector<std::string> differences = (*cards_)();
     if (!differences.empty()) error_ = differences.front();
     if (lost_ != 0) error_ = "the journal was too short: " + std::to_string(lost_) + " records lost";
@@ -457,6 +472,7 @@ void Run::Drive(RunReport& report) {
     now = *judge_->EndTime();
     runs = true;
   }
+  if (runs && State().live.now == now) judge_->SeeTasks(now, TaskSentences());
   controller_->Finish();
   const std::string spins =
       spin_.IsFound() ? "spins at " + files_(spin_.File()) + ":" + std::to_string(spin_.Line()) : "";
