@@ -1,0 +1,73 @@
+// What stands around a machine: files that are none, a full disk, a stopped process, several at its keys.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "scenario/shell.h"
+
+namespace {
+
+using testing::ContainsRegex;
+using testing::HasSubstr;
+using testing::Not;
+
+class AroundTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    shell.Run("velmo-rack new cell && mkdir cell/scenarios");
+    Scenario(
+        "[[expect]]\nthat = \"plc1 prints Load TaskPLC1\"\nby = \"2 s\"\n"
+        "[[expect]]\nnever = \"plc1 prints forged\"\n"
+        "[[expect]]\nthat = \"network prints forged\"\nby = \"2 s\"\n");
+  }
+  void Scenario(const std::string& expectations) {
+    std::ofstream(shell.Folder() / "cell/scenarios/a.toml")
+        << "limit = \"3 s\"\n[[event]]\nat = \"1 s\"\ndatagram = \"hello\\nPLC1: forged \\u001b[2J\"\n"
+        << expectations;
+  }
+  // Starts the machine and waits until its controller has opened its program.
+  void Start(const std::string& options = "--no-check") {
+    shell.Run("velmo-rack run " + options + " cell > console.txt 2> errors.txt & echo $! > run");
+    shell.Run(Until("velmo-rack show --machine cell 2>/dev/null | grep -q 'RESET.PLC:'"));
+    ASSERT_EQ(shell.Status(), 0) << ReadText(shell.Folder() / "errors.txt");
+  }
+  void Stop() { shell.Run("kill $(cat run); " + Until("! kill -0 $(cat run) 2>/dev/null")); }
+  // Waits for a condition, a minute at most.
+  static std::string Until(const std::string& condition) {
+    return "for i in $(seq 600); do { " + condition + "; } && exit 0; sleep 0.1; done; exit 1";
+  }
+
+  Shell shell;
+};
+
+TEST_F(AroundTest, ADirectoryWhereAFileIsWantedIsNoFile) {
+  const std::string run = "velmo-rack run --time virtual --for 1s ";
+  shell.Run("mkdir folder; rm cell/Velmo.conf; mkdir cell/Velmo.conf");
+  EXPECT_THAT(shell.Run("velmo-check cell"), HasSubstr("cell/Velmo.conf:1:1: warning: the rack file has "));
+  EXPECT_EQ(shell.Run(run + "cell > console.txt"), "velmo-check: 0 errors, 1 warning\n");
+  EXPECT_EQ(shell.Status(), 0);
+  for (const char* option : {"--log", "--vcd", "--rack"}) {
+    EXPECT_THAT(shell.Run(run + option + " folder cell"), HasSubstr("folder: Is a directory\n")) << option;
+    EXPECT_EQ(shell.Status(), 1) << option;
+  }
+  EXPECT_EQ(shell.Run("velmo-rack vcd folder --once --machine cell"), "velmo-rack: folder: Is a directory\n");
+  EXPECT_THAT(shell.Run("rm cell/rack.toml; mkdir cell/rack.toml; velmo-check cell"),
+              HasSubstr("cell/rack.toml: Is a directory\n"));
+  EXPECT_EQ(shell.Status(), 2);
+}
+
+TEST_F(AroundTest, WhatIsNestedTooDeepHasItsPlace) {
+  std::string deep = "a = \"[[\" # {{\n";
+  EXPECT_THAT(shell.Run("velmo-check cell"), HasSubstr("no findings"));
+  for (const std::string& part : {std::string("["), std::string("{a="), std::string("a.")}) {
+    deep += "b = ";
+    for (int i = 0; i < 20000; ++i) deep += part;
+    std::ofstream(shell.Folder() / "cell/rack.toml") << deep << "\n";
+    EXPECT_THAT(shell.Run("velmo-check cell"), HasSubstr("cell/rack.toml:2:")) << part;
+    EXPECT_EQ(shell.Status(), 1);
+    EXPECT_THAT(shell.Run("velmo-rack run cell"), HasSubstr(": nested too deep: at most 64 ")) << part;
+    EXPECT_EQ(shell.Status(), 1);
+    deep = "a = \"[[\" # {{\n";
+  }
+}
+
+}  // namespace
