@@ -83,16 +83,39 @@ class WorkFolder {
   std::string path_;  // empty: it could not be made
 };
 
-// Everything of the machine but what earlier runs left there.
-std::string CopyMachine(const std::string& from, const std::string& to) {
+std::string NotCopied(const fs::path& path, const std::error_code& error) {
+  return path.lexically_normal().string() + " could not be copied: " + error.message();
+}
+
+// What earlier runs left there, and the link to nowhere that some editors put beside a file with changes.
+bool IsLeftOut(const fs::directory_entry& entry) {
+  std::error_code ignored;
+  const std::string name = entry.path().filename().string();
+  return name == ".velmo-rack" || (name.rfind(".#", 0) == 0 && entry.is_symlink(ignored));
+}
+
+// What is neither a file nor a directory cannot be opened by the controller, as if it were not there.
+std::string CopyMachine(const fs::path& from, const fs::path& to) {
   std::error_code error;
   fs::create_directory(to, error);
-  for (fs::directory_iterator entry(from, error); !error && entry != fs::directory_iterator();
-       entry.increment(error)) {
-    if (entry->path().filename() == ".velmo-rack") continue;
-    fs::copy(entry->path(), to / entry->path().filename(), fs::copy_options::recursive, error);
+  if (error) return NotCopied(from, error);
+  fs::directory_iterator entry(from, error);
+  for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
+    if (IsLeftOut(*entry)) continue;
+    const fs::path& path = entry->path();
+    std::error_code wrong;
+    const fs::file_status status = fs::status(path, wrong);
+    if (fs::is_directory(status)) {
+      std::string wrongBelow = CopyMachine(path, to / path.filename());
+      if (!wrongBelow.empty()) return wrongBelow;
+      continue;
+    }
+    if (fs::is_regular_file(status)) fs::copy_file(path, to / path.filename(), wrong);
+    if (status.type() == fs::file_type::not_found)
+      wrong = std::make_error_code(std::errc::no_such_file_or_directory);
+    if (wrong) return NotCopied(path, wrong);
   }
-  return error ? from + ": " + error.message() : "";
+  return error ? NotCopied(from, error) : "";
 }
 
 // Task number of the one that prints a line, by the line's prefix; kUnknownTask for a line without one. Takes

@@ -39,6 +39,16 @@ class AroundTest : public testing::Test {
   Shell shell;
 };
 
+TEST_F(AroundTest, AFileThatCannotBeCopiedIsNamed) {
+  EXPECT_THAT(shell.Run("ln -s user@host.1 cell/plc1/.#FLOW.PLC; velmo-rack test cell"),
+              HasSubstr("\nok 3 - "));
+  EXPECT_THAT(shell.Run("ln -s nowhere cell/plc1/BLOCK.PLC; velmo-rack test cell"),
+              HasSubstr("cell/plc1/BLOCK.PLC could not be copied: No such file or directory"));
+  EXPECT_EQ(shell.Status(), 1);
+  EXPECT_THAT(shell.Run("ln -sf BLOCK.PLC cell/plc1/BLOCK.PLC; velmo-rack test cell"),
+              HasSubstr("cell/plc1/BLOCK.PLC could not be copied: Too many levels of symbolic links"));
+}
+
 TEST_F(AroundTest, ADirectoryWhereAFileIsWantedIsNoFile) {
   const std::string run = "velmo-rack run --time virtual --for 1s ";
   shell.Run("mkdir folder; rm cell/Velmo.conf; mkdir cell/Velmo.conf");
