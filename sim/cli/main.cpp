@@ -10,12 +10,13 @@
 #include "cli/commands.h"
 #include "machine/faults.h"
 #include "public.h"
+#include "toml/characters.h"
 #include "toml/words.h"
 
 namespace rack::cli {
 
 int Complain(int status, const std::string& text) {
-  std::fprintf(stderr, "velmo-rack: %s\n", text.c_str());
+  std::fprintf(stderr, "velmo-rack: %s\n", PrintableLines(text).c_str());
   return status;
 }
 

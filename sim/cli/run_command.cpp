@@ -16,6 +16,7 @@
 #include "machine/supervise.h"
 #include "machine/time_words.h"
 #include "scenario/machine_rules.h"
+#include "toml/characters.h"
 #include "toml/times.h"
 
 namespace rack::cli {
@@ -118,7 +119,7 @@ int Run(const RunOptions& options) {
   std::vector<std::string> findings;
   const std::string rackFile = options.rackFile.empty() ? machine + "/rack.toml" : options.rackFile;
   if (!scenario::ReadRackWithRules(rackFile, *rack, findings)) {
-    for (const std::string& finding : findings) std::fprintf(stderr, "%s\n", finding.c_str());
+    for (const std::string& finding : findings) std::fprintf(stderr, "%s\n", Printable(finding).c_str());
     return kFailed;
   }
   TimeCommand command{};

@@ -118,16 +118,11 @@ std::string CopyMachine(const fs::path& from, const fs::path& to) {
   return error ? NotCopied(from, error) : "";
 }
 
-// Task number of the one that prints a line, by the line's prefix; kUnknownTask for a line without one. Takes
-// the prefix away.
-int TakeSpeaker(std::string& line) {
-  const std::size_t colon = line.find(": ");
-  if (line.rfind("PLC", 0) != 0 || colon == std::string::npos) return kUnknownTask;
-  const std::string name = line.substr(3, colon - 3);
-  const bool number = name.size() == 1 && name[0] >= '1' && name[0] <= '8';
-  const int who = number ? name[0] - '0' : name == "Key" ? 0 : name == "Net" ? 9 : int{kUnknownTask};
-  if (who != kUnknownTask) line.erase(0, colon + 2);
-  return who;
+// Takes the prefix away that a thread puts in front of its lines. One that names another thread is part of the text.
+void TakePrefix(std::string& line, int who) {
+  const std::string name = who == 0 ? "Key" : who == 9 ? "Net" : std::to_string(who);
+  const std::string prefix = "PLC" + name + ": ";
+  if (line.rfind(prefix, 0) == 0) line.erase(0, prefix.size());
 }
 
 // The controller's process, started again after each restart, in a thread of its own.
@@ -398,8 +393,10 @@ void Run::DoDueEvents(Nanos now) {
   }
 }
 
-// The bytes that were written at this record's time; lines are judged when they are complete.
+// The bytes that a thread has written at this record's time; lines are judged when they are complete. Whose they are
+// says the thread: a text from the network may look like anybody's line.
 void Run::ReadConsole(const JournalRecord& record) {
+  const int who = record.task < kTaskRecords ? record.task : int{kUnknownTask};
   std::string bytes(static_cast<std::size_t>(std::max(record.value, 0)), '\0');
   console_.clear();
   console_.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
@@ -408,7 +405,7 @@ void Run::ReadConsole(const JournalRecord& record) {
        end = rest_.find_first_of("\r\n")) {
     std::string line = rest_.substr(0, end);
     rest_.erase(0, end + 1);
-    const int who = TakeSpeaker(line);
+    TakePrefix(line, who);
     line.erase(line.find_last_not_of(' ') + 1);
     if (!line.empty()) judge_->SeeLine(record.time, who, line);
   }

@@ -39,6 +39,27 @@ class AroundTest : public testing::Test {
   Shell shell;
 };
 
+TEST_F(AroundTest, ALineIsItsThreadsWhateverItSays) {
+  EXPECT_THAT(shell.Run("velmo-rack test cell"), HasSubstr("\nok 3 - "));
+  EXPECT_EQ(shell.Status(), 0);
+  Scenario("[[expect]]\nthat = \"plc1 prints forged\"\nby = \"2 s\"\n");
+  const std::string told = shell.Run("velmo-rack test cell");
+  EXPECT_THAT(told, HasSubstr("forged \\x1b[2J"));
+  EXPECT_THAT(told, Not(HasSubstr("\x1b")));
+}
+
+TEST_F(AroundTest, ShowPrintsNoControlCharacterOfAProgram) {
+  std::ofstream(shell.Folder() / "cell/plc1/RESET.PLC", std::ios::binary)
+      << "LD: 1, 0, 1 ; \x1b[2J\x9b\xc2\x9b\n";
+  Start();
+  const std::string told =
+      shell.Run("velmo-rack show --machine cell; velmo-rack show --json --machine cell; velmo-check cell");
+  Stop();
+  EXPECT_THAT(told, HasSubstr("\\x1b[2J\\x9b\\xc2\\x9b"));
+  EXPECT_THAT(told, HasSubstr("\\u001b[2J\xef\xbf\xbd\\u009b"));
+  EXPECT_THAT(told, Not(ContainsRegex("[\x1b\x9b]")));
+}
+
 TEST_F(AroundTest, AFileThatCannotBeCopiedIsNamed) {
   EXPECT_THAT(shell.Run("ln -s user@host.1 cell/plc1/.#FLOW.PLC; velmo-rack test cell"),
               HasSubstr("\nok 3 - "));
