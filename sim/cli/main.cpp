@@ -222,6 +222,12 @@ std::string UnknownCommand(const CLI::App& app, int argc, char** argv) {
          " (commands: " + Join(names, ", ") + ")";
 }
 
+// What stdout still holds would be lost without a word at the end of the process.
+int Flushed(int status) {
+  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
+  return Complain(status == kDone ? kFailed : status, "the output could not be written");
+}
+
 int Main(int argc, char** argv) {
   FillStandardDescriptors();
   CLI::App app("Runs the controller on a simulated rack, and works on it while it runs.", "velmo-rack");
@@ -247,5 +253,5 @@ int Main(int argc, char** argv) {
 }  // namespace rack::cli
 
 int main(int argc, char** argv) {
-  return rack::cli::Main(argc, argv);
+  return rack::cli::Flushed(rack::cli::Main(argc, argv));
 }

@@ -101,4 +101,17 @@ TEST_F(AroundTest, WhatIsNestedTooDeepHasItsPlace) {
   }
 }
 
+TEST_F(AroundTest, AFullOutputIsAnError) {
+  shell.Run("velmo-rack run --time virtual --for 1s --no-check cell > console.txt");
+  for (const char* command : {"show --machine cell", "show --json --machine cell",
+                              "trace --once --machine cell", "fault list --machine cell", "test cell"}) {
+    EXPECT_THAT(shell.Run("velmo-rack " + std::string(command) + " > /dev/full"),
+                HasSubstr("velmo-rack: the output could not be written\n"))
+        << command;
+    EXPECT_EQ(shell.Status(), 1) << command;
+  }
+  EXPECT_EQ(shell.Run("velmo-check cell > /dev/full"), "velmo-check: the output could not be written\n");
+  EXPECT_EQ(shell.Status(), 2);
+}
+
 }  // namespace
