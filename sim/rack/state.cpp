@@ -18,6 +18,16 @@ namespace {
 constexpr int kCopyAttempts = 2000;
 constexpr Nanos kCopyPause = 50 * kMicrosecond;
 
+// Takes the file's place on the disk: on a full one a mapped page that has none ends the process. A file system that
+// cannot do this gets a file that grows.
+bool Reserve(int descriptor) {
+  while (fallocate(descriptor, 0, 0, sizeof(RackState)) != 0) {
+    if (errno == EINTR) continue;
+    return (errno == EOPNOTSUPP || errno == ENOSYS) && ftruncate(descriptor, sizeof(RackState)) == 0;
+  }
+  return true;
+}
+
 std::string SystemError(const std::string& path) {
   return path + ": " + std::strerror(errno);
 }
@@ -157,9 +167,10 @@ bool StateFile::Create(const std::string& path, const RackSetup& setup, std::str
     error = SystemError(fresh);
     return false;
   }
-  if (ftruncate(descriptor, sizeof(RackState)) != 0) {
+  if (!Reserve(descriptor)) {
     error = SystemError(fresh);
     close(descriptor);
+    unlink(fresh.c_str());
     return false;
   }
   if (!Map(descriptor, error)) return false;

@@ -114,4 +114,16 @@ TEST_F(AroundTest, AFullOutputIsAnError) {
   EXPECT_EQ(shell.Status(), 2);
 }
 
+TEST_F(AroundTest, AFullDiskIsTold) {
+  // A file system of its own, where the machine may have one.
+  const std::string full = shell.Run(
+      "unshare -m sh -c 'mount -t tmpfs -o size=2m none cell && velmo-rack new cell/small && "
+      "velmo-rack run --time virtual --for 1s cell/small > console.txt; echo status $?; ls "
+      "cell/small/.velmo-rack' "
+      "|| echo skipped");
+  if (full.find("skipped") != std::string::npos) GTEST_SKIP() << full;
+  EXPECT_THAT(full, HasSubstr("/state.new: No space left on device\nstatus 1\n"));
+  EXPECT_THAT(full, Not(ContainsRegex("\nstate")));
+}
+
 }  // namespace
