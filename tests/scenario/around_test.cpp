@@ -126,4 +126,20 @@ TEST_F(AroundTest, AFullDiskIsTold) {
   EXPECT_THAT(full, Not(ContainsRegex("\nstate")));
 }
 
+TEST_F(AroundTest, KeysOfTwoAreAllTakenAndAStopLetsGo) {
+  Start();
+  const std::string press =
+      "velmo-rack key 1 2 1 2 1 2 --machine cell & p=$!; velmo-rack key 3 4 3 4 3 4 "
+      "--machine cell; s=$?; wait $p && [ $s = 0 ]";
+  EXPECT_EQ(shell.Run(press), "");
+  EXPECT_EQ(shell.Status(), 0);
+  const std::string held = "velmo-rack show --machine cell | grep -q '  key      5'";
+  EXPECT_EQ(shell.Run("velmo-rack key 5 --hold 3600000 --machine cell & p=$!; for i in $(seq 600); do " +
+                      held + " && break; sleep 0.1; done; kill -TERM $p; wait $p"),
+            "velmo-rack: 5: stopped, the key is let go\n");
+  shell.Run(Until("! " + held));
+  EXPECT_EQ(shell.Status(), 0);
+  Stop();
+}
+
 }  // namespace
