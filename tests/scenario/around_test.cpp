@@ -126,6 +126,16 @@ TEST_F(AroundTest, AFullDiskIsTold) {
   EXPECT_THAT(full, Not(ContainsRegex("\nstate")));
 }
 
+TEST_F(AroundTest, AStoppedControllerIsNoStandstill) {
+  Start("--no-check --time virtual");
+  const std::string controller = "$(cat /proc/$(cat run)/task/$(cat run)/children)";
+  shell.Run("kill -STOP " + controller + "; sleep 7; kill -CONT " + controller +
+            "; sleep 0.5; kill -0 $(cat run)");
+  EXPECT_EQ(shell.Status(), 0) << ReadText(shell.Folder() / "errors.txt");
+  Stop();
+  EXPECT_EQ(ReadText(shell.Folder() / "errors.txt"), "");
+}
+
 TEST_F(AroundTest, KeysOfTwoAreAllTakenAndAStopLetsGo) {
   Start();
   const std::string press =
