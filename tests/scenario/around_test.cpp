@@ -126,6 +126,14 @@ TEST_F(AroundTest, AFullDiskIsTold) {
   EXPECT_THAT(full, Not(ContainsRegex("\nstate")));
 }
 
+TEST_F(AroundTest, FewFilesHideNoDriver) {
+  const std::string run = "velmo-rack run --time virtual --for 1s --no-check cell | sed 's/successfully.*//'";
+  const std::string many = shell.Run(run);
+  EXPECT_THAT(many, HasSubstr("RESET.PLC"));
+  EXPECT_EQ(shell.Run("ulimit -n 100; " + run), many);
+}
+
+// Held for longer than a standstill is waited for, and then told on.
 TEST_F(AroundTest, AStoppedControllerIsNoStandstill) {
   Start("--no-check --time virtual");
   const std::string controller = "$(cat /proc/$(cat run)/task/$(cat run)/children)";
