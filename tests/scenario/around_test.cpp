@@ -144,6 +144,15 @@ TEST_F(AroundTest, AStoppedControllerIsNoStandstill) {
   EXPECT_EQ(ReadText(shell.Folder() / "errors.txt"), "");
 }
 
+TEST_F(AroundTest, AMachineThatIsGoneIsToldOnce) {
+  Start();
+  shell.Run("mv cell gone; " + Until("grep -q removed errors.txt"));
+  EXPECT_EQ(shell.Status(), 0);
+  EXPECT_THAT(shell.Run("velmo-rack key Num --machine gone"), "");
+  Stop();
+  EXPECT_EQ(shell.Run("grep -c '/cell was removed, moved or replaced: ' errors.txt"), "1\n");
+}
+
 TEST_F(AroundTest, KeysOfTwoAreAllTakenAndAStopLetsGo) {
   Start();
   const std::string press =
