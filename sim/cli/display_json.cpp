@@ -1,8 +1,10 @@
+#include <cstdio>
 #include <nlohmann/json.hpp>
 
 #include "cli/display.h"
 #include "machine/drives.h"
 #include "machine/why.h"
+#include "toml/characters.h"
 
 namespace rack::cli {
 
@@ -91,6 +93,23 @@ Json Task(const Snapshot& snapshot, const TaskView& task) {
           {"why", WhyStanding(snapshot, task)}};
 }
 
+// Beyond ASCII there are characters too that a terminal obeys: they stand in texts only, and are written as numbers.
+std::string Escaped(const std::string& json) {
+  std::string escaped;
+  for (std::size_t at = 0; at < json.size();) {
+    const Character character = CharacterAt(json, at);
+    if (character.code != '\n' && IsControl(character.code)) {
+      char number[16];
+      std::snprintf(number, sizeof number, "\\u%04x", static_cast<unsigned>(character.code));
+      escaped += number;
+    } else {
+      escaped.append(json, at, character.size);
+    }
+    at += character.size;
+  }
+  return escaped;
+}
+
 }  // namespace
 
 std::string JsonOf(const Snapshot& snapshot) {
@@ -123,7 +142,7 @@ std::string JsonOf(const Snapshot& snapshot) {
     json["counters"].push_back({{"name", counter.name}, {"count", counter.count}, {"goal", counter.goal}});
   }
   // Program texts may hold any byte: what is no UTF-8 is replaced.
-  return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+  return Escaped(json.dump(2, ' ', false, Json::error_handler_t::replace)) + "\n";
 }
 
 }  // namespace rack::cli

@@ -3,8 +3,10 @@
 
 #include "cli/commands.h"
 #include "cli/keypad.h"
+#include "cli/stop_signals.h"
 #include "machine/key_names.h"
 #include "machine/machine.h"
+#include "machine/supervise.h"
 #include "toml/words.h"
 
 namespace rack::cli {
@@ -12,6 +14,8 @@ namespace rack::cli {
 namespace {
 
 constexpr Nanos kTakenLimit = 10 * kSecond;
+constexpr int kLookMillis = 2;
+constexpr int kTurnMillis = 20;
 
 bool Held(const KeyState& keys) {
   return keys.code != 0 || keys.functionBits != 0;
@@ -26,8 +30,18 @@ void TellSleepers(Machine& machine, const Key& key, Nanos taken) {
     std::printf("%s: %s\n", key.name, sentence.c_str());
 }
 
+// A command that presses keys waits until the one before it is through: each press would take the other's key away.
+std::string AwaitTurn(const Machine& machine, std::optional<MachineLock>& turn, const StopSignals& stop) {
+  for (;;) {
+    turn.emplace(RunDirectory(machine.Directory()) + "/keys");
+    if (turn->Held() || !turn->Error().empty()) return "";
+    if (!machine.Running()) return "the machine in " + machine.Directory() + " does not run";
+    if (stop.Within(kTurnMillis)) return "stopped, no key was pressed";
+  }
+}
+
 // Presses one key and waits until the controller has taken it and the finger is off again.
-std::string Press(Machine& machine, const Key& key, int holdMillis) {
+std::string Press(Machine& machine, const Key& key, int holdMillis, const StopSignals& stop) {
   const Request request = PressOf(key, holdMillis);
   std::uint32_t number = 0;
   std::string error = machine.Ask(request, &number);
@@ -49,7 +63,9 @@ std::string Press(Machine& machine, const Key& key, int holdMillis) {
     if (!machine.Running()) return "the controller ended before it took the key";
     if (MonotonicNow() > limit)
       return taken ? "the key is still held" : "the controller has not taken the key";
-    Doze(2);
+    if (!stop.Within(kLookMillis)) continue;
+    machine.Send(ReleaseOf(key), number);
+    return "stopped, the key is let go";
   }
 }
 
@@ -68,8 +84,12 @@ int PressKeys(const KeyOptions& options) {
   Machine machine;
   const std::string unopened = machine.Open(options.machine);
   if (!unopened.empty()) return Complain(kFailed, unopened);
+  const StopSignals stop;
+  std::optional<MachineLock> turn;
+  const std::string notOurs = AwaitTurn(machine, turn, stop);
+  if (!notOurs.empty()) return Complain(kFailed, notOurs);
   for (const Key& key : keys) {
-    const std::string error = Press(machine, key, options.holdMillis);
+    const std::string error = Press(machine, key, options.holdMillis, stop);
     if (!error.empty()) return Complain(kFailed, std::string(key.name) + ": " + error);
   }
   return kDone;

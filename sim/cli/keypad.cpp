@@ -56,6 +56,13 @@ Request PressOf(const Key& key, int holdMillis) {
   return request;
 }
 
+Request ReleaseOf(const Key& key) {
+  Request request{};
+  request.kind = key.function ? RequestKind::ReleaseFunctionKeys : RequestKind::ReleaseKey;
+  request.value = key.code;
+  return request;
+}
+
 bool IsTaken(const KeyState& keys, std::uint32_t number) {
   return keys.pressCount != 0 && keys.pressRequest == number && keys.takenRequest == number;
 }
@@ -86,11 +93,8 @@ void Keypad::Type(int character) {
 
 void Keypad::LetGo() {
   if (!last_ || !machine_.Running()) return;
-  Request request{};
-  request.kind = last_->function ? RequestKind::ReleaseFunctionKeys : RequestKind::ReleaseKey;
-  request.value = last_->code;
   std::uint32_t number = 0;
-  machine_.Send(request, number);
+  machine_.Send(ReleaseOf(*last_), number);
 }
 
 std::string Keypad::Outcome(const Snapshot& snapshot) {

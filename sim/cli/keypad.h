@@ -12,6 +12,7 @@ namespace rack::cli {
 
 // The request that presses a key for so many milliseconds; 0: as long as a person does.
 Request PressOf(const Key& key, int holdMillis);
+Request ReleaseOf(const Key& key);
 // Whether the controller has taken the key that this request pressed.
 bool IsTaken(const KeyState& keys, std::uint32_t number);
 

@@ -10,12 +10,13 @@
 #include "cli/commands.h"
 #include "machine/faults.h"
 #include "public.h"
+#include "toml/characters.h"
 #include "toml/words.h"
 
 namespace rack::cli {
 
 int Complain(int status, const std::string& text) {
-  std::fprintf(stderr, "velmo-rack: %s\n", text.c_str());
+  std::fprintf(stderr, "velmo-rack: %s\n", PrintableLines(text).c_str());
   return status;
 }
 
@@ -224,6 +225,12 @@ std::string UnknownCommand(const CLI::App& app, int argc, char** argv) {
          " (commands: " + Join(names, ", ") + ")";
 }
 
+// What stdout still holds would be lost without a word at the end of the process.
+int Flushed(int status) {
+  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
+  return Complain(status == kDone ? kFailed : status, "the output could not be written");
+}
+
 int Main(int argc, char** argv) {
   FillStandardDescriptors();
   CLI::App app("Runs the controller on a simulated rack, and works on it while it runs.", "velmo-rack");
@@ -249,5 +256,5 @@ int Main(int argc, char** argv) {
 }  // namespace rack::cli
 
 int main(int argc, char** argv) {
-  return rack::cli::Main(argc, argv);
+  return rack::cli::Flushed(rack::cli::Main(argc, argv));
 }

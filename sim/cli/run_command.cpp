@@ -16,6 +16,7 @@
 #include "machine/supervise.h"
 #include "machine/time_words.h"
 #include "scenario/machine_rules.h"
+#include "toml/characters.h"
 #include "toml/times.h"
 
 namespace rack::cli {
@@ -53,12 +54,30 @@ std::string Counted(std::size_t count, const char* what) {
 
 void Tell(const std::vector<std::string>& differences) {
   for (const std::string& difference : differences) {
-    std::fprintf(stderr, "velmo-rack: %s\n", difference.c_str());
+    Complain(kDone, difference);
   }
 }
 
-int RunUntilEnd(const Launch& launch, RackState& state, bool once) {
+// Says once that the tools no longer reach the machine under its path.
+class PlaceWatch {
+ public:
+  explicit PlaceWatch(const StateFile& file) : file_(file) {}
+  void operator()(const std::string& directory) {
+    if (told_ || !file_.Replaced()) return;
+    told_ = true;
+    Complain(kDone,
+             directory + " was removed, moved or replaced: the machine runs on, but nothing finds it there");
+  }
+
+ private:
+  const StateFile& file_;
+  bool told_ = false;
+};
+
+int RunUntilEnd(const Launch& launch, const StateFile& file, bool once) {
+  RackState& state = *file.State();
   RestartWatch watch;
+  PlaceWatch place(file);
   CardTableWatch cards(state);
   for (;;) {
     const std::uint32_t restarts = state.live.controller.restarts;
@@ -66,6 +85,7 @@ int RunUntilEnd(const Launch& launch, RackState& state, bool once) {
     StandstillWatch standstill(state);
     const RunEnd end = RunController(launch, [&] {
       Tell(cards());
+      place(launch.directory);
       const std::string wrong = attach();
       return wrong.empty() ? standstill() : wrong;
     });
@@ -118,7 +138,7 @@ int Run(const RunOptions& options) {
   std::vector<std::string> findings;
   const std::string rackFile = options.rackFile.empty() ? machine + "/rack.toml" : options.rackFile;
   if (!scenario::ReadRackWithRules(rackFile, *rack, findings)) {
-    for (const std::string& finding : findings) std::fprintf(stderr, "%s\n", finding.c_str());
+    for (const std::string& finding : findings) std::fprintf(stderr, "%s\n", Printable(finding).c_str());
     return kFailed;
   }
   TimeCommand command{};
@@ -143,7 +163,7 @@ int Run(const RunOptions& options) {
   if (options.check) TellFindings(machine, options.rackFile);
   Launch launch = MakeLaunch(machine, controller, options.tasks);
   launch.over = [&state] { return IsOver(*state.State()); };
-  const int end = RunUntilEnd(launch, *state.State(), options.once);
+  const int end = RunUntilEnd(launch, state, options.once);
   error = recorder.Finish();
   return error.empty() ? end : Complain(kFailed, error);
 }

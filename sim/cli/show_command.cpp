@@ -6,10 +6,15 @@
 #include "machine/drives.h"
 #include "machine/machine.h"
 #include "machine/signals.h"
+#include "toml/characters.h"
 
 namespace rack::cli {
 
 namespace {
+
+void PrintLine(const std::string& line) {
+  std::puts(Printable(line).c_str());
+}
 
 // A signal by its name or address: an input and an output may share the address.
 int PrintSignal(const Snapshot& snapshot, const std::string& name) {
@@ -17,12 +22,10 @@ int PrintSignal(const Snapshot& snapshot, const std::string& name) {
   const SignalChoice output = ChooseSignal(snapshot, SignalKind::Output, name);
   if (!input.found && !output.found) return Complain(kWrongUse, input.error);
   if (input.found) {
-    std::printf("input %s\n",
-                SignalSentence(snapshot, SignalKind::Input, input.entry, input.channel).c_str());
+    PrintLine("input " + SignalSentence(snapshot, SignalKind::Input, input.entry, input.channel));
   }
   if (output.found) {
-    std::printf("output %s\n",
-                SignalSentence(snapshot, SignalKind::Output, output.entry, output.channel).c_str());
+    PrintLine("output " + SignalSentence(snapshot, SignalKind::Output, output.entry, output.channel));
   }
   return kDone;
 }
@@ -39,7 +42,7 @@ int Show(const ShowOptions& options) {
     if (wrong != kDone) return wrong;
   }
   if (!options.names.empty()) return kDone;
-  std::fputs((options.json ? JsonOf(snapshot) : TextOf(snapshot)).c_str(), stdout);
+  std::fputs((options.json ? JsonOf(snapshot) : PrintableLines(TextOf(snapshot))).c_str(), stdout);
   return kDone;
 }
 

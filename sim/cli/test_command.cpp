@@ -10,6 +10,7 @@
 #include "scenario/report.h"
 #include "scenario/scenario.h"
 #include "scenario/suite.h"
+#include "toml/characters.h"
 
 namespace rack::cli {
 
@@ -54,7 +55,7 @@ bool Read(const std::vector<std::string>& files, std::vector<Scenario>& scenario
   for (const std::string& error : errors) {
     if (std::find(told.begin(), told.end(), error) != told.end()) continue;
     told.push_back(error);
-    std::fprintf(stderr, "%s\n", error.c_str());
+    std::fprintf(stderr, "%s\n", Printable(error).c_str());
   }
   return errors.empty();
 }

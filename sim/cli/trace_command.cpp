@@ -41,7 +41,7 @@ int Trace(const TraceOptions& options) {
   summary.lost += before;
   std::fflush(stdout);
   std::fprintf(stderr, "velmo-rack: %s\n", SummaryText(summary).c_str());
-  return std::ferror(stdout) != 0 ? Complain(kFailed, "the output could not be written") : kDone;
+  return kDone;
 }
 
 }  // namespace rack::cli

@@ -2,6 +2,7 @@
 
 #include <sys/syscall.h>
 
+#include <algorithm>
 #include <fstream>
 #include <optional>
 
@@ -13,6 +14,8 @@ namespace {
 // computes.
 constexpr Nanos kStandstill = 5 * kSecond;
 constexpr Nanos kComputing = 60 * kSecond;
+// Of the time between two looks, so much counts at most.
+constexpr Nanos kLook = 500 * kMillisecond;
 
 struct CallName {
   long number;
@@ -61,6 +64,16 @@ constexpr CallName kCallNames[] = {
     {SYS_semtimedop, "semtimedop"},
 };
 
+// The letter of its state, 'T' where a signal holds it; '\0' when there is no such thread.
+char StateOfThread(std::int32_t process, std::uint32_t thread) {
+  std::ifstream file("/proc/" + std::to_string(process) + "/task/" + std::to_string(thread) + "/stat");
+  std::string text;
+  std::getline(file, text);
+  // The name of the program stands in brackets and may hold some itself.
+  const std::size_t name = text.rfind(") ");
+  return name == std::string::npos || name + 2 >= text.size() ? '\0' : text[name + 2];
+}
+
 // The system call in which a thread waits, by its name or number; empty while it runs, nothing when there is no
 // such thread.
 std::optional<std::string> WaitsIn(std::int32_t process, std::uint32_t thread) {
@@ -72,6 +85,12 @@ std::optional<std::string> WaitsIn(std::int32_t process, std::uint32_t thread) {
     if (std::to_string(call.number) == number) return call.name;
   }
   return "number " + number;
+}
+
+// Whether a signal or a debugger holds the thread.
+bool IsStopped(std::int32_t process, std::uint32_t thread) {
+  const char state = StateOfThread(process, thread);
+  return state == 'T' || state == 't';
 }
 
 }  // namespace
@@ -87,28 +106,36 @@ std::string LongWait(std::int32_t process, std::uint32_t thread) {
 }
 
 StandstillWatch::StandstillWatch(const RackState& state)
-    : state_(state), beat_(state.time.beat), since_(MonotonicNow()) {}
+    : state_(state), beat_(state.time.beat), looked_(MonotonicNow()) {}
+
+// A look that comes late, because the computer slept or this process was stopped, tells nothing of the time between.
+void StandstillWatch::Count(Nanos now) {
+  still_ += std::min(now - looked_, kLook);
+  looked_ = now;
+}
 
 std::string StandstillWatch::operator()() {
   const TimeControl& time = state_.time;
   if (time.setup.mode != TimeMode::Virtual) return "";
+  Count(MonotonicNow());
   const std::uint32_t beat = time.beat;
-  if (beat != beat_ || time.standing != 0 || time.inConsole != 0) {
+  const std::int32_t process = state_.live.controller.process;
+  if (beat != beat_ || time.standing != 0 || time.inConsole != 0 || IsStopped(process, time.turn)) {
     beat_ = beat;
-    since_ = MonotonicNow();
+    still_ = 0;
     return "";
   }
-  if (MonotonicNow() - since_ < kStandstill) return "";
-  const std::optional<std::string> call = WaitsIn(state_.live.controller.process, time.turn);
+  if (still_ < kStandstill) return "";
+  const std::optional<std::string> call = WaitsIn(process, time.turn);
   if (!call) {  // a controller that is only just starting
-    since_ = MonotonicNow();
+    still_ = 0;
     return "";
   }
   const std::string thread = "thread " + std::to_string(time.turn) + " of the controller ";
   if (!call->empty()) {
     return thread + "waits in the call " + *call + ", which virtual time does not know: it cannot go on";
   }
-  if (MonotonicNow() - since_ < kComputing) return "";
+  if (still_ < kComputing) return "";
   return thread + "has computed for 60 s without a call: virtual time cannot go on";
 }
 

@@ -15,9 +15,12 @@ class StandstillWatch {
   std::string operator()();
 
  private:
+  void Count(Nanos now);
+
   const RackState& state_;
   std::uint32_t beat_;
-  Nanos since_;
+  Nanos looked_;
+  Nanos still_ = 0;  // real time without progress, as far as it was watched
 };
 
 // Real time: that a thread of the controller waits for a lock or for the console, which should not take long; empty

@@ -40,7 +40,7 @@ std::string Range(int width) {
 // four of them.
 int Zoom(std::int64_t nanos) {
   int zoom = 0;
-  for (std::int64_t shown = 4; shown < nanos; shown *= 2) ++zoom;
+  for (std::int64_t shown = 4; shown < nanos && shown <= INT64_MAX / 2; shown *= 2) ++zoom;
   return zoom;
 }
 

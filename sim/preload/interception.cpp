@@ -77,9 +77,11 @@ int PassOpen(const char* path, int flags, unsigned mode) {
   return next(path, flags, mode);
 }
 
-// The same file under a number that does not depend on what else is open.
+// The same file under a number that does not depend on what else is open; as it is where the process may not have
+// so many files open.
 int MovedHandle(int descriptor) {
   const int moved = fcntl(descriptor, F_DUPFD_CLOEXEC, kFixedHandle);
+  if (moved < 0) return descriptor;
   close(descriptor);
   return moved;
 }

@@ -51,6 +51,17 @@ bool IsMainProgram(const char* path) {
   return std::strcmp(name, "RESET.PLC") == 0 || std::strcmp(name, "FLOW.PLC") == 0;
 }
 
+// The task whose thread writes this line, by the name in front of it; kUnknownTask when there is none.
+std::uint8_t TaskOfLine(const char* text, std::size_t count) {
+  constexpr const char* kNames[kTaskRecords] = {
+      "PLCKey: ", "PLC1: ", "PLC2: ", "PLC3: ", "PLC4: ", "PLC5: ", "PLC6: ", "PLC7: ", "PLC8: ", "PLCNet: "};
+  for (std::uint8_t task = 0; task < kTaskRecords; ++task) {
+    const std::size_t length = std::strlen(kNames[task]);
+    if (count >= length && std::memcmp(text, kNames[task], length) == 0) return task;
+  }
+  return kUnknownTask;
+}
+
 void CopyText(char* target, std::size_t size, const char* text) {
   const std::size_t length = strnlen(text, size - 1);
   std::memcpy(target, text, length);
@@ -398,6 +409,8 @@ void Session::NoteConsole(const char* text, std::size_t count) {
   const std::lock_guard<OwnMutex> lock(guard_);
   room_.Await(*state_.State());
   rack_->AdvanceTo(Now());
+  // Each thread says who it is in its first line, before it prints what came from outside.
+  if (ThisTask == kUnknownTask && !IsMainThread()) ThisTask = TaskOfLine(text, count);
   const Origin caller = Caller();
   rack_->Note(JournalKind::ConsoleText, 0, 0, static_cast<std::int32_t>(count), caller);
   if (caller.task == kMainThread) ReadCardList(text, count);

@@ -110,6 +110,10 @@ JournalReader::Result JournalReader::Next(JournalRecord& record, std::uint64_t& 
       continue;
     }
     std::memcpy(&record, words, sizeof record);
+    if (record.kind > JournalKind::Repeats) {  // of no run of this program
+      ++lost;
+      continue;
+    }
     return Result::Record;
   }
 }

@@ -6,9 +6,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <iterator>
 
 #include "rack/rack.h"
 
@@ -17,6 +19,16 @@ namespace {
 
 constexpr int kCopyAttempts = 2000;
 constexpr Nanos kCopyPause = 50 * kMicrosecond;
+
+// Takes the file's place on the disk: on a full one a mapped page that has none ends the process. A file system that
+// cannot do this gets a file that grows.
+bool Reserve(int descriptor) {
+  while (fallocate(descriptor, 0, 0, sizeof(RackState)) != 0) {
+    if (errno == EINTR) continue;
+    return (errno == EOPNOTSUPP || errno == ENOSYS) && ftruncate(descriptor, sizeof(RackState)) == 0;
+  }
+  return true;
+}
 
 std::string SystemError(const std::string& path) {
   return path + ": " + std::strerror(errno);
@@ -32,6 +44,58 @@ void OddBeforeChange() {
 #else
   std::atomic_thread_fence(std::memory_order_release);
 #endif
+}
+
+template <std::size_t Size>
+bool Ends(const char (&text)[Size]) {
+  return text[Size - 1] == '\0';
+}
+
+bool IsSound(const RackImage& image, const SignalRef& signal) {
+  return signal.kind <= SignalKind::Output &&
+         (signal.kind == SignalKind::None || signal.entry < image.entryCount);
+}
+
+bool IsSound(const RackImage& image, const PlantLink& link) {
+  return link.when <= Condition::CylinderAlarm && link.then <= Effect::Count && link.entry < kMaxEntries &&
+         link.stopEntry < kMaxEntries && IsSound(image, link.source) && IsSound(image, link.target) &&
+         IsSound(image, link.removal);
+}
+
+bool IsSound(const RackImage& image) {
+  if (image.device > DeviceName::Em335xIsa || image.entryCount > kMaxEntries) return false;
+  const auto isSlot = [](std::uint8_t slot) { return slot < kSlots; };
+  const auto isCard = [](const CardState& card) { return static_cast<std::size_t>(card.kind) < kCardKinds; };
+  const auto isSignal = [](const SignalName& signal) {
+    return Ends(signal.name) && signal.entry < kMaxEntries;
+  };
+  return std::all_of(image.entrySlot, image.entrySlot + image.entryCount, isSlot) &&
+         std::all_of(std::begin(image.cards), std::end(image.cards), isCard) &&
+         std::all_of(std::begin(image.signals), std::end(image.signals), isSignal) &&
+         std::all_of(std::begin(image.linkNames), std::end(image.linkNames),
+                     [](const auto& name) { return Ends(name); });
+}
+
+// Whether all that counts, names or numbers something stays within its bounds, as whoever reads the state relies on.
+// A running controller changes none of it while this looks.
+bool IsSound(const RackState& state) {
+  const RackImage& image = state.image;
+  const RackLive& live = state.live;
+  if (!IsSound(image) || live.plant.linkCount > kMaxLinks) return false;
+  const auto isTask = [](const TaskRecord& task) {
+    return Ends(task.text) && Ends(task.failedPath) && Ends(task.pauseText);
+  };
+  const auto isFault = [](const FaultRecord& fault) {
+    return static_cast<int>(fault.kind) <= kFaultKinds && fault.slot < kSlots;
+  };
+  const auto sameKind = [](const CardState& card, const CardState& other) { return card.kind == other.kind; };
+  return std::equal(std::begin(live.cards), std::end(live.cards), std::begin(image.cards), sameKind) &&
+         std::all_of(std::begin(live.plant.links), std::end(live.plant.links),
+                     [&](const PlantLink& link) { return IsSound(image, link); }) &&
+         std::all_of(std::begin(live.faults), std::end(live.faults), isFault) &&
+         std::all_of(std::begin(live.tasks), std::end(live.tasks), isTask) &&
+         std::all_of(std::begin(live.programFiles), std::end(live.programFiles),
+                     [](const auto& name) { return Ends(name); });
 }
 
 void Pause(Nanos time) {
@@ -157,9 +221,10 @@ bool StateFile::Create(const std::string& path, const RackSetup& setup, std::str
     error = SystemError(fresh);
     return false;
   }
-  if (ftruncate(descriptor, sizeof(RackState)) != 0) {
+  if (!Reserve(descriptor)) {
     error = SystemError(fresh);
     close(descriptor);
+    unlink(fresh.c_str());
     return false;
   }
   if (!Map(descriptor, error)) return false;
@@ -189,7 +254,10 @@ bool StateFile::Open(const std::string& path, std::string& error) {
   if (!Map(descriptor, error)) return false;
   if (std::memcmp(mapped_->magic, kStateMagic, sizeof kStateMagic) == 0 &&
       mapped_->version == kStateVersion && mapped_->size == sizeof(RackState)) {
-    return true;
+    if (IsSound(*mapped_)) return true;
+    error = path + ": the state of a rack, but damaged; \"velmo-rack run\" makes a new one";
+    Close();
+    return false;
   }
   error = path + ": not the state of a rack, or of another version of this program";
   Close();

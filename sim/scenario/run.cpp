@@ -82,28 +82,46 @@ class WorkFolder {
   std::string path_;  // empty: it could not be made
 };
 
-// Everything of the machine but what earlier runs left there.
-std::string CopyMachine(const std::string& from, const std::string& to) {
-  std::error_code error;
-  fs::create_directory(to, error);
-  for (fs::directory_iterator entry(from, error); !error && entry != fs::directory_iterator();
-       entry.increment(error)) {
-    if (entry->path().filename() == ".velmo-rack") continue;
-    fs::copy(entry->path(), to / entry->path().filename(), fs::copy_options::recursive, error);
-  }
-  return error ? from + ": " + error.message() : "";
+std::string NotCopied(const fs::path& path, const std::error_code& error) {
+  return path.lexically_normal().string() + " could not be copied: " + error.message();
 }
 
-// Task number of the one that prints a line, by the line's prefix; kUnknownTask for a line without one. Takes
-// the prefix away.
-int TakeSpeaker(std::string& line) {
-  const std::size_t colon = line.find(": ");
-  if (line.rfind("PLC", 0) != 0 || colon == std::string::npos) return kUnknownTask;
-  const std::string name = line.substr(3, colon - 3);
-  const bool number = name.size() == 1 && name[0] >= '1' && name[0] <= '8';
-  const int who = number ? name[0] - '0' : name == "Key" ? 0 : name == "Net" ? 9 : int{kUnknownTask};
-  if (who != kUnknownTask) line.erase(0, colon + 2);
-  return who;
+// What earlier runs left there, and the link to nowhere that some editors put beside a file with changes.
+bool IsLeftOut(const fs::directory_entry& entry) {
+  std::error_code ignored;
+  const std::string name = entry.path().filename().string();
+  return name == ".velmo-rack" || (name.rfind(".#", 0) == 0 && entry.is_symlink(ignored));
+}
+
+// What is neither a file nor a directory cannot be opened by the controller, as if it were not there.
+std::string CopyMachine(const fs::path& from, const fs::path& to) {
+  std::error_code error;
+  fs::create_directory(to, error);
+  if (error) return NotCopied(from, error);
+  fs::directory_iterator entry(from, error);
+  for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
+    if (IsLeftOut(*entry)) continue;
+    const fs::path& path = entry->path();
+    std::error_code wrong;
+    const fs::file_status status = fs::status(path, wrong);
+    if (fs::is_directory(status)) {
+      std::string wrongBelow = CopyMachine(path, to / path.filename());
+      if (!wrongBelow.empty()) return wrongBelow;
+      continue;
+    }
+    if (fs::is_regular_file(status)) fs::copy_file(path, to / path.filename(), wrong);
+    if (status.type() == fs::file_type::not_found)
+      wrong = std::make_error_code(std::errc::no_such_file_or_directory);
+    if (wrong) return NotCopied(path, wrong);
+  }
+  return error ? NotCopied(from, error) : "";
+}
+
+// Takes the prefix away that a thread puts in front of its lines. One that names another thread is part of the text.
+void TakePrefix(std::string& line, int who) {
+  const std::string name = who == 0 ? "Key" : who == 9 ? "Net" : std::to_string(who);
+  const std::string prefix = "PLC" + name + ": ";
+  if (line.rfind(prefix, 0) == 0) line.erase(0, prefix.size());
 }
 
 // The controller's process, started again after each restart, in a thread of its own.
@@ -415,8 +433,10 @@ void Run::DoDueEvents(Nanos now) {
   }
 }
 
-// The bytes that were written at this record's time; lines are judged when they are complete.
+// The bytes that a thread has written at this record's time; lines are judged when they are complete. Whose they are
+// says the thread: a text from the network may look like anybody's line.
 void Run::ReadConsole(const JournalRecord& record) {
+  const int who = record.task < kTaskRecords ? record.task : int{kUnknownTask};
   std::string bytes(static_cast<std::size_t>(std::max(record.value, 0)), '\0');
   console_.clear();
   console_.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
@@ -425,7 +445,7 @@ void Run::ReadConsole(const JournalRecord& record) {
        end = rest_.find_first_of("\r\n")) {
     std::string line = rest_.substr(0, end);
     rest_.erase(0, end + 1);
-    const int who = TakeSpeaker(line);
+    TakePrefix(line, who);
     line.erase(line.find_last_not_of(' ') + 1);
     if (!line.empty()) judge_->SeeLine(record.time, who, line);
   }

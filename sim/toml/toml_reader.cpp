@@ -3,13 +3,14 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 #include <utility>
 
+#include "toml/nesting.h"
 #include "toml/times.h"
 #include "toml/words.h"
 
@@ -46,7 +47,12 @@ bool ReadWholeFile(const std::string& path, std::string& content) {
     errno = EISDIR;
     return false;
   }
-  content.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+  content.clear();
+  // Read by the stream, not by iterators of its buffer, which throw where a file cannot be read.
+  std::array<char, 4096> part{};
+  while (file.read(part.data(), part.size()), file.gcount() > 0) {
+    content.append(part.data(), static_cast<std::size_t>(file.gcount()));
+  }
   return !file.bad();
 }
 
@@ -59,6 +65,11 @@ bool TomlReader::ReadFile() {
 
 bool TomlReader::ReadText(const std::string& text) {
   const std::size_t before = errors_.size();
+  if (const std::optional<TextPlace> deep = TooDeep(text)) {
+    errors_.push_back(PlaceText(name_, deep->line, deep->column) + "nested too deep: at most " +
+                      std::to_string(kMostNested) + " brackets, or parts of a key");
+    return false;
+  }
   try {
     std::istringstream stream(text);
     ReadRoot(toml::parse(stream, name_));

@@ -75,6 +75,11 @@ bool WantsColours() {
   return isatty(STDOUT_FILENO) != 0 && !isDumb && !IsSet("NO_COLOR");
 }
 
+int Unwritten() {
+  std::cerr << "velmo-check: the output could not be written\n";
+  return kCouldNotRun;
+}
+
 int Draw(const Options& options) {
   std::string error;
   const std::optional<std::string> graph = check::GraphOfPath(options.drawn, options.rackFile, &error);
@@ -83,7 +88,7 @@ int Draw(const Options& options) {
     return kCouldNotRun;
   }
   std::cout << *graph << std::flush;
-  return std::cout ? kClean : kCouldNotRun;
+  return std::cout ? kClean : Unwritten();
 }
 
 int Check(const Options& options) {
@@ -106,7 +111,7 @@ int Check(const Options& options) {
   const std::vector<check::Finding> shown = check::Selected(checked->findings, selection);
   const check::OutputNotes notes{options.warningsAsErrors, options.columns == "utf16", checked->racks};
   std::cout << check::Render(shown, FormatOf(options.format), WantsColours(), notes) << std::flush;
-  if (!std::cout) return kCouldNotRun;
+  if (!std::cout) return Unwritten();
   return shown.empty() ? kClean : kFindings;
 }
 

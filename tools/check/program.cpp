@@ -1,9 +1,6 @@
 #include "check/program.h"
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
-#include <sstream>
 #include <system_error>
 
 #include "commands/command_rows.h"
@@ -11,6 +8,7 @@
 #include "numbers.h"
 #include "public.h"
 #include "readini.h"
+#include "toml/toml_reader.h"
 #include "toml/words.h"
 
 namespace check {
@@ -320,8 +318,8 @@ std::string NearMiss(const std::string& name, const std::vector<std::string>& na
 }
 
 std::string ReadWholeFile(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  std::string content;
+  return rack::ReadWholeFile(path.string(), content) ? content : "";
 }
 
 }  // namespace check
