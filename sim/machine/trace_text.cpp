@@ -5,6 +5,7 @@
 
 #include "machine/faults.h"
 #include "machine/key_names.h"
+#include "toml/characters.h"
 #include "toml/words.h"
 
 namespace rack {
@@ -275,7 +276,7 @@ std::string Tracer::Line(const JournalRecord& record) const {
   char head[40];
   std::snprintf(head, sizeof head, "%12.6f  %-4s  ", static_cast<double>(record.time) / 1e9,
                 Who(record.task).c_str());
-  return head + Where(files_, Subject(record)) + "  " + TextOf(record);
+  return Printable(head + Where(files_, Subject(record)) + "  " + TextOf(record));
 }
 
 const char* Tracer::Header() {
@@ -285,10 +286,11 @@ const char* Tracer::Header() {
 std::string Tracer::Row(const JournalRecord& record) const {
   const auto number = [](auto value) { return std::to_string(static_cast<long long>(value)) + ","; };
   const JournalRecord subject = Subject(record);
-  const std::string row = number(record.time) + WordOf(record.kind) + "," + Who(record.task) + "," +
-                          Quoted(files_(subject.file)) + "," + number(subject.file == 0 ? 0 : subject.line) +
-                          number(subject.slot) + number(subject.port) + number(subject.value) +
-                          Quoted(TextOf(record)) + ",";
+  std::string row = number(record.time) + WordOf(record.kind) + "," + Who(record.task) + "," +
+                    Quoted(files_(subject.file)) + "," + number(subject.file == 0 ? 0 : subject.line) +
+                    number(subject.slot) + number(subject.port) + number(subject.value) +
+                    Quoted(TextOf(record)) + ",";
+  row = Printable(row);
   if (record.kind != JournalKind::Repeats) return row + ",,";
   const PollRounds poll = RoundsOf(record);
   return row + number(poll.rounds) + number(record.slot) + std::to_string(poll.last);

@@ -26,7 +26,12 @@ bool IsLayout(char32_t code) {
   return code == '\t' || code == '\n';
 }
 
+bool IsPlain(char c) {
+  return c >= ' ' && c <= '~';
+}
+
 std::string Shown(std::string_view text, bool keepsLayout) {
+  if (std::all_of(text.begin(), text.end(), IsPlain)) return std::string(text);
   std::string shown;
   for (std::size_t at = 0; at < text.size();) {
     const Character character = CharacterAt(text, at);

@@ -60,6 +60,16 @@ TEST_F(AroundTest, ShowPrintsNoControlCharacterOfAProgram) {
   EXPECT_THAT(told, Not(ContainsRegex("[\x1b\x9b]")));
 }
 
+TEST_F(AroundTest, ATraceHoldsNoControlCharacterOfAName) {
+  std::ofstream(shell.Folder() / "cell/plc1/RESET.PLC") << "FL: \x1b[2J.PLC\nEXIT\n";
+  shell.Run("velmo-rack run --time virtual --for 1s --no-check --log log.txt cell > console.txt");
+  const std::string told = shell.Run(
+      "cat log.txt; velmo-rack trace --once --machine cell; velmo-rack trace --once --csv --machine cell");
+  EXPECT_THAT(told, HasSubstr("plc1/\\x1b[2J.PLC:0  program could not be opened\n"));
+  EXPECT_THAT(told, HasSubstr("\"plc1/\\x1b[2J.PLC\""));
+  EXPECT_EQ(told.find('\x1b'), std::string::npos);
+}
+
 TEST_F(AroundTest, AFileThatCannotBeCopiedIsNamed) {
   EXPECT_THAT(shell.Run("ln -s user@host.1 cell/plc1/.#FLOW.PLC; velmo-rack test cell"),
               HasSubstr("\nok 3 - "));
