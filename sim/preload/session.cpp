@@ -411,7 +411,12 @@ void Session::NoteConsole(const char* text, std::size_t count) {
   rack_->AdvanceTo(Now());
   // Each thread says who it is in its first line, before it prints what came from outside.
   if (ThisTask == kUnknownTask && !IsMainThread()) ThisTask = TaskOfLine(text, count);
-  const Origin caller = Caller();
+  Origin caller = Caller();
+  // A console that is slow takes a line later, from whichever thread prints next.
+  const bool isLate = state_.State()->time.setup.consoleBaud != 0;
+  const std::uint8_t named = isLate && lineBegins_ ? TaskOfLine(text, count) : kUnknownTask;
+  if (named != kUnknownTask) caller.task = named;
+  lineBegins_ = count > 0 && (text[count - 1] == '\n' || text[count - 1] == '\r');
   rack_->Note(JournalKind::ConsoleText, 0, 0, static_cast<std::int32_t>(count), caller);
   if (caller.task == kMainThread) ReadCardList(text, count);
 }

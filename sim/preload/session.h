@@ -97,7 +97,8 @@ class Session final : public BusTarget {
   std::unique_ptr<Rack> rack_;
   std::string home_;  // folder of the run, without a slash at its end
   OpenProgram programs_[64]{};
-  std::string mainLine_;  // what the main thread has written of a line so far
+  bool lineBegins_ = true;  // what is written to the console next
+  std::string mainLine_;    // what the main thread has written of a line so far
 };
 
 }  // namespace rack

@@ -13,7 +13,7 @@ using testing::Not;
 class AroundTest : public testing::Test {
  protected:
   void SetUp() override {
-    shell.Run("velmo-rack new cell && mkdir cell/scenarios");
+    shell.Run("velmo-rack new cell && rm cell/scenarios/*");
     Scenario(
         "[[expect]]\nthat = \"plc1 prints Load TaskPLC1\"\nby = \"2 s\"\n"
         "[[expect]]\nnever = \"plc1 prints forged\"\n"
@@ -30,7 +30,7 @@ class AroundTest : public testing::Test {
     shell.Run(Until("velmo-rack show --machine cell 2>/dev/null | grep -q 'RESET.PLC:'"));
     ASSERT_EQ(shell.Status(), 0) << ReadText(shell.Folder() / "errors.txt");
   }
-  void Stop() { shell.Run("kill $(cat run); " + Until("! kill -0 $(cat run) 2>/dev/null")); }
+  void Stop() { shell.Run("kill $(cat run); " + Until("gone $(cat run)")); }
   // Waits for a condition, a minute at most.
   static std::string Until(const std::string& condition) {
     return "for i in $(seq 600); do { " + condition + "; } && exit 0; sleep 0.1; done; exit 1";
@@ -148,7 +148,7 @@ TEST_F(AroundTest, AStoppedControllerIsNoStandstill) {
   Start("--no-check --time virtual");
   const std::string controller = "$(cat /proc/$(cat run)/task/$(cat run)/children)";
   shell.Run("kill -STOP " + controller + "; sleep 7; kill -CONT " + controller +
-            "; sleep 0.5; kill -0 $(cat run)");
+            "; sleep 0.5; ! gone $(cat run)");
   EXPECT_EQ(shell.Status(), 0) << ReadText(shell.Folder() / "errors.txt");
   Stop();
   EXPECT_EQ(ReadText(shell.Folder() / "errors.txt"), "");

@@ -62,7 +62,7 @@ TEST_F(RecordingsTest, AControllerThatIsKilledLosesNoPoll) {
       "velmo-rack run --no-check --time virtual --for 24h cell > console.txt 2>&1 & run=$!\n"
       "show() { velmo-rack show --json --machine cell 2> /dev/null | sed -n \"s/^  .$1.: "
       "\\([0-9]*\\).*/\\1/p\"; }\n"
-      "until [ 0$(show seconds) -ge 3 ]; do sleep 0.01; kill -0 $run || exit 1; done\n"
+      "until [ 0$(show seconds) -ge 3 ]; do sleep 0.01; ! gone $run || exit 1; done\n"
       "kill -9 $(show process); wait $run; echo $?; tail -n 1 console.txt\n"
       "velmo-rack trace --once --csv --machine cell 2> /dev/null | tail -n 1 > last; cut -d , -f 2,3 last\n"
       "velmo-rack show --json --machine cell | awk -F '[ ,]+' '/^  .seconds/ {\n"
@@ -97,11 +97,12 @@ TEST_F(RecordingsTest, TimeStandsForAReaderThatIsBehindAndGoesOnWithoutOneThatIs
       "rm -rf cell/.velmo-rack; velmo-rack run --no-check --time virtual --stopped --for 400ms cell > "
       "console.txt & "
       "run=$!\n"
-      "until velmo-rack show --machine cell > /dev/null 2>&1; do sleep 0.02; done; mkfifo pipe\n"
+      "until velmo-rack show --machine cell > /dev/null 2>&1; do sleep 0.02; ! gone $run || exit 1; done; "
+      "mkfifo pipe\n"
       "velmo-rack trace --csv --from-start --machine cell > pipe 2> told.txt & trace=$!\n"
       "exec 3< pipe; velmo-rack go --machine cell\n"
       "until velmo-rack show --machine cell | grep -q '^time stands: waits for trace (process [0-9]*)'; do "
-      "sleep 0.02; kill -0 $run || exit 1; done\n";
+      "sleep 0.02; ! gone $run || exit 1; done\n";
   EXPECT_EQ(shell.Run(start + "cat <&3 > trace.csv; wait $run; wait $trace; grep -o complete told.txt"),
             "complete\n");
   EXPECT_EQ(shell.Run("[ $(wc -l < trace.csv) -gt 300000 ]"), "");

@@ -34,7 +34,8 @@ class Shell {
   // Everything that the command prints, on both outputs. Its exit status is in Status.
   std::string Run(const std::string& command) {
     const std::string line = "cd '" + (folder_ / below_).string() +
-                             "' && export PATH='" VELMO_BUILD ":'\"$PATH\" && { " + command + "\n} 2>&1";
+                             "' && export PATH='" VELMO_BUILD ":'\"$PATH\" && { " + kGone + command +
+                             "\n} 2>&1";
     FILE* pipe = popen(line.c_str(), "r");
     if (pipe == nullptr) return "";
     std::string output;
@@ -52,6 +53,9 @@ class Shell {
   const std::filesystem::path& Folder() const { return folder_; }
 
  private:
+  // "gone PROCESS": it has ended. Nobody may have waited for it yet, which a signal to it does not tell.
+  static constexpr const char* kGone = "gone() { ! grep -qs '^State:.[^ZX]' /proc/$1/status; }\n";
+
   std::filesystem::path folder_;
   std::filesystem::path below_;
   int status_ = 0;
