@@ -47,17 +47,21 @@ const std::vector<RuleWords>& RuleForms() {
 
 class Reader : public ExploringReader {
  public:
-  Reader(std::string name, RackSetup& setup, std::vector<std::string>& errors, RackNotes& notes)
-      : ExploringReader(std::move(name), errors), setup_(setup), notes_(notes) {}
+  Reader(std::string name, RackSetup& setup, std::vector<std::string>& errors, RackNotes& notes,
+         std::vector<TimeChange>& changes)
+      : ExploringReader(std::move(name), errors), setup_(setup), notes_(notes), changes_(changes) {}
 
  private:
   void ReadRoot(const Value& root) override;
   void CheckWords(const Table& table, const Words& scopes);
   Nanos Time(const Value& owner, const char* word, Nanos absent);
+  Nanos ChangedTime(const char* word, Nanos time);
+  void CheckChange(TimeChange& change) const;
 
   void ReadRack(const Value& rack);
   void ReadSlots(const Value& slots);
   void ReadSlot(const Value& value, int slot);
+  std::string CardName(const Value& value, int slot);
   void ReadSettings(const Value& value, const CardRow& row, CardState& card);
   std::int64_t Setting(const Value& value, const CardSetting& setting, std::int64_t absent);
   void ReadNames(const Value& names, bool output);
@@ -83,6 +87,10 @@ class Reader : public ExploringReader {
 
   RackSetup& setup_;
   RackNotes& notes_;
+  std::vector<TimeChange>& changes_;
+  // What changes call the row that is read, empty: nothing; and the times of the rows so far.
+  std::string row_;
+  std::map<std::string, Words> times_;
   int signals_ = 0;
 };
 
@@ -90,6 +98,11 @@ class Reader : public ExploringReader {
 int SmallNumber(std::string_view text) {
   const bool isBare = text.size() <= 2 && text.find('-') == std::string_view::npos;
   return isBare ? WholeNumber(text).value_or(-1) : -1;
+}
+
+// Empty when a time is short enough.
+std::string TooLong(const std::string& word, Nanos time) {
+  return time <= kLongestTime ? "" : InQuotes(word) + " is longer than " + TimeText(kLongestTime);
 }
 
 // The words of these tables of the rack file.
@@ -103,9 +116,44 @@ void Reader::CheckWords(const Table& table, const Words& scopes) {
 
 Nanos Reader::Time(const Value& owner, const char* word, Nanos absent) {
   const Nanos time = TomlReader::Time(owner, word, absent);
-  if (time <= kLongestTime) return time;
-  Fail(*Get(owner, word), InQuotes(word) + " is longer than " + TimeText(kLongestTime));
+  const std::string wrong = TooLong(word, time);
+  if (wrong.empty()) return ChangedTime(word, time);
+  Fail(*Get(owner, word), wrong);
   return absent;
+}
+
+// A time of the row that is read, or what a change puts in its place.
+Nanos Reader::ChangedTime(const char* word, Nanos time) {
+  if (row_.empty()) return time;
+  Words& times = times_[row_];
+  if (!IsOneOf(word, times)) times.emplace_back(word);
+  const auto change = std::find_if(changes_.begin(), changes_.end(), [&](const TimeChange& candidate) {
+    return candidate.row == row_ && candidate.word == word;
+  });
+  if (change == changes_.end()) return time;
+  ++change->uses;
+  change->error = TooLong(row_ + "." + word, change->time);
+  return change->error.empty() ? change->time : time;
+}
+
+// A change that fits no row, or more than one.
+void Reader::CheckChange(TimeChange& change) const {
+  if (change.uses == 1) return;
+  if (change.uses > 1) {
+    change.error = std::to_string(change.uses) + " rows of the rack file are called " + InQuotes(change.row) +
+                   " and have " + InQuotes(change.word);
+    return;
+  }
+  const auto row = times_.find(change.row);
+  if (row != times_.end()) {
+    change.error = InQuotes(change.row) + " has no time " + InQuotes(change.word) + "; " +
+                   Hint(change.word, row->second, "its times: ");
+    return;
+  }
+  Words rows;
+  for (const auto& [name, words] : times_) rows.push_back(name);
+  change.error = "nothing with a time is called " + InQuotes(change.row) + " in the rack file";
+  if (!rows.empty()) change.error += "; " + Hint(change.row, rows, "known there: ");
 }
 
 void Reader::ReadRack(const Value& rack) {
@@ -156,12 +204,23 @@ void Reader::ReadSlot(const Value& value, int slot) {
       *std::find_if(std::begin(kCardRows), std::end(kCardRows),
                     [&](const CardRow& candidate) { return words[*choice] == candidate.word; });
   InsertCard(setup_, slot, row.kind);
-  if (value.is_table()) ReadSettings(value, row, setup_.image.cards[slot]);
+  const Value bare = Table{};
+  const Value& settings = value.is_table() ? value : bare;
+  row_ = CardName(settings, slot);
+  ReadSettings(settings, row, setup_.image.cards[slot]);
+  row_.clear();
+}
+
+std::string Reader::CardName(const Value& value, int slot) {
+  std::string name = std::to_string(slot);
+  if (Text(value, "name", name) && Split(name).empty())
+    Fail(*Get(value, "name"), "a card's name is not empty");
+  return name;
 }
 
 void Reader::ReadSettings(const Value& value, const CardRow& row, CardState& card) {
   constexpr std::int64_t kNone = -1;
-  Words known = {"card"};
+  Words known = {"card", "name"};
   for (const CardSetting& setting : row.settings()) known.emplace_back(setting.word);
   TomlReader::CheckWords(value.as_table(), known);
   for (const CardSetting& setting : row.settings()) {
@@ -435,15 +494,20 @@ void Reader::ReadThings(const Value& root) {
     const char* word;
     Words scopes;
     void (Reader::*read)(const Value&);
+    const char* name;  // the word that names a row for changes
   };
-  const Thing things[] = {
-      {"axis", {"axis"}, &Reader::ReadAxis},         {"cylinder", {"cylinder"}, &Reader::ReadCylinder},
-      {"valve", {"valve"}, &Reader::ReadValve},      {"arrival", {"arrival", "when"}, &Reader::ReadArrival},
-      {"stop", {"stop", "when"}, &Reader::ReadStop}, {"counter", {"counter", "when"}, &Reader::ReadCounter},
-      {"rule", {"rule"}, &Reader::ReadRule}};
+  const Thing things[] = {{"axis", {"axis"}, &Reader::ReadAxis, ""},
+                          {"cylinder", {"cylinder"}, &Reader::ReadCylinder, ""},
+                          {"valve", {"valve"}, &Reader::ReadValve, "sensor"},
+                          {"arrival", {"arrival", "when"}, &Reader::ReadArrival, "input"},
+                          {"stop", {"stop", "when"}, &Reader::ReadStop, ""},
+                          {"counter", {"counter", "when"}, &Reader::ReadCounter, ""},
+                          {"rule", {"rule"}, &Reader::ReadRule, ""}};
   for (const Thing& thing : things) {
     for (const Value* table : Tables(root, thing.word)) {
       CheckWords(table->as_table(), thing.scopes);
+      const Value* name = Get(*table, thing.name);
+      row_ = name != nullptr && name->is_string() ? name->as_string().str : "";
       (this->*thing.read)(*table);
     }
   }
@@ -543,6 +607,7 @@ void Reader::ReadRoot(const Value& root) {
   if (on != nullptr) ReadOnAtStart(*on);
   if (const Value* check = TableOf(root, "check")) ReadCheck(*check);
   ReadExploration(root, notes_.explore);
+  for (TimeChange& change : changes_) CheckChange(change);
 }
 
 }  // namespace
@@ -559,14 +624,18 @@ bool ReadRackText(const std::string& text, const std::string& name, RackSetup& s
                   std::vector<std::string>& errors, RackNotes* notes) {
   MakeEmptySetup(setup);
   RackNotes unasked;
-  return Reader(name, setup, errors, notes == nullptr ? unasked : *notes).ReadText(text);
+  std::vector<TimeChange> none;
+  return Reader(name, setup, errors, notes == nullptr ? unasked : *notes, none).ReadText(text);
 }
 
 bool ReadRackFile(const std::string& path, RackSetup& setup, std::vector<std::string>& errors,
-                  RackNotes* notes) {
+                  RackNotes* notes, std::vector<TimeChange>* changes) {
   MakeEmptySetup(setup);
   RackNotes unasked;
-  return Reader(path, setup, errors, notes == nullptr ? unasked : *notes).ReadFile();
+  std::vector<TimeChange> none;
+  return Reader(path, setup, errors, notes == nullptr ? unasked : *notes,
+                changes == nullptr ? none : *changes)
+      .ReadFile();
 }
 
 }  // namespace rack

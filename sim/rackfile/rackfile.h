@@ -41,10 +41,20 @@ struct RackNotes {
   PlacedText functionPort;  // as in the file; line 0: it says nothing of one
 };
 
+// A time that a scenario sets in place of the rack file's.
+struct TimeChange {
+  std::string row;  // a card by its name, else its slot; a valve by its sensor, an arrival by its input
+  std::string word;
+  Nanos time = 0;
+  int uses = 0;       // rows that it fits
+  std::string error;  // what the rack file has against it
+};
+
 // Reads a rack file. False when something is wrong: `errors` then holds one line for each finding,
-// "file:line:column: message", and the setup is not to be used.
+// "file:line:column: message", and the setup is not to be used. What is wrong with a change stands in it, and
+// the file's own time is taken.
 bool ReadRackFile(const std::string& path, RackSetup& setup, std::vector<std::string>& errors,
-                  RackNotes* notes = nullptr);
+                  RackNotes* notes = nullptr, std::vector<TimeChange>* changes = nullptr);
 
 // The same for a text that is called `name` in messages.
 bool ReadRackText(const std::string& text, const std::string& name, RackSetup& setup,

@@ -27,6 +27,7 @@ constexpr RackWord kWords[] = {
     {"rack", "console_baud",
      "virtual time: speed of the console, 300 to 10000000; 0: it takes every line at once"},
     {"slot", "card", "the kind of the card"},
+    {"slot", "name", "what scenarios call the card"},
     {"axis", "motor", "the motor, \"entry.channel\""},
     {"axis", "home", "input that is on at the home position"},
     {"axis", "home_at", "home position in steps, 0 unless given"},

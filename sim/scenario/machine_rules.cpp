@@ -83,8 +83,9 @@ ExploreChoice ChooseExplore(const Exploration& text, const Snapshot& machine,
   return choice;
 }
 
-bool ReadRackWithRules(const std::string& path, RackWithRules& rack, std::vector<std::string>& errors) {
-  if (!ReadRackFile(path, rack.setup, errors, &rack.notes)) return false;
+bool ReadRackWithRules(const std::string& path, RackWithRules& rack, std::vector<std::string>& errors,
+                       std::vector<TimeChange>* changes) {
+  if (!ReadRackFile(path, rack.setup, errors, &rack.notes, changes)) return false;
   const std::size_t before = errors.size();
   const auto state = std::make_unique<RackState>();
   PowerOn(*state, rack.setup, 0);

@@ -39,7 +39,8 @@ struct RackWithRules {
 };
 
 // Reads a rack file and judges the happenings of its rules and of [explore]. False when something is wrong:
-// `errors` then holds one line for each finding, as ReadRackFile has them.
-bool ReadRackWithRules(const std::string& path, RackWithRules& rack, std::vector<std::string>& errors);
+// `errors` then holds one line for each finding, and the changes what is wrong with them, as ReadRackFile has it.
+bool ReadRackWithRules(const std::string& path, RackWithRules& rack, std::vector<std::string>& errors,
+                       std::vector<TimeChange>* changes = nullptr);
 
 }  // namespace rack::scenario

@@ -80,15 +80,39 @@ bool ScenarioReader::ReadMachine(const Value& root) {
     return false;
   }
   std::string rackFile = "rack.toml";
-  Text(root, "rack", rackFile);
+  std::vector<TimeChange> changes;
+  ReadRackChoice(root, rackFile, changes);
   const auto rack = std::make_shared<RackWithRules>();
-  if (!ReadRackWithRules(Below(scenario_.machine, rackFile), *rack, Errors())) return false;
+  if (!ReadRackWithRules(Below(scenario_.machine, rackFile), *rack, Errors(), &changes)) return false;
+  for (const TimeChange& change : changes) {
+    if (!change.error.empty()) Fail(*Get(*Get(root, "rack"), change.row + "." + change.word), change.error);
+  }
   scenario_.setup = std::shared_ptr<const RackSetup>(rack, &rack->setup);
   scenario_.explore = rack->explore;
   const auto state = std::make_unique<RackState>();
   PowerOn(*state, rack->setup, 0);
   machine_ = SnapshotOf(state->image, state->live);
   return true;
+}
+
+// The rack file alone, or a table of it and of times in place of its own.
+void ScenarioReader::ReadRackChoice(const Value& root, std::string& file, std::vector<TimeChange>& changes) {
+  const Value* rack = Get(root, "rack");
+  if (rack == nullptr || !rack->is_table()) {
+    Text(root, "rack", file);
+    return;
+  }
+  for (const auto& [word, value] : rack->as_table()) {
+    const std::size_t dot = word.rfind('.');
+    if (word == "file") {
+      Text(*rack, word, file);
+    } else if (dot == std::string::npos) {
+      Fail(value, InQuotes(word) + " is neither \"file\" nor a time of the rack file, such as " +
+                      "\"clamped.on_delay\", in quotes");
+    } else {
+      changes.push_back({word.substr(0, dot), word.substr(dot + 1), Time(*rack, word, 0), 0, ""});
+    }
+  }
 }
 
 // What the rack file says, with this file's words in place of it.

@@ -31,6 +31,7 @@ class ScenarioReader : public ExploringReader {
 
   void ReadRoot(const Value& root) override;
   bool ReadMachine(const Value& root);
+  void ReadRackChoice(const Value& root, std::string& file, std::vector<TimeChange>& changes);
   void ReadExplore(const Value& root);
   std::string BesideScenario(const std::string& path) const;
   // Which of the sorts a table is, with all its words checked.

@@ -32,11 +32,6 @@ std::string SyntaxError(const std::string& name, const toml::exception& error) {
   return PlaceText(name, error.location().line(), error.location().column()) + message;
 }
 
-std::string Hint(const std::string& word, const std::vector<std::string>& known, const char* all) {
-  const std::string near = Nearest(word, known);
-  return near.empty() ? all + Join(known, ", ") : "did you mean " + InQuotes(near) + "?";
-}
-
 }  // namespace
 
 bool ReadWholeFile(const std::string& path, std::string& content) {

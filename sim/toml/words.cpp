@@ -42,6 +42,11 @@ std::string Suggestion(std::string_view word, const std::vector<std::string>& ca
   return nearest.empty() ? "" : "; did you mean " + nearest + "?";
 }
 
+std::string Hint(const std::string& word, const std::vector<std::string>& known, const char* all) {
+  const std::string near = Nearest(word, known);
+  return near.empty() ? all + Join(known, ", ") : "did you mean " + InQuotes(near) + "?";
+}
+
 std::optional<int> WholeNumber(std::string_view text) {
   int value = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);

@@ -19,6 +19,9 @@ std::string Suggestion(std::string_view word, const std::vector<std::string>& ca
 // A whole decimal number, or nothing: no blanks, no rest, no overflow.
 std::optional<int> WholeNumber(std::string_view text);
 
+// "did you mean "X"?" for a mistyped word, or all that is known when none is near.
+std::string Hint(const std::string& word, const std::vector<std::string>& known, const char* all);
+
 std::string InQuotes(const std::string& text);
 
 bool IsOneOf(const std::string& word, const std::vector<std::string>& words);

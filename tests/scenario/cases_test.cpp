@@ -62,7 +62,7 @@ TEST_F(CasesTest, PassingScenariosPassAndLeaveNothing) {
   const std::string before = Run(files);
   const std::string output = Run("velmo-rack test pass");
   EXPECT_EQ(shell.Status(), 0) << output;
-  EXPECT_THAT(output, testing::StartsWith("TAP version 13\n1..51\n# pass/alarm.toml, 2.831 s of the machine\n"
+  EXPECT_THAT(output, testing::StartsWith("TAP version 13\n1..59\n# pass/alarm.toml, 2.831 s of the machine\n"
                                           "ok 1 - alarm: cylinder 3.0 alarm within 10 ms after jam\n"));
   // An hour was allowed.
   EXPECT_THAT(output, testing::HasSubstr("# pass/ends-early.toml, 1.190 s of the machine\n"));
@@ -98,6 +98,26 @@ TEST_F(CasesTest, EveryMistakeOfAScenarioHasItsPlaceAndNothingRuns) {
       << "machine = \"machine\"\n[[expect]]\nthat = 5\nby = \"1 s\"\n[end]\nhold = [3]\n";
   EXPECT_EQ(Run("velmo-rack test bad.toml"),
             "bad.toml:3:8: a text in quotes is wanted here\nbad.toml:6:9: a text in quotes is wanted here\n");
+}
+
+TEST_F(CasesTest, ATimeOfTheRackFileIsChangedInOneRowOnly) {
+  shell.Run("printf '[slots]\\n2 = \"io\"\\n5 = \"cylinder\"\\n' > cases/machine/bare.toml");
+  const auto test = [&](const std::string& rack) {
+    std::ofstream(shell.Folder() / "cases/bad.toml") << "machine = \"machine\"\n[rack]\n"
+                                                     << rack << "\n[end]\nhold = [\"input 1.0 off\"]\n";
+    return Run("velmo-rack test bad.toml");
+  };
+  // A card without a name goes by its slot; one without settings has times, too.
+  EXPECT_THAT(test("file = \"bare.toml\"\n\"5.travel_time\" = \"10 ms\""), testing::HasSubstr("\nok 1 - "));
+  EXPECT_EQ(test("file = \"bare.toml\"\n\"6.travel_time\" = \"10 ms\""),
+            "bad.toml:4:19: nothing with a time is called \"6\" in the rack file; did you mean \"5\"?\n");
+  std::ofstream(shell.Folder() / "cases/machine/rack.toml", std::ios::app)
+      << "\n[[valve]]\noutput = \"horn\"\nsensor = \"clamped\"\n";
+  EXPECT_EQ(test("\"clamped.on_delay\" = \"10 ms\""),
+            "bad.toml:3:22: 2 rows of the rack file are called \"clamped\" and have \"on_delay\"\n");
+  std::ofstream(shell.Folder() / "cases/machine/rack.toml") << "[slots]\n2 = \"io\"\n";
+  EXPECT_EQ(test("\"clamped.on_delay\" = \"10 ms\""),
+            "bad.toml:3:22: nothing with a time is called \"clamped\" in the rack file\n");
 }
 
 TEST_F(CasesTest, AControllerThatEndsFailsWhatIsNotDecided) {
