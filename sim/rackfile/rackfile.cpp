@@ -509,6 +509,7 @@ void Reader::ReadThings(const Value& root) {
       const Value* name = Get(*table, thing.name);
       row_ = name != nullptr && name->is_string() ? name->as_string().str : "";
       (this->*thing.read)(*table);
+      row_.clear();
     }
   }
 }
