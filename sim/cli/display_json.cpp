@@ -73,7 +73,8 @@ const char* ModeWord(TimeMode mode) {
 
 Json Time(const Snapshot& snapshot) {
   const StandingView& at = snapshot.standing;
-  Json json = {{"mode", ModeWord(snapshot.timeMode)}, {"stands", at.stands}};
+  Json json = {
+      {"mode", ModeWord(snapshot.timeMode)}, {"stands", at.stands}, {"could_not_go_on", snapshot.broken}};
   if (!at.stands) return json;
   if (at.task != 0)
     json["before"] = {{"task", at.task}, {"file", at.file}, {"line", at.line}, {"text", at.text}};

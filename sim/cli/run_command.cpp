@@ -23,8 +23,17 @@ namespace rack::cli {
 
 namespace {
 
+// Where --until lets time stand; the text says what is wrong, and why time would never come there.
+std::string ChoosePlace(const RunOptions& options, const RackImage& image, TimeCommand& command) {
+  if (options.until.empty()) return "";
+  std::string wrong = ParsePlace(options.until, command);
+  if (!wrong.empty()) return wrong;
+  return WhyNever(options.directory, command, TaskCount(options.tasks, image.cards[0].cpu));
+}
+
 // How the options say that time goes; the text says what is wrong.
-std::string ChooseTime(const RunOptions& options, TimeSetup& setup, TimeCommand& command) {
+std::string ChooseTime(const RunOptions& options, RackSetup& rack, TimeCommand& command) {
+  TimeSetup& setup = rack.time;
   std::string wrong = ParseTime(options.time, setup);
   if (!wrong.empty()) return wrong;
   setup.seed = options.seed;
@@ -38,7 +47,7 @@ std::string ChooseTime(const RunOptions& options, TimeSetup& setup, TimeCommand&
   const bool controlled = options.stopped || options.seed != 0 || !options.until.empty();
   if (controlled && setup.mode != TimeMode::Virtual)
     return "--seed, --until and --stopped want --time virtual";
-  return options.until.empty() ? "" : ParsePlace(options.until, command);
+  return ChoosePlace(options, rack.image, command);
 }
 
 // Real and scaled time: whether the run has lasted as long as it is to last.
@@ -142,7 +151,7 @@ int Run(const RunOptions& options) {
     return kFailed;
   }
   TimeCommand command{};
-  const std::string wrongTime = ChooseTime(options, setup->time, command);
+  const std::string wrongTime = ChooseTime(options, *setup, command);
   if (!wrongTime.empty()) return Complain(kWrongUse, wrongTime);
   setup->image.restartFails = options.restartFails ? 1 : 0;
 

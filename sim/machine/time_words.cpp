@@ -61,15 +61,19 @@ std::string WhyNever(const std::string& directory, const TimeCommand& place, int
          Trimmed((*lines)[next]);
 }
 
+int TaskCount(const std::string& argument, const CpuCardState& cpu) {
+  const int count = argument.empty() ? cpu.taskCount : ToNumber<int>(argument.c_str());
+  return count > kTasks ? 1 : count;
+}
+
 int TaskCount(const RackState& state) {
   std::ifstream file("/proc/" + std::to_string(state.live.controller.process) + "/cmdline", std::ios::binary);
   std::string program;
   std::string argument;
   std::getline(file, program, '\0');
   if (!file) return 0;
-  const bool given = static_cast<bool>(std::getline(file, argument, '\0'));
-  const int count = given ? ToNumber<int>(argument.c_str()) : state.live.cards[0].cpu.taskCount;
-  return count > kTasks ? 1 : count;
+  std::getline(file, argument, '\0');
+  return TaskCount(argument, state.live.cards[0].cpu);
 }
 
 std::string PlaceText(const TimeCommand& command) {

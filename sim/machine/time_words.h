@@ -18,7 +18,9 @@ std::string ParsePlace(const std::string& word, TimeCommand& command);
 // nothing to execute. Empty when it can. `tasks`: how many PLC tasks it has, 0 when that is not known.
 std::string WhyNever(const std::string& directory, const TimeCommand& place, int tasks);
 
-// How many PLC tasks the running controller has made of its argument and the switch of its CPU card.
+// How many PLC tasks a controller makes of its argument, empty: none, and the switch of its CPU card.
+int TaskCount(const std::string& argument, const CpuCardState& cpu);
+// The same for the running controller; 0 when none runs.
 int TaskCount(const RackState& state);
 
 // "task 1 at plc1/FLOW.PLC:12": where a command lets time stand.

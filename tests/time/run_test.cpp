@@ -203,6 +203,7 @@ TEST_F(TimeRunTest, TenMinutesAreOverSoonAndAScaledRunAsSoonAsItSays) {
   rack::Machine machine;
   ASSERT_EQ(machine.Open("."), "");
   EXPECT_EQ(machine.Take().nowNanos, 600 * kSecond);
+  EXPECT_THAT(Say({"show", "--json"}), HasSubstr("\"could_not_go_on\": \"\""));
 
   const auto start = std::chrono::steady_clock::now();
   Run({"--time", "30", "--tasks", "1", "--for", "30s"});
@@ -278,6 +279,8 @@ TEST_F(TimeRunTest, WhatIsNotAnsweredEndsTheRunAtOnceByItsName) {
                 testing::StartsWith("velmo-rack library: the main thread calls " + std::string(call)));
     EXPECT_THAT(Read("console"), HasSubstr(", which virtual time does not answer, at 0.0000"));
     EXPECT_THAT(Say({"show"}), HasSubstr("time could not go on: the main thread calls " + std::string(call)));
+    EXPECT_THAT(Say({"show", "--json"}),
+                HasSubstr("\"could_not_go_on\": \"the main thread calls " + std::string(call)));
   }
 }
 
@@ -334,6 +337,7 @@ TEST_F(TimeRunTest, ADeadlockEndsTheRunWhereItCloses) {
     EXPECT_THAT(Read("console"), testing::StartsWith("velmo-rack library: deadlock at 0.00"));
     EXPECT_THAT(Read("console"), testing::EndsWith(text));
     EXPECT_THAT(Say({"show"}), HasSubstr(std::string("time could not go on: deadlock at 0.00")));
+    EXPECT_THAT(Say({"show", "--json"}), HasSubstr("\"could_not_go_on\": \"deadlock at 0.00"));
   }
 }
 

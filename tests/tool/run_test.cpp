@@ -268,6 +268,23 @@ TEST_F(RunTest, KeyTellsWhoSleptThroughIt) {
 
 TEST_F(RunTest, UntilRefusesWhatNeverComesAndShowTellsWhereTimeStands) {
   std::ofstream(machine / "plc1/RESET.PLC") << "; rest\nOUT: 1, 2, 0\nEXIT";
+  const std::string refusals =
+      "velmo-rack: the machine has no task 3: it runs 2\n"
+      "velmo-rack: there is no file plc1/REST.PLC\n"
+      "velmo-rack: there is no line plc1/RESET.PLC:4: the file has 3\n"
+      "velmo-rack: plc1/RESET.PLC:1 holds no command: the next one is 2  OUT: 1, 2, 0\n";
+  const auto run = [&](const char* place, const char* tasks = "") {
+    return Tool({"run", machine, "--tasks", tasks, "--time", "virtual", "--until", place});
+  };
+  EXPECT_EQ(run("2:FLOW.PLC:1", "1"), 2);
+  EXPECT_THAT(Output(), testing::EndsWith("velmo-rack: the machine has no task 2: it runs 1\n"));
+  EXPECT_EQ(run("3:RESET.PLC:2"), 2);
+  EXPECT_EQ(run("1:REST.PLC:2"), 2);
+  EXPECT_EQ(run("1:RESET.PLC:4"), 2);
+  EXPECT_EQ(run("1:RESET.PLC:1"), 2);
+  EXPECT_THAT(Output(), testing::EndsWith(refusals));
+  EXPECT_FALSE(std::filesystem::exists(machine / ".velmo-rack/state"));
+
   Run({"--time", "virtual", "--until", "1:RESET.PLC:2"});
   Machine view;
   ASSERT_EQ(view.Open(machine), "");
@@ -277,12 +294,7 @@ TEST_F(RunTest, UntilRefusesWhatNeverComesAndShowTellsWhereTimeStands) {
   EXPECT_EQ(until("1:REST.PLC:2"), 2);
   EXPECT_EQ(until("1:RESET.PLC:4"), 2);
   EXPECT_EQ(until("1:RESET.PLC:1"), 2);
-  EXPECT_THAT(Output(),
-              testing::HasSubstr("velmo-rack: the machine has no task 3: it runs 2\n"
-                                 "velmo-rack: there is no file plc1/REST.PLC\n"
-                                 "velmo-rack: there is no line plc1/RESET.PLC:4: the file has 3\n"
-                                 "velmo-rack: plc1/RESET.PLC:1 holds no command: the next one is 2  "
-                                 "OUT: 1, 2, 0\n"));
+  EXPECT_THAT(Output(), testing::EndsWith(refusals));
   EXPECT_EQ(Tool({"show", "--machine", machine}), 0);
   EXPECT_THAT(Output(),
               testing::HasSubstr("\ntime stands, task 1 before plc1/RESET.PLC:2  OUT: 1, 2, 0; go, step or "
