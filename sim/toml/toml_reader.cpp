@@ -10,6 +10,8 @@
 #include <sstream>
 #include <utility>
 
+#include "toml/characters.h"
+#include "toml/nesting.h"
 #include "toml/times.h"
 #include "toml/words.h"
 
@@ -21,14 +23,55 @@ std::string PlaceText(const std::string& name, std::size_t line, std::size_t col
   return name + ":" + std::to_string(line) + ":" + std::to_string(column) + ": ";
 }
 
+// A part of a text, from `begin` to the end of its line, without blanks around it.
+std::string LineBehind(const std::string& text, std::size_t begin) {
+  const std::string line = text.substr(begin, text.find('\n', begin) - begin);
+  const std::size_t first = line.find_first_not_of(' ');
+  return first == std::string::npos ? "" : line.substr(first, line.find_last_not_of(' ') - first + 1);
+}
+
+bool StartsWith(const std::string& text, std::string_view start) {
+  return text.compare(0, start.size(), start) == 0;
+}
+
+// The parser's first line, "[error] toml::parse_key: message", without what it says of itself; some have no message there,
+// but only at the mark below the line of the file.
+std::string ParserMessage(const std::string& text) {
+  constexpr std::string_view kError = "[error] ";
+  constexpr std::string_view kMark = "^---";
+  std::string message = LineBehind(text, StartsWith(text, kError) ? kError.size() : 0);
+  if (StartsWith(message, "toml::") || StartsWith(message, "parse_")) {
+    message.erase(0, std::min(message.find(' '), message.size() - 1) + 1);
+  }
+  if (!message.empty()) return message;
+  const std::size_t mark = text.rfind(kMark);
+  if (mark != std::string::npos) message = LineBehind(text, mark + kMark.size());
+  return message.empty() ? "this is no TOML" : message;
+}
+
 // What the parser has against a file, as one line.
 std::string SyntaxError(const std::string& name, const toml::exception& error) {
-  std::string message = error.what();
-  message = message.substr(0, message.find('\n'));
-  // The parser's own function name stands in front.
-  const std::size_t colon = message.find(": ");
-  if (colon != std::string::npos) message.erase(0, colon + 2);
-  return PlaceText(name, error.location().line(), error.location().column()) + message;
+  return PlaceText(name, error.location().line(), error.location().column()) +
+         Printable(ParserMessage(error.what()));
+}
+
+struct Refusal {
+  std::size_t at;
+  std::string message;
+};
+
+// What the parser itself would stumble over; nothing for a text that it can be given.
+std::optional<Refusal> WhyNotParse(const std::string& text) {
+  for (std::size_t at = 0; at < text.size();) {
+    const Character character = CharacterAt(text, at);
+    if (character.code == kNoCharacter)
+      return Refusal{at, "the byte " + Printable(text.substr(at, 1)) + " is no UTF-8"};
+    at += character.size;
+  }
+  const std::optional<std::size_t> deep = TooDeepAt(text);
+  if (!deep) return std::nullopt;
+  return Refusal{*deep, "tables, lists or parts of a key lie in each other more than " +
+                            std::to_string(kMostNesting) + " deep"};
 }
 
 std::string Hint(const std::string& word, const std::vector<std::string>& known, const char* all) {
@@ -58,6 +101,13 @@ bool TomlReader::ReadFile() {
 }
 
 bool TomlReader::ReadText(const std::string& text) {
+  if (const std::optional<Refusal> refusal = WhyNotParse(text)) {
+    const std::string before = text.substr(0, refusal->at);
+    const std::size_t lineStart = before.rfind('\n') + 1;  // 0 in the first line
+    const auto line = static_cast<std::size_t>(std::count(before.begin(), before.end(), '\n')) + 1;
+    errors_.push_back(PlaceText(name_, line, refusal->at - lineStart + 1) + refusal->message);
+    return false;
+  }
   const std::size_t before = errors_.size();
   try {
     std::istringstream stream(text);
@@ -66,7 +116,7 @@ bool TomlReader::ReadText(const std::string& text) {
   } catch (const toml::exception& error) {
     errors_.push_back(SyntaxError(name_, error));
   } catch (const std::exception& error) {
-    errors_.push_back(name_ + ": " + error.what());
+    errors_.push_back(PlaceText(name_, 1, 1) + "the file cannot be read as TOML: " + error.what());
   }
   return errors_.size() == before;
 }
@@ -86,7 +136,7 @@ void TomlReader::Report() {
     return std::pair(a.line, a.column) < std::pair(b.line, b.column);
   });
   for (const Finding& finding : findings_) {
-    errors_.push_back(PlaceText(name_, finding.line, finding.column) + finding.message);
+    errors_.push_back(PlaceText(name_, finding.line, finding.column) + Printable(finding.message));
   }
 }
 
