@@ -10,6 +10,7 @@
 #include <sstream>
 #include <utility>
 
+#include "toml/characters.h"
 #include "toml/nesting.h"
 #include "toml/times.h"
 #include "toml/words.h"
@@ -22,14 +23,47 @@ std::string PlaceText(const std::string& name, std::size_t line, std::size_t col
   return name + ":" + std::to_string(line) + ":" + std::to_string(column) + ": ";
 }
 
+// A part of a text, from `begin` to the end of its line, without blanks around it.
+std::string LineBehind(const std::string& text, std::size_t begin) {
+  const std::string line = text.substr(begin, text.find('\n', begin) - begin);
+  const std::size_t first = line.find_first_not_of(' ');
+  return first == std::string::npos ? "" : line.substr(first, line.find_last_not_of(' ') - first + 1);
+}
+
+bool StartsWith(const std::string& text, std::string_view start) {
+  return text.compare(0, start.size(), start) == 0;
+}
+
+// The parser's first line, "[error] toml::parse_key: message", without what it says of itself; some have no message there,
+// but only at the mark below the line of the file.
+std::string ParserMessage(const std::string& text) {
+  constexpr std::string_view kError = "[error] ";
+  constexpr std::string_view kMark = "^---";
+  std::string message = LineBehind(text, StartsWith(text, kError) ? kError.size() : 0);
+  if (StartsWith(message, "toml::") || StartsWith(message, "parse_")) {
+    message.erase(0, std::min(message.find(' '), message.size() - 1) + 1);
+  }
+  if (!message.empty()) return message;
+  const std::size_t mark = text.rfind(kMark);
+  if (mark != std::string::npos) message = LineBehind(text, mark + kMark.size());
+  return message.empty() ? "this is no TOML" : message;
+}
+
 // What the parser has against a file, as one line.
 std::string SyntaxError(const std::string& name, const toml::exception& error) {
-  std::string message = error.what();
-  message = message.substr(0, message.find('\n'));
-  // The parser's own function name stands in front.
-  const std::size_t colon = message.find(": ");
-  if (colon != std::string::npos) message.erase(0, colon + 2);
-  return PlaceText(name, error.location().line(), error.location().column()) + message;
+  return PlaceText(name, error.location().line(), error.location().column()) +
+         Printable(ParserMessage(error.what()));
+}
+
+// The first byte that is no character, which the parser would throw something else for; the size of the text if all are.
+std::size_t FirstBroken(const std::string& text) {
+  std::size_t at = 0;
+  while (at < text.size()) {
+    const Character character = CharacterAt(text, at);
+    if (character.code == kNoCharacter) break;
+    at += character.size;
+  }
+  return at;
 }
 
 }  // namespace
@@ -59,6 +93,15 @@ bool TomlReader::ReadFile() {
 }
 
 bool TomlReader::ReadText(const std::string& text) {
+  const std::size_t broken = FirstBroken(text);
+  if (broken < text.size()) {
+    const std::string ahead = text.substr(0, broken);
+    const auto line = static_cast<std::size_t>(std::count(ahead.begin(), ahead.end(), '\n')) + 1;
+    const std::size_t column = broken - (ahead.rfind('\n') + 1) + 1;  // 0 stands for no line feed
+    errors_.push_back(PlaceText(name_, line, column) + "the byte " + Printable(text.substr(broken, 1)) +
+                      " is no UTF-8");
+    return false;
+  }
   const std::size_t before = errors_.size();
   if (const std::optional<TextPlace> deep = TooDeep(text)) {
     errors_.push_back(PlaceText(name_, deep->line, deep->column) + "nested too deep: at most " +
@@ -72,7 +115,7 @@ bool TomlReader::ReadText(const std::string& text) {
   } catch (const toml::exception& error) {
     errors_.push_back(SyntaxError(name_, error));
   } catch (const std::exception& error) {
-    errors_.push_back(name_ + ": " + error.what());
+    errors_.push_back(PlaceText(name_, 1, 1) + "the file cannot be read as TOML: " + error.what());
   }
   return errors_.size() == before;
 }
@@ -92,7 +135,7 @@ void TomlReader::Report() {
     return std::pair(a.line, a.column) < std::pair(b.line, b.column);
   });
   for (const Finding& finding : findings_) {
-    errors_.push_back(PlaceText(name_, finding.line, finding.column) + finding.message);
+    errors_.push_back(PlaceText(name_, finding.line, finding.column) + Printable(finding.message));
   }
 }
 

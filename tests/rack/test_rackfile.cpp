@@ -1,3 +1,7 @@
+#include <gmock/gmock.h>
+
+#include <random>
+
 #include "rack_fixture.h"
 
 namespace {
@@ -253,7 +257,73 @@ TEST(RackFileTest, WhatAnExplorationCannotBeIsRefused) {
 }
 
 TEST(RackFileTest, BadTomlIsOneErrorWithItsPlace) {
-  EXPECT_EQ(ErrorsOf("[rack]\ntask_count 3\n"), "rack.toml:2:1: missing key-value separator `=`\n");
+  const std::pair<std::string, std::string> files[] = {
+      {"[rack]\ntask_count 3\n", "2:1: missing key-value separator `=`"},
+      {"a = tru\n", "1:1: the next token is not a boolean"},
+      {"a = 0x\n", "1:1: the next token is not an integer"},
+      {"a = 0b2\n", "1:1: the next token is not an integer"},
+      {"a = 0o8\n", "1:1: the next token is not an integer"},
+      {"a = 01\n", "1:1: bad integer: leading zero"},
+      {"a = 1.\n", "1:1: bad float: invalid format"},
+      {"= 3\n", "1:1: empty key is not allowed."},
+      {"[", "1:1: an invalid key appeared."},
+      {"[rack]\n" + std::string(1, '\0'), "2:1: an invalid key appeared."},
+      {"a = \"\xFF\"\n", "1:6: the byte \\xff is no UTF-8"},
+      {"[rack]\n\na = '\xC3\xA4\xC3'\n", "3:8: the byte \\xc3 is no UTF-8"},
+      {"[inputs]\na = \"no\\nne\"\n", "2:5: no input is called \"no\\x0ane\""}};
+  for (const auto& [text, error] : files) EXPECT_EQ(ErrorsOf(text), "rack.toml:" + error + "\n");
+  EXPECT_EQ(ErrorsOf("\xEF\xBB\xBF[rack]\ntask_count = 2\n"), "");
+}
+
+TEST(RackFileTest, WhatLiesInEachOtherTooDeepIsRefusedBeforeItIsParsed) {
+  const auto times = [](int count, const std::string& part) {
+    std::string text;
+    for (int i = 0; i < count; ++i) text += part;
+    return text;
+  };
+  const std::string deep = "nested too deep: at most 64 brackets, or parts of a key\n";
+  EXPECT_EQ(ErrorsOf("[rack]\na = " + times(200000, "[")), "rack.toml:2:69: " + deep);
+  EXPECT_EQ(ErrorsOf("a = " + times(200000, "{a=")), "rack.toml:1:197: " + deep);
+  EXPECT_EQ(ErrorsOf("a" + times(200000, ".a") + " = 1"), "rack.toml:1:128: " + deep);
+  // Brackets and dots in strings and comments, or one after the other, are not deep.
+  const std::string flat = "a = [" + times(100, "[1.5, '[', \"\\\"[\"],") + "]\n";
+  const std::string words = "b = \"\"\"\n\"" + times(100, "[") + "\"\"\"\nc = '" + times(100, "{.") + "' # " +
+                            times(100, "[") + "\n";
+  EXPECT_THAT(ErrorsOf(flat + words), testing::StartsWith("rack.toml:1:5: unknown word \"a\""));
+  EXPECT_THAT(ErrorsOf("a = " + times(64, "[") + times(64, "]")), testing::HasSubstr("unknown word"));
+}
+
+TEST(RackFileTest, EachErrorOfABrokenFileHasItsPlaceAndAText) {
+  const std::string good =
+      "[rack]\ntask_count = 2\nbus_access_ns = 1_000\non_at_start = true\n[slots]\n2 = \"io\"\n"
+      "5 = { card = \"cylinder\", travel_time = \"1.5 s\", strict = true }\n[inputs]\nhome = \"0.15\" # no "
+      "comment\n[[cylinder]]\ncylinder = \"2.0\"\nswitches = { 15 = '0.4', 0 = \"\"\"0.5\"\"\" }\n";
+  const std::string pieces("[]{}=\"'.,#\n\r\\_0x\0\x01\x7F\xC3\xFF", 21);
+  std::mt19937 random(1);
+  const auto below = [&](std::size_t limit) { return random() % limit; };
+  const testing::Matcher<std::string> rightLine =
+      testing::MatchesRegex("rack\\.toml:[1-9][0-9]*:[1-9][0-9]*: .*[A-Za-z].*");
+  std::size_t broken = 0;
+  for (int i = 0; i < 600; ++i) {
+    std::string text = good;
+    for (std::size_t slips = 1 + below(3); slips > 0; --slips) {
+      const std::size_t at = below(text.size());
+      const char piece = pieces[below(pieces.size())];
+      const std::size_t way = below(8);
+      if (way == 0) text.resize(at + 1);
+      if (way == 1 || way == 2) text.erase(at, 1 + below(4));
+      if (way >= 3 && way <= 5) text.insert(at, 1, piece);
+      if (way >= 6) text[at] = piece;
+      if (text.empty()) text = piece;
+    }
+    const auto setup = std::make_unique<rack::RackSetup>();
+    std::vector<std::string> errors;
+    const bool right = rack::ReadRackText(text, "rack.toml", *setup, errors);
+    EXPECT_EQ(right, errors.empty());
+    EXPECT_THAT(errors, testing::Each(rightLine)) << text;
+    if (!errors.empty()) ++broken;
+  }
+  EXPECT_GT(broken, 300U);
 }
 
 TEST(RackFileTest, RulesThatTheCheckerIgnoresAreNotedWithTheirPlace) {
