@@ -36,7 +36,7 @@ struct KEPTHEAD {
 // One of the two outputs, with what it has not taken yet, in order.
 class Output {
  public:
-  constexpr explicit Output(int descriptor) : Descriptor(descriptor) {}
+  constexpr Output(int descriptor, char (&kept)[KEPTSIZE]) : Descriptor(descriptor), Kept(kept) {}
 
   void SetSocket() { IsSocket = true; }
 
@@ -175,7 +175,7 @@ class Output {
   bool IsSocket = false;
   char Rest[RESTSIZE] = {};  // of a line that was taken in part
   size_t RestLength = 0;
-  char Kept[KEPTSIZE] = {};  // heads with their lines, from Begin to End
+  char (&Kept)[KEPTSIZE];  // heads with their lines, from Begin to End
   size_t Begin = 0;
   size_t End = 0;
   size_t Last = 0;  // the head that was put there last
@@ -183,8 +183,11 @@ class Output {
 
 // Guards both outputs, and with them the order of the lines. A leaf: nothing is taken and nobody waits under it.
 pthread_mutex_t ConsoleLock = PTHREAD_MUTEX_INITIALIZER;
-Output Lines(STDOUT_FILENO);
-Output Errors(STDERR_FILENO);
+// Not within the outputs, whose descriptors are not 0: the program's file would carry 128 KB of zeros.
+char KeptLines[KEPTSIZE];
+char KeptErrors[KEPTSIZE];
+Output Lines(STDOUT_FILENO, KeptLines);
+Output Errors(STDERR_FILENO, KeptErrors);
 
 // A pipe or terminal that is opened again can be told not to wait without telling whoever else has it open. One that
 // cannot be opened stays as it is. O_NOCTTY: a serial line must not become the controlling terminal.
