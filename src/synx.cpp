@@ -32,23 +32,33 @@ constexpr bool RowsInIndexOrder() {
 static_assert(sizeof INDICES == SYNMAX * sizeof(int) && RowsInIndexOrder(),
               "one row per command, in index order");
 
-constexpr std::string_view BLANKS = " \n\r\t";
+bool IsBlank(char character) {
+  return character == ' ' || character == '\n' || character == '\r' || character == '\t';
+}
 
+// An empty one lies at the end of the text.
 std::string_view Trimmed(std::string_view text) {
-  const size_t start = text.find_first_not_of(BLANKS);
-  if (start == text.npos) return text.substr(text.size());
-  return text.substr(start, text.find_last_not_of(BLANKS) + 1 - start);
+  while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
+  while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
+  return text;
+}
+
+// Where the separator stands next, or the text ends.
+size_t NextCut(std::string_view text, size_t from, char separator) {
+  while (from < text.size() && text[from] != separator) ++from;
+  return from;
 }
 
 // The text cut at every separator: piece number idx, if there is one. Empty pieces count, a last empty one
 // too.
 bool Piece(std::string_view text, int idx, char separator, std::string_view* piece) {
+  size_t start = 0;
   for (; idx > 0; --idx) {
-    const size_t cut = text.find(separator);
-    if (cut == text.npos) return false;
-    text.remove_prefix(cut + 1);
+    const size_t cut = NextCut(text, start, separator);
+    if (cut == text.size()) return false;
+    start = cut + 1;
   }
-  *piece = text.substr(0, text.find(separator));
+  *piece = text.substr(start, NextCut(text, start, separator) - start);
   return true;
 }
 
@@ -76,13 +86,14 @@ class LineReader {
 
  private:
   LINEFAULT ReadLine(bool needsParam) {
-    if (std::strlen(Line) > static_cast<size_t>(MAXLINELENGTH)) {
+    const std::string_view line = Line;
+    if (line.size() > static_cast<size_t>(MAXLINELENGTH)) {
       return Fault(LINEFAULT::TooLong, Line + MAXLINELENGTH);
     }
-    std::string_view comment;
-    if (Piece(Line, 1, ';', &comment)) Result.Comment = Trimmed(comment);
     std::string_view code;
-    Piece(Line, 0, ';', &code);
+    Piece(line, 0, ';', &code);
+    std::string_view comment;
+    if (Piece(line.substr(code.size()), 1, ';', &comment)) Result.Comment = Trimmed(comment);
     if (Trimmed(code).empty()) return Fault(LINEFAULT::Empty, Line);
 
     std::string_view keyword;
@@ -151,7 +162,9 @@ class LineReader {
   }
 
   LINEFAULT TooFewFields() {
-    return Fault(LINEFAULT::TooFewFields, Arguments.data() + (Arguments.find_last_not_of(BLANKS) + 1));
+    std::string_view written = Arguments;
+    while (!written.empty() && IsBlank(written.back())) written.remove_suffix(1);
+    return Fault(LINEFAULT::TooFewFields, written.data() + written.size());
   }
 
   LINEFAULT Fault(LINEFAULT fault, const char* place) {
@@ -179,6 +192,11 @@ void ExplainLine(const char* line, EXPLAINEDLINE* result, bool needsParam) {
 }
 
 bool IsLabel(const char* line, int* number) {
+  // Said of nearly every line that a search passes, and at once.
+  const char* start = line;
+  while (IsBlank(*start)) ++start;
+  if (*start != SYNXCMD[SYN_LINE][0]) return false;
+
   std::string_view piece;
   Piece(line, 0, ':', &piece);
   SYNXIDX keyword = SYN_NUL;

@@ -32,6 +32,26 @@ TEST(Console, OneCallIsOneWriteWithThePrefixOfItsTask) {
   EXPECT_EQ(writes[5].size(), 4095u);
 }
 
+TEST(Console, ALineReadsAsTheCLibraryWouldPrintIt) {
+  Capture console(STDOUT_FILENO);
+  Console("%d%d %s|%s|%%\n", INT_MIN, INT_MAX, "", "two words");
+  Console("%d %s %5d[%-3s]%x %u %lld\n", -1, "a", 42, "b", 255u, 7u, -5LL);
+  // A number, a text and what is printed by the library, each at the end of the room.
+  const std::string nearly(4093, 'x');
+  Console("%s%d", nearly.c_str(), -123);
+  Console("%s%s", nearly.c_str(), "abc");
+  Console("%sabc", nearly.c_str());
+  Console("%s%x", nearly.c_str(), 0xabcu);
+  const std::vector<std::string> writes = console.Writes();
+  ASSERT_EQ(writes.size(), 6u);
+  EXPECT_EQ(writes[0], "-21474836482147483647 |two words|%\n");
+  EXPECT_EQ(writes[1], "-1 a    42[b  ]ff 7 -5\n");
+  EXPECT_EQ(writes[2], nearly + "-1");
+  EXPECT_EQ(writes[3], nearly + "ab");
+  EXPECT_EQ(writes[4], nearly + "ab");
+  EXPECT_EQ(writes[5], nearly + "ab");
+}
+
 TEST(Console, LinesOfTwoThreadsStayWholeAndALostConsoleIsBorne) {
   Capture console(STDOUT_FILENO);
   const auto talk = [](int task) {

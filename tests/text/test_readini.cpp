@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdlib>
 #include <string>
 
 #include "numbers.h"
@@ -166,6 +167,11 @@ TEST(Trim, RemovesAtTheEnds) {
 }
 
 TEST(Numbers, HaveADefinedResultForAnyDigits) {
+  for (const char* text :
+       {"", " ", "-", "+", "+7", "-+7", "--7", "\v\f\r\n7", "0x7", "007", "- 7", "7 8", "9223372036854775807",
+        "9223372036854775808", "-9223372036854775808", "-9223372036854775809", "92233720368547758070"}) {
+    EXPECT_EQ(ToWideNumber(text), std::strtoll(text, nullptr, 10)) << text;
+  }
   EXPECT_EQ(ToNumber<int>(" \t-12abc"), -12);
   EXPECT_EQ(ToNumber<int>("abc"), 0);
   EXPECT_EQ(ToNumber<int>("4294967297"), 1);
