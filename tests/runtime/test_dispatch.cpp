@@ -5,6 +5,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "drvlib.h"
@@ -101,6 +102,7 @@ std::string LineAfterGo(const std::string& program, int number, int expected) {
 TEST(GoFileLine, StandsBehindTheFirstLabelOfThatNumber) {
   EXPECT_EQ(LineAfterGo("a\n#LE: 3\nfirst\n#LE: 3\nsecond\n", 3, 1), "first\n");
   EXPECT_EQ(LineAfterGo(" #le :4x ; loop: 5\r\nb\n", 4, 1), "b\n");
+  EXPECT_EQ(LineAfterGo("\t \r#LE\t: 4\nb\n", 4, 1), "b\n");
   EXPECT_EQ(LineAfterGo("#LE\n#LE: 30\n#LEX: 3\n#LE: -3:3\nb\n", 3, 0), "-");
   EXPECT_EQ(LineAfterGo("#LE: 3", 3, 1), "-");
   EXPECT_EQ(LineAfterGo("#LE:\nb\n", 0, 1), "b\n");
@@ -109,6 +111,28 @@ TEST(GoFileLine, StandsBehindTheFirstLabelOfThatNumber) {
   EXPECT_EQ(LineAfterGo(std::string(900, 'x') + ":3\n#LE:3\nb\n", 3, 1), "b\n");
   EXPECT_EQ(LineAfterGo(std::string(1023, 'x') + "#LE:3\nb\n", 3, 1), "b\n");
   EXPECT_EQ(GoFileLine(nullptr, 3), 0);
+}
+
+TEST(KeyMailbox, AKeyWakesWhoeverWaitsForOneInThatEntry) {
+  KEYENTRY entries[2];
+  HKEY seen[2] = {};
+  const auto wait = [&](int i) {
+    entries[i].WaitForKey();
+    seen[i] = entries[i];
+  };
+  std::thread first(wait, 0);
+  std::thread second(wait, 1);
+  for (KEYENTRY& entry : entries) entry = HKEY_NUL;
+  EXPECT_EQ(entries[1] = HKEY_Enter, HKEY_Enter);
+  second.join();
+  entries[0] = HKEY_Dec;
+  first.join();
+  EXPECT_EQ(seen[0], HKEY_Dec);
+  EXPECT_EQ(seen[1], HKEY_Enter);
+  // At once while the entry holds one, and not after it has gone.
+  entries[0].WaitForKey();
+  entries[0] = HKEY_NUL;
+  EXPECT_EQ(entries[0].load(), HKEY_NUL);
 }
 
 using TaskPlc = ScratchTest;

@@ -65,7 +65,7 @@ TEST_F(CasesTest, PassingScenariosPassAndLeaveNothing) {
   EXPECT_THAT(output, testing::StartsWith("TAP version 13\n1..59\n# pass/alarm.toml, 2.831 s of the machine\n"
                                           "ok 1 - alarm: cylinder 3.0 alarm within 10 ms after jam\n"));
   // An hour was allowed.
-  EXPECT_THAT(output, testing::HasSubstr("# pass/ends-early.toml, 1.190 s of the machine\n"));
+  EXPECT_THAT(output, testing::HasSubstr("# pass/ends-early.toml, 1.170 s of the machine\n"));
   EXPECT_EQ(Run(files), before);
   EXPECT_EQ(Run("find machine -name .velmo-rack"), "");
 }
@@ -210,11 +210,11 @@ TEST_F(CasesTest, JunitHasEveryExpectation) {
       testing::StartsWith(
           "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites>\n"
           "  <testsuite name=\"level\" tests=\"3\" failures=\"0\" errors=\"0\" skipped=\"0\" "
-          "time=\"1.190\">\n"
+          "time=\"1.170\">\n"
           "    <testcase classname=\"level\" name=\"clamped on by 2 s\" file=\"pass/level.toml\" line=\"10\" "
-          "time=\"1.190\" />\n"));
+          "time=\"1.170\" />\n"));
   EXPECT_THAT(xml,
-              testing::HasSubstr("<failure message=\"at 3.011 s, the end: counter parts is 2 since 1.991 s\">"
+              testing::HasSubstr("<failure message=\"at 2.991 s, the end: counter parts is 2 since 1.971 s\">"
                                  "fail/end.toml:17\n"));
   EXPECT_THAT(xml,
               testing::EndsWith(
