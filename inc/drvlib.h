@@ -4,6 +4,7 @@
 
 #include <pthread.h>
 
+#include "locks.h"
 #include "public.h"
 
 class CkOVA_MANAGER;
@@ -160,6 +161,8 @@ extern pthread_mutex_t HardLockOut;  // made, taken by nobody
 extern pthread_mutex_t HardLockIn;   // made, taken by nobody
 extern pthread_mutex_t HardLock;     // one slot selection with one transfer on the bus
 extern pthread_mutex_t DispLock;     // one Wprintf line
+inline LOCKROLE HardRole;
+inline LOCKROLE DispRole;
 
 // A console line tagged with its task ("PLC3: "; 0 "PLCKey: ", 9 "PLCNet: "), under DispLock, in one write.
 // The format carries the line feed. Always -1.

@@ -59,15 +59,16 @@ class CkOVA_ASDA : public MotionCard<CkOVA_ASDA> {
   unsigned short ServoNumStopM8Addr = 28;  // W ch stop count, bits 16 to 23
   unsigned short ServoNumStopH8Addr = 29;  // W ch stop count, bits 24 to 31
 
-  // What the last move was programmed with. Under CardLock.
-  unsigned char ServoMotorCtrlReg = 0;
-  unsigned char ServoFreqReg = 0;
-  unsigned int ServoNumReg = 0;
-  unsigned int ServoNumStopReg = 0;
+  // What the last move was programmed with.
+  unsigned char ServoMotorCtrlReg GUARDED_BY(CardLock) = 0;
+  unsigned char ServoFreqReg GUARDED_BY(CardLock) = 0;
+  unsigned int ServoNumReg GUARDED_BY(CardLock) = 0;
+  unsigned int ServoNumStopReg GUARDED_BY(CardLock) = 0;
 
  private:
-  // As the public operations, with CardLock held by the caller.
-  void ProgramControl(unsigned char ChIdx, unsigned char control);
-  void ProgramRun(unsigned char ChIdx, unsigned char StepFreq, unsigned int StepNum,
-                  unsigned int StepStopNum);
+  void Run(unsigned char ChIdx, const MotFields& mot);
+  // As the public operations.
+  void ProgramControl(unsigned char ChIdx, unsigned char control) REQUIRES(CardLock);
+  void ProgramRun(unsigned char ChIdx, unsigned char StepFreq, unsigned int StepNum, unsigned int StepStopNum)
+      REQUIRES(CardLock);
 };

@@ -76,20 +76,21 @@ class CkOVA_CYMSTR : public CardBody<CkOVA_CYMSTR> {
   unsigned int DGDirectAddr = 8;  // -    not used
   unsigned char SlotID = 1;
 
-  // Channels that have been reset, in the order of their first reset; -100: free. Under CardLock, as are
-  // ValidChIdxPos, ErrDGChIdx and OutDGReg.
-  int ValidChIdx[MAXDGNUM] = {-100, -100, -100};
-  int ValidChIdxPos = 0;  // entries in use
-  int ErrDGChIdx = -100;  // channel found by FindDGAlarm
+  // Channels that have been reset, in the order of their first reset; -100: free.
+  int ValidChIdx[MAXDGNUM] GUARDED_BY(CardLock) = {-100, -100, -100};
+  int ValidChIdxPos GUARDED_BY(CardLock) = 0;  // entries in use
+  int ErrDGChIdx GUARDED_BY(CardLock) = -100;  // channel found by FindDGAlarm
   DGPOS DGPos;
-  unsigned char OutDGReg[MAXDGNUM] = {};
+  unsigned char OutDGReg[MAXDGNUM] GUARDED_BY(CardLock) = {};
 
  private:
-  unsigned char SelectedRead(unsigned char ChIdx, unsigned int addr);
-  // The two waits; false: no end in time.
-  bool SetupEnds(unsigned char ChIdx);
-  bool ResetEnds(unsigned char ChIdx);
-  int RunToEnd(unsigned char ChIdx, unsigned char command, bool (CkOVA_CYMSTR::*ends)(unsigned char),
-               const char* of);
+  void SelectedWrite(unsigned char ChIdx, unsigned int addr, unsigned char byte) REQUIRES(CardLock);
+  unsigned char SelectedRead(unsigned char ChIdx, unsigned int addr) REQUIRES(CardLock);
+  struct LONGCOMMAND;
+  static const LONGCOMMAND kSetupCommand;
+  static const LONGCOMMAND kResetCommand;
+  // False: no end in time.
+  bool WaitEnd(unsigned char ChIdx, const LONGCOMMAND& command);
+  int RunToEnd(unsigned char ChIdx, const LONGCOMMAND& command);
   int ListedChannels(int (&channels)[MAXDGNUM]);
 };

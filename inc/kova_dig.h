@@ -40,8 +40,7 @@ class DigitalCard : public CardBody<Card> {
     const unsigned char SwBit = ChannelBit(ChIdx);
 
     const ScopedLock hold(this->CardLock);
-    const unsigned char OutReg = this->InB(port);
-    this->OutB(port, static_cast<unsigned char>(HiLow == 1 ? OutReg | SwBit : OutReg & ~SwBit));
+    ChangeBit(port, SwBit, HiLow == 1);
     return 1;
   }
 
@@ -59,5 +58,11 @@ class DigitalCard : public CardBody<Card> {
     if (!ReadIfFields(static_cast<const char*>(pArgc), &fields)) return 0;
     if (pOutParameter == nullptr) return -1;
     return PassBlockName(DigIn(ChIdx) == fields.Level ? fields.szFun0 : fields.szFun1, pOutParameter);
+  }
+
+ private:
+  void ChangeBit(unsigned short port, unsigned char bit, bool on) REQUIRES(this->CardLock) {
+    const unsigned char OutReg = this->InB(port);
+    this->OutB(port, static_cast<unsigned char>(on ? OutReg | bit : OutReg & ~bit));
   }
 };

@@ -76,12 +76,12 @@ class CardBody : public CkOVA_MANAGER {
 
   // Every access selects the slot again, so no card depends on what was selected before.
   unsigned char InB(unsigned short port) override {
-    const ScopedLock bus(HardLock);
+    const ScopedLock bus(HardLock, HardRole);
     SelectSlot();
     return inportb(port);
   }
   void OutB(unsigned short port, unsigned char byte) override {
-    const ScopedLock bus(HardLock);
+    const ScopedLock bus(HardLock, HardRole);
     SelectSlot();
     outportb(port, byte);
   }
@@ -91,8 +91,10 @@ class CardBody : public CkOVA_MANAGER {
 
   // Held over accesses of this card that belong together, always taken before HardLock; never held over a
   // pause or over a wait for hardware to finish.
-  pthread_mutex_t CardLock = PTHREAD_MUTEX_INITIALIZER;
+  OWNLOCK CardLock;
 
  private:
-  void SelectSlot() { outportb(static_cast<unsigned short>(Self().CPUAddr), Self().SlotID); }
+  void SelectSlot() REQUIRES(HardRole) {
+    outportb(static_cast<unsigned short>(Self().CPUAddr), Self().SlotID);
+  }
 };

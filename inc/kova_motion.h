@@ -40,7 +40,7 @@ class MotionCard : public CardBody<Card> {
   void InitHardware() override {
     const ScopedLock hold(this->CardLock);
     for (int ChIdx = 0; ChIdx < kClearedChannels; ChIdx++) {
-      this->OutB(this->Self().ChannelPort(), static_cast<unsigned char>(ChIdx));
+      SelectChannel(ChIdx);
       Strobe(*this, this->Self().ClearPort(), 0xFF, 0x00);
       Strobe(*this, this->Self().EnCodeClrAddr, 0xFF, 0x00);
     }
@@ -51,7 +51,7 @@ class MotionCard : public CardBody<Card> {
     if (!HasChannel(ChIdx)) return 0;
     const Card& card = this->Self();
     const ScopedLock hold(this->CardLock);
-    this->OutB(card.ChannelPort(), static_cast<unsigned char>(ChIdx));
+    SelectChannel(ChIdx);
     return ReadEncoder(*this, {card.EnCode08Addr, card.EnCodeL8Addr, card.EnCodeM8Addr, card.EnCodeH8Addr});
   }
 
@@ -59,7 +59,7 @@ class MotionCard : public CardBody<Card> {
   void ClearCount(int ChIdx) {
     if (!HasChannel(ChIdx)) return;
     const ScopedLock hold(this->CardLock);
-    Strobe(*this, this->Self().EnCodeClrAddr, 1, 0);
+    ClearSelected();
   }
 
   // pArgc: the count whose magnitude must have been reached. 0 without it and for a channel outside 0 to 7.
@@ -78,6 +78,12 @@ class MotionCard : public CardBody<Card> {
   }
 
  private:
+  // What follows the selection of a channel belongs to it as long as the lock is held.
+  void SelectChannel(int ChIdx) REQUIRES(this->CardLock) {
+    this->OutB(this->Self().ChannelPort(), static_cast<unsigned char>(ChIdx));
+  }
+  void ClearSelected() REQUIRES(this->CardLock) { Strobe(*this, this->Self().EnCodeClrAddr, 1, 0); }
+
   static bool HasChannel(int ChIdx) { return ChIdx >= 0 && ChIdx < Card::kChannels; }
   static bool IsRowChannel(int ChIdx) { return ChIdx >= 0 && ChIdx < kClearedChannels; }
 };

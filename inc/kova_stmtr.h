@@ -67,22 +67,24 @@ class CkOVA_STMTR : public MotionCard<CkOVA_STMTR> {
   unsigned short StepNumStopM8Addr = 28;   // W ch stop count, bits 16 to 23
   unsigned short StepNumStopH8Addr = 29;   // W ch stop count, bits 24 to 31
 
-  // What the last move was programmed with. Under CardLock.
-  unsigned char StepMotorCtrlReg = 0;
-  unsigned char StepFreqReg = 0;
-  unsigned short StepStarNumReg = 0;
-  unsigned int StepNumReg = 0;
-  unsigned short StepNumCompensateReg = 0;
-  unsigned int StepNumStopReg = 0;
+  // What the last move was programmed with.
+  unsigned char StepMotorCtrlReg GUARDED_BY(CardLock) = 0;
+  unsigned char StepFreqReg GUARDED_BY(CardLock) = 0;
+  unsigned short StepStarNumReg GUARDED_BY(CardLock) = 0;
+  unsigned int StepNumReg GUARDED_BY(CardLock) = 0;
+  unsigned short StepNumCompensateReg GUARDED_BY(CardLock) = 0;
+  unsigned int StepNumStopReg GUARDED_BY(CardLock) = 0;
 
   // Position and status tables; no command uses them.
   MOZPOS MozPos;
   STEPPOS StepPos;
 
  private:
-  // As the public operations, with CardLock held by the caller.
-  void ProgramControl(unsigned char ChIdx, unsigned char control);
+  void Run(unsigned char ChIdx, const MotFields& mot);
+  // As the public operations.
+  void ProgramControl(unsigned char ChIdx, unsigned char control) REQUIRES(CardLock);
   void ProgramRun(unsigned char ChIdx, unsigned char StepFreq, unsigned short StepStarNum,
-                  unsigned int StepNum, unsigned short StepNumCompensate, unsigned int StepStopNum);
-  void WriteUnsettledPair(unsigned short portHigh, unsigned short portLow);
+                  unsigned int StepNum, unsigned short StepNumCompensate, unsigned int StepStopNum)
+      REQUIRES(CardLock);
+  void WriteUnsettledPair(unsigned short portHigh, unsigned short portLow) REQUIRES(CardLock);
 };

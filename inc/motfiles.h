@@ -3,12 +3,14 @@
 
 #include <cstdint>
 
+#include "files.h"
+
 constexpr int MAXSTEPMOTORNUM = 8;
 
 // The tables of all stepper cards share the two files: the last save wins. Tables and files are used under
 // FileLock.
 struct STEPPOS {
-  int32_t StepMotorStatus[MAXSTEPMOTORNUM] = {-1, -1, -1, -1, -1, -1, -1, -1};
+  int32_t StepMotorStatus[MAXSTEPMOTORNUM] GUARDED_BY(FileRole) = {-1, -1, -1, -1, -1, -1, -1, -1};
 
   // -1 for a channel outside 0 to 7.
   int GetStepMotorStatus(int ChIdx);
@@ -20,7 +22,7 @@ struct STEPPOS {
 };
 
 struct MOZPOS {
-  int32_t POS[10][32] = {};
+  int32_t POS[10][32] GUARDED_BY(FileRole) = {};
 
   // A shorter "MOZ.POS" fills the leading bytes only; what is longer is ignored.
   void LoadPos();

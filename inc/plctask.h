@@ -5,6 +5,7 @@
 
 #include <atomic>
 
+#include "locks.h"
 #include "public.h"
 
 constexpr int MAXKEYTASK = MAXPLCTASK + 1;  // entries of the key mailbox: the keypad task and the PLC tasks
@@ -28,17 +29,17 @@ class KEYENTRY {
   void WaitForKey();
 
  private:
+  void Sleep() REQUIRES(Lock) { pthread_cond_wait(&Posted, &Lock.Mutex); }
+  void Wake() REQUIRES(Lock) { pthread_cond_broadcast(&Posted); }
+
   std::atomic<HKEY> Key{HKEY_NUL};
-  pthread_mutex_t Lock = PTHREAD_MUTEX_INITIALIZER;  // between a look at the key and the wait for it; a leaf
+  OWNLOCK Lock;  // from a look at the key to the wait for it; a leaf
   pthread_cond_t Posted = PTHREAD_COND_INITIALIZER;
 };
 
 // The key of the last poll for each task number, HKEY_NUL when there was none. No queue: each poll overwrites
 // all entries. One writer: the keypad task.
 extern KEYENTRY GlobeHKey[MAXKEYTASK];
-
-// One open, close or line read of a program file; also the motor files.
-extern pthread_mutex_t FileLock;
 
 // Body of PLC task TaskNo (1 to 8). Returns only when the reset program cannot be opened at start.
 void TaskPLC(int TaskNo);

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <string_view>
 
+#include "locks.h"
 #include "public.h"
 
 // How the rest of a line is read behind its keyword.
@@ -143,6 +144,7 @@ class SYNX {
 
 extern SYNX SynxClass;
 extern pthread_mutex_t SynxLock;  // one decision of the step gate
+inline LOCKROLE SynxRole;
 
 // Hand-over of a command to the card in entry SlotIdx of the card table. Result of the card's operation: 1 or
 // more done or met, 0 not done or not met, -1 failed; -1 without any access when there is no such entry.

@@ -4,7 +4,12 @@
 #include <netinet/in.h>
 #include <pthread.h>
 
+#include "locks.h"
+
 constexpr int MAX_MSG_SIZE = 1256;  // bytes of a datagram that are received; the rest is cut off
+
+extern pthread_mutex_t UdpLock;  // one send or receive call; held while the receive call waits
+inline LOCKROLE UdpRole;
 
 // Used by the network thread only. A failed call leaves it usable: the next one is made as usual.
 class UDP {
@@ -34,7 +39,10 @@ class UDP {
   int nTaskNo;
   int RemotePort;  // sender of the last datagram, host byte order
   int LocalPort;   // host byte order
+
+ private:
+  ssize_t SendDatagram(const char* data) REQUIRES(UdpRole);
+  ssize_t ReceiveDatagram(char* data) REQUIRES(UdpRole);
 };
 
 extern UDP UDPServer;
-extern pthread_mutex_t UdpLock;  // one send or receive call; held while the receive call waits

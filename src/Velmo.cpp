@@ -12,6 +12,7 @@
 
 #include "console.h"
 #include "drvlib.h"
+#include "files.h"
 #include "numbers.h"
 #include "synx.h"
 #include "udpserver.h"

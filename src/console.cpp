@@ -182,12 +182,12 @@ class Output {
 };
 
 // Guards both outputs, and with them the order of the lines. A leaf: nothing is taken and nobody waits under it.
-pthread_mutex_t ConsoleLock = PTHREAD_MUTEX_INITIALIZER;
+OWNLOCK ConsoleLock;
 // Not within the outputs, whose descriptors are not 0: the program's file would carry 128 KB of zeros.
 char KeptLines[KEPTSIZE];
 char KeptErrors[KEPTSIZE];
-Output Lines(STDOUT_FILENO, KeptLines);
-Output Errors(STDERR_FILENO, KeptErrors);
+Output Lines GUARDED_BY(ConsoleLock)(STDOUT_FILENO, KeptLines);
+Output Errors GUARDED_BY(ConsoleLock)(STDERR_FILENO, KeptErrors);
 
 // A pipe or terminal that is opened again can be told not to wait without telling whoever else has it open. One that
 // cannot be opened stays as it is. O_NOCTTY: a serial line must not become the controlling terminal.
@@ -209,7 +209,8 @@ void Prepare(Output& output, int descriptor) {
 
 }  // namespace
 
-void PrepareConsole() {
+// No thread has been started yet.
+void PrepareConsole() NO_THREAD_SAFETY_ANALYSIS {
   for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
     if (fcntl(descriptor, F_GETFD) < 0 && errno == EBADF) (void)!open("/dev/null", O_RDWR);
   }

@@ -80,23 +80,29 @@ unsigned long Median(unsigned long first, unsigned long second, unsigned long th
   return third >= smaller ? third : smaller;
 }
 
+void PrintTagged(int taskNo, const char* format, va_list arguments) REQUIRES(DispRole) {
+  ConsoleLine line;
+  if (taskNo == TASK_KEY) {
+    line.Add("PLCKey: ");
+  } else if (taskNo == TASK_NET) {
+    line.Add("PLCNet: ");
+  } else {
+    line.Add("PLC%d: ", taskNo);
+  }
+  line.AddList(format, arguments);
+  line.Print(taskNo);
+}
+
 }  // namespace
 
 int Wprintf(int TaskNo, const char* format, ...) {
-  const ScopedLock lock(DispLock);
-  ConsoleLine line;
-  if (TaskNo == TASK_KEY) {
-    line.Add("PLCKey: ");
-  } else if (TaskNo == TASK_NET) {
-    line.Add("PLCNet: ");
-  } else {
-    line.Add("PLC%d: ", TaskNo);
-  }
   va_list arguments;
   va_start(arguments, format);
-  line.AddList(format, arguments);
+  {
+    const ScopedLock lock(DispLock, DispRole);
+    PrintTagged(TaskNo, format, arguments);
+  }
   va_end(arguments);
-  line.Print(TaskNo);
   return -1;
 }
 

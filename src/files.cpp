@@ -6,6 +6,8 @@
 
 #include <cerrno>
 
+pthread_mutex_t FileLock;
+
 FILE* OpenFile(const char* path, const char* mode) {
   struct stat status;
   if (stat(path, &status) != 0 || S_ISREG(status.st_mode)) return std::fopen(path, mode);

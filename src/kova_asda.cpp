@@ -38,9 +38,7 @@ int CkOVA_ASDA::Cmd_MOT(int ChIdx, void* pArgc) {
       ChIdx, mot.Int(MOT_Step), mot.Int(MOT_Dir), mot.Int(MOT_Force), mot.Int(MOT_EnExtSTop),
       mot.Int(MOT_ExtStopCH), mot.Int(MOT_StopSensorDir), mot.Int(MOT_StepFreq), mot.Int(MOT_EnCntStop),
       mot.Int(MOT_StepStop));
-  StepMotorRun(static_cast<unsigned char>(ChIdx), mot[MOT_Step], mot.Byte(MOT_Dir), mot.Byte(MOT_Force),
-               mot.Byte(MOT_EnExtSTop), mot.Byte(MOT_ExtStopCH), mot.Byte(MOT_StopSensorDir),
-               mot.Byte(MOT_StepFreq), mot.Byte(MOT_EnCntStop), mot[MOT_StepStop]);
+  Run(static_cast<unsigned char>(ChIdx), mot);
   return 1;
 }
 
@@ -86,12 +84,28 @@ void CkOVA_ASDA::ProgramRun(unsigned char ChIdx, unsigned char StepFreq, unsigne
 void CkOVA_ASDA::StepMotorRun(unsigned char ChIdx, unsigned int Step, unsigned char Dir, unsigned char Force,
                               unsigned char EnExtStop, unsigned char ExtStopCH, unsigned char StopSensorDir,
                               unsigned char StepFreq, unsigned char EnCntStop, unsigned int StepStop) {
+  MotFields mot = {};
+  mot.Value[MOT_Step] = Step;
+  mot.Value[MOT_StepFreq] = StepFreq;
+  mot.Value[MOT_Dir] = Dir;
+  mot.Value[MOT_Force] = Force;
+  mot.Value[MOT_EnExtSTop] = EnExtStop;
+  mot.Value[MOT_ExtStopCH] = ExtStopCH;
+  mot.Value[MOT_StopSensorDir] = StopSensorDir;
+  mot.Value[MOT_EnCntStop] = EnCntStop;
+  mot.Value[MOT_StepStop] = StepStop;
+  Run(ChIdx, mot);
+}
+
+void CkOVA_ASDA::Run(unsigned char ChIdx, const MotFields& mot) {
   if (ChIdx >= kChannels) return;
-  const unsigned char control = MotorControl(Dir, StopSensorDir, Force, EnCntStop, EnExtStop);
+  const unsigned char control =
+      MotorControl(mot.Byte(MOT_Dir), mot.Byte(MOT_StopSensorDir), mot.Byte(MOT_Force),
+                   mot.Byte(MOT_EnCntStop), mot.Byte(MOT_EnExtSTop));
   {
     const ScopedLock hold(CardLock);
-    ProgramControl(ChIdx, static_cast<unsigned char>(control | ExtStopCH));
-    ProgramRun(ChIdx, StepFreq, Step, StepStop);
+    ProgramControl(ChIdx, static_cast<unsigned char>(control | mot.Byte(MOT_ExtStopCH)));
+    ProgramRun(ChIdx, mot.Byte(MOT_StepFreq), mot[MOT_Step], mot[MOT_StepStop]);
     OutB(ServoStartAddr, 1);
   }
   // The poll sleeps, so it holds no lock.

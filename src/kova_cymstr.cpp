@@ -38,7 +38,24 @@ bool PosReached(unsigned char status) {
   return (status & (kPosHigh | kPosLow)) == kPosLow;
 }
 
+bool SetupHasEnded(unsigned char status) {
+  return (status & kAlarm) != 0 || PosReached(status);
+}
+
+bool ResetHasEnded(unsigned char status) {
+  return (status & (kPosLow | kAlarm)) != 0 || (status & kResetting) == 0;
+}
+
 }  // namespace
+
+// A command that is waited for until its channel's status says that it has ended.
+struct CkOVA_CYMSTR::LONGCOMMAND {
+  unsigned char Byte;
+  bool (*HasEnded)(unsigned char status);
+  const char* Name;
+};
+const CkOVA_CYMSTR::LONGCOMMAND CkOVA_CYMSTR::kSetupCommand = {kSetup, SetupHasEnded, "setup"};
+const CkOVA_CYMSTR::LONGCOMMAND CkOVA_CYMSTR::kResetCommand = {kReset, ResetHasEnded, "reset"};
 
 void DGPOS::SetDGPos(int ChIdx, int Pos) {
   if (HasChannel(ChIdx)) DGPos[ChIdx] = Pos;
@@ -74,7 +91,11 @@ int CkOVA_CYMSTR::Cmd_LDG(int ChIdx, void*) {
   return IsPosDG(channel);
 }
 
-// Selects the channel and reads one of its registers. CardLock is held by the caller.
+void CkOVA_CYMSTR::SelectedWrite(unsigned char ChIdx, unsigned int addr, unsigned char byte) {
+  OutB(static_cast<unsigned short>(DGChAddr), ChIdx);
+  OutB(static_cast<unsigned short>(addr), byte);
+}
+
 unsigned char CkOVA_CYMSTR::SelectedRead(unsigned char ChIdx, unsigned int addr) {
   OutB(static_cast<unsigned short>(DGChAddr), ChIdx);
   return InB(static_cast<unsigned short>(addr));
@@ -83,13 +104,16 @@ unsigned char CkOVA_CYMSTR::SelectedRead(unsigned char ChIdx, unsigned int addr)
 void CkOVA_CYMSTR::OutportDG(unsigned char ChIdx, unsigned char Byte) {
   if (!HasChannel(ChIdx)) return;
   const ScopedLock hold(CardLock);
-  OutB(static_cast<unsigned short>(DGChAddr), ChIdx);
-  OutB(static_cast<unsigned short>(DGAddr), Byte);
+  SelectedWrite(ChIdx, DGAddr, Byte);
   // Acknowledge in the status, release in the handshake byte. Both phases go on when the time is over.
-  PollUntil(ProcessorTicks(kHandshakeTicks), NO_PAUSE,
-            [&] { return (SelectedRead(ChIdx, DGAddr) & kTaken) != 0; });
-  PollUntil(ProcessorTicks(kHandshakeTicks), NO_PAUSE,
-            [&] { return (SelectedRead(ChIdx, DGChAddr) & kHandshake) == 0; });
+  PollUntil(ProcessorTicks(kHandshakeTicks), NO_PAUSE, [&] {
+    CardLock.AssertHeld();
+    return (SelectedRead(ChIdx, DGAddr) & kTaken) != 0;
+  });
+  PollUntil(ProcessorTicks(kHandshakeTicks), NO_PAUSE, [&] {
+    CardLock.AssertHeld();
+    return (SelectedRead(ChIdx, DGChAddr) & kHandshake) == 0;
+  });
 }
 
 unsigned char CkOVA_CYMSTR::InportDG(unsigned char ChIdx) {
@@ -106,22 +130,25 @@ void CkOVA_CYMSTR::SetDGDelay(unsigned char Delay) {
 // written.
 int CkOVA_CYMSTR::SetupDG(unsigned char ChIdx) {
   if (!HasChannel(ChIdx)) return -1;
-  return RunToEnd(ChIdx, kSetup, &CkOVA_CYMSTR::SetupEnds, "setup");
+  return RunToEnd(ChIdx, kSetupCommand);
 }
 
 int CkOVA_CYMSTR::ResetDG(unsigned char ChIdx) {
   AddValidDGCh(ChIdx);
-  return RunToEnd(ChIdx, kReset, &CkOVA_CYMSTR::ResetEnds, "reset");
+  return RunToEnd(ChIdx, kResetCommand);
 }
 
-int CkOVA_CYMSTR::RunToEnd(unsigned char ChIdx, unsigned char command,
-                           bool (CkOVA_CYMSTR::*ends)(unsigned char), const char* of) {
+int CkOVA_CYMSTR::RunToEnd(unsigned char ChIdx, const LONGCOMMAND& command) {
   SetDGDelay(kDelayWhileRunning);
-  OutportDG(ChIdx, command);
-  const bool ended = (this->*ends)(ChIdx);
-  if (!ended) Console("CYMSTR: DG%d no end of %s\n", ChIdx, of);
+  OutportDG(ChIdx, command.Byte);
+  const bool ended = WaitEnd(ChIdx, command);
+  if (!ended) Console("CYMSTR: DG%d no end of %s\n", ChIdx, command.Name);
   SetDGDelay(DGDELAYTMR);
   return ended ? 1 : -1;
+}
+
+bool CkOVA_CYMSTR::WaitEnd(unsigned char ChIdx, const LONGCOMMAND& command) {
+  return PollUntil(RealSeconds(kEndSeconds), NO_PAUSE, [&] { return command.HasEnded(InportDG(ChIdx)); });
 }
 
 int CkOVA_CYMSTR::GoBackDG(unsigned char ChIdx) {
@@ -138,25 +165,11 @@ void CkOVA_CYMSTR::OutDG(unsigned char ChIdx, unsigned char Pos) {
 }
 
 void CkOVA_CYMSTR::WaitSetupEnd(unsigned char ChIdx) {
-  SetupEnds(ChIdx);
+  WaitEnd(ChIdx, kSetupCommand);
 }
 
 void CkOVA_CYMSTR::WaitResetEnd(unsigned char ChIdx) {
-  ResetEnds(ChIdx);
-}
-
-bool CkOVA_CYMSTR::SetupEnds(unsigned char ChIdx) {
-  return PollUntil(RealSeconds(kEndSeconds), NO_PAUSE, [&] {
-    const unsigned char Byte = InportDG(ChIdx);
-    return (Byte & kAlarm) != 0 || PosReached(Byte);
-  });
-}
-
-bool CkOVA_CYMSTR::ResetEnds(unsigned char ChIdx) {
-  return PollUntil(RealSeconds(kEndSeconds), NO_PAUSE, [&] {
-    const unsigned char Byte = InportDG(ChIdx);
-    return (Byte & (kPosLow | kAlarm)) != 0 || (Byte & kResetting) == 0;
-  });
+  WaitEnd(ChIdx, kResetCommand);
 }
 
 int CkOVA_CYMSTR::IsAlarmDG(unsigned char ChIdx) {

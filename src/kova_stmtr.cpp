@@ -30,10 +30,7 @@ int CkOVA_STMTR::Cmd_MOT(int ChIdx, void* pArgc) {
       ChIdx, mot.Int(MOT_Step), mot.Int(MOT_Dir), mot.Int(MOT_Force), mot.Int(MOT_EnExtSTop),
       mot.Int(MOT_StopSensorDir), mot.Int(MOT_StepFreq), mot.Int(MOT_StartStep), mot.Int(MOT_CompensateStep),
       mot.Int(MOT_EnCntStop), mot.Int(MOT_StepStop));
-  StepMotorRun(static_cast<unsigned char>(ChIdx), mot[MOT_Step], mot.Byte(MOT_Dir), mot.Byte(MOT_Force),
-               mot.Byte(MOT_EnExtSTop), mot.Byte(MOT_StopSensorDir), mot.Byte(MOT_StepFreq),
-               mot.Word(MOT_StartStep), mot.Word(MOT_CompensateStep), mot.Byte(MOT_EnCntStop),
-               mot[MOT_StepStop]);
+  Run(static_cast<unsigned char>(ChIdx), mot);
   return 1;
 }
 
@@ -94,11 +91,28 @@ void CkOVA_STMTR::StepMotorRun(unsigned char ChIdx, unsigned int Step, unsigned 
                                unsigned char EnExtStop, unsigned char StopSensorDir, unsigned char StepFreq,
                                unsigned short StartStep, unsigned short CompensateStep,
                                unsigned char EnCntStop, unsigned int StepStop) {
+  MotFields mot = {};
+  mot.Value[MOT_Step] = Step;
+  mot.Value[MOT_StepFreq] = StepFreq;
+  mot.Value[MOT_Dir] = Dir;
+  mot.Value[MOT_Force] = Force;
+  mot.Value[MOT_EnExtSTop] = EnExtStop;
+  mot.Value[MOT_StopSensorDir] = StopSensorDir;
+  mot.Value[MOT_StartStep] = StartStep;
+  mot.Value[MOT_CompensateStep] = CompensateStep;
+  mot.Value[MOT_EnCntStop] = EnCntStop;
+  mot.Value[MOT_StepStop] = StepStop;
+  Run(ChIdx, mot);
+}
+
+void CkOVA_STMTR::Run(unsigned char ChIdx, const MotFields& mot) {
   if (ChIdx >= kChannels) return;
   // Programming, start and the short poll are one step: the busy register answers for the selected channel.
   const ScopedLock hold(CardLock);
-  ProgramControl(ChIdx, MotorControl(Dir, StopSensorDir, Force, EnCntStop, EnExtStop));
-  ProgramRun(ChIdx, StepFreq, StartStep, Step, CompensateStep, StepStop);
+  ProgramControl(ChIdx, MotorControl(mot.Byte(MOT_Dir), mot.Byte(MOT_StopSensorDir), mot.Byte(MOT_Force),
+                                     mot.Byte(MOT_EnCntStop), mot.Byte(MOT_EnExtSTop)));
+  ProgramRun(ChIdx, mot.Byte(MOT_StepFreq), mot.Word(MOT_StartStep), mot[MOT_Step],
+             mot.Word(MOT_CompensateStep), mot[MOT_StepStop]);
   OutB(StepStartAddr, 1);
   PollUntil(ProcessorTicks(kStartTicks), NO_PAUSE, [&] { return (InB(StepBusyAddr) & kMoveRuns) != 0; });
 }

@@ -1,11 +1,5 @@
 #include "motfiles.h"
 
-#include <cstring>
-
-#include "files.h"
-#include "locks.h"
-#include "plctask.h"
-
 namespace {
 
 constexpr char kStatusFile[] = "SMPOS.DAT";
@@ -15,17 +9,23 @@ bool HasChannel(int ChIdx) {
   return ChIdx >= 0 && ChIdx < MAXSTEPMOTORNUM;
 }
 
+// Bytes read.
+template <class Table>
+size_t ReadImage(const ScopedFile& file, Table& table) {
+  return std::fread(&table, 1, sizeof table, file.Get());
+}
+
 }  // namespace
 
 int STEPPOS::GetStepMotorStatus(int ChIdx) {
   if (!HasChannel(ChIdx)) return -1;
-  const ScopedLock files(FileLock);
+  const ScopedLock files(FileLock, FileRole);
   return StepMotorStatus[ChIdx];
 }
 
 void STEPPOS::SaveStepMotorStatus(int ChIdx, int Status) {
   if (!HasChannel(ChIdx)) return;
-  const ScopedLock files(FileLock);
+  const ScopedLock files(FileLock, FileRole);
   const ScopedFile file(kStatusFile, "wb");
   if (!file.IsOpen()) return;
   StepMotorStatus[ChIdx] = Status;
@@ -33,18 +33,18 @@ void STEPPOS::SaveStepMotorStatus(int ChIdx, int Status) {
 }
 
 void STEPPOS::LoadStepMotorStatus() {
-  const ScopedLock files(FileLock);
+  const ScopedLock files(FileLock, FileRole);
   const ScopedFile file(kStatusFile, "rb");
   if (!file.IsOpen()) return;
   int32_t table[MAXSTEPMOTORNUM];
-  if (std::fread(table, sizeof table, 1, file.Get()) != 1) return;
-  std::memcpy(StepMotorStatus, table, sizeof table);
+  if (ReadImage(file, table) != sizeof table) return;
+  for (int i = 0; i < MAXSTEPMOTORNUM; i++) StepMotorStatus[i] = table[i];
 }
 
 void MOZPOS::LoadPos() {
-  const ScopedLock files(FileLock);
+  const ScopedLock files(FileLock, FileRole);
   const ScopedFile file(kPosFile, "rb");
   if (!file.IsOpen()) return;
   // A short file is no error: the bytes it has are taken.
-  (void)!std::fread(POS, 1, sizeof POS, file.Get());
+  ReadImage(file, POS);
 }

@@ -13,7 +13,6 @@
 #include "waits.h"
 
 KEYENTRY GlobeHKey[MAXKEYTASK];
-pthread_mutex_t FileLock;
 
 namespace {
 
@@ -37,22 +36,22 @@ class ProgramFile {
 
   bool Open(const char* path) {
     Close();
-    const ScopedLock lock(FileLock);
-    File = OpenFile(path, "rt");
+    const ScopedLock lock(FileLock, FileRole);
+    OpenAt(path);
     return File != nullptr;
   }
 
   void Close() {
     if (File == nullptr) return;
-    const ScopedLock lock(FileLock);
+    const ScopedLock lock(FileLock, FileRole);
     CloseFile();
   }
 
   // False at the end of the file or after a failed read: the line is then as it was.
   bool ReadLine(char (&line)[MAXLINE]) {
     char text[MAXLINE];
-    const ScopedLock lock(FileLock);
-    if (std::fgets(text, sizeof text, File) == nullptr) return false;
+    const ScopedLock lock(FileLock, FileRole);
+    if (!GetLine(text)) return false;
     std::strcpy(line, text);
     return true;
   }
@@ -65,7 +64,11 @@ class ProgramFile {
   FILE* Get() const { return File; }
 
  private:
-  void CloseFile() {
+  void OpenAt(const char* path) REQUIRES(FileRole) { File = OpenFile(path, "rt"); }
+  bool GetLine(char (&text)[MAXLINE]) REQUIRES(FileRole) {
+    return std::fgets(text, sizeof text, File) != nullptr;
+  }
+  void CloseFile() REQUIRES(FileRole) {
     std::fclose(File);
     File = nullptr;
   }
@@ -383,12 +386,12 @@ void KEYENTRY::store(HKEY key) {
   if (key == HKEY_NUL) return;
   // Whoever looked before the key was there waits by the time that the lock is free.
   const ScopedLock lock(Lock);
-  pthread_cond_broadcast(&Posted);
+  Wake();
 }
 
 void KEYENTRY::WaitForKey() {
   const ScopedLock lock(Lock);
-  while (Key == HKEY_NUL) pthread_cond_wait(&Posted, &Lock);
+  while (Key == HKEY_NUL) Sleep();
 }
 
 void TaskPLC(int TaskNo) {

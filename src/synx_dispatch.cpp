@@ -27,6 +27,13 @@ bool IsGated(SYNXIDX cmdIdx) {
   return cmdIdx >= 0 && cmdIdx < SYNMAX && SYNXTRAITS[cmdIdx].Gate != STEPGATE::Open;
 }
 
+int Decide(HKEY key, int isStep, SYNXIDX cmdIdx) REQUIRES(SynxRole) {
+  if (isStep == 0 || !IsGated(cmdIdx)) return GOON;
+  if (key == HKEY_RUN || key == HKEY_STEP || key == HKEY_ZERO) return GOON;
+  if (key < HKEY_1 || key > HKEY_0) PauseMicros(1);
+  return HOLD;
+}
+
 }  // namespace
 
 int Task_LD(int SlotIdx, int ChIdx, void* pArgc) {
@@ -78,9 +85,6 @@ int GoFileLine(FILE* Fptr, int LineIdx) {
 }
 
 int FilterStep(HKEY InKey, int IsStep, SYNXIDX* CmdIdx) {
-  const ScopedLock lock(SynxLock);
-  if (IsStep == 0 || !IsGated(*CmdIdx)) return GOON;
-  if (InKey == HKEY_RUN || InKey == HKEY_STEP || InKey == HKEY_ZERO) return GOON;
-  if (InKey < HKEY_1 || InKey > HKEY_0) PauseMicros(1);
-  return HOLD;
+  const ScopedLock lock(SynxLock, SynxRole);
+  return Decide(InKey, IsStep, *CmdIdx);
 }

@@ -82,9 +82,8 @@ int UDP::Send(const char* Data) {
   Wprintf(nTaskNo, "Sendto IP:%s Port:%d\n", RemoteIPAddr, RemotePort);
   ssize_t count;
   {
-    const ScopedLock lock(UdpLock);
-    count = sendto(UDP_Sockfd, Data, std::strlen(Data), 0, reinterpret_cast<const sockaddr*>(&client),
-                   sizeof client);
+    const ScopedLock lock(UdpLock, UdpRole);
+    count = SendDatagram(Data);
   }
   if (count >= 0) return static_cast<int>(count);
   Wprintf(nTaskNo, "Sendto error %s Port %d\n", RemoteIPAddr, RemotePort);
@@ -92,12 +91,21 @@ int UDP::Send(const char* Data) {
   return 0;
 }
 
+ssize_t UDP::SendDatagram(const char* data) {
+  return sendto(UDP_Sockfd, data, std::strlen(data), 0, reinterpret_cast<const sockaddr*>(&client),
+                sizeof client);
+}
+
+ssize_t UDP::ReceiveDatagram(char* data) {
+  socklen_t length = static_cast<socklen_t>(client_len);
+  return recvfrom(UDP_Sockfd, data, MAX_MSG_SIZE, 0, reinterpret_cast<sockaddr*>(&client), &length);
+}
+
 int UDP::Recv(char* Data) {
   ssize_t count;
   {
-    const ScopedLock lock(UdpLock);
-    socklen_t length = static_cast<socklen_t>(client_len);
-    count = recvfrom(UDP_Sockfd, Data, MAX_MSG_SIZE, 0, reinterpret_cast<sockaddr*>(&client), &length);
+    const ScopedLock lock(UdpLock, UdpRole);
+    count = ReceiveDatagram(Data);
   }
   if (count < 0) {
     Wprintf(nTaskNo, "Recvfrom error\n");

@@ -11,7 +11,7 @@
 #include <mutex>
 
 #include "drvlib.h"
-#include "plctask.h"
+#include "files.h"
 
 namespace {
 

@@ -38,7 +38,7 @@ class MemoryBus final : public rack::BusTarget {
 };
 
 struct OpenCard : CkOVA_IOS {
-  static pthread_mutex_t& LockOf(CkOVA_IOS& card) { return card.*&OpenCard::CardLock; }
+  static pthread_mutex_t& LockOf(CkOVA_IOS& card) { return (card.*&OpenCard::CardLock).Mutex; }
 };
 
 class SearchTest : public testing::Test {

@@ -137,12 +137,15 @@ void MadeOnce() {
   one.join();
   two.join();
   std::promise<int> promise;
+  std::promise<void> given_up;
   std::thread gives([&] {
+    given_up.get_future().wait();
     std::this_thread::sleep_for(kPause);
     promise.set_value(7);
   });
   std::future<int> number = promise.get_future();
-  Say("future " + Lasts([&] { return number.wait_for(kPause / 4) == std::future_status::ready; }));
+  Say("future " + Met(number.wait_for(kPause) == std::future_status::ready));
+  given_up.set_value();
   Say("future " + std::to_string(number.get()));
   gives.join();
 }
