@@ -5,15 +5,22 @@
 //     made again in a bare loop (not with alone).
 //   bench-controller search FILE LABEL COUNT
 //     Prints how much longer the searches took than reading the file as often in blocks.
+//   bench-controller polled
+//     Prints how long the bus accesses of one task take, in microseconds, half and all but one in a hundred: alone, then
+//     while another task waits for the end of a cylinder's reset.
 // The console goes to standard output, the figures to standard error.
 #include <fcntl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <thread>
+#include <vector>
 
 #include "drvlib.h"
 #include "kova_cymstr.h"
@@ -25,13 +32,16 @@
 
 namespace {
 
+std::atomic<unsigned char> answer{0xFF};  // of the bus to each read
+
 struct Calls {
   long long deviceReads;
   long long deviceWrites;
   long long consoleWrites;
   long long consoleBytes;
 };
-Calls calls;  // made so far; one writer, the only thread
+Calls calls;           // made so far by the only thread of a program's lines
+bool counted = false;  // whether they are counted
 
 long long Nanos() {
   timespec now;
@@ -81,6 +91,7 @@ class Stopwatch : public CkOVA_MANAGER {
 
 int Lines(const char* directory, bool alone) {
   if (chdir(directory) != 0) return 2;
+  counted = true;
   static CkOVA_IOS io;
   static Stopwatch stopwatch(alone);
   static CkOVA_STMTR stepper;
@@ -114,19 +125,47 @@ int Search(const char* path, int label, int count) {
   return 0;
 }
 
+void PrintAccesses(CkOVA_IOS& io) {
+  constexpr int kAccesses = 4000;
+  std::vector<long long> nanos;
+  for (int i = 0; i < kAccesses; ++i) {
+    usleep(200);
+    const long long begin = Nanos();
+    io.InB(22);
+    nanos.push_back(Nanos() - begin);
+  }
+  std::sort(nanos.begin(), nanos.end());
+  std::fprintf(stderr, "%.1f %.1f\n", static_cast<double>(nanos[kAccesses / 2]) / 1000,
+               static_cast<double>(nanos[kAccesses * 99 / 100]) / 1000);
+}
+
+int Polled() {
+  constexpr unsigned char kResetting = 0x08;
+  static CkOVA_IOS io;
+  static CkOVA_CYMSTR cylinder;
+  PrintAccesses(io);
+  answer = kResetting;
+  std::thread reset([] { cylinder.WaitResetEnd(0); });
+  PrintAccesses(io);
+  answer = 0;
+  reset.join();
+  return 0;
+}
+
 }  // namespace
 
-// The controller's own calls: the bus is /dev/zero, but for each byte read, whose bits are all set, as of a card that is
-// done.
+// The controller's own calls: the bus is /dev/zero, but for what is read: all bits set, as of a card that is done, or what
+// is measured.
 ssize_t read(int descriptor, void* data, size_t size) {
   const ssize_t count = syscall(SYS_read, descriptor, data, size);
   if (descriptor != Hardware.Hard_fd) return count;
-  ++calls.deviceReads;
-  std::memset(data, 0xFF, size);
+  if (counted) ++calls.deviceReads;
+  std::memset(data, answer, size);
   return count;
 }
 
 ssize_t write(int descriptor, const void* data, size_t size) {
+  if (!counted) return syscall(SYS_write, descriptor, data, size);
   if (descriptor == Hardware.Hard_fd) {
     ++calls.deviceWrites;
   } else {
@@ -139,6 +178,7 @@ ssize_t write(int descriptor, const void* data, size_t size) {
 int main(int count, char** words) {
   Hardware.Hard_fd = open("/dev/zero", O_RDWR);
   if (count >= 3 && std::strcmp(words[1], "lines") == 0) return Lines(words[2], count > 3);
+  if (count == 2 && std::strcmp(words[1], "polled") == 0) return Polled();
   if (count == 5 && std::strcmp(words[1], "search") == 0) {
     return Search(words[2], std::atoi(words[3]), std::atoi(words[4]));
   }

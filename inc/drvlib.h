@@ -164,6 +164,18 @@ extern pthread_mutex_t DispLock;     // one Wprintf line
 inline LOCKROLE HardRole;
 inline LOCKROLE DispRole;
 
+// Holds HardLock to the end of its scope, and counts as waiting until it has it.
+class SCOPED_CAPABILITY ScopedBus {
+ public:
+  ScopedBus() ACQUIRE(HardRole);
+  ~ScopedBus() RELEASE();
+  ScopedBus(const ScopedBus&) = delete;
+  ScopedBus& operator=(const ScopedBus&) = delete;
+};
+// Between two polls without a pause: lets those first who wait for the bus. A mutex that is freed and taken again at once
+// goes to nobody else, on two processors for milliseconds.
+void GiveWayOnBus();
+
 // A console line tagged with its task ("PLC3: "; 0 "PLCKey: ", 9 "PLCNet: "), under DispLock, in one write.
 // The format carries the line feed. Always -1.
 [[gnu::format(printf, 2, 3)]] int Wprintf(int TaskNo, const char* format, ...);

@@ -76,12 +76,12 @@ class CardBody : public CkOVA_MANAGER {
 
   // Every access selects the slot again, so no card depends on what was selected before.
   unsigned char InB(unsigned short port) override {
-    const ScopedLock bus(HardLock, HardRole);
+    const ScopedBus bus;
     SelectSlot();
     return inportb(port);
   }
   void OutB(unsigned short port, unsigned char byte) override {
-    const ScopedLock bus(HardLock, HardRole);
+    const ScopedBus bus;
     SelectSlot();
     outportb(port, byte);
   }

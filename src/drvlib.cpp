@@ -1,7 +1,10 @@
 #include "drvlib.h"
 
 #include <fcntl.h>
+#include <sched.h>
 #include <unistd.h>
+
+#include <atomic>
 
 #include "console.h"
 #include "em335x_drivers.h"
@@ -14,6 +17,10 @@ constexpr int kLineMotorSeconds = 60;
 constexpr unsigned char kLineMotorRuns = D0;
 constexpr long long kLineMotorRestMillis = 1;
 constexpr long long kLineMoveMicros = 500;
+
+constexpr int kMostYields =
+    20000;  // some milliseconds: a thread that is woken to take the bus may have to wait for a processor
+std::atomic<int> BusWaiters{0};
 
 // Speed level of the line motor in its direction byte.
 constexpr unsigned char kSpeedBits[] = {0x00, 0x40, 0x80, 0xC0};
@@ -31,6 +38,20 @@ unsigned short Port(unsigned int addr) {
 pthread_mutex_t HardLockOut;
 pthread_mutex_t HardLockIn;
 pthread_mutex_t HardLock;
+
+ScopedBus::ScopedBus() {
+  ++BusWaiters;
+  pthread_mutex_lock(&HardLock);
+  --BusWaiters;
+}
+
+ScopedBus::~ScopedBus() {
+  pthread_mutex_unlock(&HardLock);
+}
+
+void GiveWayOnBus() {
+  for (int i = 0; i < kMostYields && BusWaiters > 0; ++i) sched_yield();
+}
 
 HARDWARE Hardware;
 

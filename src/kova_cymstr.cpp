@@ -148,7 +148,10 @@ int CkOVA_CYMSTR::RunToEnd(unsigned char ChIdx, const LONGCOMMAND& command) {
 }
 
 bool CkOVA_CYMSTR::WaitEnd(unsigned char ChIdx, const LONGCOMMAND& command) {
-  return PollUntil(RealSeconds(kEndSeconds), NO_PAUSE, [&] { return command.HasEnded(InportDG(ChIdx)); });
+  return PollUntil(RealSeconds(kEndSeconds), NO_PAUSE, [&] {
+    GiveWayOnBus();
+    return command.HasEnded(InportDG(ChIdx));
+  });
 }
 
 int CkOVA_CYMSTR::GoBackDG(unsigned char ChIdx) {

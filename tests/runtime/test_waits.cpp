@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <climits>
+#include <thread>
 
+#include "drvlib.h"
 #include "waits.h"
 
 namespace {
@@ -50,6 +53,35 @@ TEST(Waits, LimitsOfTimeAreOverAfterTheirTime) {
   EXPECT_FALSE(PollUntil(RealSeconds(1), 1000, [] { return false; }));
   EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
   EXPECT_TRUE(second.Over());
+}
+
+// A mutex that is freed and taken again at once is nearly always taken by the same thread.
+TEST(Bus, WhoPollsGivesWayToWhoWaits) {
+  constexpr int kRounds = 60;
+  int gaveWay = 0;
+  for (int round = 0; round < kRounds; ++round) {
+    std::atomic<bool> asked{false};
+    bool had = false;  // under HardLock
+    std::thread other;
+    {
+      const ScopedBus bus;
+      other = std::thread([&] {
+        asked = true;
+        const ScopedBus its;
+        had = true;
+      });
+      while (!asked) std::this_thread::yield();
+      PauseMillis(2);  // until it waits, nearly always
+    }
+    GiveWayOnBus();
+    {
+      const ScopedBus bus;
+      if (had) ++gaveWay;
+    }
+    other.join();
+    EXPECT_TRUE(had);
+  }
+  EXPECT_GT(gaveWay, kRounds / 2);
 }
 
 }  // namespace
