@@ -23,6 +23,7 @@ struct RunOptions {
   bool once = false;     // an intercepted restart ends the run
   std::string time;      // real, virtual or a factor; empty: real
   unsigned seed = 0;     // virtual time: order of the threads
+  std::string threads;   // virtual time: real or fibres; empty: fibres if they are possible
   std::string duration;  // empty: until it ends by itself
   std::string until;     // virtual time: TASK:FILE:LINE at which time stands, empty: nowhere
   bool stopped = false;  // virtual time: time stands from the start

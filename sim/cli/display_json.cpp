@@ -75,6 +75,7 @@ Json Time(const Snapshot& snapshot) {
   const StandingView& at = snapshot.standing;
   Json json = {
       {"mode", ModeWord(snapshot.timeMode)}, {"stands", at.stands}, {"could_not_go_on", snapshot.broken}};
+  if (snapshot.timeMode == TimeMode::Virtual) json["threads"] = snapshot.asFibres ? "fibres" : "real";
   if (!at.stands) return json;
   if (at.task != 0)
     json["before"] = {{"task", at.task}, {"file", at.file}, {"line", at.line}, {"text", at.text}};

@@ -77,6 +77,8 @@ void AddRun(CLI::App& app, CommandLine& line) {
   run->add_flag("--once", line.run.once, "End when the controller restarts the machine");
   run->add_option("--time", line.run.time, "real, virtual, or a factor such as 20 or 0.1");
   run->add_option("--seed", line.run.seed, "Virtual time: threads take turns in this random order");
+  run->add_option("--threads", line.run.threads,
+                  "Virtual time: real, or fibres, which are faster and usual where nothing is in the way");
   run->add_option("--for", line.run.duration, "End after this time of the machine: 500ms, 2s, 60min, 24h");
   run->add_option("--until", line.run.until, "Virtual time: stand at TASK:FILE:LINE, such as 1:FLOW.PLC:12");
   run->add_flag("--stopped", line.run.stopped, "Virtual time: stand before the controller's first step");

@@ -36,17 +36,21 @@ std::string ChooseTime(const RunOptions& options, RackSetup& rack, TimeCommand& 
   TimeSetup& setup = rack.time;
   std::string wrong = ParseTime(options.time, setup);
   if (!wrong.empty()) return wrong;
+  wrong = ParseThreads(options.threads, setup);
+  if (!wrong.empty()) return wrong;
   setup.seed = options.seed;
   setup.startStopped = options.stopped ? 1 : 0;
+  setup.tellsThreads = 1;
   if (!options.duration.empty()) {
     const std::optional<Nanos> time = CommandTime(options.duration);
     if (!time || *time == 0)
       return "\"" + options.duration + "\" is no time: such as 500ms, 2s, 60min or 24h";
     setup.endAt = *time;
   }
-  const bool controlled = options.stopped || options.seed != 0 || !options.until.empty();
+  const bool controlled =
+      options.stopped || options.seed != 0 || !options.until.empty() || !options.threads.empty();
   if (controlled && setup.mode != TimeMode::Virtual)
-    return "--seed, --until and --stopped want --time virtual";
+    return "--seed, --threads, --until and --stopped want --time virtual";
   return ChoosePlace(options, rack.image, command);
 }
 

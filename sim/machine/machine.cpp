@@ -330,6 +330,7 @@ Snapshot Machine::View(bool running) {
   snapshot.broken = BrokenText(State().time);
   if (running) snapshot.waitsFor = WaitedFor(State().readers);
   snapshot.timeMode = State().time.setup.mode;
+  snapshot.asFibres = State().time.threads == ThreadKind::Fibres;
   snapshot.standing = ViewStanding(*live_, State().time);
   if (live_->controller.attaches != configuredFor_) {
     configuredFor_ = live_->controller.attaches;

@@ -106,6 +106,7 @@ struct Snapshot {
   bool busFails = false;  // the driver's reads fail
   bool noDriver = false;  // the rack file gives the board no driver
   TimeMode timeMode = TimeMode::Real;
+  bool asFibres = false;  // virtual time: what the controller's threads are
   StandingView standing;
   int keyPort = 0;         // function_port of the rack file, 0: none
   int configuredPort = 0;  // FunctionPort of Velmo.conf as the controller takes it, 0: none

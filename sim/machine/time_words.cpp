@@ -100,6 +100,13 @@ std::string ParseTime(const std::string& word, TimeSetup& setup) {
   return "";
 }
 
+std::string ParseThreads(const std::string& word, TimeSetup& setup) {
+  if (word.empty()) return "";
+  if (word != "real" && word != "fibres") return "--threads " + word + ": real or fibres is wanted";
+  setup.threads = word == "real" ? ThreadKind::Real : ThreadKind::Fibres;
+  return "";
+}
+
 std::string ParseTask(const std::string& word, std::uint8_t& task) {
   task = kAnyTask;
   if (word.empty()) return "";

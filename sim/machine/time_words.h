@@ -11,6 +11,9 @@ namespace rack {
 // "real", "virtual" or a factor such as 20 or 0.1. The text says what is wrong.
 std::string ParseTime(const std::string& word, TimeSetup& setup);
 
+// "real" or "fibres"; empty: fibres if they are possible. The text says what is wrong.
+std::string ParseThreads(const std::string& word, TimeSetup& setup);
+
 // "TASK:FILE:LINE", such as "1:FLOW.PLC:12": time stands there. The text says what is wrong.
 std::string ParsePlace(const std::string& word, TimeCommand& command);
 

@@ -7,10 +7,12 @@
 
 #include <aio.h>
 #include <fcntl.h>
+#include <locale.h>
 #include <mqueue.h>
 #include <netdb.h>
 #include <poll.h>
 #include <pthread.h>
+#include <sched.h>
 #include <semaphore.h>
 #include <spawn.h>
 #include <sys/epoll.h>
@@ -76,10 +78,47 @@
   X(gettimeofday, int, (timeval*, void*) noexcept)                      \
   X(time, time_t, (time_t*) noexcept)
 
-// Threads and what they wait for, in virtual time; limits of locks also in scaled time.
+// Threads, in virtual time.
+#define RACK_THREAD_CALLS(X)                                                                    \
+  X(pthread_create, int, (pthread_t*, const pthread_attr_t*, void* (*)(void*), void*) noexcept) \
+  X(pthread_join, int, (pthread_t, void**))                                                     \
+  X(pthread_exit, void, (void*))
+
+// What is asked about a thread, where threads are fibres: what the C library knows is about the one real thread. A
+// sanitizer makes some of these calls before anything is ready to answer them, and there are no fibres then.
+#ifdef VELMO_SANITIZED
+#define RACK_KEY_CALLS(X)
+#define RACK_FIBRE_CALLS(X)
+#define RACK_FIBRE_REFUSED_CALLS(X)
+#else
+#define RACK_KEY_CALLS(X)                                                \
+  X(pthread_key_create, int, (pthread_key_t*, void (*)(void*)) noexcept) \
+  X(pthread_key_delete, int, (pthread_key_t) noexcept)                   \
+  X(pthread_getspecific, void*, (pthread_key_t) noexcept)                \
+  X(pthread_setspecific, int, (pthread_key_t, const void*) noexcept)
+#define RACK_FIBRE_CALLS(X)                                                           \
+  X(pthread_self, pthread_t, () noexcept)                                             \
+  X(pthread_detach, int, (pthread_t) noexcept)                                        \
+  X(pthread_getattr_np, int, (pthread_t, pthread_attr_t*) noexcept)                   \
+  X(pthread_setname_np, int, (pthread_t, const char*) noexcept)                       \
+  X(pthread_getname_np, int, (pthread_t, char*, std::size_t) noexcept)                \
+  X(pthread_setaffinity_np, int, (pthread_t, std::size_t, const cpu_set_t*) noexcept) \
+  X(pthread_getaffinity_np, int, (pthread_t, std::size_t, cpu_set_t*) noexcept)       \
+  X(pthread_setschedparam, int, (pthread_t, int, const sched_param*) noexcept)        \
+  X(pthread_getschedparam, int, (pthread_t, int*, sched_param*) noexcept)             \
+  X(pthread_setschedprio, int, (pthread_t, int) noexcept)
+// They end the run as RACK_REFUSED_CALLS do, if threads are fibres.
+#define RACK_FIBRE_REFUSED_CALLS(X)                                                  \
+  X(pthread_kill, int, (pthread_t a, int b) noexcept, (a, b))                        \
+  X(pthread_sigqueue, int, (pthread_t a, int b, const sigval c) noexcept, (a, b, c)) \
+  X(pthread_getcpuclockid, int, (pthread_t a, __clockid_t * b) noexcept, (a, b))     \
+  X(flockfile, void, (FILE * a) noexcept, (a))                                       \
+  X(ftrylockfile, int, (FILE * a) noexcept, (a))                                     \
+  X(uselocale, locale_t, (locale_t a) noexcept, (a))
+#endif
+
+// What threads wait for, in virtual time; limits of locks also in scaled time.
 #define RACK_WAIT_CALLS(X)                                                                        \
-  X(pthread_create, int, (pthread_t*, const pthread_attr_t*, void* (*)(void*), void*) noexcept)   \
-  X(pthread_join, int, (pthread_t, void**))                                                       \
   X(pthread_mutex_lock, int, (pthread_mutex_t*) noexcept)                                         \
   X(pthread_mutex_trylock, int, (pthread_mutex_t*) noexcept)                                      \
   X(pthread_mutex_unlock, int, (pthread_mutex_t*) noexcept)                                       \
@@ -89,7 +128,6 @@
   X(pthread_spin_trylock, int, (pthread_spinlock_t*) noexcept)                                    \
   X(pthread_spin_unlock, int, (pthread_spinlock_t*) noexcept)                                     \
   X(pthread_once, int, (pthread_once_t*, void (*)()))                                             \
-  X(pthread_exit, void, (void*))                                                                  \
   X(pthread_cond_clockwait, int, (pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*)) \
   X(pthread_rwlock_rdlock, int, (pthread_rwlock_t*) noexcept)                                     \
   X(pthread_rwlock_wrlock, int, (pthread_rwlock_t*) noexcept)                                     \
@@ -201,6 +239,7 @@
   X(pthread_timedjoin_np, int, (pthread_t a, void** b, const timespec* c), (a, b, c))                 \
   X(pthread_clockjoin_np, int, (pthread_t a, void** b, clockid_t c, const timespec* d), (a, b, c, d)) \
   X(pthread_cancel, int, (pthread_t a), (a))                                                          \
+  X(tss_create, int, (tss_t * a, tss_dtor_t b), (a, b))                                               \
   X(thrd_create, int, (thrd_t * a, thrd_start_t b, void* c), (a, b, c))                               \
   X(thrd_join, int, (thrd_t a, int* b), (a, b))                                                       \
   X(thrd_sleep, int, (const timespec* a, timespec* b), (a, b))                                        \
@@ -211,11 +250,13 @@
   X(cnd_timedwait, int, (cnd_t * a, mtx_t * b, const timespec* c), (a, b, c))                         \
   X(call_once, void, (once_flag * a, void (*b)()), (a, b))
 
-// By the file that defines them: preload/interception.cpp, time/calls.cpp and time/refused_calls.cpp.
+// By the file that defines them: preload/interception.cpp, time/threads.cpp (the first and third), time/keys.cpp,
+// time/calls.cpp, and time/refused_calls.cpp.
 #define RACK_MACHINE_CALLS(X) RACK_FILE_CALLS(X) RACK_RESTART_CALLS(X)
 #define RACK_TIME_CALLS(X) \
   RACK_CLOCK_CALLS(X) RACK_WAIT_CALLS(X) RACK_CONDITION_CALLS(X) RACK_OUTSIDE_CALLS(X)
-#define RACK_CALLS(X) RACK_MACHINE_CALLS(X) RACK_TIME_CALLS(X)
+#define RACK_CALLS(X) \
+  RACK_MACHINE_CALLS(X) RACK_THREAD_CALLS(X) RACK_KEY_CALLS(X) RACK_FIBRE_CALLS(X) RACK_TIME_CALLS(X)
 
 // Another signature than that of the C library's header, or of the definition, does not compile.
 #define RACK_DECLARATION(name, result, parameters) result name parameters;
@@ -223,6 +264,7 @@
 extern "C" {
 RACK_CALLS(RACK_DECLARATION)
 RACK_REFUSED_CALLS(RACK_REFUSED_DECLARATION)
+RACK_FIBRE_REFUSED_CALLS(RACK_REFUSED_DECLARATION)
 }
 #undef RACK_DECLARATION
 #undef RACK_REFUSED_DECLARATION
@@ -252,11 +294,15 @@ struct Call {
 #define RACK_REFUSED_CALL(name, result, parameters, arguments) RACK_CALL(name, result, parameters)
 namespace calls {
 RACK_MACHINE_CALLS(RACK_CALL)
+RACK_THREAD_CALLS(RACK_CALL)
+RACK_KEY_CALLS(RACK_CALL)
+RACK_FIBRE_CALLS(RACK_CALL)
 RACK_CLOCK_CALLS(RACK_CALL)
 RACK_WAIT_CALLS(RACK_CALL)
 RACK_CONDITION_CALLS(RACK_VERSIONED_CALL)
 RACK_OUTSIDE_CALLS(RACK_CALL)
 RACK_REFUSED_CALLS(RACK_REFUSED_CALL)
+RACK_FIBRE_REFUSED_CALLS(RACK_REFUSED_CALL)
 }  // namespace calls
 #undef RACK_REFUSED_CALL
 #undef RACK_CALL

@@ -10,6 +10,7 @@
 #include <iterator>
 #include <mutex>
 
+#include "preload/caller.h"
 #include "preload/time_source.h"
 
 namespace rack {
@@ -19,22 +20,18 @@ constexpr char kOutside[] = "/home/root/";
 constexpr std::uint8_t kKeypadTask = 0;
 constexpr std::uint8_t kKeypadPort = 2;  // of the CPU card: only the keypad's thread reads it
 
-// The task of this thread, and the place in the code where its runner reads program lines: a label search
-// reads at another one.
-[[gnu::tls_model("initial-exec")]] thread_local std::uint8_t ThisTask = kUnknownTask;
-[[gnu::tls_model("initial-exec")]] thread_local const void* RunnerReads = nullptr;
-
 // The real numbers, whatever the controller is shown: the tool goes by the process's.
 long RealNumber(long call) {
   static auto* const next = Next(calls::syscall);
   return next(call);
 }
 
+[[gnu::tls_model("initial-exec")]] thread_local CallerMarks Marks;
+
 // Asked of the kernel once a thread.
 bool IsMainThread() {
-  [[gnu::tls_model("initial-exec")]] thread_local std::int8_t known = -1;
-  if (known < 0) known = RealNumber(SYS_gettid) == RealNumber(SYS_getpid) ? 1 : 0;
-  return known == 1;
+  if (Marks.isMain < 0) Marks.isMain = RealNumber(SYS_gettid) == RealNumber(SYS_getpid) ? 1 : 0;
+  return Marks.isMain == 1;
 }
 
 // The command that sets a task's pause between commands.
@@ -70,6 +67,10 @@ void CopyText(char* target, std::size_t size, const char* text) {
 
 }  // namespace
 
+CallerMarks& ThisCaller() {
+  return Marks;
+}
+
 Session* Session::Get() {
   // Never destroyed: the board object closes its device after the library's destructors.
   static Session* const session = []() -> Session* {
@@ -99,10 +100,10 @@ Nanos Session::Now() const {
 
 Origin Session::Caller() const {
   Origin origin;
-  origin.task = ThisTask;
-  if (ThisTask == kUnknownTask && IsMainThread()) origin.task = kMainThread;
-  if (ThisTask >= kTaskRecords) return origin;
-  const TaskRecord& task = state_.State()->live.tasks[ThisTask];
+  origin.task = Marks.task;
+  if (Marks.task == kUnknownTask && IsMainThread()) origin.task = kMainThread;
+  if (Marks.task >= kTaskRecords) return origin;
+  const TaskRecord& task = state_.State()->live.tasks[Marks.task];
   origin.file = task.file;
   origin.line = task.line;
   return origin;
@@ -131,7 +132,7 @@ int Session::ReadNow(std::uint8_t port) {
   room_.Await(*state_.State());
   Origin origin = Caller();
   if (origin.task == kUnknownTask && port == kKeypadPort && state_.State()->live.selectedSlot == 0) {
-    ThisTask = origin.task = kKeypadTask;
+    Marks.task = origin.task = kKeypadTask;
   }
   const int value = rack_->ReadPort(port, Now(), origin);
   if (origin.task == kMainThread) NoteProbe(value);
@@ -153,10 +154,10 @@ void Session::WriteNow(std::uint8_t port, std::uint8_t value) {
 }
 
 void Session::NoteAccess(std::uint8_t port) {
-  if (ThisTask >= kTaskRecords) return;
+  if (Marks.task >= kTaskRecords) return;
   RackLive& live = state_.State()->live;
   const LiveChange change(live);
-  TaskRecord& task = live.tasks[ThisTask];
+  TaskRecord& task = live.tasks[Marks.task];
   task.lastAccess = live.now;
   task.lastSlot = static_cast<std::uint8_t>(live.selectedSlot);
   task.lastPort = port;
@@ -291,7 +292,7 @@ void Session::FileOpened(const char* path, FILE* stream) {
   if (number == 0) return;
   const std::lock_guard<OwnMutex> lock(guard_);
   room_.Await(*state_.State());
-  ThisTask = number;
+  Marks.task = number;
   rack_->AdvanceTo(Now());
   RackLive& live = state_.State()->live;
   const LiveChange change(live);
@@ -350,7 +351,7 @@ DueLine Session::TakeLine(FILE* stream, const void* caller, const char* line, st
   room_.Await(*state_.State());
   OpenProgram* program = Find(stream);
   if (program == nullptr) return {};
-  if (RunnerReads == nullptr) RunnerReads = caller;
+  if (Marks.runnerReads == nullptr) Marks.runnerReads = caller;
   rack_->AdvanceTo(Now());
   RackLive& live = state_.State()->live;
   const LiveChange change(live);
@@ -367,7 +368,7 @@ bool Session::NoteLine(OpenProgram& program, const void* caller, const char* tex
   TaskRecord& task = live.tasks[program.task];
   if (!program.inLine) ++program.line;
   program.inLine = length == 0 || text[length - 1] != '\n';
-  if (caller != RunnerReads) {
+  if (caller != Marks.runnerReads) {
     if (!program.searching) ++task.searches;
     program.searching = true;
     task.searchFailed = 0;
@@ -410,7 +411,7 @@ void Session::NoteConsole(const char* text, std::size_t count) {
   room_.Await(*state_.State());
   rack_->AdvanceTo(Now());
   // Each thread says who it is in its first line, before it prints what came from outside.
-  if (ThisTask == kUnknownTask && !IsMainThread()) ThisTask = TaskOfLine(text, count);
+  if (Marks.task == kUnknownTask && !IsMainThread()) Marks.task = TaskOfLine(text, count);
   Origin caller = Caller();
   // A console that is slow takes a line later, from whichever thread prints next.
   const bool isLate = state_.State()->time.setup.consoleBaud != 0;

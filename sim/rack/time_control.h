@@ -24,15 +24,24 @@ enum class TimeMode : std::uint32_t {
   Virtual  // time passes only by what the controller does and waits for
 };
 
+// What the controller's threads are in virtual time.
+enum class ThreadKind : std::uint16_t {
+  Possible = 0,  // fibres, or real ones where something is in the way
+  Real,
+  Fibres  // refused where something is in the way
+};
+
 struct TimeSetup {
   TimeMode mode;
   std::uint32_t seed;          // 0: threads take turns in the order in which they came
   std::uint32_t factorMillis;  // Scaled: thousandths of a second of the machine per second
   std::uint32_t consoleBaud;   // Virtual: bits per second of the console, 0: it takes all at once
   std::uint32_t accessNanos;   // Virtual: what a bus access costs
-  std::uint32_t startStopped;  // Virtual: 1: time stands before the controller's first step
-  Nanos realStart;             // Scaled: CLOCK_MONOTONIC at power-on
-  Nanos endAt;                 // Virtual: the run ends at this time since power-on, 0: never
+  std::uint8_t startStopped;   // Virtual: 1: time stands before the controller's first step
+  std::uint8_t tellsThreads;  // Virtual: 1: the controller's side says on standard error what its threads are
+  ThreadKind threads;         // Virtual: what they are to be
+  Nanos realStart;            // Scaled: CLOCK_MONOTONIC at power-on
+  Nanos endAt;                // Virtual: the run ends at this time since power-on, 0: never
 };
 static_assert(sizeof(TimeSetup) == 40);
 
@@ -83,7 +92,8 @@ struct TimeControl {
   std::atomic<std::uint32_t> inConsole;  // 1: it writes to the console, which may take long
   std::atomic<std::uint32_t> broken;     // 1: time cannot go on, and `reason` says why; the controller ends
   std::atomic<std::uint32_t> ended;      // 1: endAt was reached
-  std::uint32_t reserved;
+  std::uint16_t reserved;
+  ThreadKind threads;                  // Virtual: what the controller's threads are
   std::atomic<std::uint32_t> posted;   // datagrams to the controller
   std::atomic<std::uint32_t> taken;    // of them received
   std::atomic<std::uint32_t> replies;  // datagrams that the controller has sent

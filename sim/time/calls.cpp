@@ -34,76 +34,6 @@ constexpr int kMaxSockets = 16;
 constexpr in_port_t kAnyPort = 40000;            // what a socket gets that asks for no port of its own
 constexpr Nanos kLookAgain = 10 * kMillisecond;  // at what only the outside can change
 
-// --- Threads
-
-using Entry = void*(void*);
-
-// Passes the turn on at the thread's end, however it ends.
-class TurnsOfThread {
- public:
-  explicit TurnsOfThread(Thread* thread) { BeginThread(thread); }
-  ~TurnsOfThread() { EndThread(); }
-  TurnsOfThread(const TurnsOfThread&) = delete;
-  TurnsOfThread& operator=(const TurnsOfThread&) = delete;
-};
-
-struct Begin {
-  Entry* body;
-  void* argument;
-  Thread* turns;
-};
-
-struct Joinable {
-  pthread_t handle;
-  Thread* turns;  // null: row not used
-  unsigned number;
-};
-Joinable Joinables[64];  // touched in turn only
-
-void* RunThread(void* argument) {
-  const Begin begin = *static_cast<Begin*>(argument);
-  delete static_cast<Begin*>(argument);
-  const TurnsOfThread turns(begin.turns);
-  void* result = begin.body(begin.argument);
-  return result;
-}
-
-void Remember(pthread_t handle, Thread* turns) {
-  for (Joinable& row : Joinables) {
-    if (row.turns != nullptr && row.turns != turns && row.handle != handle) continue;
-    row = {handle, turns, NumberOf(turns)};
-    return;
-  }
-}
-
-void AwaitEnd(pthread_t handle) {
-  SpendCall();
-  for (Joinable& row : Joinables) {
-    if (row.turns == nullptr || row.handle != handle) continue;
-    const Joinable joined = row;
-    row.turns = nullptr;
-    WaitForEnd(joined.turns, joined.number);
-    return;
-  }
-}
-
-int CreateThread(pthread_t* handle, const pthread_attr_t* attributes, Entry* body, void* argument) {
-  static auto* const next = Next(calls::pthread_create);
-  if (!InTurn()) return next(handle, attributes, body, argument);
-  SpendCall();
-  Thread* turns = AddThread();
-  if (turns == nullptr) return EAGAIN;
-  auto* const begin = new Begin{body, argument, turns};
-  const int result = next(handle, attributes, &RunThread, begin);
-  if (result == 0) {
-    Remember(*handle, turns);
-    return 0;
-  }
-  delete begin;
-  DropThread(turns);
-  return result;
-}
-
 // --- Times
 
 Nanos UntilPoint(clockid_t clock, const timespec* time) {
@@ -293,17 +223,6 @@ using rack::Next;
 
 extern "C" {
 
-int pthread_create(pthread_t* handle, const pthread_attr_t* attributes, void* (*body)(void*),
-                   void* argument) noexcept {
-  return rack::CreateThread(handle, attributes, body, argument);
-}
-
-int pthread_join(pthread_t handle, void** result) {
-  static auto* const next = Next(rack::calls::pthread_join);
-  if (InTurn()) rack::AwaitEnd(handle);
-  return next(handle, result);
-}
-
 int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
   static auto* const next = Next(rack::calls::pthread_mutex_lock);
   return InTurn() ? rack::LockMutex(mutex, rack::kForEver) : next(mutex);
@@ -351,14 +270,6 @@ int pthread_spin_unlock(pthread_spinlock_t* lock) noexcept {
 int pthread_once(pthread_once_t* control, void (*start)()) {
   static auto* const next = Next(rack::calls::pthread_once);
   return InTurn() ? rack::Once(control, start) : next(control, start);
-}
-
-// A main thread that ends alone would keep its turn.
-void pthread_exit(void* result) {
-  static auto* const next = Next(rack::calls::pthread_exit);
-  if (InTurn() && rack::ThreadNumber() == 0) rack::Refuse("pthread_exit");
-  next(result);
-  __builtin_unreachable();
 }
 
 int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 
 #include "preload/next.h"
 #include "time/owners.h"
@@ -48,14 +49,47 @@ int TryLock(const void* lock, Hold hold, Try attempt) {
   return result;
 }
 
-bool ChecksErrors(const pthread_mutex_t* mutex) {
+int KindOf(const pthread_mutex_t* mutex) {
   constexpr int kKinds = 3;
-  return (mutex->__data.__kind & kKinds) == PTHREAD_MUTEX_ERRORCHECK;
+  return mutex->__data.__kind & kKinds;
+}
+
+bool ChecksErrors(const pthread_mutex_t* mutex) {
+  return KindOf(mutex) == PTHREAD_MUTEX_ERRORCHECK;
+}
+
+// To the C library a fibre is no thread that could own a mutex: its words are written here, so that whatever else looks
+// at the mutex finds them as it would have written them.
+int TakeMutexByFibre(pthread_mutex_t* mutex) {
+  constexpr int kRobust = 16;
+  auto& words = mutex->__data;
+  const int own = static_cast<int>(ThreadNumber()) + 1;
+  if ((words.__kind & kRobust) != 0) Refuse("pthread_mutex_lock of a robust mutex as a fibre");
+  const bool again = words.__lock != 0 && words.__owner == own && KindOf(mutex) == PTHREAD_MUTEX_RECURSIVE;
+  if (words.__lock != 0 && !again) return EBUSY;
+  if (again && words.__count == UINT_MAX) return EAGAIN;
+  words.__lock = 1;
+  words.__owner = own;
+  words.__nusers = 1;
+  ++words.__count;
+  return 0;
+}
+
+int FreeMutexByFibre(pthread_mutex_t* mutex) {
+  auto& words = mutex->__data;
+  const bool owns = words.__lock != 0 && words.__owner == static_cast<int>(ThreadNumber()) + 1;
+  if (KindOf(mutex) != PTHREAD_MUTEX_NORMAL && KindOf(mutex) != PTHREAD_MUTEX_ADAPTIVE_NP && !owns)
+    return EPERM;
+  if (KindOf(mutex) == PTHREAD_MUTEX_RECURSIVE && --words.__count != 0) return 0;
+  words.__count = words.__nusers = 0;
+  words.__lock = words.__owner = 0;
+  return 0;
 }
 
 int TakeMutex(pthread_mutex_t* mutex) {
   static auto* const attempt = Next(calls::pthread_mutex_trylock);
-  return KeptForOther(mutex) ? EBUSY : attempt(mutex);
+  if (KeptForOther(mutex)) return EBUSY;
+  return AsFibres() ? TakeMutexByFibre(mutex) : attempt(mutex);
 }
 
 int TakeSpin(pthread_spinlock_t* lock) {
@@ -128,7 +162,7 @@ int TryLockMutex(pthread_mutex_t* mutex) {
 int UnlockMutex(pthread_mutex_t* mutex) {
   static auto* const unlock = Next(calls::pthread_mutex_unlock);
   if (mutex == Ignored) return 0;
-  const int result = unlock(mutex);
+  const int result = AsFibres() ? FreeMutexByFibre(mutex) : unlock(mutex);
   if (result == 0 && NoteFreed(mutex)) WakeFirst(mutex, true);
   return result;
 }

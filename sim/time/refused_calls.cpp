@@ -3,13 +3,18 @@
 #include "preload/next.h"
 #include "time/scheduler.h"
 
-#define RACK_REFUSED(name, result, parameters, arguments)    \
-  result name parameters {                                   \
-    static auto* const next = rack::Next(rack::calls::name); \
-    if (rack::InTurn()) rack::Refuse(#name);                 \
-    return next arguments;                                   \
+#define RACK_REFUSED(name, result, parameters, arguments, when) \
+  result name parameters {                                      \
+    static auto* const next = rack::Next(rack::calls::name);    \
+    if (when) rack::Refuse(#name);                              \
+    return next arguments;                                      \
   }
+#define RACK_REFUSED_IN_TURN(name, result, parameters, arguments) \
+  RACK_REFUSED(name, result, parameters, arguments, rack::InTurn())
+#define RACK_REFUSED_TO_FIBRES(name, result, parameters, arguments) \
+  RACK_REFUSED(name, result, parameters, arguments, rack::InTurn() && rack::AsFibres())
 
 extern "C" {
-RACK_REFUSED_CALLS(RACK_REFUSED)
+RACK_REFUSED_CALLS(RACK_REFUSED_IN_TURN)
+RACK_FIBRE_REFUSED_CALLS(RACK_REFUSED_TO_FIBRES)
 }

@@ -33,6 +33,7 @@ struct Thread {
   std::uint64_t order;    // when it came to its queue
   std::atomic<int> turn;  // 1: it may run
   std::uint32_t realNumber;
+  Fibre* fibre;  // null: a real thread
 };
 
 namespace {
@@ -51,6 +52,7 @@ constexpr char kMailObject = 0;
 
 struct Scheduler {
   bool engaged;
+  bool asFibres;
   TimeControl* control;
   void (*serve)();
   MachineDue (*work)();
@@ -74,6 +76,7 @@ struct Scheduler {
 };
 
 Scheduler S;  // all zero before any constructor runs
+Fibre FirstFibre;
 
 [[gnu::tls_model("initial-exec")]] thread_local Thread* Self = nullptr;
 
@@ -259,6 +262,11 @@ void PassTurn() {
   Thread* next = Choose();
   S.slice = NewSlice();
   if (next == &self) return;
+  if (S.asFibres) {
+    Self = next;
+    SwitchFibre(*self.fibre, *next->fibre);
+    return;
+  }
   GiveTurn(*next);
   AwaitTurn(self);
 }
@@ -311,8 +319,9 @@ void Engage(const TimeLink& link) {
   S.consoleEmpty = 0;
   S.slice = NewSlice();
   ForgetOwners();
-  if (link.ownProcessor) UseOneProcessor();
-  Self = AddThread();
+  S.asFibres = link.asFibres;
+  if (!link.asFibres) UseOneProcessor();
+  Self = AddThread(link.asFibres ? &FirstFibre : nullptr);
   Self->realNumber = static_cast<std::uint32_t>(SystemCall(SYS_gettid));
   link.control->turn.store(Self->realNumber, std::memory_order_relaxed);
   S.engaged = true;
@@ -322,11 +331,16 @@ void Engage(const TimeLink& link) {
 
 void Disengage() {
   Self = nullptr;
+  S.asFibres = false;
   S.engaged = false;
 }
 
 bool InTurn() {
   return Self != nullptr;
+}
+
+bool AsFibres() {
+  return S.asFibres;
 }
 
 Nanos VirtualNow() {
@@ -410,13 +424,14 @@ Nanos Stretch() {
   return static_cast<Nanos>(Draw(static_cast<std::uint32_t>(kLongestStretch)));
 }
 
-Thread* AddThread() {
+Thread* AddThread(Fibre* fibre) {
   for (int row = 0; row < kMaxThreads; ++row) {
     Thread& thread = S.threads[row];
     if (thread.state != ThreadState::None) continue;
     S.used = std::max(S.used, row + 1);
     thread.number = S.created++;
     thread.task = 0;
+    thread.fibre = fibre;
     MakeReady(thread, false);
     return &thread;
   }
@@ -435,13 +450,16 @@ void BeginThread(Thread* thread) {
 }
 
 void EndThread() {
+  Fibre* const fibre = Self->fibre;
   ForgetOwner(Self);
   Self->state = ThreadState::None;
   WakeAll(Self);
   Self = nullptr;
   Thread* next = Choose();
   S.slice = NewSlice();
-  GiveTurn(*next);
+  if (!S.asFibres) return GiveTurn(*next);
+  Self = next;
+  SwitchFibre(*fibre, *next->fibre);
 }
 
 unsigned NumberOf(const Thread* thread) {
@@ -461,6 +479,10 @@ unsigned ThreadNumber() {
 
 const Thread* CurrentThread() {
   return Self;
+}
+
+Fibre* CurrentFibre() {
+  return Self->fibre == &FirstFibre ? nullptr : Self->fibre;
 }
 
 Wait EndlessWait(const Thread* thread) {

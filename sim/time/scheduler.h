@@ -1,9 +1,9 @@
 // Virtual time: the controller's threads take turns, and time passes by what they do and wait for.
 //
-// The threads are real ones. Exactly one has the turn and runs; every other one sleeps in the kernel until it
-// gets it. What a thread does costs time by Spend; a thread that sleeps or waits for another passes the turn
-// on; when no thread can run, time jumps to the next one that wakes. One scheduler per process. Everything
-// here is touched by the thread that has the turn alone, so nothing is locked.
+// Exactly one has the turn and runs. The threads are fibres, or real ones, and then every other one sleeps in the
+// kernel until it gets the turn. What a thread does costs time by Spend; a thread that sleeps or waits for another
+// passes the turn on; when no thread can run, time jumps to the next one that wakes. One scheduler per process.
+// Everything here is touched by the thread that has the turn alone, so nothing is locked.
 //
 // Times are nanoseconds since power-on.
 #pragma once
@@ -12,6 +12,7 @@
 #include <cstdint>
 
 #include "rack/time_control.h"
+#include "time/fibre.h"
 
 namespace rack {
 
@@ -25,7 +26,7 @@ struct TimeLink {
   // Works the machine out up to now, and sets what it is watched for; null: there is no machine to be watched.
   MachineDue (*work)();
   MachineDue (*watch)(const TriggerTable& triggers);
-  bool ownProcessor;  // keep all threads on one processor, so that passing a turn is cheap
+  bool asFibres;  // threads are fibres; else real ones, kept on one processor so that passing a turn is cheap
 };
 
 // The calling thread becomes the first one, with the turn. Threads that it creates belong to it from then on.
@@ -35,6 +36,8 @@ void Disengage();
 
 // Whether the calling thread takes turns. All that follows: only then.
 bool InTurn();
+// Whether the threads are fibres.
+bool AsFibres();
 
 Nanos VirtualNow();
 // Processor time of all threads.
@@ -68,10 +71,11 @@ void TakeKept();
 // Under a seed, now and then a while for which a locked section lasts longer; 0 without.
 Nanos Stretch();
 
-// Threads. Add: a thread that is going to be created; null when there are too many. Begin: called by it, waits
-// for its first turn. End: called by it as the last thing.
+// Threads. Add: a thread that is going to be created, a fibre or (null) a real one; null when there are too many.
+// Begin: called by a real one, waits for its first turn. End: called by it as the last thing; of a fibre it does not
+// return.
 struct Thread;
-Thread* AddThread();
+Thread* AddThread(Fibre* fibre);
 void DropThread(Thread* thread);  // it could not be created
 void BeginThread(Thread* thread);
 void EndThread();
@@ -82,6 +86,8 @@ void WaitForEnd(const Thread* thread, unsigned number);
 // Of the caller.
 unsigned ThreadNumber();
 const Thread* CurrentThread();
+// Null: it is the first thread, or a real one.
+Fibre* CurrentFibre();
 
 // What a thread waits for without a limit; Time when it waits for nothing of that sort.
 struct Wait {

@@ -1,6 +1,13 @@
 // Puts the controller of the preloaded library under the time that its state asks for, before its first step.
+#include <unistd.h>
+
+#include <string>
+
+#include "preload/next.h"
 #include "preload/session.h"
 #include "preload/time_source.h"
+#include "time/fibre.h"
+#include "time/fibre_switch.h"
 #include "time/scheduler.h"
 #include "time/shown_time.h"
 #include "time/system_calls.h"
@@ -64,6 +71,25 @@ MachineDue WatchSession(const TriggerTable& triggers) {
   return Session::Get()->Watch(triggers);
 }
 
+void Tell(const std::string& text) {
+  static auto* const next = Next(calls::write);
+  const std::string line = "velmo-rack: " + text + "\n";
+  if (next(STDERR_FILENO, line.data(), line.size()) < 0) return;
+}
+
+// Why threads are no fibres: empty when they are, or are not to be. What they are is left in the state, and told where
+// it was asked for or is not what is usual with this library.
+std::string ChooseThreads(TimeControl& control) {
+  const TimeSetup& setup = control.setup;
+  const std::string wrong = setup.threads == ThreadKind::Real ? "" : WhyNoFibres();
+  const bool asFibres = setup.threads != ThreadKind::Real && wrong.empty();
+  control.threads = asFibres ? ThreadKind::Fibres : ThreadKind::Real;
+  const bool isUsual = asFibres == (RACK_HAS_FIBRES != 0);
+  if (setup.tellsThreads == 0 || (setup.threads == ThreadKind::Possible && isUsual)) return wrong;
+  Tell(asFibres ? "threads are fibres" : "threads are real ones" + (wrong.empty() ? "" : ": " + wrong));
+  return wrong;
+}
+
 // Neither clock is ever destroyed: the controller's last calls come after the library's destructors.
 [[gnu::constructor]] void StartTime() {
   Session* session = Session::Get();
@@ -77,7 +103,11 @@ MachineDue WatchSession(const TriggerTable& triggers) {
   if (setup.mode != TimeMode::Virtual) return;
   session->Attach();
   UseTimeSource(new VirtualTime);
-  Engage({&state.time, state.live.now, &ServeSession, &WorkSession, &WatchSession, true});
+  const std::string wrong = ChooseThreads(state.time);
+  const bool asFibres = state.time.threads == ThreadKind::Fibres;
+  Engage({&state.time, state.live.now, &ServeSession, &WorkSession, &WatchSession, asFibres});
+  if (setup.threads == ThreadKind::Fibres && !asFibres)
+    EndRun(kRefusedStatus, ("threads cannot be fibres: " + wrong).c_str());
 }
 
 }  // namespace

@@ -77,14 +77,20 @@ class TimeRunTest : public ScratchTest {
     running = Start(options, "console");
   }
   // Waits until time stands after so many commands.
-  void AwaitStanding(std::uint32_t number) {
+  void AwaitStanding(std::uint32_t number, const std::string& machineOf = ".") {
     const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
     while (std::chrono::steady_clock::now() < limit) {
       rack::Machine machine;
-      if (machine.Open(".").empty() && rack::Stands(machine.State().time, number)) return;
+      if (machine.Open(machineOf).empty() && rack::Stands(machine.State().time, number)) return;
       std::this_thread::yield();
     }
     FAIL() << "time does not stand: " << Read("console");
+  }
+  // What the run left on its console behind the line about its threads.
+  static std::string Controller() {
+    const std::string console = Read("console");
+    const std::size_t end = console.rfind("velmo-rack: threads are ", 0) == 0 ? console.find('\n') + 1 : 0;
+    return console.substr(end);
   }
   int End(int signal = SIGTERM) {
     if (running <= 0) return -1;
@@ -97,6 +103,26 @@ class TimeRunTest : public ScratchTest {
   std::string tool;
   pid_t running = -1;
 };
+
+// Of a machine of eight tasks that use every card.
+std::string ProgramOfEight(int task) {
+  std::ostringstream text;
+  text << "#LE: 1\nOUT: 1, " << task << ", 1\nMOT: 2, " << task % 4 << ", 50&20&0\nLD: 1, 0, 1\nOUT: 1, "
+       << task << ", 0\n"
+       << (task == 8 ? "DG: 3, 0, -1\nLDG: 3, 0,\n" : "LMOT: 2, 0,\n") << "GO: 1\n";
+  return text.str();
+}
+
+// The number of the first line that begins so.
+int LineOf(const std::string& path, const std::string& begin) {
+  std::ifstream file(path);
+  int number = 0;
+  for (std::string line; std::getline(file, line);) {
+    ++number;
+    if (line.rfind(begin, 0) == 0) break;
+  }
+  return number;
+}
 
 // Keeps the computer busy, so that threads lose the processor at other places in each run.
 class Load {
@@ -122,13 +148,7 @@ class Load {
 };
 
 TEST_F(TimeRunTest, TwoRunsAreTheSameByteForByteAlsoOnALoadedComputer) {
-  for (int task = 1; task <= 8; ++task) {
-    std::ostringstream text;
-    text << "#LE: 1\nOUT: 1, " << task << ", 1\nMOT: 2, " << task % 4 << ", 50&20&0\nLD: 1, 0, 1\nOUT: 1, "
-         << task << ", 0\n"
-         << (task == 8 ? "DG: 3, 0, -1\nLDG: 3, 0,\n" : "LMOT: 2, 0,\n") << "GO: 1\n";
-    Program(task, text.str());
-  }
+  for (int task = 1; task <= 8; ++task) Program(task, ProgramOfEight(task));
   const auto record = [&](const std::string& seed) {
     Run({"--time", "virtual", "--seed", seed, "--stopped", "--for", "2s"});
     AwaitStanding(0);
@@ -217,7 +237,7 @@ TEST_F(TimeRunTest, TenMinutesAreOverSoonAndAScaledRunAsSoonAsItSays) {
 
   Run({"--seed", "3"});
   EXPECT_EQ(End(0), 2);
-  EXPECT_THAT(Read("console"), HasSubstr("--seed, --until and --stopped want --time virtual\n"));
+  EXPECT_THAT(Read("console"), HasSubstr("--seed, --threads, --until and --stopped want --time virtual\n"));
   Run({"--time", "fast"});
   EXPECT_EQ(End(0), 2);
   EXPECT_THAT(Read("console"), HasSubstr("--time fast: real, virtual, or a factor from 0.001 to 1000"));
@@ -238,22 +258,94 @@ TEST_F(TimeRunTest, ASlowConsoleIsBehindAndHoldsNobodyUp) {
   EXPECT_EQ(lines[0], lines[1]);
   // What a line brings is taken when the next one is printed at the latest.
   const std::size_t most = 4096 + 10 * 960;
-  EXPECT_LE(Read("console").size(), most);
-  EXPECT_GT(Read("console").size(), most - 200);
+  EXPECT_LE(Controller().size(), most);
+  EXPECT_GT(Controller().size(), most - 200);
+}
+
+// What a machine that works for some seconds leaves, with its threads of this kind.
+TEST_F(TimeRunTest, FibresAndRealThreadsGiveTheSameBytes) {
+#ifdef VELMO_SANITIZED
+  GTEST_SKIP() << "there are no fibres with a sanitizer";
+#endif
+  std::filesystem::copy(VELMO_SOURCE "/demo/cell", "cell", std::filesystem::copy_options::recursive);
+  const std::string start = "1:RESET.PLC:" + std::to_string(LineOf("cell/plc1/RESET.PLC", "EXIT"));
+  for (int task = 1; task <= 8; ++task) Program(task, ProgramOfEight(task));
+  const auto record = [&](const char* machine, const char* seed, const char* kind) {
+    running = Start({"run", machine, "--no-check", "--time", "virtual", "--seed", seed, "--threads", kind,
+                     "--stopped", "--for", "20s"},
+                    "console");
+    AwaitStanding(0, machine);
+    if (machine[0] == 'c') {
+      Say({"until", start, "--machine", machine});
+      Say({"key", "enter", "--machine", machine});
+    }
+    Say({"go", "--machine", machine});
+    EXPECT_EQ(End(0), 0);
+    Say({"vcd", "wave.vcd", "--once", "--machine", machine});
+    std::string console = Read("console");
+    const std::string told =
+        "velmo-rack: threads are " + std::string(kind[0] == 'r' ? "real ones\n" : "fibres\n");
+    EXPECT_THAT(console, testing::StartsWith(told));
+    return console.substr(told.size()) + Say({"trace", "--once", "--csv", "--machine", machine}) +
+           Read("wave.vcd");
+  };
+  for (const char* machine : {"cell", "."}) {
+    for (const char* seed : {"0", "5"}) {
+      const std::string real = record(machine, seed, "real");
+      ASSERT_GT(real.size(), 100'000U);
+      ASSERT_TRUE(record(machine, seed, "fibres") == real) << machine << ", seed " << seed;
+    }
+  }
+}
+
+TEST_F(TimeRunTest, FibresAreTakenWhereTheyArePossible) {
+  const auto run = [&](const char* program, std::vector<std::string> options) {
+    options.insert(options.end(), {"--time", "virtual", "--controller", program});
+    Run(options);
+    const int status = End(0);
+    return Read("console") + "status " + std::to_string(status);
+  };
+  const char* const kOwn = "the controller has thread-local storage";
+  EXPECT_EQ(run(PRIVATE_PROGRAM, {"--threads", "real"}), "velmo-rack: threads are real ones\nstatus 0");
+#ifndef VELMO_SANITIZED
+  EXPECT_EQ(run(WAITS_PROGRAM, {}), "status 0");
+  EXPECT_EQ(run(WAITS_PROGRAM, {"--threads", "fibres"}), "velmo-rack: threads are fibres\nstatus 0");
+  EXPECT_THAT(Say({"show", "--json"}), HasSubstr("\"threads\": \"fibres\""));
+  EXPECT_EQ(run(PRIVATE_PROGRAM, {}),
+            "velmo-rack: threads are real ones: " + std::string(kOwn) + "\nstatus 0");
+  EXPECT_THAT(Say({"show", "--json"}), HasSubstr("\"threads\": \"real\""));
+  EXPECT_THAT(run(PRIVATE_PROGRAM, {"--threads", "fibres"}),
+              testing::EndsWith("velmo-rack library: threads cannot be fibres: " + std::string(kOwn) +
+                                "\nstatus 87"));
+  EXPECT_THAT(run(STUCK_PROGRAM, {"--tasks", "kill"}), HasSubstr("calls pthread_kill, which virtual time"));
+  EXPECT_THAT(run(STUCK_PROGRAM, {"--tasks", "overflow"}), HasSubstr("has died by SIGSEGV\nstatus 139"));
+#else
+  EXPECT_THAT(run(WAITS_PROGRAM, {"--threads", "fibres"}), HasSubstr("a sanitizer is present\nstatus 87"));
+#endif
+  EXPECT_THAT(run(WAITS_PROGRAM, {"--threads", "green"}),
+              testing::EndsWith("--threads green: real or fibres is wanted\nstatus 2"));
 }
 
 TEST_F(TimeRunTest, WhatIsAnsweredGivesTheSameAsWithoutTheRack) {
-  std::vector<const char*> ways = {"timed", "shared", "nested", "semaphores", "futexes", "spins"};
+  std::vector<const char*> ways = {"timed", "shared", "nested",     "semaphores", "futexes",
+                                   "spins", "keys",   "exceptions", "threads"};
 #ifndef __SANITIZE_THREAD__  // which keeps starts that are made once itself, with waits of its own
-  ways.push_back("once");
+  ways.insert(ways.end(), {"once", "again"});
+#endif
+  std::vector<const char*> kinds = {"real"};
+#ifndef VELMO_SANITIZED
+  kinds.push_back("fibres");
 #endif
   for (const char* way : ways) {
     ASSERT_EQ(std::system((WAITS_PROGRAM " " + std::string(way) + " > outside").c_str()), 0);
     ASSERT_NE(Read("outside"), "") << way;
-    for (const char* seed : {"0", "3"}) {
-      Run({"--time", "virtual", "--seed", seed, "--controller", WAITS_PROGRAM, "--tasks", way});
-      EXPECT_EQ(End(0), 0) << way;
-      EXPECT_EQ(Read("console"), Read("outside")) << way;
+    for (const char* kind : kinds) {
+      for (const char* seed : {"0", "3"}) {
+        Run({"--time", "virtual", "--threads", kind, "--seed", seed, "--controller", WAITS_PROGRAM, "--tasks",
+             way});
+        EXPECT_EQ(End(0), 0) << way;
+        EXPECT_EQ(Controller(), Read("outside")) << way;
+      }
     }
   }
 }
@@ -275,7 +367,7 @@ TEST_F(TimeRunTest, WhatIsNotAnsweredEndsTheRunAtOnceByItsName) {
   for (const auto& [way, call] : calls) {
     Run({"--time", "virtual", "--controller", STUCK_PROGRAM, "--tasks", way});
     EXPECT_EQ(End(0), 87);
-    EXPECT_THAT(Read("console"),
+    EXPECT_THAT(Controller(),
                 testing::StartsWith("velmo-rack library: the main thread calls " + std::string(call)));
     EXPECT_THAT(Read("console"), HasSubstr(", which virtual time does not answer, at 0.0000"));
     EXPECT_THAT(Say({"show"}), HasSubstr("time could not go on: the main thread calls " + std::string(call)));
@@ -334,7 +426,7 @@ TEST_F(TimeRunTest, ADeadlockEndsTheRunWhereItCloses) {
   for (const auto& [way, text] : circles) {
     Run({"--time", "virtual", "--for", "24h", "--controller", STUCK_PROGRAM, "--tasks", way});
     EXPECT_EQ(End(0), 86);
-    EXPECT_THAT(Read("console"), testing::StartsWith("velmo-rack library: deadlock at 0.00"));
+    EXPECT_THAT(Controller(), testing::StartsWith("velmo-rack library: deadlock at 0.00"));
     EXPECT_THAT(Read("console"), testing::EndsWith(text));
     EXPECT_THAT(Say({"show"}), HasSubstr(std::string("time could not go on: deadlock at 0.00")));
     EXPECT_THAT(Say({"show", "--json"}), HasSubstr("\"could_not_go_on\": \"deadlock at 0.00"));

@@ -33,7 +33,27 @@ long long MonotonicMillis() {
   return now.tv_sec * 1000LL + now.tv_nsec / 1000000;
 }
 
-TEST(VirtualTimeTest, SleepsTakeNoRealTimeAndAllClocksShowThem) {
+// With real threads and with fibres.
+class VirtualTimeTest : public testing::TestWithParam<bool> {
+ protected:
+  void SetUp() override { VirtualTime::AsFibres = GetParam(); }
+  void TearDown() override { VirtualTime::AsFibres = false; }
+};
+using VirtualTimeDeathTest = VirtualTimeTest;
+
+std::string KindName(const testing::TestParamInfo<bool>& kind) {
+  return kind.param ? "Fibres" : "RealThreads";
+}
+
+#ifdef VELMO_SANITIZED
+const auto kKinds = testing::Values(false);
+#else
+const auto kKinds = testing::Bool();
+#endif
+INSTANTIATE_TEST_SUITE_P(Kinds, VirtualTimeTest, kKinds, KindName);
+INSTANTIATE_TEST_SUITE_P(Kinds, VirtualTimeDeathTest, kKinds, KindName);
+
+TEST_P(VirtualTimeTest, SleepsTakeNoRealTimeAndAllClocksShowThem) {
   const auto before = MonotonicMillis();
   {
     const VirtualTime time;
@@ -60,7 +80,7 @@ TEST(VirtualTimeTest, SleepsTakeNoRealTimeAndAllClocksShowThem) {
   EXPECT_LT(MonotonicMillis() - before, 60'000);
 }
 
-TEST(VirtualTimeTest, ThreadsWakeInTheOrderOfTimeAndBusyOnesHandOver) {
+TEST_P(VirtualTimeTest, ThreadsWakeInTheOrderOfTimeAndBusyOnesHandOver) {
   const VirtualTime time;
   TurnLog order;
   const auto sleeper = [&](int millis, char name) {
@@ -88,7 +108,7 @@ TEST(VirtualTimeTest, ThreadsWakeInTheOrderOfTimeAndBusyOnesHandOver) {
   EXPECT_EQ(order.Take(), "121212");
 }
 
-TEST(VirtualTimeTest, AFreedMutexIsHandedOnInTheOrderOfArrival) {
+TEST_P(VirtualTimeTest, AFreedMutexIsHandedOnInTheOrderOfArrival) {
   const VirtualTime time;
   std::mutex mutex;
   std::string order;
@@ -114,7 +134,7 @@ TEST(VirtualTimeTest, AFreedMutexIsHandedOnInTheOrderOfArrival) {
   EXPECT_EQ(order, "abcabc");
 }
 
-TEST(VirtualTimeTest, ConditionsSemaphoresAndTheirLimits) {
+TEST_P(VirtualTimeTest, ConditionsSemaphoresAndTheirLimits) {
   const VirtualTime time;
   std::mutex mutex;
   std::condition_variable ready;
@@ -173,7 +193,7 @@ TEST(VirtualTimeTest, ConditionsSemaphoresAndTheirLimits) {
   EXPECT_THAT(taken, ElementsAre(1, 2, 3));
 }
 
-TEST(VirtualTimeTest, AReceiverWaitsWithoutStoppingTime) {
+TEST_P(VirtualTimeTest, AReceiverWaitsWithoutStoppingTime) {
   VirtualTime time;
   const int socketFile = socket(AF_INET, SOCK_DGRAM, 0);
   sockaddr_in any{};
@@ -200,7 +220,7 @@ TEST(VirtualTimeTest, AReceiverWaitsWithoutStoppingTime) {
   close(socketFile);
 }
 
-TEST(VirtualTimeTest, NumbersThatDifferFromRunToRunAreShownAsFixedOnes) {
+TEST_P(VirtualTimeTest, NumbersThatDifferFromRunToRunAreShownAsFixedOnes) {
   const VirtualTime time;
   pid_t second = 0;
   std::thread([&] { second = gettid(); }).join();
@@ -211,7 +231,7 @@ TEST(VirtualTimeTest, NumbersThatDifferFromRunToRunAreShownAsFixedOnes) {
   EXPECT_STREQ(getcwd(directory, sizeof directory), ".");
 }
 
-TEST(VirtualTimeTest, TimeStandsWhereItIsToldUntilTheNextCommand) {
+TEST_P(VirtualTimeTest, TimeStandsWhereItIsToldUntilTheNextCommand) {
   const auto control = std::make_unique<rack::TimeControl>();
   control->setup.accessNanos = 1000;
   control->command.holdAt = 5 * kSecond;
@@ -258,7 +278,7 @@ std::string RunOfEight(unsigned seed) {
   return log.Take();
 }
 
-TEST(VirtualTimeTest, TheSameSeedGivesTheSameRunAndAnotherOneAnother) {
+TEST_P(VirtualTimeTest, TheSameSeedGivesTheSameRunAndAnotherOneAnother) {
   const std::string unseeded = RunOfEight(0);
   const std::string seeded = RunOfEight(7);
   for (int i = 0; i < 20; ++i) {
@@ -269,7 +289,7 @@ TEST(VirtualTimeTest, TheSameSeedGivesTheSameRunAndAnotherOneAnother) {
   EXPECT_NE(RunOfEight(8), seeded);
 }
 
-TEST(VirtualTimeDeathTest, ThreadsThatWaitForEachOtherEndTheRunWithAMessage) {
+TEST_P(VirtualTimeDeathTest, ThreadsThatWaitForEachOtherEndTheRunWithAMessage) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
       {

@@ -33,13 +33,16 @@ class TurnLog {
 
 class VirtualTime {
  public:
+  // What the threads of the next ones are.
+  static inline bool AsFibres = false;
+
   explicit VirtualTime(unsigned seed = 0) : own_(std::make_unique<rack::TimeControl>()), control(own_.get()) {
     control->setup.seed = seed;
     control->setup.accessNanos = 1000;
-    rack::Engage({control, 0, nullptr, nullptr, nullptr, true});
+    rack::Engage({control, 0, nullptr, nullptr, nullptr, AsFibres});
   }
   explicit VirtualTime(rack::TimeControl& shared) : control(&shared) {
-    rack::Engage({control, 0, nullptr, nullptr, nullptr, true});
+    rack::Engage({control, 0, nullptr, nullptr, nullptr, AsFibres});
   }
   ~VirtualTime() { rack::Disengage(); }
   VirtualTime(const VirtualTime&) = delete;

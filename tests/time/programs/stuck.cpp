@@ -7,6 +7,7 @@
 #include <sys/timerfd.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <mutex>
@@ -101,14 +102,31 @@ void Self() {
   nameless.lock();
 }
 
+// Without end, on a thread's own stack; another thread's lies somewhere below.
+int Deep(int depth) {
+  volatile char room[2000] = {};
+  return depth == 0 ? 0 : Deep(depth + 1) + room[0];
+}
+
+void Overflow() {
+  std::thread([] {
+    for (;;) sleep(1);
+  }).detach();
+  std::thread([] { Deep(1); }).join();
+}
+
+void Kill() {
+  pthread_kill(pthread_self(), 0);
+}
+
 struct Way {
   const char* name;
   void (*run)();
 };
-constexpr Way kWays[] = {{"epoll", Epoll},     {"nanos", EpollInNanos}, {"timer", Timer},
-                         {"flock", Flock},     {"record", RecordLock},  {"pipe", Pipe},
-                         {"number", Number},   {"inside", Inside},      {"circle", Circle},
-                         {"readers", Readers}, {"self", Self}};
+constexpr Way kWays[] = {
+    {"epoll", Epoll}, {"nanos", EpollInNanos}, {"timer", Timer},   {"flock", Flock},   {"record", RecordLock},
+    {"pipe", Pipe},   {"number", Number},      {"inside", Inside}, {"circle", Circle}, {"readers", Readers},
+    {"self", Self},   {"overflow", Overflow},  {"kill", Kill}};
 
 }  // namespace
 

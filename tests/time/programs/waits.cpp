@@ -5,11 +5,13 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <exception>
 #include <future>
 #include <mutex>
 #include <shared_mutex>
@@ -210,13 +212,145 @@ void Spins() {
   waits.join();
 }
 
+// Each thread is in its own catch block, with its own errno, while the others throw and fail.
+void Exceptions() {
+  std::string told[3];
+  std::thread threads[3];
+  for (int number = 0; number < 3; ++number) {
+    threads[number] = std::thread([&, number] {
+      try {
+        throw number;
+      } catch (int) {
+        errno = 100 + number;
+        std::this_thread::sleep_for(kPause);
+        told[number] = std::to_string(errno) + " " + std::to_string(std::uncaught_exceptions());
+        try {
+          throw;
+        } catch (int again) {
+          told[number] += " caught " + std::to_string(again);
+        }
+      }
+    });
+  }
+  for (int number = 0; number < 3; ++number) {
+    threads[number].join();
+    Say(told[number]);
+  }
+}
+
+// The second thread comes to the start while the first one is at it, and makes it when that has failed.
+void MadeAgain() {
+  std::once_flag flag;
+  const auto come = [&](int number, bool fails) {
+    try {
+      std::call_once(flag, [&] {
+        std::this_thread::sleep_for(kPause);
+        if (fails) throw number;
+        Say("made by " + std::to_string(number));
+      });
+    } catch (int thrower) {
+      Say("not made by " + std::to_string(thrower));
+    }
+  };
+  std::thread one(come, 1, true);
+  std::this_thread::sleep_for(kPause / 4);
+  std::thread two(come, 2, false);
+  one.join();
+  two.join();
+}
+
+pthread_key_t Key;
+
+void Keys() {
+  pthread_key_create(&Key, [](void* value) { Say(std::string("destroyed ") + static_cast<char*>(value)); });
+  static char names[3][4] = {"the", "one", "two"};
+  const auto use = [](int number) {
+    const bool empty = pthread_getspecific(Key) == nullptr;
+    pthread_setspecific(Key, names[number]);
+    std::this_thread::sleep_for(kPause * number);
+    return std::string(empty ? "empty, then " : "set, then ") + static_cast<char*>(pthread_getspecific(Key));
+  };
+  Say(use(0));
+  std::thread one([&] { Say(use(1)); });
+  std::thread two([&] { Say(use(2)); });
+  one.join();
+  two.join();
+  Say(use(0));
+  pthread_key_delete(Key);
+  Say(std::strerror(pthread_setspecific(Key, names[0])));
+}
+
+struct Tidy {
+  ~Tidy() { Say("tidied up"); }
+};
+
+void* Leaves(void* place) {
+  const Tidy tidy;
+  pthread_exit(place);
+}
+
+void* LooksAtItself(void* creator) {
+  pthread_attr_t own;
+  void* bottom = nullptr;
+  std::size_t size = 0;
+  pthread_getattr_np(pthread_self(), &own);
+  pthread_attr_getstack(&own, &bottom, &size);
+  const auto offset = static_cast<std::size_t>(reinterpret_cast<char*>(&own) - static_cast<char*>(bottom));
+  Say(std::string(size >= 200 * 1024 && size <= 300 * 1024 ? "its size" : "another size") +
+      (offset < size ? ", inside" : ", outside"));
+  int state = -1;
+  pthread_attr_getdetachstate(&own, &state);
+  Say(state == PTHREAD_CREATE_DETACHED ? "detached" : "joinable");
+  Say(pthread_equal(pthread_self(), *static_cast<pthread_t*>(creator)) != 0 ? "the creator" : "another one");
+  char name[16];
+  pthread_setname_np(pthread_self(), "looks");
+  pthread_getname_np(pthread_self(), name, sizeof name);
+  Say(name + std::string(", ") + std::strerror(pthread_setname_np(pthread_self(), "much too long a name")));
+  pthread_attr_destroy(&own);
+  return nullptr;
+}
+
+void Threads() {
+  pthread_t thread;
+  pthread_attr_t attributes;
+  void* result = nullptr;
+  pthread_create(&thread, nullptr, &Leaves, &attributes);
+  Say(std::string("joined: ") + std::strerror(pthread_join(thread, &result)));
+  Say(result == &attributes ? "its result" : "another result");
+  pthread_attr_init(&attributes);
+  pthread_attr_setstacksize(&attributes, 256 * 1024);
+  pthread_t self = pthread_self();
+  pthread_create(&thread, &attributes, &LooksAtItself, &self);
+  pthread_join(thread, nullptr);
+  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+  pthread_create(&thread, &attributes, &LooksAtItself, &self);
+  std::this_thread::sleep_for(kPause);
+  pthread_attr_destroy(&attributes);
+  pthread_create(&thread, nullptr, &Leaves, nullptr);
+  Say(std::string("detached: ") + std::strerror(pthread_detach(thread)));
+  std::this_thread::sleep_for(kPause);
+  // More one behind the other than there is room for at once.
+  int sum = 0;
+  for (int i = 0; i < 200; ++i) std::thread([&] { sum += i; }).join();
+  Say(std::to_string(sum));
+}
+
 struct Way {
   const char* name;
   void (*run)();
 };
-constexpr Way kWays[] = {{"timed", TimedMutexes},    {"shared", SharedMutexes}, {"nested", NestedMutexes},
-                         {"semaphores", Semaphores}, {"once", MadeOnce},        {"futexes", Futexes},
-                         {"spins", Spins},           {"limits", FutexLimits}};
+constexpr Way kWays[] = {{"timed", TimedMutexes},
+                         {"shared", SharedMutexes},
+                         {"nested", NestedMutexes},
+                         {"semaphores", Semaphores},
+                         {"once", MadeOnce},
+                         {"futexes", Futexes},
+                         {"spins", Spins},
+                         {"limits", FutexLimits},
+                         {"exceptions", Exceptions},
+                         {"again", MadeAgain},
+                         {"keys", Keys},
+                         {"threads", Threads}};
 
 }  // namespace
 
