@@ -36,7 +36,12 @@ template <class Function>
 Function* Next(const char* name) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
-#define NEXT(name) Next<decltype(name)>(#name)
+// Looked up once: the look-up takes a lock of the system's, which virtual time does not know.
+#define NEXT(name)                                         \
+  ([] {                                                    \
+    static auto* const next = Next<decltype(name)>(#name); \
+    return next;                                           \
+  }())
 
 bool IsController(const void* caller) {
   return caller >= &__executable_start && caller < &etext;
@@ -152,8 +157,9 @@ void* RunAs(void* argument) {
   return start.entry(nullptr);
 }
 
-FILE* OpenStream(const char* name, const char* path, const char* mode, const void* caller) {
-  if (!IsToFail("fopen", path, caller)) return Next<FILE*(const char*, const char*)>(name)(path, mode);
+FILE* OpenStream(FILE* (*next)(const char*, const char*), const char* path, const char* mode,
+                 const void* caller) {
+  if (!IsToFail("fopen", path, caller)) return next(path, mode);
   errno = EMFILE;
   return nullptr;
 }
@@ -187,10 +193,10 @@ int close(int descriptor) {
 }
 
 FILE* fopen(const char* path, const char* mode) {
-  return OpenStream("fopen", path, mode, CALLER);
+  return OpenStream(NEXT(fopen), path, mode, CALLER);
 }
 FILE* fopen64(const char* path, const char* mode) {
-  return OpenStream("fopen64", path, mode, CALLER);
+  return OpenStream(NEXT(fopen64), path, mode, CALLER);
 }
 
 char* fgets(char* buffer, int size, FILE* stream) {
