@@ -1,4 +1,8 @@
 // The scan of the rack: which card stands in which slot. The kinds of cards that it knows.
+#include <cstdlib>
+#include <new>
+
+#include "console.h"
 #include "drvlib.h"
 #include "kova_asda.h"
 #include "kova_cpu.h"
@@ -14,7 +18,7 @@ constexpr int kSettlingReads = 10;  // of the CPU card's type, ahead of the firs
 
 template <class Card>
 CkOVA_MANAGER* Create() {
-  return new Card;
+  return new (std::nothrow) Card;
 }
 
 }  // namespace
@@ -62,7 +66,11 @@ CARDINFO CardInfo = {};
 int HARDWARE::ScanCard(CARDINFO* Info) {
   if (Info == nullptr) return -1;
 
-  CkOVA_CPU* cpu = new CkOVA_CPU;
+  CkOVA_CPU* cpu = new (std::nothrow) CkOVA_CPU;
+  if (cpu == nullptr) {
+    PrintError("CPU card cannot be made");
+    std::exit(EXIT_FAILURE);
+  }
   cpu->FunctionPort = ConfiguredFunctionPort();
   kOVA_CardMan[0] = cpu;
   for (int i = 0; i < kSettlingReads; i++) cpu->GetHardType();
@@ -87,6 +95,10 @@ int HARDWARE::ScanCard(CARDINFO* Info) {
       continue;
     }
     CkOVA_MANAGER* card = type->Create();
+    if (card == nullptr) {
+      Console("No memory: slot %d ignored\n", slot);
+      continue;
+    }
     kOVA_CardMan[entries] = card;
     Info->CardID[entries] = id;
     Info->SlotID[entries] = slot;

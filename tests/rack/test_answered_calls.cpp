@@ -60,6 +60,7 @@ const char* const kRuntime[] = {
     "_Znw",
     "_ZTIN10__cxxabiv1",
     "_ZTVN10__cxxabiv1",
+    "_ZSt7nothrow",
     "_ZSt9terminate",
     "__cxa_",
     "__dynamic_cast",
