@@ -13,13 +13,8 @@ namespace rack::cli {
 
 namespace {
 
-constexpr Nanos kTakenLimit = 10 * kSecond;
 constexpr int kLookMillis = 2;
 constexpr int kTurnMillis = 20;
-
-bool Held(const KeyState& keys) {
-  return keys.code != 0 || keys.functionBits != 0;
-}
 
 // Waits until every task that is awake has seen the key, and tells those that have slept through it.
 void TellSleepers(Machine& machine, const Key& key, Nanos taken) {
@@ -30,10 +25,10 @@ void TellSleepers(Machine& machine, const Key& key, Nanos taken) {
     std::printf("%s: %s\n", key.name, sentence.c_str());
 }
 
-// A command that presses keys waits until the one before it is through: each press would take the other's key away.
+// Waits until whoever presses keys at the moment is through.
 std::string AwaitTurn(const Machine& machine, std::optional<MachineLock>& turn, const StopSignals& stop) {
   for (;;) {
-    turn.emplace(RunDirectory(machine.Directory()) + "/keys");
+    turn.emplace(TurnPath(machine.Directory()));
     if (turn->Held() || !turn->Error().empty()) return "";
     if (!machine.Running()) return "the machine in " + machine.Directory() + " does not run";
     if (stop.Within(kTurnMillis)) return "stopped, no key was pressed";
@@ -52,7 +47,7 @@ std::string Press(Machine& machine, const Key& key, int holdMillis, const StopSi
     const KeyState& keys = machine.Live().keys;
     const bool taken = IsTaken(keys, number);
     if (taken && takenAt == 0) takenAt = machine.Now();
-    if (taken && !Held(keys)) {
+    if (taken && !IsHeld(keys)) {
       TellSleepers(machine, key, takenAt);
       return "";
     }

@@ -17,6 +17,8 @@ constexpr Nanos kRepeats = 700 * kMillisecond;
 // A held key is renewed as often as a keypad repeats it, and let go this long after the last renewal.
 constexpr Nanos kRenewEvery = 100 * kMillisecond;
 constexpr int kRenewedMillis = 250;
+// Keys that were typed and wait for their turn; what is typed beyond is lost.
+constexpr std::size_t kMostWaiting = 16;
 
 struct TypedKey {
   int typed;
@@ -78,30 +80,82 @@ std::vector<std::string> Sleepers(const Snapshot& snapshot, Nanos taken) {
   return sentences;
 }
 
+bool IsHeld(const KeyState& keys) {
+  return keys.code != 0 || keys.functionBits != 0;
+}
+
+std::string TurnPath(const std::string& machine) {
+  return RunDirectory(machine) + "/keys";
+}
+
+bool Keypad::Repeats(const Key& key, Nanos now) const {
+  return typed_ && Same(*typed_, key) && now - typedAt_ < kRepeats;
+}
+
 void Keypad::Type(int character) {
   const std::optional<Key> key = KeyOf(character);
   if (!key) return;
   const Nanos now = MonotonicNow();
-  const bool held = last_ && Same(*last_, *key) && now - typedAt_ < kRepeats;
+  const bool held = Repeats(*key, now);
   if (held && now - typedAt_ < kRenewEvery) return;
+  typed_ = key;
   typedAt_ = now;
-  last_ = key;
+  const Typed typed = {*key, held ? kRenewedMillis : 0};
+  const bool waits = !waiting_.empty();
+  if (held && !waits && turn_) return Press(typed);
+  if (held && waits) return;
+  if (waiting_.size() < kMostWaiting) waiting_.push_back(typed);
+  Advance();
+}
+
+void Keypad::Advance() {
+  if (turn_ && IsThrough()) turn_.reset();
+  if (turn_ || waiting_.empty() || !TakeTurn()) return;
+  Press(waiting_.front());
+  waiting_.pop_front();
+}
+
+// Where the lock cannot be had at all, a key is pressed without it.
+bool Keypad::TakeTurn() {
+  turn_.emplace(TurnPath(machine_.Directory()));
+  if (turn_->Held() || !turn_->Error().empty()) return true;
+  turn_.reset();
+  return false;
+}
+
+void Keypad::Press(const Typed& typed) {
+  const Request request = PressOf(typed.key, typed.holdMillis);
+  pressed_ = typed.key;
   takenAt_ = 0;
   told_.clear();
-  error_ = machine_.Send(PressOf(*key, held ? kRenewedMillis : 0), number_);
+  limit_ = MonotonicNow() + request.duration + kTakenLimit;
+  error_ = machine_.Send(request, number_);
+}
+
+// Whether the key that was pressed last has been taken and let go, or there is nothing to wait for.
+bool Keypad::IsThrough() {
+  if (!error_.empty() || !machine_.Running() || machine_.Standing()) return true;
+  if (machine_.Answer(number_).state == RequestAnswer::State::Refused) return true;
+  NoteTaken(machine_.Now());
+  const bool free = takenAt_ != 0 && !IsHeld(machine_.Live().keys);
+  return free || MonotonicNow() > limit_;
+}
+
+void Keypad::NoteTaken(Nanos now) {
+  if (takenAt_ == 0 && IsTaken(machine_.Live().keys, number_)) takenAt_ = now;
 }
 
 void Keypad::LetGo() {
-  if (!last_ || !machine_.Running()) return;
+  if (!turn_ || !machine_.Running()) return;
   std::uint32_t number = 0;
-  machine_.Send(ReleaseOf(*last_), number);
+  machine_.Send(ReleaseOf(*pressed_), number);
 }
 
 std::string Keypad::Outcome(const Snapshot& snapshot) {
   if (!error_.empty()) return error_;
   const RequestAnswer answer = machine_.Answer(number_);
   if (answer.state == RequestAnswer::State::Refused) return answer.text;
-  if (takenAt_ == 0 && IsTaken(machine_.Live().keys, number_)) takenAt_ = snapshot.nowNanos;
+  NoteTaken(snapshot.nowNanos);
   if (takenAt_ == 0) return snapshot.standing.stands ? "waits for time to go on" : "not taken yet";
   if (told_.empty() && snapshot.nowNanos >= takenAt_ + kSeenFor) {
     const std::vector<std::string> sleepers = Sleepers(snapshot, takenAt_);
@@ -111,7 +165,12 @@ std::string Keypad::Outcome(const Snapshot& snapshot) {
 }
 
 std::string Keypad::Line(const Snapshot& snapshot) {
-  std::string line = last_ ? std::string(last_->name) + ": " + Outcome(snapshot) + "  |  " : "";
+  std::string line;
+  if (!waiting_.empty()) {
+    line = std::string(waiting_.back().key.name) + ": waits until the other keys are pressed  |  ";
+  } else if (pressed_) {
+    line = std::string(pressed_->name) + ": " + Outcome(snapshot) + "  |  ";
+  }
   line += "keys 0-9 Enter + - * / n(Num)";
   if (snapshot.keyPort != 0) line += " r(RUN) s(STEP) z(ZERO) c(CANCEL)";
   return line + "  a all  q end";

@@ -13,6 +13,7 @@
 #include "cli/stop_signals.h"
 #include "machine/machine.h"
 #include "machine/overview.h"
+#include "toml/characters.h"
 
 namespace rack::cli {
 
@@ -47,6 +48,7 @@ class Watching {
         if (typed == 'q') return;
         Take(typed);
       }
+      keypad_.Advance();
       if (MonotonicNow() >= nextDraw_ && !Draw()) return;
     } while (!stop.Within(kTypedMillis) && !screen_.Gone());
   }
@@ -81,7 +83,7 @@ class Watching {
     std::vector<ScreenRow> rows = overview_.Rows(snapshot, size, all_, skipped_);
     if (keys) {
       rows.resize(static_cast<std::size_t>(size.rows));
-      rows.push_back({{keypad_.Line(snapshot)}});
+      rows.push_back({{Printable(keypad_.Line(snapshot))}});
     }
     screen_.Draw(rows);
     return snapshot.running && !machine_.Replaced();
@@ -121,7 +123,8 @@ int Watch(const ShowOptions& options) {
     if (!screen.Opened()) return WatchPlain(machine, stop);
     Watching(machine, screen, options).Follow(stop);
   }
-  if (!machine.Running()) std::printf("the machine in %s does not run\n", machine.Directory().c_str());
+  if (!machine.Running())
+    std::printf("the machine in %s does not run\n", Printable(machine.Directory()).c_str());
   return kDone;
 }
 

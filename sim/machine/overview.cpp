@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "machine/why.h"
+#include "toml/characters.h"
 #include "toml/words.h"
 
 namespace rack {
@@ -82,14 +83,15 @@ Look LookOf(Stand stand) {
 
 Piece PieceOf(const Snapshot& snapshot, const TaskView& task) {
   const Explanation explanation = Explain(snapshot, task);
-  return {TaskSentence(task, explanation), LookOf(explanation.stand)};
+  return {Printable(TaskSentence(task, explanation)), LookOf(explanation.stand)};
 }
 
 // What comes first, in its order.
 std::vector<Piece> Sentences(const Snapshot& snapshot) {
   std::vector<Piece> sentences;
   for (const TaskView& task : snapshot.tasks) sentences.push_back(PieceOf(snapshot, task));
-  for (const std::string& fault : snapshot.faults) sentences.push_back({"fault " + fault, Look::Faulty});
+  for (const std::string& fault : snapshot.faults)
+    sentences.push_back({"fault " + Printable(fault), Look::Faulty});
   return sentences;
 }
 
@@ -108,7 +110,7 @@ ScreenRow Head(const Snapshot& snapshot) {
   row.push_back({" at " + Seconds(snapshot.nowNanos)});
   if (snapshot.noDriver) row.push_back({"  no driver", Look::Faulty});
   for (const CounterView& counter : snapshot.counters) {
-    row.push_back({"  " + counter.name + " " + std::to_string(counter.count) +
+    row.push_back({"  " + Printable(counter.name) + " " + std::to_string(counter.count) +
                    (counter.goal != 0 ? " of " + std::to_string(counter.goal) : "")});
   }
   const std::size_t faults = snapshot.faults.size();
@@ -203,6 +205,12 @@ void AddCylinders(std::vector<Cell>& cells, const Snapshot& snapshot, int entry)
   }
 }
 
+// "part_there #!", "2.3   stands ...".
+std::string TextOf(const Cell& cell) {
+  const std::string label = Printable(cell.label);
+  return (cell.isSignal ? label + " " : Padded(label, kAddressColumns)) + cell.text;
+}
+
 std::vector<Cell> CellsOf(const Snapshot& snapshot) {
   std::vector<Cell> cells;
   const int entries = static_cast<int>(snapshot.cards.size());
@@ -217,7 +225,7 @@ std::vector<Cell> CellsOf(const Snapshot& snapshot) {
 std::vector<ScreenRow> Arranged(const std::vector<Cell>& cells, int columns) {
   int widest = 0;
   for (const Cell& cell : cells) {
-    if (cell.isSignal) widest = std::max(widest, Columns(cell.label) + 1 + Columns(cell.text) + kGap);
+    if (cell.isSignal) widest = std::max(widest, Columns(TextOf(cell)) + kGap);
   }
   std::vector<ScreenRow> rows;
   const char* group = "";
@@ -227,8 +235,7 @@ std::vector<ScreenRow> Arranged(const std::vector<Cell>& cells, int columns) {
       rows.push_back({{Padded(begins ? cell.group : "", kGroupColumns)}});
     group = cell.group;
     const int width = cell.isSignal ? widest - kGap : 0;
-    const std::string label = cell.isSignal ? cell.label + " " : Padded(cell.label, kAddressColumns);
-    rows.back().push_back({Padded(label + cell.text, width), cell.look});
+    rows.back().push_back({Padded(TextOf(cell), width), cell.look});
     if (cell.isSignal) rows.back().push_back({std::string(kGap, ' ')});
   }
   return rows;

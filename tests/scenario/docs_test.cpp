@@ -1,9 +1,11 @@
 // The pages that show commands with their output: the commands are executed and the output is compared.
 //
-// A fenced block marked "console" holds lines "$ COMMAND", each followed by what it prints. Any other fenced
-// block is a file if the text before it ends with its name: `press/rack.toml`:
+// A fenced block marked "console" holds lines "$ COMMAND", each followed by what it prints; one marked "sh" holds commands
+// that have to succeed, "COMMAND  # what it does". Any other fenced block is a file if the text before it ends with its
+// name: `press/rack.toml`:
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
 
 #include <sstream>
 
@@ -20,6 +22,41 @@ std::string FileNamed(const std::string& line) {
   return begin == std::string::npos ? "" : line.substr(begin + 1, line.size() - begin - 3);
 }
 
+// Commands that go on until they are told to end. The one that runs the machine ends last: the others need it.
+class LongCommands {
+ public:
+  explicit LongCommands(Shell& shell) : shell_(shell) {}
+  ~LongCommands() {
+    shell_.Run("kill $(cat " + Process() + ")" + kEventually + "eventually gone $(cat " + Process() + ")");
+  }
+  LongCommands(const LongCommands&) = delete;
+  LongCommands& operator=(const LongCommands&) = delete;
+
+  void Take(const std::string& command) {
+    const bool runs = command.find(" run ") != std::string::npos;
+    if (runs) {
+      EXPECT_EQ(shell_.Run(command + " >machine.txt 2>&1 & echo $! >" + Process() + kEventually +
+                           "eventually eval \"velmo-rack show --machine mymachine | tr '\\n' '_' | grep -q "
+                           "'^running.*_task 1 .*PLC:'\""),
+                "")
+          << ReadText(shell_.Folder() / "machine.txt");
+      return;
+    }
+    // Told when it waits for that.
+    const std::string waits = "'^" + std::to_string(SYS_rt_sigtimedwait) + " '";
+    shell_.Run(command + " >long.txt 2>&1 & long=$!" + kEventually + "eventually grep -qs " + waits +
+               " /proc/$long/syscall; kill $long; wait $long");
+    EXPECT_EQ(shell_.Status(), 0) << command;
+  }
+
+ private:
+  static constexpr const char* kEventually =
+      "\neventually() { for i in $(seq 1200); do \"$@\" && return; sleep 0.05; done; echo timed out; }\n";
+  std::string Process() const { return "'" + (shell_.Folder() / "machine.process").string() + "'"; }
+
+  Shell& shell_;
+};
+
 class Page {
  public:
   explicit Page(Shell& shell) : shell_(shell) {}
@@ -28,7 +65,9 @@ class Page {
     std::istringstream lines(text);
     std::string last;
     for (std::string line; std::getline(lines, line);) {
-      if (line.rfind("```", 0) == 0) {
+      if (line == "```sh") {
+        TakeCommands(lines);
+      } else if (line.rfind("```", 0) == 0) {
         TakeBlock(lines, line == "```console", FileNamed(last));
       } else if (!line.empty()) {
         last = line;
@@ -56,6 +95,23 @@ class Page {
     std::ofstream(path, std::ios::binary) << shown;
   }
 
+  void TakeCommands(std::istringstream& lines) {
+    LongCommands longOnes(shell_);
+    for (std::string line; std::getline(lines, line) && line != "```";) {
+      ++commands_;
+      const std::string command = line.substr(0, line.find_last_not_of(' ', line.find('#') - 1) + 1);
+      if (command.rfind("cd ", 0) == 0) {
+        shell_.Enter(command.substr(3));
+      } else if (line.find("until ") != std::string::npos) {
+        longOnes.Take(command);
+      } else {
+        const std::string output = shell_.Run(command);
+        EXPECT_EQ(shell_.Status(), 0) << command << "\n" << output;
+      }
+    }
+    shell_.Enter("");
+  }
+
   Shell& shell_;
   int commands_ = 0;
 };
@@ -73,7 +129,7 @@ TEST(Documents, Readme) {
   fs::create_directory_symlink(VELMO_BUILD, shell.Folder() / "build");
   Page page(shell);
   page.Follow(ReadText(VELMO_SOURCE "/README.md"));
-  EXPECT_EQ(page.Commands(), 6);
+  EXPECT_EQ(page.Commands(), 17);
 }
 
 TEST(Documents, EveryProgramTellsItsVersion) {

@@ -96,6 +96,21 @@ TEST_F(OverviewTest, OnlyWhatIsNamedBesideTasksAndFaults) {
             "as 0.5)");
 }
 
+// One text cleaner: a name or a file of bytes that are no text, or that a terminal would obey, takes the columns that it shows.
+TEST_F(OverviewTest, WhatIsNoTextIsShownByItsBytes) {
+  machine.signals = {{"auf\x1b[2J", SignalKind::Input, 1, 0}, {"t\xc3\xbcr", SignalKind::Input, 1, 1}};
+  machine.counters = {{0, "\x07 parts", 3, 0}};
+  machine.faults = {"stuck auf\x1b[2J"};
+  machine.tasks[0].file = machine.tasks[0].mainFile = "plc1/\xe9.PLC";
+  EXPECT_THAT(Rows(23, 80),
+              testing::ElementsAre("running at 14.3 s  \\x07 parts 3  faults: 1  forced (!): 1",
+                                   testing::StartsWith("task 1 plc1/\\xe9.PLC:8 LDG 3, 0: "), "  for 1.9 s",
+                                   "fault stuck auf\\x1b[2J", "in       auf\\x1b[2J #!  t\xc3\xbcr .",
+                                   testing::_, testing::_));
+  machine.signals.pop_back();
+  for (int columns = 0; columns < 40; ++columns) Rows(30, columns);
+}
+
 TEST_F(OverviewTest, WhatStandsOutHasALook) {
   machine.standing.stands = true;
   machine.timeMode = TimeMode::Virtual;

@@ -245,17 +245,57 @@ TEST_F(RunTest, WatchPressesKeysOnATerminalAndGivesItBack) {
   terminal.Type("\r");
   EXPECT_TRUE(Eventually([&] { return view.Take().tasks[0].file == "plc1/FLOW.PLC"; }));
   EXPECT_TRUE(Eventually([&] { return terminal.Shows("taken"); })) << terminal.Shown();
-  // A key that is typed again and again is held, and let go with the end.
-  EXPECT_TRUE(Eventually([&] {
-    terminal.Type("5");
-    return view.Live().keys.code == 0x73;
-  }));
   EXPECT_EQ(terminal.End(SIGTERM), 0);
-  EXPECT_TRUE(Eventually([&] { return view.Live().keys.code == 0; }));
   EXPECT_TRUE(Eventually([&] { return terminal.Shows("\x1b[?1049l"); }));
   // Without a terminal that can place the cursor it is plain text.
   EXPECT_EQ(Tool({"watch", "strat_button", "--machine", machine}), 2);
   EXPECT_THAT(Output(), testing::HasSubstr("nothing is called \"strat_button\"; did you mean start_button?"));
+}
+
+// What is typed while another command presses keys waits until that one is through, and holds the others up in turn.
+TEST_F(RunTest, KeysFromWatchTakeTurnsWithTheOnesOfKey) {
+  Run();
+  Machine view;
+  ASSERT_EQ(view.Open(machine), "");
+  const std::string turn = RunDirectory(machine) + "/keys";
+  const std::vector<std::string> watch = {ProgramDirectory() + "/../velmo-rack", "watch", "--machine",
+                                          machine};
+  for (const int signal : {SIGTERM, SIGHUP, SIGINT}) {
+    Terminal terminal(watch);
+    ASSERT_TRUE(Eventually([&] { return terminal.Shows("q end"); })) << terminal.Shown();
+    const std::uint32_t before = view.Live().keys.pressCount;
+    {
+      const MachineLock other(turn);
+      ASSERT_TRUE(other.Held());
+      terminal.Type("78");
+      ASSERT_TRUE(Eventually([&] { return terminal.Shows("8: waits until the other keys are pressed"); }));
+      EXPECT_EQ(view.Live().keys.pressCount, before);
+    }
+    // Both, one after the other; then the turn is free again.
+    EXPECT_TRUE(Eventually([&] { return view.Live().keys.pressCount == before + 2; }));
+    EXPECT_TRUE(Eventually([&] { return MachineLock(turn).Held(); }));
+    EXPECT_EQ(view.Live().keys.code, 0U);
+    // A key that is typed again and again stays held, past any tap.
+    const Nanos begin = view.Now();
+    EXPECT_TRUE(Eventually([&] {
+      terminal.Type("5");
+      const bool held = view.Now() > begin + kSecond && view.Live().keys.code == 0x73;
+      return held && !MachineLock(turn).Held();
+    }));
+    EXPECT_EQ(terminal.End(signal), 0) << signal;
+    EXPECT_TRUE(MachineLock(turn).Held());
+    EXPECT_TRUE(Eventually([&] { return view.Live().keys.code == 0; }));
+  }
+  // Killed, it renews the key no more.
+  {
+    Terminal terminal(watch);
+    ASSERT_TRUE(Eventually([&] { return terminal.Shows("q end"); }));
+    EXPECT_TRUE(Eventually([&] {
+      terminal.Type("5");
+      return view.Live().keys.code == 0x73;
+    }));
+  }
+  EXPECT_TRUE(Eventually([&] { return MachineLock(turn).Held() && view.Live().keys.code == 0; }));
 }
 
 TEST_F(RunTest, KeyTellsWhoSleptThroughIt) {
