@@ -61,7 +61,8 @@ void AddMotors(std::string& text, const CardView& card) {
     text += line;
     if (motor.busy && motor.endsInNanos >= 0) text += ", ends in " + Seconds(motor.endsInNanos);
     if (motor.busy && motor.endsInNanos < 0) text += ", never ends";
-    text += motor.blocked ? ", blocked\n" : "\n";
+    const std::string held = HeldBy(motor);
+    text += held.empty() ? "\n" : ", " + held + "\n";
   }
 }
 

@@ -81,6 +81,9 @@ void ViewMotors(CardState& card, Nanos now, CardView& view) {
     motor.position = channel.PositionAt(now);
     motor.endsInNanos = motor.busy ? UntilEnd(channel, now) : -1;
     motor.rate = state.moveRate;
+    if (state.hardStopLow != -kNoHardStop) motor.hardStopLow = state.hardStopLow;
+    if (state.hardStopHigh != kNoHardStop) motor.hardStopHigh = state.hardStopHigh;
+    motor.lostNow = motor.busy ? channel.LostAt(now) - state.lostBefore : 0;
     view.motors.push_back(motor);
   }
 }

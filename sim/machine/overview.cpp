@@ -173,7 +173,8 @@ std::string MotorText(const CardView& card, std::size_t channel) {
                      Padded("at " + std::to_string(motor.position), 14) + "count " +
                      std::to_string(card.counts[channel]);
   if (motor.busy) text += motor.endsInNanos < 0 ? ", never ends" : ", ends in " + Seconds(motor.endsInNanos);
-  return text + (motor.blocked ? ", blocked" : "");
+  const std::string held = HeldBy(motor);
+  return text + (held.empty() ? "" : ", " + held);
 }
 
 std::string CylinderText(const CylinderView& cylinder) {
@@ -188,7 +189,7 @@ void AddMotors(std::vector<Cell>& cells, const Snapshot& snapshot, int entry) {
     const MotorView& motor = card.motors[i];
     const bool used = motor.busy || motor.blocked || motor.position != 0 || motor.rate != 0;
     cells.push_back({"motor", false, Address(entry, i), Address(entry, i), MotorText(card, i),
-                     motor.blocked ? Look::Faulty : Look::Plain, used || Hangs(snapshot, entry, i)});
+                     HeldBy(motor).empty() ? Look::Plain : Look::Faulty, used || Hangs(snapshot, entry, i)});
   }
 }
 

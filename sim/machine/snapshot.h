@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,9 @@ struct MotorView {
   std::int64_t position = 0;      // where the motor stands, in steps
   std::int64_t endsInNanos = -1;  // until the end of the running move; negative when it never ends
   std::int64_t rate = 0;          // pulses per second of the move that started last
+  std::optional<std::int64_t> hardStopLow;
+  std::optional<std::int64_t> hardStopHigh;
+  std::int64_t lostNow = 0;  // steps that the running move has lost at a hard stop
 };
 
 struct CylinderView {
@@ -130,6 +134,8 @@ std::string SignalText(const Snapshot& snapshot, SignalKind kind, int entry, int
 
 // Whether the rack file names a signal.
 bool HasName(const Snapshot& snapshot, SignalKind kind, int entry, int channel);
+// What keeps a motor from moving, "blocked"; empty: nothing.
+std::string HeldBy(const MotorView& motor);
 // "1.5": where a cylinder is, in positions.
 std::string PlaceText(const CylinderView& cylinder);
 

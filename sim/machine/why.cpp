@@ -67,6 +67,10 @@ std::string LackOfInput(const Standing& at) {
          (at.Dead() ? "" : ": " + WhyNoChange(at.machine, at.Slot(), shown));
 }
 
+std::string InBrackets(const std::string& text) {
+  return text.empty() ? "" : " (" + text + ")";
+}
+
 std::string MotorEnd(const MotorView& motor) {
   if (motor.endsInNanos >= 0) return ", its move ends in " + Seconds(motor.endsInNanos);
   return motor.rate == 0 ? ", its frequency makes no pulse: its move never ends" : ", its move never ends";
@@ -86,7 +90,7 @@ std::string LackOfMotorEnd(const Standing& at) {
   const std::string who = told == at.Channel() ? asked
                                                : "the busy register tells of motor " + std::to_string(told) +
                                                      ", selected last, which";
-  return who + " still moves at " + std::to_string(motor.position) + (motor.blocked ? " (blocked)" : "") +
+  return who + " still moves at " + std::to_string(motor.position) + InBrackets(HeldBy(motor)) +
          MotorEnd(motor) + at.For();
 }
 
@@ -100,9 +104,9 @@ std::string LackOfCount(const Standing& at) {
   std::int64_t count = there ? at.card->counts[channel] : 0;
   if (at.Dead()) count = INT32_MAX;  // 0xFF in every byte of the counter
   if (std::llabs(count) >= wanted) return "";
-  const bool blocked = channel < at.card->motors.size() && at.card->motors[channel].blocked;
-  return "count is " + std::to_string(count) + (blocked ? " (motor blocked)" : "") + ", should reach " +
-         std::to_string(wanted) + at.For();
+  const std::string held = channel < at.card->motors.size() ? HeldBy(at.card->motors[channel]) : "";
+  return "count is " + std::to_string(count) + (held.empty() ? "" : " (motor " + held + ")") +
+         ", should reach " + std::to_string(wanted) + at.For();
 }
 
 std::string LackOfPosition(const Standing& at) {

@@ -19,6 +19,7 @@ namespace rack::scenario {
   kind(MotorStands)    /* "motor 2.0 stands" */                                           \
   kind(MotorAt)        /* "motor 2.0 at 800": stands there */                             \
   kind(MotorCount)     /* "motor 2.0 counts 800": its encoder counter, standing */        \
+  kind(MotorHitsStop)  /* "motor 2.0 hits its stop": a move begins to lose steps there */ \
   kind(MotorPulses)    /* "motor 2.0 pulses 800": a move of so many pulses has ended */   \
   kind(CylinderAt)     /* "cylinder 3.0 at 5": stands there */                            \
   kind(CylinderAlarm)  /* "cylinder 3.0 alarm" */                                         \

@@ -136,6 +136,18 @@ bool SeePulses(Watched& watched, const JournalRecord& record) {
   return HoldsInRange(watched);
 }
 
+void BeginHardStop(Watched& watched, const Snapshot& machine) {
+  BeginMotor(watched, machine);
+  watched.known = false;
+}
+
+bool SeeHardStop(Watched& watched, const JournalRecord& record) {
+  if (record.kind != JournalKind::HardStop || record.value == 0 || !IsMine(watched, record)) return false;
+  watched.value = static_cast<std::int32_t>(record.line);
+  watched.known = true;
+  return true;
+}
+
 bool Moves(const Watched& watched) {
   return watched.moving;
 }
@@ -167,6 +179,11 @@ std::string SayCount(const Watched& watched) {
 std::string SayPulses(const Watched& watched) {
   if (!watched.known) return watched.label + " has ended no move";
   return "the last move of " + watched.label + " had " + std::to_string(watched.value) + " pulses";
+}
+
+std::string SayHardStop(const Watched& watched) {
+  if (!watched.known) return watched.label + " has hit no stop";
+  return watched.label + " has hit its stop at " + std::to_string(watched.value);
 }
 
 // Cylinders.
@@ -289,6 +306,9 @@ constexpr HappeningRow kRows[] = {
   {HappeningKind::MotorCount, "", &Text::HasFirst, "motor", "counts N", kSteps,
    &Text::ReadMotor, kOnCard, BeginCount, SeeCount, StandsInRange, SayCount,
    {JournalKind::MotorMove, JournalKind::MotorCount}},
+  {HappeningKind::MotorHitsStop, "", &Text::HasFirst, "motor", "hits its stop", kNoNumber,
+   &Text::ReadMotor, kOnCard, BeginHardStop, SeeHardStop, nullptr, SayHardStop,
+   {JournalKind::HardStop}},
   {HappeningKind::MotorPulses, "", &Text::HasFirst, "motor", "pulses N", kPulses,
    &Text::ReadMotor, kOnCard, BeginPulses, SeePulses, nullptr, SayPulses,
    {JournalKind::MotorPulses}},

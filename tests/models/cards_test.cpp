@@ -414,6 +414,53 @@ TEST_P(MotorCards, BlockedMotorTakesItsTimeAndStandsStill) {
   EXPECT_THAT(Encoder(), ElementsAre(50, 0, 0, 0x80));
 }
 
+TEST_P(MotorCards, AHardStopTakesTheStepsAndLeavesTheMoveItsPulses) {
+  MotorChannel(card, 0)->hardStopHigh = 50;
+  MotorChannel(card, 0)->hardStopLow = -10;
+  Move(0, 80, 1, 0x00);
+  EXPECT_EQ(Channel(0).HitTime(), 510 * kMs);
+  EXPECT_EQ(Channel(0).ReachTime(50), 500 * kMs);
+  EXPECT_EQ(Channel(0).ReachTime(51), std::nullopt);
+  now = 510 * kMs - 1;
+  EXPECT_FALSE(Channel(0).HasHitStop(now));
+  now = 510 * kMs;
+  EXPECT_TRUE(Channel(0).HasHitStop(now));
+  now = 700 * kMs;
+  EXPECT_EQ(Channel(0).LostAt(now), 20);
+  // What is settled on the way changes nothing.
+  Channel(0).SetBlocked(false, now);
+  EXPECT_EQ(Channel(0).HitTime(), std::nullopt);
+  EXPECT_EQ(Channel(0).MoveEnd(), 800 * kMs);
+  now = 900 * kMs;
+  EXPECT_EQ(Channel(0).PulsesAt(now), 80);
+  EXPECT_EQ(Position(0), 50);
+  EXPECT_THAT(Encoder(), ElementsAre(50, 0, 0, 0x80));
+  EXPECT_EQ(Channel(0).LostAt(now), 30);
+  // Away from it the first pulse moves; the count is never reached where the way ends before it.
+  Move(0, 70, 1, 0x88, 65);
+  EXPECT_FALSE(Channel(0).HasHitStop(now));
+  EXPECT_EQ(Channel(0).ReachTime(49), 910 * kMs);
+  EXPECT_EQ(Channel(0).HitTime(), 1510 * kMs);
+  EXPECT_EQ(Channel(0).MoveEnd(), 1600 * kMs);
+  // A move that ends at the stop has lost nothing; the next one that way loses all from its first pulse on.
+  now = 2000 * kMs;
+  EXPECT_EQ(Position(0), -10);
+  EXPECT_EQ(Channel(0).LostAt(now), 40);
+  Move(0, 60, 1, 0x00);
+  EXPECT_EQ(Channel(0).HitTime(), std::nullopt);
+  now = 3000 * kMs;
+  EXPECT_EQ(Position(0), 50);
+  Move(0, 3, 1, 0x00);
+  EXPECT_EQ(Channel(0).HitTime(), 3010 * kMs);
+  // With every 4th step lost on the way it comes later; a blocked motor does not come there at all.
+  now = 4000 * kMs;
+  Channel(0).SetLoseEvery(4, now);
+  Move(0, 100, 1, 0x80);
+  EXPECT_EQ(Channel(0).HitTime(), 4810 * kMs);
+  Channel(0).SetBlocked(true, 4400 * kMs);
+  EXPECT_EQ(Channel(0).HitTime(), std::nullopt);
+}
+
 TEST_P(MotorCards, LosingStepsMissesEveryNthPulse) {
   Channel(0).SetLoseEvery(4, 0);
   Move(0, 100, 1, 0x00);

@@ -78,6 +78,32 @@ TEST(RackTest, JournalFollowsAMotorToTheEndOfItsMove) {
             "50 position 7.2=5\n50 move 7.2=0\n");
 }
 
+TEST(RackTest, TheJournalTellsOfAMotorAtItsHardStopOnceAMove) {
+  TestRack cell(std::string(kCell) +
+                "[[axis]]\nmotor = \"2.2\"\nstop_high = 3\nhigh = \"0.7\"\nhigh_at = 3\n");
+  const auto start = [&](int steps, int control, rack::Nanos now) {
+    cell.Write(7, 7, 2, now);
+    cell.Write(7, 8, static_cast<std::uint8_t>(control), now);
+    cell.Write(7, 9, 100, now);  // 1000 pulses per second
+    cell.Write(7, 12, static_cast<std::uint8_t>(2 * steps), now);
+    cell.Write(7, 24, 1, now);
+  };
+  start(6, 0x00, 0);
+  cell.bus->AdvanceTo(10 * kMs);
+  // The next move begins while the last one still pushes, and pushes too.
+  start(5, 0x00, 10 * kMs);
+  start(5, 0x00, 13 * kMs);
+  cell.bus->AdvanceTo(30 * kMs);
+  start(3, 0x80, 30 * kMs);
+  cell.bus->AdvanceTo(60 * kMs);
+  EXPECT_EQ(cell.Events(),
+            "0 input 0.1=1\n0 move 7.2=1\n3 input 0.7=1\n4 stop 7.2=1\n6 stop 7.2=0\n6 count 7.2=3\n"
+            "6 pulses 7.2=6\n6 position 7.2=3\n6 move 7.2=0\n10 move 7.2=1\n11 stop 7.2=1\n13 stop 7.2=0\n"
+            "14 stop 7.2=1\n18 stop 7.2=0\n18 pulses 7.2=5\n18 position 7.2=3\n18 move 7.2=0\n"
+            "30 move 7.2=1\n31 input 0.7=0\n33 count 7.2=0\n33 pulses 7.2=3\n33 position 7.2=0\n"
+            "33 move 7.2=0\n");
+}
+
 TEST(RackTest, InputsSetByHandHoldAgainstTheMachineUntilReleased) {
   TestRack cell(kCell);
   EXPECT_EQ(cell.Ask(Input(RequestKind::SetInput, 0, 1, 0), kMs), RequestResult::Done);

@@ -102,12 +102,12 @@ TEST(StateFileTest, OutlivesItsProcessAndRefusesOtherFiles) {
 }
 
 TEST(StateFileTest, LayoutIsTheSameForEveryProcess) {
-  EXPECT_EQ(sizeof(rack::RackImage), 34472U);
-  EXPECT_EQ(offsetof(rack::RackState, live), 34496U);
+  EXPECT_EQ(sizeof(rack::RackImage), 37800U);
+  EXPECT_EQ(offsetof(rack::RackState, live), 37824U);
   EXPECT_EQ(offsetof(rack::RackLive, cards), 1088U);
-  EXPECT_EQ(offsetof(rack::RackLive, plant), 10864U);
-  EXPECT_EQ(offsetof(rack::RackLive, tasks), 15536U);
-  EXPECT_EQ(offsetof(rack::RackLive, programFiles), 28896U);
+  EXPECT_EQ(offsetof(rack::RackLive, plant), 14192U);
+  EXPECT_EQ(offsetof(rack::RackLive, tasks), 18864U);
+  EXPECT_EQ(offsetof(rack::RackLive, programFiles), 32224U);
   EXPECT_EQ(sizeof(rack::JournalRing), 8388616U);
 }
 

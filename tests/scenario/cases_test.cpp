@@ -62,7 +62,7 @@ TEST_F(CasesTest, PassingScenariosPassAndLeaveNothing) {
   const std::string before = Run(files);
   const std::string output = Run("velmo-rack test pass");
   EXPECT_EQ(shell.Status(), 0) << output;
-  EXPECT_THAT(output, testing::StartsWith("TAP version 13\n1..59\n# pass/alarm.toml, 2.831 s of the machine\n"
+  EXPECT_THAT(output, testing::StartsWith("TAP version 13\n1..64\n# pass/alarm.toml, 2.831 s of the machine\n"
                                           "ok 1 - alarm: cylinder 3.0 alarm within 10 ms after jam\n"));
   // An hour was allowed.
   EXPECT_THAT(output, testing::HasSubstr("# pass/ends-early.toml, 1.190 s of the machine\n"));

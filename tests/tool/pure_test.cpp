@@ -182,6 +182,10 @@ TEST(Trace, FaultsAndHandsAreToldByTheNamesThatTheirCommandsUse) {
             "fault: stuck clamp_closed (1.5) on");
   EXPECT_EQ(fault(JournalKind::FaultEnds, FaultKind::MotorLosesSteps, 5, 7, 4), "fault over: loses 2.7 4");
   EXPECT_EQ(fault(JournalKind::FaultBegins, FaultKind::CardPulled, 5, 0, 0), "fault: pulled 2 (stepper)");
+  EXPECT_EQ(text(JournalKind::HardStop, 5, 2, 1, static_cast<std::uint32_t>(-40)),
+            "slot 5 stepper: motor 2 hits its stop at -40");
+  EXPECT_EQ(text(JournalKind::HardStop, 5, 2, 0, 250),
+            "slot 5 stepper: motor 2 has lost 250 steps at its stop");
   EXPECT_EQ(text(JournalKind::InputTaken, 3, 5, 1), "input clamp_closed (1.5) on by hand");
   EXPECT_EQ(text(JournalKind::InputGivenBack, 3, 5, 0), "input clamp_closed (1.5) left to the machine again");
 }

@@ -140,7 +140,7 @@ TEST_F(WhyTest, NoDriverAndLongWaits) {
 }
 
 TEST_F(WhyTest, Motors) {
-  machine.cards[2].motors[1] = {true, false, 120, 2'000'000'000, 100};
+  machine.cards[2].motors[1] = {true, false, 120, 2'000'000'000, 100, {}, {}};
   machine.cards[2].counts[1] = 118;
   machine.cards[2].selectedChannel = 1;
   EXPECT_EQ(Why("LMOT: 2, 1,"), "LMOT 2, 1: motor 1 still moves at 120, its move ends in 2.0 s, for 3.2 s");
@@ -153,6 +153,10 @@ TEST_F(WhyTest, Motors) {
   EXPECT_EQ(Why("LMOT: 2, 1,"),
             "LMOT 2, 1: motor 1 still moves at 120 (blocked), its move never ends, for 3.2 s");
   EXPECT_EQ(Why("ROW: 2, 1, 4000"), "ROW 2, 1: count is 118 (motor blocked), should reach 4000, for 3.2 s");
+  machine.cards[2].motors[1].blocked = false;
+  machine.cards[2].motors[1].lostNow = 30;
+  EXPECT_EQ(Why("ROW: 2, 1, 4000"),
+            "ROW 2, 1: count is 118 (motor against its stop, 30 steps lost), should reach 4000, for 3.2 s");
   EXPECT_EQ(Why("ROW: 1, 1, 4000"), "ROW 1, 1: entry 1 (io) counts nothing: never met, for 3.2 s");
   machine.cards[4].motors[2].busy = true;
   EXPECT_EQ(
