@@ -55,7 +55,8 @@ Json Card(const Snapshot& snapshot, int entry) {
     json["cylinders"].push_back({{"position", cylinder.thousandths / double{kCylinderPosition}},
                                  {"target", cylinder.target},
                                  {"status", cylinder.status},
-                                 {"alarm", (cylinder.status & kCylinderAlarm) != 0}});
+                                 {"alarm", (cylinder.status & kCylinderAlarm) != 0},
+                                 {"jammed", cylinder.jammed}});
   }
   return json;
 }

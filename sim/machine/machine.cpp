@@ -93,7 +93,7 @@ void ViewCylinders(CardState& card, Nanos now, CardView& view) {
     CylinderCardState& state = *Cylinders(card);
     const CylinderCard model(state);
     view.cylinders.push_back(
-        {model.PlaceAt(i, now), state.channels[i].to / kCylinderPosition, model.Status(i, now)});
+        {model.PlaceAt(i, now), model.Target(i), model.Status(i, now), state.channels[i].jammed != 0});
   }
 }
 

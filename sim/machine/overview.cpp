@@ -179,6 +179,7 @@ std::string MotorText(const CardView& card, std::size_t channel) {
 
 std::string CylinderText(const CylinderView& cylinder) {
   const char* state = (cylinder.status & kCylinderMoving) != 0 ? "moves" : "stands";
+  if (cylinder.jammed) state = "jammed";
   if ((cylinder.status & kCylinderAlarm) != 0) state = "alarm";
   return Padded(state, 7) + Padded("at " + PlaceText(cylinder), 14) + "to " + std::to_string(cylinder.target);
 }
@@ -197,10 +198,10 @@ void AddCylinders(std::vector<Cell>& cells, const Snapshot& snapshot, int entry)
   const CardView& card = snapshot.cards[static_cast<std::size_t>(entry)];
   for (std::size_t i = 0; i < card.cylinders.size(); ++i) {
     const CylinderView& cylinder = card.cylinders[i];
-    const bool alarm = (cylinder.status & kCylinderAlarm) != 0;
-    const bool used = cylinder.thousandths != 0 || cylinder.target != 0 || alarm;
+    const bool faulty = (cylinder.status & kCylinderAlarm) != 0 || cylinder.jammed;
+    const bool used = cylinder.thousandths != 0 || cylinder.target != 0 || faulty;
     cells.push_back({"cylinder", false, Address(entry, i), Address(entry, i), CylinderText(cylinder),
-                     alarm ? Look::Faulty : Look::Plain, used || Hangs(snapshot, entry, i)});
+                     faulty ? Look::Faulty : Look::Plain, used || Hangs(snapshot, entry, i)});
   }
 }
 

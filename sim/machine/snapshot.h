@@ -33,6 +33,7 @@ struct CylinderView {
   int thousandths = 0;  // where it is, in thousandths of a position
   int target = 0;       // position of the command given last
   std::uint8_t status = 0;
+  bool jammed = false;  // a fault holds it
 };
 
 struct CardView {

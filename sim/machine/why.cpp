@@ -121,7 +121,9 @@ std::string LackOfPosition(const Standing& at) {
   }
   const bool inPosition = (status & (kCylinderMoving | kCylinderInPosition)) == kCylinderInPosition;
   if (inPosition || (status & kCylinderNotInPosition) == 0) return "";
-  const char* what = (status & kCylinderMoving) != 0 ? " moves, at " : " stands between two positions, at ";
+  const char* what = (status & kCylinderMoving) != 0 ? " moves, at "
+                     : cylinder.jammed               ? " is jammed, at "
+                                                     : " stands between two positions, at ";
   return name + what + PlaceText(cylinder) + ", should reach " + std::to_string(cylinder.target) + at.For();
 }
 
@@ -129,8 +131,11 @@ std::string LackOfCylinderEnd(const Standing& at) {
   const int command = ToNumber<int>(std::string(at.line.Param).c_str());
   if (command != -1 && command != -2) return "";
   const char* what = command == -1 ? "setup" : "reset";
+  const int channel = CommandsOf(at.card->kind).Reached(*at.taken, at.Channel());
+  const bool jammed =
+      channel >= 0 && !at.Dead() && at.card->cylinders[static_cast<std::size_t>(channel)].jammed;
   return std::string("waits for the end of the ") + what + " of cylinder " + std::to_string(at.Channel()) +
-         DeadCard(at) + at.For();
+         (jammed ? ", which is jammed" : "") + DeadCard(at) + at.For();
 }
 
 // What is left of the time for which the command itself sleeps.

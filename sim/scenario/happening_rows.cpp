@@ -191,6 +191,7 @@ std::string SayHardStop(const Watched& watched) {
 void TakeStatus(Watched& watched, int status) {
   watched.standing = (status & kCylinderInPosition) != 0;
   watched.alarm = (status & kCylinderAlarm) != 0;
+  watched.moving = (status & (kCylinderMoving | kCylinderResetting)) != 0;
 }
 
 void BeginCylinder(Watched& watched, const Snapshot& machine) {
@@ -220,7 +221,8 @@ bool IsInAlarm(const Watched& watched) {
 std::string SayCylinder(const Watched& watched) {
   const char* const how = watched.standing ? " stands at "
                           : watched.alarm  ? " is in alarm at "
-                                           : " is on its way at ";
+                          : watched.moving ? " is on its way at "
+                                           : " stands short of its aim at ";
   return watched.label + how + std::to_string(watched.value) + Since(watched);
 }
 

@@ -618,6 +618,45 @@ TEST_F(CylinderBench, AlarmStopsItAndOnlyAResetClearsIt) {
   EXPECT_EQ(StatusAt(900 * kMs), 0x10);
 }
 
+TEST_F(CylinderBench, AJammedOneStandsWithoutAnAlarmAndGoesOnWhenItIsFree) {
+  Command(0, 0x34);
+  Model().SetJammed(0, true, 150 * kMs);
+  EXPECT_EQ(StatusAt(150 * kMs), 0x21);
+  EXPECT_EQ(StatusAt(900 * kMs), 0x21);
+  EXPECT_EQ(Model().PlaceAt(0, now), 1500);
+  EXPECT_EQ(Model().NextEvent(0, now), std::nullopt);
+  EXPECT_EQ(Model().Target(0), 4);
+  // A command is taken and let go as ever, and counts when it is free again.
+  Command(0, 0x33);
+  EXPECT_EQ(Read(5), 1);
+  EXPECT_EQ(StatusAt(900 * kMs + 2000), 0x21);
+  EXPECT_EQ(Read(5), 0);
+  EXPECT_EQ(Model().Target(0), 3);
+  Model().SetJammed(0, false, 1000 * kMs);
+  EXPECT_EQ(StatusAt(1150 * kMs - 1), 0x61);
+  EXPECT_EQ(StatusAt(1150 * kMs), 0x10);
+  EXPECT_EQ(Model().StandsAt(0, now), 3);
+  // Where it is sent it stands already: in position. Kept from it: not, at a position as between two.
+  Model().SetJammed(0, true, now);
+  EXPECT_EQ(Read(6), 0x10);
+  Command(0, 0x33);
+  EXPECT_EQ(StatusAt(1200 * kMs), 0x10);
+  Command(0, 0x20);
+  EXPECT_EQ(StatusAt(1300 * kMs), 0x21);
+  EXPECT_EQ(Model().StandsAt(0, now), 3);
+  // A reset ends what it was sent for; an alarm likewise.
+  Command(0, 0x10);
+  EXPECT_EQ(StatusAt(1350 * kMs), 0x10);
+  Model().SetJammed(0, false, now);
+  EXPECT_EQ(StatusAt(1400 * kMs), 0x10);
+  Command(0, 0x35);
+  Model().SetJammed(0, true, 1450 * kMs);
+  Model().RaiseAlarm(0, 0, 1460 * kMs);
+  Model().SetJammed(0, false, 1470 * kMs);
+  EXPECT_EQ(StatusAt(3000 * kMs), 0x80);
+  EXPECT_EQ(Model().PlaceAt(0, now), 3500);
+}
+
 TEST_F(CylinderBench, LastingAlarmComesBackUntilItsCauseIsGone) {
   Model().RaiseAlarm(1, 255, 0);
   for (int reset = 0; reset < 300; ++reset) {

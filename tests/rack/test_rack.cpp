@@ -238,6 +238,22 @@ TEST(RackTest, FaultsOfTheMachineReachInputsMotorsAndCylinders) {
   EXPECT_EQ(cell.Read(7, 24, 2000 * kMs), 0x00);
 }
 
+TEST(RackTest, AJammedCylinderKeepsItsSwitchAndGoesOnWhenTheFaultEnds) {
+  TestRack cell(std::string(kCell) +
+                "[[cylinder]]\ncylinder = \"3.0\"\nswitches = { 0 = \"0.6\", 2 = \"0.7\" }\n");
+  EXPECT_EQ(cell.Ask(Fault(FaultKind::CylinderJams, 9, 0, 0, 500 * kMs), 0), RequestResult::Done);
+  cell.Write(9, 5, 0, 0);
+  cell.Write(9, 6, 0x32, 0);
+  EXPECT_EQ(cell.Read(9, 6, 400 * kMs), 0x21);
+  cell.bus->AdvanceTo(900 * kMs);
+  const std::string events = cell.Events();
+  EXPECT_EQ(events.substr(events.find("0 fault")),
+            "0 fault 9.0=8\n0 other 9.0=32\n500 cured 9.0=8\n500 other 9.0=97\n500 input 0.6=0\n"
+            "700 input 0.7=1\n700 other 9.0=528\n");
+  EXPECT_EQ(cell.Ask(Fault(FaultKind::CylinderJams, 9, 3, 0, 0), 900 * kMs), RequestResult::NoSuchChannel);
+  EXPECT_EQ(cell.Ask(Fault(FaultKind::CylinderJams, 3, 0, 0, 0), 900 * kMs), RequestResult::NoSuchCard);
+}
+
 TEST(RackTest, FaultsThatCannotBeAreRefused) {
   TestRack cell(kCell);
   EXPECT_EQ(cell.Ask(Fault(FaultKind::CardPulled, 4, 0, 0, 0), 0), RequestResult::NoSuchCard);

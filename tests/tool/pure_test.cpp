@@ -130,7 +130,7 @@ TEST(Faults, WordsBecomeRequestsForTheSlot) {
   EXPECT_EQ(ChooseFault(machine, {"puled", "2"}, RequestKind::BeginFault).error,
             "there is no fault \"puled\"; did you mean pulled? (faults: pulled, stuck, alarm, blocked, "
             "loses, silent, "
-            "bus)");
+            "bus, jams)");
   const FaultRecord record = {FaultKind::InputStuck, 3, 5, 0, 1, 0, 7 * kSecond};
   EXPECT_EQ(FaultText(machine, record, 5 * kSecond), "stuck clamp_closed (1.5) on, 2.0 s left");
 }

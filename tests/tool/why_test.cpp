@@ -170,6 +170,11 @@ TEST_F(WhyTest, Cylinders) {
   EXPECT_EQ(Why("LDG: 3, 0,"), "LDG 3, 0: cylinder 0 moves, at 1.5, should reach 4, for 3.2 s");
   machine.cards[3].cylinders[0] = {1000, 4, 0x80};
   EXPECT_EQ(Why("LDG: 3, 0,"), "LDG 3, 0: cylinder 0 is in alarm, DG with -2 resets it, for 3.2 s");
+  machine.cards[3].cylinders[0] = {2000, 4, 0x21, true};
+  EXPECT_EQ(Why("LDG: 3, 0,"), "LDG 3, 0: cylinder 0 is jammed, at 2, should reach 4, for 3.2 s");
+  EXPECT_EQ(Why("DG: 3, 0, -1"),
+            "DG 3, 0: waits for the end of the setup of cylinder 0, which is jammed, for 3.2 s");
+  machine.cards[3].cylinders[0] = {};
   EXPECT_EQ(Why("LDG: 3, 1,"), "LDG 3, 1: lacks nothing, for 3.2 s");
   EXPECT_EQ(Why("DG: 3, 0, -1"), "DG 3, 0: waits for the end of the setup of cylinder 0, for 3.2 s");
 }
