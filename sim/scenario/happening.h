@@ -72,7 +72,8 @@ HappeningChoice ParseHappening(const std::string& text, const Snapshot& machine,
 bool IsState(HappeningKind kind);
 // Whether it happens on a card, so that the tasks that use the card have to do with it.
 bool IsOnCard(HappeningKind kind);
-// Lets time stand wherever it may happen.
+// Lets time stand wherever it may happen: so many rows at most.
+constexpr std::uint32_t kTriggersOfOne = 3;
 void AddTriggers(const Happening& what, TriggerTable& triggers);
 
 }  // namespace rack::scenario
