@@ -7,6 +7,7 @@
 
 #include "machine/faults.h"
 #include "machine/key_names.h"
+#include "machine/losses.h"
 #include "machine/machine.h"
 #include "machine/signals.h"
 #include "machine/trace_text.h"
@@ -262,6 +263,21 @@ TEST(Vcd, NamesKeepTheirPlaceAndWordsAreValues) {
             "$upscope $end\n$enddefinitions $end\n"
             "#0\n$dumpvars\n1!\n0\"\ns- #\n$end\n#100\nsplc1/MY\\x20BLOCK.PLC #\n#200\n");
   EXPECT_THAT(writer.View("a.vcd"), testing::EndsWith("@200\n-programs\n@820\nmachine.programs.plc1_file\n"));
+}
+
+TEST(Losses, AreToldOnceASecondHoweverManyGapsThereAre) {
+  Losses losses;
+  EXPECT_EQ(losses.Take(false, 0), 0U);
+  losses.Missed() += 3;
+  EXPECT_EQ(losses.Take(false, 10), 3U);
+  losses.Missed() += 4;
+  EXPECT_EQ(losses.Take(false, kSecond + 9), 0U);
+  losses.Missed() += 5;
+  EXPECT_EQ(losses.Take(false, kSecond + 10), 9U);
+  losses.Missed() += 1;
+  EXPECT_EQ(losses.Take(true, kSecond + 11), 1U);
+  EXPECT_EQ(losses.Take(true, kSecond + 12), 0U);
+  EXPECT_EQ(losses.Told(), 13U);
 }
 
 TEST(StepMode, PlusLatchesUntilDec) {
