@@ -38,6 +38,10 @@ std::int32_t Place(const CylinderChannelState& channel, Nanos now) {
          static_cast<std::int32_t>(way * (now - channel.start) / (channel.end - channel.start));
 }
 
+bool IsKeptBack(const CylinderChannelState& channel) {
+  return channel.jammed != 0 && channel.goal != kNoGoal && channel.goal * kCylinderPosition != channel.to;
+}
+
 // The channel as it is now, a phase that has ended taken to its end.
 CylinderChannelState Settled(CylinderChannelState channel, Nanos now) {
   if (channel.phase == kPhaseStill || now < channel.end) return channel;
@@ -146,7 +150,7 @@ std::uint8_t CylinderCard::Status(int channel, Nanos now) const {
   const CylinderChannelState state = Settled(state_.channels[channel], now);
   int status = 0;
   if (state.handshake == kCommandTaken && now >= state.commandAt + kTakeTime &&
-      (state.phase != kPhaseStill || now < state.commandAt + kShortestCommand)) {
+      (state.phase != kPhaseStill || now < state.commandAt + kShortestCommand || IsKeptBack(state))) {
     status |= kCylinderTaken;
   }
   if (state.alarm != 0) return static_cast<std::uint8_t>(status | kCylinderAlarm);
@@ -154,8 +158,8 @@ std::uint8_t CylinderCard::Status(int channel, Nanos now) const {
     return static_cast<std::uint8_t>(status | kCylinderMoving | kCylinderNotInPosition);
   if (state.phase == kPhaseReset)
     return static_cast<std::uint8_t>(status | kCylinderResetting | kCylinderNotInPosition);
-  return static_cast<std::uint8_t>(
-      status | (state.to % kCylinderPosition == 0 ? kCylinderInPosition : kCylinderNotInPosition));
+  const bool inPosition = state.to % kCylinderPosition == 0 && !IsKeptBack(state);
+  return static_cast<std::uint8_t>(status | (inPosition ? kCylinderInPosition : kCylinderNotInPosition));
 }
 
 int CylinderCard::StandsAt(int channel, Nanos now) const {
@@ -173,6 +177,12 @@ bool CylinderCard::InAlarm(int channel, Nanos now) const {
   return Exists(channel) && Settled(state_.channels[channel], now).alarm != 0;
 }
 
+int CylinderCard::Target(int channel) const {
+  if (!Exists(channel)) return 0;
+  const CylinderChannelState& state = state_.channels[channel];
+  return IsKeptBack(state) ? state.goal : state.to / kCylinderPosition;
+}
+
 std::optional<Nanos> CylinderCard::NextEvent(int channel, Nanos now) const {
   if (!Exists(channel)) return std::nullopt;
   const CylinderChannelState& state = state_.channels[channel];
@@ -185,6 +195,7 @@ void CylinderCard::RaiseAlarm(int channel, std::uint8_t alarmsToCome, Nanos now)
   CylinderChannelState& state = Settle(channel, now);
   state.from = state.to = Place(state, now);
   state.phase = kPhaseStill;
+  state.goal = kNoGoal;
   state.alarm = 1;
   state.alarmsToCome = alarmsToCome;
 }
@@ -199,6 +210,28 @@ void CylinderCard::SetNoAcknowledge(int channel, bool fault, Nanos now) {
   state.noAcknowledge = fault;
   // What was held meanwhile is lost.
   if (!fault && state.handshake == kCommandHeld) state.handshake = kNoCommand;
+}
+
+void CylinderCard::SetJammed(int channel, bool fault, Nanos now) {
+  if (!Exists(channel)) return;
+  CylinderChannelState& state = Settle(channel, now);
+  const bool goesOn = IsKeptBack(state) && state.phase == kPhaseStill;
+  state.jammed = fault;
+  if (fault) {
+    const bool travels = state.phase == kPhaseTravel;
+    state.goal = travels ? static_cast<std::uint8_t>(state.to / kCylinderPosition) : kNoGoal;
+    state.from = state.to = Place(state, now);
+    if (travels) state.phase = kPhaseStill;
+    return;
+  }
+  if (goesOn) Travel(state, state.goal, 0, now);
+}
+
+// The way to a position at the speed of the cylinder.
+void CylinderCard::Travel(CylinderChannelState& channel, int position, Nanos delay, Nanos now) const {
+  const std::int32_t target = position * kCylinderPosition;
+  const Nanos way = std::abs(target - Place(channel, now));
+  Begin(channel, kPhaseTravel, target, delay, way * state_.travelTime / kCylinderPosition, now);
 }
 
 CylinderChannelState& CylinderCard::Settle(int channel, Nanos now) {
@@ -218,17 +251,19 @@ void CylinderCard::Command(std::uint8_t value, Nanos now) {
   const Nanos delay = state_.delay * state_.delayUnit;
   if (value == kResetCommand) {
     channel.alarm = 0;
+    channel.goal = kNoGoal;
     Begin(channel, kPhaseReset, Place(channel, now), delay, state_.resetTime, now);
     return;
   }
   if (channel.alarm != 0 || channel.phase == kPhaseReset) return;
-  if (value == kSetupCommand) {
-    Begin(channel, kPhaseTravel, 0, delay, state_.setupTime, now);
+  const bool setup = value == kSetupCommand;
+  const std::uint8_t position = setup ? 0 : value & kMovePosition;
+  if (channel.jammed != 0) {
+    channel.goal = position;
     return;
   }
-  const std::int32_t target = (value & kMovePosition) * kCylinderPosition;
-  const Nanos way = std::abs(target - Place(channel, now));
-  Begin(channel, kPhaseTravel, target, delay, way * state_.travelTime / kCylinderPosition, now);
+  if (setup) return Begin(channel, kPhaseTravel, 0, delay, state_.setupTime, now);
+  Travel(channel, position, delay, now);
 }
 
 Protest CylinderCard::ProtestOf(Access access, std::uint8_t port, std::uint8_t value, Nanos now) const {

@@ -22,6 +22,8 @@
 // In position: 0x10. Travelling or setting up: 0x61. Resetting: 0x29. Stopped on the way: 0x20. Alarm: 0x80.
 //
 // An alarm or a reset stops the cylinder where it is; the alarm hides bits 6 to 3.
+// A cylinder that jams stands where it is, in no alarm, and is not in position while it is kept from the position of its
+// command: 0x21. Commands are taken and move nothing; when it is free again it goes on to where the last one sends it.
 // Bit 0 of the status sets 1 us after the command, bit 0 of port 5 clears 2 us after it. A command replaces
 // the one that runs; during an alarm or a reset only a reset has an effect, the others are taken and let go.
 // A command while the card holds one replaces it. On a strict card it is lost, and bit 0 of port 5 sets 1 us after
@@ -37,6 +39,7 @@ namespace rack {
 
 constexpr int kCylinderChannels = 3;
 constexpr std::uint8_t kAlarmForEver = 0xFF;
+constexpr std::uint8_t kNoGoal = 0xFF;
 
 // Bits of the status.
 constexpr std::uint8_t kCylinderAlarm = 0x80;
@@ -60,7 +63,9 @@ struct CylinderChannelState {
   std::uint8_t alarmsToCome;   // how many resets end in alarm again; kAlarmForEver: all
   std::uint8_t noAcknowledge;  // fault, 1: commands are held and neither taken nor let go
   std::uint8_t handshake;      // what became of the command last written
-  std::uint8_t reserved[3];
+  std::uint8_t jammed;         // fault, 1: nothing moves it
+  std::uint8_t goal;           // while jammed: the position that it is kept from, kNoGoal: none
+  std::uint8_t reserved;
 };
 static_assert(kSharable<CylinderChannelState> && sizeof(CylinderChannelState) == 40);
 
@@ -102,6 +107,8 @@ class CylinderCard {
   // Where it is, in thousandths of a position.
   std::int32_t PlaceAt(int channel, Nanos now) const;
   bool InAlarm(int channel, Nanos now) const;
+  // The position of the command given last.
+  int Target(int channel) const;
   // When the running command ends; nothing when none runs at that time.
   std::optional<Nanos> NextEvent(int channel, Nanos now) const;
 
@@ -110,11 +117,14 @@ class CylinderCard {
   // The alarm stays until it is reset, and then does not come back.
   void EndAlarmCause(int channel, Nanos now);
   void SetNoAcknowledge(int channel, bool fault, Nanos now);
+  // It stands without an alarm, and goes on when the fault is over.
+  void SetJammed(int channel, bool fault, Nanos now);
 
  private:
   bool HoldsCommand(int channel, Nanos now) const;
   bool ShowsHeld(int channel, Nanos now) const;
   CylinderChannelState& Settle(int channel, Nanos now);
+  void Travel(CylinderChannelState& channel, int position, Nanos delay, Nanos now) const;
   void Command(std::uint8_t value, Nanos now);
 
   CylinderCardState& state_;

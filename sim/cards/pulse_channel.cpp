@@ -20,6 +20,8 @@ constexpr std::uint32_t kCountZero = 0x80000000;
 void PulseChannel::PowerOn() {
   state_ = PulseChannelState{};
   state_.encoderLatch = kCountZero;
+  state_.hardStopLow = -kNoHardStop;
+  state_.hardStopHigh = kNoHardStop;
 }
 
 void PulseChannel::WriteSteps(int byte, std::uint8_t value) {
@@ -40,6 +42,7 @@ void PulseChannel::Start(std::uint32_t pulsesPerUnit, Nanos now) {
   state_.running = 0;
   if (state_.held != 0 || StopActive(state_.control)) return;
   state_.settledPulses = 0;
+  state_.lostBefore = state_.lostSteps;
   state_.moveStart = now;
   state_.moveSteps = state_.steps / 2;
   state_.moveStop = state_.stopCount / 2;
@@ -73,7 +76,7 @@ bool PulseChannel::Busy(Nanos now) const {
 }
 
 std::int64_t PulseChannel::PositionAt(Nanos now) const {
-  return state_.position + Direction() * (MovedAfter(PulsesAt(now)) - MovedAfter(state_.settledPulses));
+  return state_.position + Direction() * StepsAfter(PulsesAt(now));
 }
 
 std::int64_t PulseChannel::EncoderAt(Nanos now) const {
@@ -90,6 +93,18 @@ std::optional<Nanos> PulseChannel::ReachTime(std::int64_t position) const {
   const std::int64_t steps = Direction() * (position - state_.position);
   if (steps <= 0) return std::nullopt;
   const std::optional<std::int64_t> pulse = PulseThatMoves(steps);
+  if (!pulse || *pulse > LastPulse()) return std::nullopt;
+  return PulseTime(*pulse);
+}
+
+std::int64_t PulseChannel::LostAt(Nanos now) const {
+  const std::int64_t pulses = PulsesAt(now);
+  return state_.lostSteps + DrivenAfter(pulses) - StepsAfter(pulses);
+}
+
+std::optional<Nanos> PulseChannel::HitTime() const {
+  if (!Counts() || state_.lostSteps > state_.lostBefore) return std::nullopt;
+  const std::optional<std::int64_t> pulse = PulseThatDrives(Room() + 1);
   if (!pulse || *pulse > LastPulse()) return std::nullopt;
   return PulseTime(*pulse);
 }
@@ -116,7 +131,7 @@ std::int64_t PulseChannel::LastPulse() const {
   if ((state_.moveControl & kCountStop) == 0) return state_.moveSteps;
   const std::int64_t next = state_.settledPulses + 1;
   const std::int64_t ahead = Direction() * state_.encoder;
-  const std::int64_t afterNext = ahead + MovedAfter(next) - MovedAfter(state_.settledPulses);
+  const std::int64_t afterNext = ahead + StepsAfter(next);
   if (afterNext >= state_.moveStop || afterNext <= -state_.moveStop) return std::min(next, state_.moveSteps);
   return std::min(PulseThatMoves(state_.moveStop - ahead).value_or(state_.moveSteps), state_.moveSteps);
 }
@@ -134,15 +149,37 @@ Nanos PulseChannel::PulseTime(std::int64_t pulse) const {
   return state_.moveStart + (pulse * kSecond + state_.moveRate - 1) / state_.moveRate;
 }
 
-// The steps made by that many pulses of a move.
+// The steps that so many pulses of a move drive the motor by.
 std::int64_t PulseChannel::MovedAfter(std::int64_t pulse) const {
   if (state_.blocked != 0) return 0;
   if (state_.loseEvery == 0) return pulse;
   return pulse - pulse / state_.loseEvery;
 }
 
+// The same, counted from where things were settled; and what is left of it where the way ends.
+std::int64_t PulseChannel::DrivenAfter(std::int64_t pulse) const {
+  return MovedAfter(pulse) - MovedAfter(state_.settledPulses);
+}
+
+std::int64_t PulseChannel::StepsAfter(std::int64_t pulse) const {
+  return std::min(DrivenAfter(pulse), Room());
+}
+
+// Steps from where things were settled to the hard stop ahead.
+std::int64_t PulseChannel::Room() const {
+  const auto held = [](std::int64_t place) { return std::clamp(place, -kNoHardStop, kNoHardStop); };
+  const std::int64_t position = held(state_.position);
+  const std::int64_t room =
+      Direction() > 0 ? held(state_.hardStopHigh) - position : position - held(state_.hardStopLow);
+  return std::max<std::int64_t>(room, 0);
+}
+
 // The pulse that makes the last of so many steps (1 or more), counted from where things were settled.
 std::optional<std::int64_t> PulseChannel::PulseThatMoves(std::int64_t steps) const {
+  return steps > Room() ? std::nullopt : PulseThatDrives(steps);
+}
+
+std::optional<std::int64_t> PulseChannel::PulseThatDrives(std::int64_t steps) const {
   if (state_.blocked != 0 || state_.loseEvery == 1) return std::nullopt;
   const std::int64_t inMove = steps + MovedAfter(state_.settledPulses);
   if (state_.loseEvery == 0) return inMove;
@@ -164,6 +201,7 @@ void PulseChannel::Settle(Nanos now) {
   const bool busy = Busy(now);
   const std::int64_t pulses = PulsesAt(now);
   const std::int64_t position = PositionAt(now);
+  state_.lostSteps = LostAt(now);
   state_.encoder += position - state_.position;
   state_.position = position;
   state_.settledPulses = pulses;

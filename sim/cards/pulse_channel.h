@@ -13,6 +13,9 @@
 // the start: what is written while it runs counts for the next start. A start during a move ends that move
 // and begins the new one. Pulse k of a move comes k / rate after its start. A rate of 0 makes no pulse: such
 // a move is busy for ever.
+//
+// The way of the motor may end at hard stops. A move that goes on there has all its pulses and takes its time; the motor
+// stands, its encoder with it, and the steps are lost.
 #pragma once
 
 #include <optional>
@@ -33,6 +36,9 @@ constexpr CardSetting PulseRateSetting(void (*set)(void* state, std::int64_t val
           kMaxPulsesPerUnit,   set};
 }
 
+// A way that ends nowhere. Far enough from the ends of 64 bits for sums and differences.
+constexpr std::int64_t kNoHardStop = std::int64_t{1} << 60;
+
 struct PulseChannelState {
   // Where things stood after settledPulses pulses of the move that started last.
   std::int64_t position;  // of the mechanics, in steps; no clear touches it
@@ -43,6 +49,12 @@ struct PulseChannelState {
   std::int64_t moveSteps;
   std::int64_t moveRate;  // pulses per second
   std::int64_t moveStop;  // stop count
+  // The ends of the way; kNoHardStop where there is none; steps lost there since power-on, and how many of them before
+  // the move that started last.
+  std::int64_t hardStopLow;
+  std::int64_t hardStopHigh;
+  std::int64_t lostSteps;
+  std::int64_t lostBefore;
   // Registers.
   std::uint32_t steps;      // twice the number of steps
   std::uint32_t stopCount;  // twice the stop count
@@ -61,7 +73,7 @@ struct PulseChannelState {
   std::uint8_t stopInputs;
   std::uint8_t reserved;
 };
-static_assert(kSharable<PulseChannelState> && sizeof(PulseChannelState) == 88);
+static_assert(kSharable<PulseChannelState> && sizeof(PulseChannelState) == 120);
 
 // Bit 4 of the control byte means nothing on any card.
 constexpr std::uint8_t kUnusedControlBit = 0x10;
@@ -107,6 +119,11 @@ class PulseChannel {
   std::optional<Nanos> MoveEnd() const;
   // When the running move brings the position to the given one; nothing: it does not, or has passed it.
   std::optional<Nanos> ReachTime(std::int64_t position) const;
+  // How many steps the hard stops have taken since power-on, and whether the move that started last has lost any there.
+  std::int64_t LostAt(Nanos now) const;
+  bool HasHitStop(Nanos now) const { return LostAt(now) > state_.lostBefore; }
+  // When the running move loses its first step at a hard stop; nothing: it does not, or has already.
+  std::optional<Nanos> HitTime() const;
 
   void SetStopInput(int input, bool level, Nanos now);
   void SetBlocked(bool blocked, Nanos now);
@@ -117,6 +134,10 @@ class PulseChannel {
   std::int64_t LastPulse() const;
   Nanos PulseTime(std::int64_t pulse) const;
   std::int64_t MovedAfter(std::int64_t pulse) const;
+  std::int64_t DrivenAfter(std::int64_t pulse) const;
+  std::int64_t StepsAfter(std::int64_t pulse) const;
+  std::int64_t Room() const;
+  std::optional<std::int64_t> PulseThatDrives(std::int64_t steps) const;
   std::optional<std::int64_t> PulseThatMoves(std::int64_t steps) const;
   int Direction() const;
   bool StopActive(std::uint8_t control) const;

@@ -33,7 +33,7 @@ struct ServoCardState {
   std::uint32_t pulsesPerUnit;  // as on the stepper card
   PulseChannelState channels[kServoChannels];
 };
-static_assert(kSharable<ServoCardState> && sizeof(ServoCardState) == 360);
+static_assert(kSharable<ServoCardState> && sizeof(ServoCardState) == 488);
 
 class ServoCard {
  public:

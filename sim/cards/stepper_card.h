@@ -34,7 +34,7 @@ struct StepperCardState {
   std::uint32_t pulsesPerUnit;  // pulses per second and unit of frequency code, at most kMaxPulsesPerUnit
   PulseChannelState channels[kStepperChannels];
 };
-static_assert(kSharable<StepperCardState> && sizeof(StepperCardState) == 712);
+static_assert(kSharable<StepperCardState> && sizeof(StepperCardState) == 968);
 
 class StepperCard {
  public:

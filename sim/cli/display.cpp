@@ -61,7 +61,8 @@ void AddMotors(std::string& text, const CardView& card) {
     text += line;
     if (motor.busy && motor.endsInNanos >= 0) text += ", ends in " + Seconds(motor.endsInNanos);
     if (motor.busy && motor.endsInNanos < 0) text += ", never ends";
-    text += motor.blocked ? ", blocked\n" : "\n";
+    const std::string held = HeldBy(motor);
+    text += held.empty() ? "\n" : ", " + held + "\n";
   }
 }
 
@@ -76,10 +77,10 @@ void AddCylinders(std::string& text, const CardView& card) {
   for (std::size_t i = 0; i < card.cylinders.size(); ++i) {
     const CylinderView& cylinder = card.cylinders[i];
     char line[120];
-    std::snprintf(line, sizeof line, "  cylinder %zu  at %d.%03d, to %d, status 0x%02X%s\n", i,
+    std::snprintf(line, sizeof line, "  cylinder %zu  at %d.%03d, to %d, status 0x%02X%s%s\n", i,
                   cylinder.thousandths / kCylinderPosition, cylinder.thousandths % kCylinderPosition,
-                  cylinder.target, cylinder.status,
-                  (cylinder.status & kCylinderAlarm) != 0 ? " (alarm)" : "");
+                  cylinder.target, cylinder.status, (cylinder.status & kCylinderAlarm) != 0 ? " (alarm)" : "",
+                  cylinder.jammed ? " (jammed)" : "");
     text += line;
   }
 }

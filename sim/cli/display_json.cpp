@@ -45,7 +45,8 @@ Json Card(const Snapshot& snapshot, int entry) {
     json["motors"].push_back({{"busy", motor.busy},
                               {"position", motor.position},
                               {"count", card.counts[i]},
-                              {"blocked", motor.blocked}});
+                              {"blocked", motor.blocked},
+                              {"lost_at_stop", motor.lostNow}});
   }
   for (std::size_t i = card.motors.size(); i < card.counts.size(); ++i) {
     json["counters"].push_back(card.counts[i]);
@@ -54,7 +55,8 @@ Json Card(const Snapshot& snapshot, int entry) {
     json["cylinders"].push_back({{"position", cylinder.thousandths / double{kCylinderPosition}},
                                  {"target", cylinder.target},
                                  {"status", cylinder.status},
-                                 {"alarm", (cylinder.status & kCylinderAlarm) != 0}});
+                                 {"alarm", (cylinder.status & kCylinderAlarm) != 0},
+                                 {"jammed", cylinder.jammed}});
   }
   return json;
 }

@@ -1,6 +1,7 @@
 #include "cli/follow.h"
 
 #include "cli/stop_signals.h"
+#include "machine/losses.h"
 #include "toml/times.h"
 
 namespace rack::cli {
@@ -8,7 +9,6 @@ namespace rack::cli {
 namespace {
 
 constexpr int kLookMillis = 20;
-constexpr Nanos kTellLost = kSecond;  // so often at most
 
 }  // namespace
 
@@ -18,21 +18,17 @@ FollowSummary Follow(Machine& machine, PatientReader& reader, const FollowOption
   FollowSummary summary;
   const StopSignals stop;
   const Nanos limit = MonotonicNow() + options.lasts;
-  std::uint64_t missed = 0;
-  Nanos told = 0;
-  const auto tellLost = [&](bool now) {
-    if (missed == 0 || (!now && MonotonicNow() - told < kTellLost)) return;
-    lost(missed);
-    summary.lost += missed;
-    missed = 0;
-    told = MonotonicNow();
+  Losses losses;
+  const auto tellLost = [&](bool all) {
+    const std::uint64_t records = losses.Take(all, MonotonicNow());
+    if (records != 0) lost(records);
   };
   for (;;) {
     // Asked before the journal is read to its end: what a run that has ended left behind is still handed on.
     const bool last = options.once || !machine.Running() || machine.Replaced() ||
                       (options.lasts >= 0 && MonotonicNow() >= limit);
     JournalRecord next{};
-    while (reader.Next(next, missed) == JournalReader::Result::Record) {
+    while (reader.Next(next, losses.Missed()) == JournalReader::Result::Record) {
       tellLost(false);
       ++summary.records;
       record(next);
@@ -40,6 +36,7 @@ FollowSummary Follow(Machine& machine, PatientReader& reader, const FollowOption
     tellLost(last);
     if (!last && !stop.Within(kLookMillis)) continue;
     tellLost(true);
+    summary.lost = losses.Told();
     return summary;
   }
 }

@@ -75,13 +75,11 @@ void RunRecorder::Follow() {
 
 void RunRecorder::Drain(PatientReader& reader) {
   JournalRecord record{};
-  std::uint64_t missed = 0;
-  while (reader.Next(record, missed) == JournalReader::Result::Record) {
-    if (missed != 0) Lost(missed);
-    missed = 0;
+  while (reader.Next(record, losses_.Missed()) == JournalReader::Result::Record) {
+    TellLost(false);
     Write(record);
   }
-  if (missed != 0) Lost(missed);
+  TellLost(false);
 }
 
 void RunRecorder::Write(const JournalRecord& record) {
@@ -92,8 +90,9 @@ void RunRecorder::Write(const JournalRecord& record) {
   log_ << (table_ ? tracer_->Row(record) : tracer_->Line(record)) << "\n";
 }
 
-void RunRecorder::Lost(std::uint64_t records) {
-  lost_ += records;
+void RunRecorder::TellLost(bool all) {
+  const std::uint64_t records = losses_.Take(all, MonotonicNow());
+  if (records == 0) return;
   if (waveform_) waveform_->Lost(records);
   if (!logName_.empty() && !table_) log_ << records << " records lost here\n";
 }
@@ -102,12 +101,13 @@ std::string RunRecorder::Finish() {
   if (!thread_.joinable()) return "";
   over_.store(true, std::memory_order_release);
   thread_.join();
+  TellLost(true);
   if (waveform_) waveform_->End(machine_.State().live.now);
   log_.flush();
   vcd_.flush();
   if (!log_) return logName_ + ": could not be written";
   if (!vcd_ || (waveform_ && !WriteView(*waveform_, vcdName_))) return vcdName_ + ": could not be written";
-  return lost_ == 0 ? "" : std::to_string(lost_) + " records lost in what was recorded";
+  return losses_.Told() == 0 ? "" : std::to_string(losses_.Told()) + " records lost in what was recorded";
 }
 
 }  // namespace rack::cli

@@ -8,6 +8,7 @@
 #include <string>
 #include <thread>
 
+#include "machine/losses.h"
 #include "machine/machine.h"
 #include "machine/trace_filter.h"
 #include "machine/waveform.h"
@@ -36,7 +37,7 @@ class RunRecorder {
   void Follow();
   void Drain(PatientReader& reader);
   void Write(const JournalRecord& record);
-  void Lost(std::uint64_t records);
+  void TellLost(bool all);
 
   Machine machine_;
   Snapshot start_;
@@ -48,7 +49,7 @@ class RunRecorder {
   std::optional<Tracer> tracer_;
   TraceFilter filter_;
   std::optional<Waveform> waveform_;
-  std::uint64_t lost_ = 0;
+  Losses losses_;
   std::atomic<bool> over_{false};
   std::optional<PatientReader> reader_;  // has its slot before the controller starts
   std::thread thread_;

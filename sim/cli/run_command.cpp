@@ -169,7 +169,7 @@ int Run(const RunOptions& options) {
   if (!error.empty()) return Complain(kFailed, error);
   StateFile state;
   if (!state.Create(StatePath(machine), *setup, error)) return Complain(kFailed, error);
-  state.State()->time.command = command;
+  OrderAtStart(state.State()->time, command);
   RunRecorder recorder;
   error = recorder.Start(machine, options.log, options.vcd);
   if (!error.empty()) return Complain(kFailed, error);

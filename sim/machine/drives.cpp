@@ -58,7 +58,7 @@ std::string MotorIs(const Snapshot& machine, const PlantLink& link) {
   if (card == nullptr || link.channel >= card->motors.size()) return "";
   const MotorView& motor = card->motors[link.channel];
   return std::string(", which ") + (motor.busy ? "moves, at " : "stands at ") +
-         std::to_string(motor.position) + (motor.blocked ? " (blocked)" : "");
+         std::to_string(motor.position) + (HeldBy(motor).empty() ? "" : " (" + HeldBy(motor) + ")");
 }
 
 std::string CylinderIs(const Snapshot& machine, const PlantLink& link) {

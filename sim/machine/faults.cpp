@@ -29,6 +29,8 @@ constexpr Row kRows[] = {
     {"loses", FaultKind::MotorLosesSteps, 10, "loses ENTRY.CHANNEL [N]", "every Nth step moves nothing"},
     {"silent", FaultKind::CardSilent, 0, "silent ENTRY", "the card does not acknowledge commands"},
     {"bus", FaultKind::BusReadsFail, 0, "bus", "every read of the device fails"},
+    {"jams", FaultKind::CylinderJams, 0, "jams ENTRY.CHANNEL",
+     "the cylinder stands where it is, without an alarm"},
 };
 
 static_assert(AreRowsOf(kRows, &Row::kind, kFaultKinds, 1), "a row for each kind of fault, in their order");

@@ -81,6 +81,9 @@ void ViewMotors(CardState& card, Nanos now, CardView& view) {
     motor.position = channel.PositionAt(now);
     motor.endsInNanos = motor.busy ? UntilEnd(channel, now) : -1;
     motor.rate = state.moveRate;
+    if (state.hardStopLow != -kNoHardStop) motor.hardStopLow = state.hardStopLow;
+    if (state.hardStopHigh != kNoHardStop) motor.hardStopHigh = state.hardStopHigh;
+    motor.lostNow = motor.busy ? channel.LostAt(now) - state.lostBefore : 0;
     view.motors.push_back(motor);
   }
 }
@@ -90,7 +93,7 @@ void ViewCylinders(CardState& card, Nanos now, CardView& view) {
     CylinderCardState& state = *Cylinders(card);
     const CylinderCard model(state);
     view.cylinders.push_back(
-        {model.PlaceAt(i, now), state.channels[i].to / kCylinderPosition, model.Status(i, now)});
+        {model.PlaceAt(i, now), model.Target(i), model.Status(i, now), state.channels[i].jammed != 0});
   }
 }
 

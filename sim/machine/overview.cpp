@@ -175,11 +175,13 @@ std::string MotorText(const CardView& card, std::size_t channel) {
                      Padded("at " + std::to_string(motor.position), 14) + "count " +
                      std::to_string(card.counts[channel]);
   if (motor.busy) text += motor.endsInNanos < 0 ? ", never ends" : ", ends in " + Seconds(motor.endsInNanos);
-  return text + (motor.blocked ? ", blocked" : "");
+  const std::string held = HeldBy(motor);
+  return text + (held.empty() ? "" : ", " + held);
 }
 
 std::string CylinderText(const CylinderView& cylinder) {
   const char* state = (cylinder.status & kCylinderMoving) != 0 ? "moves" : "stands";
+  if (cylinder.jammed) state = "jammed";
   if ((cylinder.status & kCylinderAlarm) != 0) state = "alarm";
   return Padded(state, 7) + Padded("at " + PlaceText(cylinder), 14) + "to " + std::to_string(cylinder.target);
 }
@@ -190,7 +192,7 @@ void AddMotors(std::vector<Cell>& cells, const Snapshot& snapshot, int entry) {
     const MotorView& motor = card.motors[i];
     const bool used = motor.busy || motor.blocked || motor.position != 0 || motor.rate != 0;
     cells.push_back({"motor", false, Address(entry, i), Address(entry, i), MotorText(card, i),
-                     motor.blocked ? Look::Faulty : Look::Plain, used || Hangs(snapshot, entry, i)});
+                     HeldBy(motor).empty() ? Look::Plain : Look::Faulty, used || Hangs(snapshot, entry, i)});
   }
 }
 
@@ -198,10 +200,10 @@ void AddCylinders(std::vector<Cell>& cells, const Snapshot& snapshot, int entry)
   const CardView& card = snapshot.cards[static_cast<std::size_t>(entry)];
   for (std::size_t i = 0; i < card.cylinders.size(); ++i) {
     const CylinderView& cylinder = card.cylinders[i];
-    const bool alarm = (cylinder.status & kCylinderAlarm) != 0;
-    const bool used = cylinder.thousandths != 0 || cylinder.target != 0 || alarm;
+    const bool faulty = (cylinder.status & kCylinderAlarm) != 0 || cylinder.jammed;
+    const bool used = cylinder.thousandths != 0 || cylinder.target != 0 || faulty;
     cells.push_back({"cylinder", false, Address(entry, i), Address(entry, i), CylinderText(cylinder),
-                     alarm ? Look::Faulty : Look::Plain, used || Hangs(snapshot, entry, i)});
+                     faulty ? Look::Faulty : Look::Plain, used || Hangs(snapshot, entry, i)});
   }
 }
 

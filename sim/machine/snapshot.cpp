@@ -27,6 +27,11 @@ bool HasName(const Snapshot& snapshot, SignalKind kind, int entry, int channel) 
   return Named(snapshot, kind, entry, channel) != nullptr;
 }
 
+std::string HeldBy(const MotorView& motor) {
+  if (motor.blocked) return "blocked";
+  return motor.lostNow == 0 ? "" : "against its stop, " + std::to_string(motor.lostNow) + " steps lost";
+}
+
 std::string PlaceText(const CylinderView& cylinder) {
   const int tenth = cylinder.thousandths % kCylinderPosition / 100;
   return std::to_string(cylinder.thousandths / kCylinderPosition) +

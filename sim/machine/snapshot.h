@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,12 +24,16 @@ struct MotorView {
   std::int64_t position = 0;      // where the motor stands, in steps
   std::int64_t endsInNanos = -1;  // until the end of the running move; negative when it never ends
   std::int64_t rate = 0;          // pulses per second of the move that started last
+  std::optional<std::int64_t> hardStopLow;
+  std::optional<std::int64_t> hardStopHigh;
+  std::int64_t lostNow = 0;  // steps that the running move has lost at a hard stop
 };
 
 struct CylinderView {
   int thousandths = 0;  // where it is, in thousandths of a position
   int target = 0;       // position of the command given last
   std::uint8_t status = 0;
+  bool jammed = false;  // a fault holds it
 };
 
 struct CardView {
@@ -131,6 +136,8 @@ std::string SignalText(const Snapshot& snapshot, SignalKind kind, int entry, int
 
 // Whether the rack file names a signal.
 bool HasName(const Snapshot& snapshot, SignalKind kind, int entry, int channel);
+// What keeps a motor from moving, "blocked"; empty: nothing.
+std::string HeldBy(const MotorView& motor);
 // "1.5": where a cylinder is, in positions.
 std::string PlaceText(const CylinderView& cylinder);
 

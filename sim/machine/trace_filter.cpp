@@ -35,6 +35,7 @@ bool IsOnCard(JournalKind kind) {
     case JournalKind::CardProtests:
     case JournalKind::InputTaken:
     case JournalKind::InputGivenBack:
+    case JournalKind::HardStop:
       return true;
     case JournalKind::None:
     case JournalKind::CounterValue:

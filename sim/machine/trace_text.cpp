@@ -145,6 +145,11 @@ std::string ProtestText(const Snapshot& snapshot, const JournalRecord& record) {
   return card + " protests";
 }
 
+std::string HardStopText(const JournalRecord& record) {
+  const std::string number = std::to_string(static_cast<std::int32_t>(record.line));
+  return record.value != 0 ? " hits its stop at " + number : " has lost " + number + " steps at its stop";
+}
+
 std::string Where(const FileNames& files, const JournalRecord& record) {
   const std::string file = files(record.file);
   return file.empty() ? "-" : file + ":" + std::to_string(record.line);
@@ -216,6 +221,8 @@ std::string EventText(const Snapshot& snapshot, const JournalRecord& record) {
     case JournalKind::InputGivenBack:
       return "input " + SignalText(snapshot, SignalKind::Input, EntryOf(snapshot, record.slot), record.port) +
              " left to the machine again";
+    case JournalKind::HardStop:
+      return counted("motor") + HardStopText(record);
     case JournalKind::CardProtests:
       return ProtestText(snapshot, record);
     case JournalKind::Repeats:

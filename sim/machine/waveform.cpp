@@ -37,7 +37,7 @@ TaskView TaskOf(const Snapshot& snapshot, int task) {
 // Records of these kinds come when the value has changed, never to tell it again.
 bool IsLevel(JournalKind kind) {
   return kind == JournalKind::InputEdge || kind == JournalKind::OutputChange ||
-         kind == JournalKind::RelayChange || kind == JournalKind::MotorMove;
+         kind == JournalKind::RelayChange || kind == JournalKind::MotorMove || kind == JournalKind::HardStop;
 }
 
 bool IsFault(JournalKind kind) {
@@ -111,6 +111,9 @@ void Waveform::AddChannels(const Snapshot& snapshot, int entry, const std::strin
     AddWire({JournalKind::MotorMove, card.slot, channel}, scope, name + "_moves", 1,
             card.motors[i].busy ? 1 : 0);
     AddWire({JournalKind::MotorCount, card.slot, channel}, scope, name + "_count", 32, card.counts[i]);
+    if (card.motors[i].hardStopLow || card.motors[i].hardStopHigh)
+      AddWire({JournalKind::HardStop, card.slot, channel}, scope, name + "_at_stop", 1,
+              card.motors[i].lostNow != 0 ? 1 : 0);
   }
   for (std::size_t i = card.motors.size(); i < card.counts.size(); ++i) {
     const int channel = static_cast<int>(i);
@@ -163,6 +166,7 @@ void Waveform::ForEachValue(const JournalRecord& record, Tell tell) {
     case JournalKind::RelayChange:
     case JournalKind::MotorMove:
     case JournalKind::MotorCount:
+    case JournalKind::HardStop:
       tell({record.kind, record.slot, record.port}, record.value);
       break;
     case JournalKind::CylinderState:

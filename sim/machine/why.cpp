@@ -67,6 +67,10 @@ std::string LackOfInput(const Standing& at) {
          (at.Dead() ? "" : ": " + WhyNoChange(at.machine, at.Slot(), shown));
 }
 
+std::string InBrackets(const std::string& text) {
+  return text.empty() ? "" : " (" + text + ")";
+}
+
 std::string MotorEnd(const MotorView& motor) {
   if (motor.endsInNanos >= 0) return ", its move ends in " + Seconds(motor.endsInNanos);
   return motor.rate == 0 ? ", its frequency makes no pulse: its move never ends" : ", its move never ends";
@@ -86,7 +90,7 @@ std::string LackOfMotorEnd(const Standing& at) {
   const std::string who = told == at.Channel() ? asked
                                                : "the busy register tells of motor " + std::to_string(told) +
                                                      ", selected last, which";
-  return who + " still moves at " + std::to_string(motor.position) + (motor.blocked ? " (blocked)" : "") +
+  return who + " still moves at " + std::to_string(motor.position) + InBrackets(HeldBy(motor)) +
          MotorEnd(motor) + at.For();
 }
 
@@ -100,9 +104,9 @@ std::string LackOfCount(const Standing& at) {
   std::int64_t count = there ? at.card->counts[channel] : 0;
   if (at.Dead()) count = INT32_MAX;  // 0xFF in every byte of the counter
   if (std::llabs(count) >= wanted) return "";
-  const bool blocked = channel < at.card->motors.size() && at.card->motors[channel].blocked;
-  return "count is " + std::to_string(count) + (blocked ? " (motor blocked)" : "") + ", should reach " +
-         std::to_string(wanted) + at.For();
+  const std::string held = channel < at.card->motors.size() ? HeldBy(at.card->motors[channel]) : "";
+  return "count is " + std::to_string(count) + (held.empty() ? "" : " (motor " + held + ")") +
+         ", should reach " + std::to_string(wanted) + at.For();
 }
 
 std::string LackOfPosition(const Standing& at) {
@@ -117,7 +121,9 @@ std::string LackOfPosition(const Standing& at) {
   }
   const bool inPosition = (status & (kCylinderMoving | kCylinderInPosition)) == kCylinderInPosition;
   if (inPosition || (status & kCylinderNotInPosition) == 0) return "";
-  const char* what = (status & kCylinderMoving) != 0 ? " moves, at " : " stands between two positions, at ";
+  const char* what = (status & kCylinderMoving) != 0 ? " moves, at "
+                     : cylinder.jammed               ? " is jammed, at "
+                                                     : " stands between two positions, at ";
   return name + what + PlaceText(cylinder) + ", should reach " + std::to_string(cylinder.target) + at.For();
 }
 
@@ -125,8 +131,11 @@ std::string LackOfCylinderEnd(const Standing& at) {
   const int command = ToNumber<int>(std::string(at.line.Param).c_str());
   if (command != -1 && command != -2) return "";
   const char* what = command == -1 ? "setup" : "reset";
+  const int channel = CommandsOf(at.card->kind).Reached(*at.taken, at.Channel());
+  const bool jammed =
+      channel >= 0 && !at.Dead() && at.card->cylinders[static_cast<std::size_t>(channel)].jammed;
   return std::string("waits for the end of the ") + what + " of cylinder " + std::to_string(at.Channel()) +
-         DeadCard(at) + at.For();
+         (jammed ? ", which is jammed" : "") + DeadCard(at) + at.For();
 }
 
 // What is left of the time for which the command itself sleeps.

@@ -43,6 +43,7 @@ constexpr KindWord kWords[] = {
     {JournalKind::CardProtests, "protest"},
     {JournalKind::InputTaken, "taken"},
     {JournalKind::InputGivenBack, "given-back"},
+    {JournalKind::HardStop, "hard-stop"},
     {JournalKind::Repeats, "repeats"},
 };
 static_assert(AreRowsOf(kWords, &KindWord::kind, static_cast<std::size_t>(JournalKind::Repeats) + 1),

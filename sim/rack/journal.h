@@ -44,6 +44,8 @@ enum class JournalKind : std::uint8_t {
   CardProtests,    // slot, port; value: byte written in bits 0 to 7, Protest in bits 8 to 15
   InputTaken,      // slot, channel, value 0 or 1: a hand holds the input at this level from now on
   InputGivenBack,  // slot, channel: no hand holds it any more
+  HardStop,  // slot, channel, value 1: the motor pushes against its hard stop from now on, line: where, in steps;
+             // value 0: no longer, line: steps lost there
   Repeats  // a poll goes on, see poll_folder.h. slot: accesses of a round; value: accesses that came since;
            // line: number of the round's first record; file: nanoseconds since the last of them
 };

@@ -62,6 +62,8 @@ class Rack final : private EventSink {
     Nanos sampledAt;
     std::int32_t shown;  // encoder count, or cylinder state as in the journal
     bool busy;
+    bool pushes;              // against a hard stop
+    std::int64_t lostBefore;  // steps lost at hard stops before it began to
   };
 
   void InputEdge(SignalRef input, bool level, Nanos at) override;
@@ -76,6 +78,7 @@ class Rack final : private EventSink {
   void EndFaults();
   void NoteMovers(int slot, bool sample);
   void NoteMotor(int slot, int channel, bool sample);
+  void NoteHardStop(int slot, int channel);
   void NoteCylinder(int slot, int channel);
 
   void PressKey(std::uint32_t code, bool repeated);

@@ -26,7 +26,8 @@ void Rack::Begin() {
     for (int channel = 0; channel < MotorCount(card); ++channel) {
       const PulseChannel motor(*MotorChannel(card, channel));
       movers_[slot][channel] = {live_.now, static_cast<std::int32_t>(motor.EncoderAt(live_.now)),
-                                motor.Busy(live_.now)};
+                                motor.Busy(live_.now), motor.Busy(live_.now) && motor.HasHitStop(live_.now),
+                                MotorChannel(card, channel)->lostBefore};
     }
     for (int channel = 0; channel < CylinderCount(card); ++channel) {
       movers_[slot][channel].shown = CylinderShown(card, channel, live_.now);
@@ -94,6 +95,7 @@ Nanos Rack::NextOfMovers(int slot) {
     if (!mover.busy) continue;
     const PulseChannel motor(*MotorChannel(card, channel));
     next = std::min({next, mover.sampledAt + kSample, motor.MoveEnd().value_or(kNever)});
+    if (!mover.pushes) next = std::min(next, motor.HitTime().value_or(kNever));
   }
   for (int channel = 0; channel < CylinderCount(card); ++channel) {
     const auto end = CylinderCard(*Cylinders(card)).NextEvent(channel, live_.now);
@@ -124,8 +126,30 @@ void Rack::NoteMovers(int slot, bool sample) {
   for (int channel = 0; channel < CylinderCount(card); ++channel) NoteCylinder(slot, channel);
 }
 
+// Of a motor that was known to move: whether it pushes against a hard stop, and when that is over. The next move may
+// have begun by then.
+void Rack::NoteHardStop(int slot, int channel) {
+  Mover& mover = movers_[slot][channel];
+  PulseChannelState& state = *MotorChannel(live_.cards[slot], channel);
+  const PulseChannel motor(state);
+  const bool hits = motor.HasHitStop(live_.now);
+  const auto note = [&](int value, std::int64_t number) {
+    Note(JournalKind::HardStop, static_cast<std::uint8_t>(slot), static_cast<std::uint8_t>(channel), value,
+         {kUnknownTask, 0, static_cast<std::uint32_t>(number)});
+  };
+  if (hits && !mover.pushes) {
+    mover.pushes = true;
+    mover.lostBefore = state.lostBefore;
+    note(1, motor.PositionAt(live_.now));
+  }
+  if (!mover.pushes || (hits && motor.Busy(live_.now))) return;
+  mover.pushes = false;
+  note(0, motor.LostAt(live_.now) - mover.lostBefore);
+}
+
 void Rack::NoteMotor(int slot, int channel, bool sample) {
   Mover& mover = movers_[slot][channel];
+  if (mover.busy) NoteHardStop(slot, channel);
   const PulseChannel motor(*MotorChannel(live_.cards[slot], channel));
   const bool busy = motor.Busy(live_.now);
   const bool due = busy != mover.busy || !busy || (sample && mover.sampledAt + kSample <= live_.now);
@@ -141,7 +165,9 @@ void Rack::NoteMotor(int slot, int channel, bool sample) {
          static_cast<std::int32_t>(motor.PositionAt(live_.now)));
   }
   if (busy != mover.busy) Note(JournalKind::MotorMove, slotByte, channelByte, busy ? 1 : 0);
-  mover = {live_.now, count, busy};
+  mover.sampledAt = live_.now;
+  mover.shown = count;
+  mover.busy = busy;
 }
 
 void Rack::NoteCylinder(int slot, int channel) {

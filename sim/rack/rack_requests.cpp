@@ -216,6 +216,9 @@ void Rack::Impose(const FaultRecord& fault, bool begins) {
       if (!begins) cylinders.EndAlarmCause(fault.channel, live_.now);
       break;
     }
+    case FaultKind::CylinderJams:
+      CylinderCard(*Cylinders(card)).SetJammed(fault.channel, begins, live_.now);
+      break;
     case FaultKind::MotorBlocked:
       PulseChannel(*MotorChannel(card, fault.channel)).SetBlocked(begins, live_.now);
       break;

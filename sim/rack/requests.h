@@ -36,7 +36,8 @@ enum class FaultKind : std::uint8_t {
   MotorBlocked,     // slot, channel: pulses come, the motor stands still
   MotorLosesSteps,  // slot, channel; value: every so many steps one is lost
   CardSilent,       // slot: the card does not acknowledge commands
-  BusReadsFail      // the read call of the device fails
+  BusReadsFail,     // the read call of the device fails
+  CylinderJams      // slot, channel: it stands without an alarm
 };
 
 // What a fault holds.
@@ -66,6 +67,8 @@ constexpr FaultNeeds NeedsOf(FaultKind kind) {
       return {FaultTarget::CylinderCard, FaultValue::None};
     case FaultKind::BusReadsFail:
       return {FaultTarget::Rack, FaultValue::None};
+    case FaultKind::CylinderJams:
+      return {FaultTarget::Cylinder, FaultValue::None};
     case FaultKind::None:
       break;
   }

@@ -14,15 +14,43 @@ std::string BrokenText(const TimeControl& time) {
   return {time.reason, strnlen(time.reason, kReasonSize)};
 }
 
+namespace {
+
+// A word of the new command carries `begun` with it: who has read one under the last number finds that it is no longer
+// the number that was begun last.
+void Write(CommandCell& cell, const TimeCommand& command, std::uint32_t number) {
+  std::uint32_t words[kCommandWords];
+  std::memcpy(words, &command, sizeof words);
+  cell.begun.store(number, std::memory_order_relaxed);
+  for (std::uint32_t i = 0; i < kCommandWords; ++i) cell.words[i].store(words[i], std::memory_order_release);
+}
+
+}  // namespace
+
+void OrderAtStart(TimeControl& time, const TimeCommand& command) {
+  Write(time.command, command, 0);
+}
+
 std::uint32_t Order(TimeControl& time, const TimeCommand& command) {
-  // Released by the number: TakeCommand acquires it and then reads the whole command. The answers come back likewise:
-  // where time stands is written before `standing`, which Stands acquires after the number of the command.
+  // Released by the number, which ReadOrder acquires before the command. The answers come back likewise: where time
+  // stands is written before `standing`, which Stands acquires after the number of the command.
   time.standing.store(0, std::memory_order_relaxed);
-  time.command = command;
   const std::uint32_t number = time.ordered.load(std::memory_order_relaxed) + 1;
+  Write(time.command, command, number);
   time.ordered.store(number, std::memory_order_release);
   syscall(SYS_futex, &time.ordered, FUTEX_WAKE, 1, nullptr, nullptr, 0);
   return number;
+}
+
+bool ReadOrder(const TimeControl& time, TimeCommand& command, std::uint32_t& number) {
+  const CommandCell& cell = time.command;
+  number = time.ordered.load(std::memory_order_acquire);
+  std::uint32_t words[kCommandWords];
+  for (std::uint32_t i = 0; i < kCommandWords; ++i) words[i] = cell.words[i].load(std::memory_order_acquire);
+  // The words were acquired, so this look stays behind them, relaxed as it is.
+  if (cell.begun.load(std::memory_order_relaxed) != number) return false;
+  std::memcpy(&command, words, sizeof command);
+  return true;
 }
 
 void AwaitStanding(const TimeControl& time) {

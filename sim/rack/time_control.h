@@ -2,7 +2,7 @@
 //
 // Who writes what:
 //  - TimeSetup: the tool, at power-on; constant from then on.
-//  - command: the tool, one tool at a time (StateFile::SenderLock), then `ordered`.
+//  - command: the tool, one tool at a time (StateFile::SenderLock), between `begun` and `ordered`.
 //  - mail: the tool appends, then `posted`; the controller's side takes, then `taken`.
 //  - standing: the controller's side sets it, a command takes it back.
 //  - the rest: the controller's side.
@@ -65,6 +65,18 @@ struct TimeCommand {
 };
 static_assert(sizeof(TimeCommand) == 16 + kHoldFileSize + sizeof(TriggerTable));
 
+constexpr std::uint32_t kCommandWords = sizeof(TimeCommand) / sizeof(std::uint32_t);
+static_assert(sizeof(TimeCommand) % sizeof(std::uint32_t) == 0);
+
+// A command as the two sides share it. The next one may be written while the last is being read: `begun` is then ahead of
+// the number that was read.
+struct CommandCell {
+  std::atomic<std::uint32_t> begun;  // number of the command that is, or is being, written
+  std::uint32_t reserved;
+  std::atomic<std::uint32_t> words[kCommandWords];
+};
+static_assert(sizeof(CommandCell) == 8 + sizeof(TimeCommand));
+
 constexpr std::uint32_t kMailCapacity = 16;
 constexpr std::uint32_t kMailSize = 2048;
 
@@ -80,7 +92,7 @@ constexpr int kReasonSize = 1024;
 
 struct TimeControl {
   TimeSetup setup;
-  TimeCommand command;
+  CommandCell command;
   std::atomic<std::uint32_t> ordered;   // commands given
   std::atomic<std::uint32_t> answered;  // commands taken up
   std::atomic<std::uint32_t> standing;  // 1: time stands, until the next command
@@ -102,8 +114,8 @@ struct TimeControl {
   char reason[kReasonSize];  // a sentence, before `broken` is set
 };
 static_assert(sizeof(TimeControl) ==
-              40 + sizeof(TimeCommand) + 64 + kMailCapacity * sizeof(MailItem) + kReasonSize);
-static_assert(offsetof(TimeControl, ordered) == 40 + sizeof(TimeCommand));
+              40 + sizeof(CommandCell) + 64 + kMailCapacity * sizeof(MailItem) + kReasonSize);
+static_assert(offsetof(TimeControl, ordered) == 40 + sizeof(CommandCell));
 
 // Status of a controller whose threads wait for each other, and of one that has made a call which virtual time
 // does not answer.
@@ -113,9 +125,10 @@ constexpr int kRefusedStatus = 87;
 // Why virtual time could not go on, as a sentence; empty while nothing is wrong.
 std::string BrokenText(const TimeControl& time);
 
-// The tool's side. REQUIRES of all three: the caller is the only sender at this moment
-// (StateFile::SenderLock).
+// The tool's side. REQUIRES of all of them: the caller is the only sender at this moment (StateFile::SenderLock).
 
+// The command that a controller finds at its start.
+void OrderAtStart(TimeControl& time, const TimeCommand& command);
 // Gives a command; its number, for Stands.
 std::uint32_t Order(TimeControl& time, const TimeCommand& command);
 // Returns when time stands, or after a few milliseconds.
@@ -126,6 +139,9 @@ bool Stands(const TimeControl& time, std::uint32_t number);
 bool Post(TimeControl& time, const std::string& data, std::uint32_t address = 0x7F000001,
           std::uint16_t port = 40000);
 
+// The controller's side: the command given last, and its number. False: the next one is being written, and its number will
+// follow; or the tool that wrote it has ended on the way, and the next tool writes it anew.
+bool ReadOrder(const TimeControl& time, TimeCommand& command, std::uint32_t& number);
 // The controller's side: the datagram received next, null when there is none; and that it has been taken.
 const MailItem* NextMail(const TimeControl& time);
 void TakeMail(TimeControl& time);

@@ -23,7 +23,14 @@ bool TriggerTable::Fits(const JournalRecord& record) const {
                      [&](const Trigger& trigger) { return trigger.Fits(record); });
 }
 
+bool Trigger::operator==(const Trigger& other) const {
+  return kind == other.kind && task == other.task && slot == other.slot && port == other.port &&
+         firstLine == other.firstLine && lastLine == other.lastLine;
+}
+
 void TriggerTable::Add(const Trigger& trigger) {
+  const Trigger* const end = rows + std::min(count, kMaxTriggers);
+  if (std::find(static_cast<const Trigger*>(rows), end, trigger) != end) return;
   if (count < kMaxTriggers) {
     rows[count++] = trigger;
     return;

@@ -21,6 +21,7 @@ struct Trigger {
   std::uint32_t lastLine;
 
   bool Fits(const JournalRecord& record) const;
+  bool operator==(const Trigger& other) const;
 };
 static_assert(sizeof(Trigger) == 12);
 

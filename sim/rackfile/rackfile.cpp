@@ -71,6 +71,9 @@ class Reader : public ExploringReader {
   bool When(const Value& owner, PlantLink& link);
 
   void ReadAxis(const Value& axis);
+  void ReadHardStops(const Value& axis);
+  void CheckRange(const Value& owner, const PlantLink& link);
+  void CheckSwitch(const Value& axis, const char* word, const PulseChannelState& way);
   void AxisSwitch(const Value& axis, const char* input, std::int64_t from, std::int64_t to);
   void ReadCylinder(const Value& cylinder);
   void ReadValve(const Value& valve);
@@ -347,6 +350,14 @@ bool Reader::Mover(const Value& value, bool motor, std::uint8_t& entry, std::uin
   return true;
 }
 
+// A range that lies wholly beyond a hard stop of its motor.
+void Reader::CheckRange(const Value& owner, const PlantLink& link) {
+  CardState& card = setup_.image.cards[SlotOfEntry(setup_.image, link.entry)];
+  const PulseChannelState& way = *MotorChannel(card, link.channel);
+  if (link.from > way.hardStopHigh) CheckSwitch(owner, "from", way);
+  if (link.to < way.hardStopLow) CheckSwitch(owner, "to", way);
+}
+
 bool Reader::When(const Value& owner, PlantLink& link) {
   int given = 0;
   bool right = true;
@@ -364,6 +375,7 @@ bool Reader::When(const Value& owner, PlantLink& link) {
     link.from = Number(owner, "from", -kMaxSteps, kMaxSteps, -kMaxSteps);
     link.to = Number(owner, "to", -kMaxSteps, kMaxSteps, kMaxSteps);
     right = Mover(*motor, true, link.entry, link.channel);
+    if (right) CheckRange(owner, link);
   }
   if (const Value* cylinder = Get(owner, "when_cylinder")) {
     ++given;
@@ -405,8 +417,45 @@ void Reader::AxisSwitch(const Value& axis, const char* input, std::int64_t from,
   AddLink(axis, link, "");
 }
 
+// A switch that the motor cannot reach.
+void Reader::CheckSwitch(const Value& axis, const char* word, const PulseChannelState& way) {
+  const Value* at = Get(axis, word);
+  if (at == nullptr || !at->is_integer()) return;
+  const std::int64_t position = at->as_integer();
+  const bool low = position < way.hardStopLow;
+  if (!low && position <= way.hardStopHigh) return;
+  Fail(*at, InQuotes(word) + " lies beyond " + InQuotes(low ? "stop_low" : "stop_high") +
+                ": the motor never gets there");
+}
+
+void Reader::ReadHardStops(const Value& axis) {
+  const Value* const low = Get(axis, "stop_low");
+  const Value* const high = Get(axis, "stop_high");
+  if (low == nullptr && high == nullptr) return;
+  const Value& motor = *Get(axis, "motor");
+  std::uint8_t entry = 0;
+  std::uint8_t channel = 0;
+  if (!Mover(motor, true, entry, channel)) return;
+  PulseChannelState& way = *MotorChannel(setup_.image.cards[SlotOfEntry(setup_.image, entry)], channel);
+  if (way.hardStopLow != -kNoHardStop || way.hardStopHigh != kNoHardStop) {
+    Fail(motor, "another [[axis]] gives this motor hard stops already");
+    return;
+  }
+  way.hardStopLow = Number(axis, "stop_low", -kMaxSteps, kMaxSteps, -kNoHardStop);
+  way.hardStopHigh = Number(axis, "stop_high", -kMaxSteps, kMaxSteps, kNoHardStop);
+  if (way.hardStopLow >= way.hardStopHigh) {
+    Fail(*high, "\"stop_high\" wants to be higher than \"stop_low\"");
+    return;
+  }
+  if (way.hardStopLow > 0) Fail(*low, "the motor stands at 0 at power-on: \"stop_low\" cannot be above that");
+  if (way.hardStopHigh < 0)
+    Fail(*high, "the motor stands at 0 at power-on: \"stop_high\" cannot be below that");
+  for (const char* word : {"home_at", "low_at", "high_at"}) CheckSwitch(axis, word, way);
+}
+
 void Reader::ReadAxis(const Value& axis) {
   if (Need(axis, "motor") == nullptr) return;
+  ReadHardStops(axis);
   const std::int64_t home = Number(axis, "home_at", -kMaxSteps, kMaxSteps, 0);
   AxisSwitch(axis, "home", home, home);
   for (const char* limit : {"low", "high"}) {

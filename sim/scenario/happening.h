@@ -19,6 +19,7 @@ namespace rack::scenario {
   kind(MotorStands)    /* "motor 2.0 stands" */                                           \
   kind(MotorAt)        /* "motor 2.0 at 800": stands there */                             \
   kind(MotorCount)     /* "motor 2.0 counts 800": its encoder counter, standing */        \
+  kind(MotorHitsStop)  /* "motor 2.0 hits its stop": a move begins to lose steps there */ \
   kind(MotorPulses)    /* "motor 2.0 pulses 800": a move of so many pulses has ended */   \
   kind(CylinderAt)     /* "cylinder 3.0 at 5": stands there */                            \
   kind(CylinderAlarm)  /* "cylinder 3.0 alarm" */                                         \
@@ -71,7 +72,8 @@ HappeningChoice ParseHappening(const std::string& text, const Snapshot& machine,
 bool IsState(HappeningKind kind);
 // Whether it happens on a card, so that the tasks that use the card have to do with it.
 bool IsOnCard(HappeningKind kind);
-// Lets time stand wherever it may happen.
+// Lets time stand wherever it may happen: so many rows at most.
+constexpr std::uint32_t kTriggersOfOne = 3;
 void AddTriggers(const Happening& what, TriggerTable& triggers);
 
 }  // namespace rack::scenario

@@ -29,7 +29,7 @@ struct Watched {
   std::string label;                        // what it is about: "clamped (1.1)"
   std::int64_t value = 0;                   // level, position, count, number of pulses
   bool known = true;                        // there is a value
-  bool moving = false;                      // of a motor
+  bool moving = false;                      // of a motor or cylinder
   bool standing = true;                     // of a cylinder: in position
   bool alarm = false;                       // of a cylinder
   Nanos since = 0;                          // when it became what it is
@@ -63,7 +63,7 @@ struct HappeningRow {
   // What there is instead, or why it is so: "clamped (1.1) is off since 1.250 s".
   std::string (*says)(const Watched& watched);
   // Kinds of records among which it is; of an event of the scenario none.
-  std::array<JournalKind, 3> kinds;
+  std::array<JournalKind, kTriggersOfOne> kinds;
 };
 
 const HappeningRow& RowOf(HappeningKind kind);

@@ -136,6 +136,18 @@ bool SeePulses(Watched& watched, const JournalRecord& record) {
   return HoldsInRange(watched);
 }
 
+void BeginHardStop(Watched& watched, const Snapshot& machine) {
+  BeginMotor(watched, machine);
+  watched.known = false;
+}
+
+bool SeeHardStop(Watched& watched, const JournalRecord& record) {
+  if (record.kind != JournalKind::HardStop || record.value == 0 || !IsMine(watched, record)) return false;
+  watched.value = static_cast<std::int32_t>(record.line);
+  watched.known = true;
+  return true;
+}
+
 bool Moves(const Watched& watched) {
   return watched.moving;
 }
@@ -169,11 +181,17 @@ std::string SayPulses(const Watched& watched) {
   return "the last move of " + watched.label + " had " + std::to_string(watched.value) + " pulses";
 }
 
+std::string SayHardStop(const Watched& watched) {
+  if (!watched.known) return watched.label + " has hit no stop";
+  return watched.label + " has hit its stop at " + std::to_string(watched.value);
+}
+
 // Cylinders.
 
 void TakeStatus(Watched& watched, int status) {
   watched.standing = (status & kCylinderInPosition) != 0;
   watched.alarm = (status & kCylinderAlarm) != 0;
+  watched.moving = (status & (kCylinderMoving | kCylinderResetting)) != 0;
 }
 
 void BeginCylinder(Watched& watched, const Snapshot& machine) {
@@ -203,7 +221,8 @@ bool IsInAlarm(const Watched& watched) {
 std::string SayCylinder(const Watched& watched) {
   const char* const how = watched.standing ? " stands at "
                           : watched.alarm  ? " is in alarm at "
-                                           : " is on its way at ";
+                          : watched.moving ? " is on its way at "
+                                           : " stands short of its aim at ";
   return watched.label + how + std::to_string(watched.value) + Since(watched);
 }
 
@@ -289,6 +308,9 @@ constexpr HappeningRow kRows[] = {
   {HappeningKind::MotorCount, "", &Text::HasFirst, "motor", "counts N", kSteps,
    &Text::ReadMotor, kOnCard, BeginCount, SeeCount, StandsInRange, SayCount,
    {JournalKind::MotorMove, JournalKind::MotorCount}},
+  {HappeningKind::MotorHitsStop, "", &Text::HasFirst, "motor", "hits its stop", kNoNumber,
+   &Text::ReadMotor, kOnCard, BeginHardStop, SeeHardStop, nullptr, SayHardStop,
+   {JournalKind::HardStop}},
   {HappeningKind::MotorPulses, "", &Text::HasFirst, "motor", "pulses N", kPulses,
    &Text::ReadMotor, kOnCard, BeginPulses, SeePulses, nullptr, SayPulses,
    {JournalKind::MotorPulses}},

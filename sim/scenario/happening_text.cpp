@@ -155,7 +155,8 @@ void HappeningText::ReadMover(const HappeningRow& row, ChannelSort sort) {
     if (!HasVerb(*each)) continue;
     choice_.happening.kind = each->kind;
     CheckNumber(*each);
-    return TakePlace(ChooseChannel(machine_, sort, words_[1]));
+    TakePlace(ChooseChannel(machine_, sort, words_[1]));
+    return CheckWay();
   }
   Refuse(MoverUsage(row));
 }
@@ -163,8 +164,34 @@ void HappeningText::ReadMover(const HappeningRow& row, ChannelSort sort) {
 // Behind the channel, with its number where it has one.
 bool HappeningText::HasVerb(const HappeningRow& row) {
   const std::vector<std::string> verb = Split(row.verb);
-  if (words_.size() != 2 + verb.size() || words_[2] != verb[0]) return false;
-  return verb.size() == 1 || ReadRange(words_[3]);
+  if (words_.size() != 2 + verb.size()) return false;
+  for (std::size_t i = 0; i < verb.size(); ++i) {
+    const std::string& word = words_[2 + i];
+    if (verb[i] == "N" ? !ReadRange(word) : verb[i] != word) return false;
+  }
+  return true;
+}
+
+// A motor comes to no place beyond its hard stops, and hits none where it has none.
+void HappeningText::CheckWay() {
+  const Happening& what = choice_.happening;
+  const bool at = what.kind == HappeningKind::MotorAt;
+  if (!choice_.error.empty() || (!at && what.kind != HappeningKind::MotorHitsStop)) return;
+  const CardView& card = machine_.cards[static_cast<std::size_t>(what.entry)];
+  const MotorView& motor = card.motors[static_cast<std::size_t>(what.channel)];
+  const std::string who = "motor " + words_[1];
+  if (!at && !motor.hardStopLow && !motor.hardStopHigh) {
+    return Refuse(InQuotes(what.text) + " can never happen: no [[axis]] of the rack file gives " + who +
+                  " a \"stop_low\" or \"stop_high\"");
+  }
+  if (at && motor.hardStopLow && what.high < *motor.hardStopLow) {
+    return Refuse(InQuotes(what.text) + " can never be: the way of " + who + " ends at " +
+                  std::to_string(*motor.hardStopLow));
+  }
+  if (at && motor.hardStopHigh && what.low > *motor.hardStopHigh) {
+    return Refuse(InQuotes(what.text) + " can never be: the way of " + who + " ends at " +
+                  std::to_string(*motor.hardStopHigh));
+  }
 }
 
 void HappeningText::ReadCounter(const HappeningRow& row) {

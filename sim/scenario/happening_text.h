@@ -41,6 +41,7 @@ class HappeningText {
   bool ReadRange(const std::string& text);
   void ReadMover(const HappeningRow& row, ChannelSort sort);
   bool HasVerb(const HappeningRow& row);
+  void CheckWay();
   void TakePlace(const SignalChoice& channel);
 
   const Snapshot& machine_;

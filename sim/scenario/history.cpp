@@ -33,6 +33,7 @@ bool IsTold(JournalKind kind) {
     case JournalKind::FaultBegins:
     case JournalKind::FaultEnds:
     case JournalKind::CardProtests:
+    case JournalKind::HardStop:
     case JournalKind::ProgramMissing:
     case JournalKind::Restart:
       return true;

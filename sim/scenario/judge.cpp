@@ -125,6 +125,16 @@ std::optional<Nanos> Judge::NextDeadline(Nanos from) const {
   return next;
 }
 
+std::vector<int> Judge::AwaitedMoments() const {
+  std::vector<int> moments;
+  for (std::size_t i = 0; i < outcomes_.size(); ++i) {
+    const Expectation& expectation = scenario_.expectations[i];
+    const bool open = outcomes_[i].verdict == Verdict::Open && expectation.limit >= 0;
+    if (open && !TimeOf(expectation.from)) moments.push_back(expectation.from.after);
+  }
+  return moments;
+}
+
 void Judge::SeeTasks(Nanos time, std::vector<std::string> tasks) {
   tasksAt_ = time;
   tasks_ = std::move(tasks);

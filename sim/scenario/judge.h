@@ -36,6 +36,8 @@ class Judge {
   bool IsDone(std::size_t event) const { return done_[event]; }
   // The next time, not before that one, at which an open expectation must have been met; nothing: none is known yet.
   std::optional<Nanos> NextDeadline(Nanos from) const;
+  // What has not happened yet that a deadline of an open expectation counts from.
+  std::vector<int> AwaitedMoments() const;
   // Where the tasks stand at that time, as the machine itself shows it: told of what is decided just then. Of what is
   // decided at other times only the lines are known.
   void SeeTasks(Nanos time, std::vector<std::string> tasks);

@@ -29,15 +29,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// How far the machine runs before what happened is looked at: at most so long, and no further than the journal
-// holds so many bus accesses.
+// How far the machine runs before it is asked whether the end is known. Nothing else hangs on it: what a scenario waits for
+// lets time stand by itself, and what is recorded meanwhile is waited for.
 constexpr Nanos kStride = 200 * kMillisecond;
-constexpr Nanos kStrideAccesses = 200'000;
-static_assert(kStrideAccesses < kJournalCapacity);
 constexpr int kLookMicros = 50;
-// A machine that fills the journal faster is looked at more often, so that this part of it is full at most.
-constexpr std::uint32_t kStrideRecords = kJournalCapacity / 4;
-constexpr Nanos kFirstStride = 10 * kMillisecond;
 
 // The signals that end this process are left to the thread that runs the controller, which ends it first.
 class SignalsForOthers {
@@ -240,7 +235,6 @@ class Run {
   std::string LineText(const std::string& file, std::uint32_t line) const;
   bool Advance(Nanos time);
   bool AwaitStand(std::uint32_t number);
-  void ChooseStride(Nanos passed, std::uint32_t records);
   Nanos NextStop(Nanos now) const;
   TriggerTable Triggers() const;
   std::size_t NextDue(Nanos now) const;
@@ -260,14 +254,13 @@ class Run {
   std::optional<ControllerThread> controller_;
   FileNames files_;
   std::unique_ptr<Judge> judge_;
-  std::unique_ptr<JournalReader> journal_;
+  std::unique_ptr<PatientReader> journal_;
   std::optional<CardTableWatch> cards_;
   std::ofstream recording_;
   std::unique_ptr<Waveform> waveform_;
   std::ifstream console_;
   std::string rest_;  // of the console: a line that has not ended yet
   std::uint64_t lost_ = 0;
-  Nanos stride_ = kFirstStride;
   SpinWatch spin_;
   std::string error_;
 };
@@ -294,7 +287,8 @@ std::string Run::Prepare(const RunPlaces& places) {
   waveform_ = std::make_unique<Waveform>(recording_, start, files_);
   waveform_->Begin();
   cards_.emplace(State());
-  journal_ = std::make_unique<JournalReader>(State().journal, JournalReader::Start::Oldest);
+  journal_ = std::make_unique<PatientReader>(State().journal, &State().readers, JournalReader::Start::Oldest,
+                                             "test");
   judge_ = std::make_unique<Judge>(
       scenario_, start, files_,
       [this](const std::string& file, std::uint32_t line) { return LineText(file, line); });
@@ -326,12 +320,6 @@ bool Run::AwaitStand(std::uint32_t number) {
   return true;
 }
 
-// The next stride, by what the last one has brought.
-void Run::ChooseStride(Nanos passed, std::uint32_t records) {
-  const Nanos most = passed * kStrideRecords / std::max<std::uint32_t>(records, 1);
-  stride_ = std::clamp(most, kMicrosecond, std::min(2 * stride_, kStride));
-}
-
 // Lets the machine run up to a time.
 bool Run::Advance(Nanos time) {
   TimeCommand command{};
@@ -343,8 +331,7 @@ bool Run::Advance(Nanos time) {
 
 // The next time at which something is to be done, or to be looked at.
 Nanos Run::NextStop(Nanos now) const {
-  const Nanos accesses = std::max<Nanos>(State().time.setup.accessNanos, 1) * kStrideAccesses;
-  Nanos next = std::min(now + std::min(stride_, accesses), scenario_.limit);
+  Nanos next = std::min(now + kStride, scenario_.limit);
   for (std::size_t i = 0; i < scenario_.events.size(); ++i) {
     if (judge_->IsDone(i)) continue;
     const std::optional<Nanos> due = judge_->TimeOf(scenario_.events[i].when);
@@ -365,13 +352,19 @@ std::vector<std::string> Run::TaskSentences() const {
   return sentences;
 }
 
-// What the events that are still to come wait for. Time stands there; whether it was that, the judge says.
+// What the events that are still to come wait for, and the deadlines that are not known yet. Time stands there; whether
+// it was that, the judge says.
 TriggerTable Run::Triggers() const {
   TriggerTable triggers{};
   for (std::size_t i = 0; i < scenario_.events.size(); ++i) {
     const Moment& when = scenario_.events[i].when;
     if (judge_->IsDone(i) || judge_->TimeOf(when)) continue;
     AddTriggers(scenario_.happenings[static_cast<std::size_t>(when.after)], triggers);
+  }
+  // Without these a failure says less, but nothing else: they do not fill the table.
+  for (const int happening : judge_->AwaitedMoments()) {
+    if (triggers.count + kTriggersOfOne > kMaxTriggers) break;
+    AddTriggers(scenario_.happenings[static_cast<std::size_t>(happening)], triggers);
   }
   return triggers;
 }
@@ -471,12 +464,9 @@ void Run::Drive(RunReport& report) {
   if (runs) DoDueEvents(now);
   while (runs && now < end && error_.empty()) {
     const Nanos next = std::min(NextStop(now), end);
-    const std::uint32_t before = journal_->Number();
     runs = Advance(next);
     ReadJournal();
-    const Nanos stands = State().live.now;
-    ChooseStride(std::max<Nanos>(stands - now, 1), journal_->Number() - before);
-    now = std::min(stands, scenario_.limit);
+    now = std::min(State().live.now, scenario_.limit);
     judge_->Reach(now);
     if (runs && judge_->NextDeadline(now) == now) judge_->SeeTasks(now, TaskSentences());
     const std::vector<std::string> differences = (*cards_)();
@@ -487,8 +477,9 @@ void Run::Drive(RunReport& report) {
     why = "the end";
     end = *judge_->EndTime();
   }
-  // Time has gone on by up to a stride while that was not known, and the controller may have ended in it.
-  if (judge_->EndTime() && now >= *judge_->EndTime()) {
+  // Time has gone on by up to a stride while that was not known, and the controller may have ended in it, by whatever.
+  const bool over = judge_->EndTime() && now >= *judge_->EndTime();
+  if (over) {
     now = *judge_->EndTime();
     runs = true;
   }
@@ -501,7 +492,7 @@ void Run::Drive(RunReport& report) {
   waveform_->End(now);
   recording_.flush();
   report.stopped = controller_->StopSignal();
-  const std::string error = controller_->Error().empty() ? error_ : controller_->Error();
+  const std::string error = over || controller_->Error().empty() ? error_ : controller_->Error();
   if (error.empty()) {
     report.result.outcomes = judge_->Outcomes();
     report.result.end = now;

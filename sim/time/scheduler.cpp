@@ -109,10 +109,11 @@ Nanos NewSlice() {
   return 1 + static_cast<Nanos>(Draw(static_cast<std::uint32_t>(kSeededSlice)));
 }
 
-void TakeCommand() {
+// Whether there was a whole one; the next one may be on its way.
+bool TakeCommand() {
   TimeControl& control = *S.control;
-  const std::uint32_t number = control.ordered.load(std::memory_order_acquire);
-  S.command = control.command;
+  std::uint32_t number = 0;
+  if (!ReadOrder(control, S.command, number)) return false;
   S.endOrHold = kForEver;
   if (S.command.holdAt != 0) S.endOrHold = S.command.holdAt;
   if (control.setup.endAt != 0) S.endOrHold = std::min(S.endOrHold, control.setup.endAt);
@@ -120,6 +121,7 @@ void TakeCommand() {
   if (S.watch != nullptr) S.nextStop = std::min(S.nextStop, S.watch(S.command.triggers).next);
   control.standing.store(0, std::memory_order_release);
   control.answered.store(number, std::memory_order_release);
+  return true;
 }
 
 bool IsOrdered() {
@@ -136,12 +138,11 @@ void Stand(std::uint8_t task, std::uint32_t file, std::uint32_t line) {
   if (S.serve != nullptr) S.serve();
   control.standing.store(1, std::memory_order_release);
   SystemCall(SYS_futex, &control.standing, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
-  while (!IsOrdered()) {
+  while (!IsOrdered() || !TakeCommand()) {
     const timespec limit = {0, kStandingPause};
     SystemCall(SYS_futex, &control.ordered, FUTEX_WAIT, control.answered.load(), &limit, nullptr, 0);
     if (S.serve != nullptr) S.serve();
   }
-  TakeCommand();
 }
 
 // The time of nextStop is reached.
@@ -325,7 +326,7 @@ void Engage(const TimeLink& link) {
   Self->realNumber = static_cast<std::uint32_t>(SystemCall(SYS_gettid));
   link.control->turn.store(Self->realNumber, std::memory_order_relaxed);
   S.engaged = true;
-  TakeCommand();
+  while (!TakeCommand()) RealPause();
   if (setup.startStopped != 0 && S.now == 0) Stand(0, 0, 0);
 }
 

@@ -119,7 +119,8 @@ TEST_F(CommandsTest, AStandingTaskSaysOfEachCommandWhatItLacks) {
   for (const rack::CardKind kind : kinds) {
     rack::CardView card;
     card.kind = kind;
-    card.motors.assign(static_cast<std::size_t>(rack::RowOf(kind).motors), {true, false, 7, 2'000'000'000});
+    card.motors.assign(static_cast<std::size_t>(rack::RowOf(kind).motors),
+                       {true, false, 7, 2'000'000'000, 0, {}, {}});
     card.counts.assign(static_cast<std::size_t>(rack::RowOf(kind).counters), 5);
     card.cylinders.assign(static_cast<std::size_t>(rack::RowOf(kind).cylinders), {1500, 4, 0x61});
     machine.cards.push_back(card);

@@ -414,6 +414,53 @@ TEST_P(MotorCards, BlockedMotorTakesItsTimeAndStandsStill) {
   EXPECT_THAT(Encoder(), ElementsAre(50, 0, 0, 0x80));
 }
 
+TEST_P(MotorCards, AHardStopTakesTheStepsAndLeavesTheMoveItsPulses) {
+  MotorChannel(card, 0)->hardStopHigh = 50;
+  MotorChannel(card, 0)->hardStopLow = -10;
+  Move(0, 80, 1, 0x00);
+  EXPECT_EQ(Channel(0).HitTime(), 510 * kMs);
+  EXPECT_EQ(Channel(0).ReachTime(50), 500 * kMs);
+  EXPECT_EQ(Channel(0).ReachTime(51), std::nullopt);
+  now = 510 * kMs - 1;
+  EXPECT_FALSE(Channel(0).HasHitStop(now));
+  now = 510 * kMs;
+  EXPECT_TRUE(Channel(0).HasHitStop(now));
+  now = 700 * kMs;
+  EXPECT_EQ(Channel(0).LostAt(now), 20);
+  // What is settled on the way changes nothing.
+  Channel(0).SetBlocked(false, now);
+  EXPECT_EQ(Channel(0).HitTime(), std::nullopt);
+  EXPECT_EQ(Channel(0).MoveEnd(), 800 * kMs);
+  now = 900 * kMs;
+  EXPECT_EQ(Channel(0).PulsesAt(now), 80);
+  EXPECT_EQ(Position(0), 50);
+  EXPECT_THAT(Encoder(), ElementsAre(50, 0, 0, 0x80));
+  EXPECT_EQ(Channel(0).LostAt(now), 30);
+  // Away from it the first pulse moves; the count is never reached where the way ends before it.
+  Move(0, 70, 1, 0x88, 65);
+  EXPECT_FALSE(Channel(0).HasHitStop(now));
+  EXPECT_EQ(Channel(0).ReachTime(49), 910 * kMs);
+  EXPECT_EQ(Channel(0).HitTime(), 1510 * kMs);
+  EXPECT_EQ(Channel(0).MoveEnd(), 1600 * kMs);
+  // A move that ends at the stop has lost nothing; the next one that way loses all from its first pulse on.
+  now = 2000 * kMs;
+  EXPECT_EQ(Position(0), -10);
+  EXPECT_EQ(Channel(0).LostAt(now), 40);
+  Move(0, 60, 1, 0x00);
+  EXPECT_EQ(Channel(0).HitTime(), std::nullopt);
+  now = 3000 * kMs;
+  EXPECT_EQ(Position(0), 50);
+  Move(0, 3, 1, 0x00);
+  EXPECT_EQ(Channel(0).HitTime(), 3010 * kMs);
+  // With every 4th step lost on the way it comes later; a blocked motor does not come there at all.
+  now = 4000 * kMs;
+  Channel(0).SetLoseEvery(4, now);
+  Move(0, 100, 1, 0x80);
+  EXPECT_EQ(Channel(0).HitTime(), 4810 * kMs);
+  Channel(0).SetBlocked(true, 4400 * kMs);
+  EXPECT_EQ(Channel(0).HitTime(), std::nullopt);
+}
+
 TEST_P(MotorCards, LosingStepsMissesEveryNthPulse) {
   Channel(0).SetLoseEvery(4, 0);
   Move(0, 100, 1, 0x00);
@@ -569,6 +616,45 @@ TEST_F(CylinderBench, AlarmStopsItAndOnlyAResetClearsIt) {
     EXPECT_EQ(StatusAt(at), after);
   }
   EXPECT_EQ(StatusAt(900 * kMs), 0x10);
+}
+
+TEST_F(CylinderBench, AJammedOneStandsWithoutAnAlarmAndGoesOnWhenItIsFree) {
+  Command(0, 0x34);
+  Model().SetJammed(0, true, 150 * kMs);
+  EXPECT_EQ(StatusAt(150 * kMs), 0x21);
+  EXPECT_EQ(StatusAt(900 * kMs), 0x21);
+  EXPECT_EQ(Model().PlaceAt(0, now), 1500);
+  EXPECT_EQ(Model().NextEvent(0, now), std::nullopt);
+  EXPECT_EQ(Model().Target(0), 4);
+  // A command is taken and let go as ever, and counts when it is free again.
+  Command(0, 0x33);
+  EXPECT_EQ(Read(5), 1);
+  EXPECT_EQ(StatusAt(900 * kMs + 2000), 0x21);
+  EXPECT_EQ(Read(5), 0);
+  EXPECT_EQ(Model().Target(0), 3);
+  Model().SetJammed(0, false, 1000 * kMs);
+  EXPECT_EQ(StatusAt(1150 * kMs - 1), 0x61);
+  EXPECT_EQ(StatusAt(1150 * kMs), 0x10);
+  EXPECT_EQ(Model().StandsAt(0, now), 3);
+  // Where it is sent it stands already: in position. Kept from it: not, at a position as between two.
+  Model().SetJammed(0, true, now);
+  EXPECT_EQ(Read(6), 0x10);
+  Command(0, 0x33);
+  EXPECT_EQ(StatusAt(1200 * kMs), 0x10);
+  Command(0, 0x20);
+  EXPECT_EQ(StatusAt(1300 * kMs), 0x21);
+  EXPECT_EQ(Model().StandsAt(0, now), 3);
+  // A reset ends what it was sent for; an alarm likewise.
+  Command(0, 0x10);
+  EXPECT_EQ(StatusAt(1350 * kMs), 0x10);
+  Model().SetJammed(0, false, now);
+  EXPECT_EQ(StatusAt(1400 * kMs), 0x10);
+  Command(0, 0x35);
+  Model().SetJammed(0, true, 1450 * kMs);
+  Model().RaiseAlarm(0, 0, 1460 * kMs);
+  Model().SetJammed(0, false, 1470 * kMs);
+  EXPECT_EQ(StatusAt(3000 * kMs), 0x80);
+  EXPECT_EQ(Model().PlaceAt(0, now), 3500);
 }
 
 TEST_F(CylinderBench, LastingAlarmComesBackUntilItsCauseIsGone) {

@@ -85,6 +85,8 @@ class TestRack {
         return "cured";
       case rack::JournalKind::CardProtests:
         return "protest";
+      case rack::JournalKind::HardStop:
+        return "stop";
       default:
         return "other";
     }

@@ -78,6 +78,32 @@ TEST(RackTest, JournalFollowsAMotorToTheEndOfItsMove) {
             "50 position 7.2=5\n50 move 7.2=0\n");
 }
 
+TEST(RackTest, TheJournalTellsOfAMotorAtItsHardStopOnceAMove) {
+  TestRack cell(std::string(kCell) +
+                "[[axis]]\nmotor = \"2.2\"\nstop_high = 3\nhigh = \"0.7\"\nhigh_at = 3\n");
+  const auto start = [&](int steps, int control, rack::Nanos now) {
+    cell.Write(7, 7, 2, now);
+    cell.Write(7, 8, static_cast<std::uint8_t>(control), now);
+    cell.Write(7, 9, 100, now);  // 1000 pulses per second
+    cell.Write(7, 12, static_cast<std::uint8_t>(2 * steps), now);
+    cell.Write(7, 24, 1, now);
+  };
+  start(6, 0x00, 0);
+  cell.bus->AdvanceTo(10 * kMs);
+  // The next move begins while the last one still pushes, and pushes too.
+  start(5, 0x00, 10 * kMs);
+  start(5, 0x00, 13 * kMs);
+  cell.bus->AdvanceTo(30 * kMs);
+  start(3, 0x80, 30 * kMs);
+  cell.bus->AdvanceTo(60 * kMs);
+  EXPECT_EQ(cell.Events(),
+            "0 input 0.1=1\n0 move 7.2=1\n3 input 0.7=1\n4 stop 7.2=1\n6 stop 7.2=0\n6 count 7.2=3\n"
+            "6 pulses 7.2=6\n6 position 7.2=3\n6 move 7.2=0\n10 move 7.2=1\n11 stop 7.2=1\n13 stop 7.2=0\n"
+            "14 stop 7.2=1\n18 stop 7.2=0\n18 pulses 7.2=5\n18 position 7.2=3\n18 move 7.2=0\n"
+            "30 move 7.2=1\n31 input 0.7=0\n33 count 7.2=0\n33 pulses 7.2=3\n33 position 7.2=0\n"
+            "33 move 7.2=0\n");
+}
+
 TEST(RackTest, InputsSetByHandHoldAgainstTheMachineUntilReleased) {
   TestRack cell(kCell);
   EXPECT_EQ(cell.Ask(Input(RequestKind::SetInput, 0, 1, 0), kMs), RequestResult::Done);
@@ -210,6 +236,22 @@ TEST(RackTest, FaultsOfTheMachineReachInputsMotorsAndCylinders) {
   EXPECT_EQ(cell.Read(7, 24, 910 * kMs), 0x01);
   EXPECT_EQ(cell.Read(7, 20, 2000 * kMs), 0x00);
   EXPECT_EQ(cell.Read(7, 24, 2000 * kMs), 0x00);
+}
+
+TEST(RackTest, AJammedCylinderKeepsItsSwitchAndGoesOnWhenTheFaultEnds) {
+  TestRack cell(std::string(kCell) +
+                "[[cylinder]]\ncylinder = \"3.0\"\nswitches = { 0 = \"0.6\", 2 = \"0.7\" }\n");
+  EXPECT_EQ(cell.Ask(Fault(FaultKind::CylinderJams, 9, 0, 0, 500 * kMs), 0), RequestResult::Done);
+  cell.Write(9, 5, 0, 0);
+  cell.Write(9, 6, 0x32, 0);
+  EXPECT_EQ(cell.Read(9, 6, 400 * kMs), 0x21);
+  cell.bus->AdvanceTo(900 * kMs);
+  const std::string events = cell.Events();
+  EXPECT_EQ(events.substr(events.find("0 fault")),
+            "0 fault 9.0=8\n0 other 9.0=32\n500 cured 9.0=8\n500 other 9.0=97\n500 input 0.6=0\n"
+            "700 input 0.7=1\n700 other 9.0=528\n");
+  EXPECT_EQ(cell.Ask(Fault(FaultKind::CylinderJams, 9, 3, 0, 0), 900 * kMs), RequestResult::NoSuchChannel);
+  EXPECT_EQ(cell.Ask(Fault(FaultKind::CylinderJams, 3, 0, 0, 0), 900 * kMs), RequestResult::NoSuchCard);
 }
 
 TEST(RackTest, FaultsThatCannotBeAreRefused) {

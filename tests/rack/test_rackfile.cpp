@@ -126,6 +126,32 @@ TEST(RackFileTest, HalfADescriptionIsRefused) {
   EXPECT_EQ(ErrorsOf("inputs = 3\n"), "rack.toml:1:10: \"inputs\" is written as [inputs]\n");
 }
 
+TEST(RackFileTest, HardStopsLeaveAWayThatReachesTheSwitches) {
+  const std::string axis = "[slots]\n2 = \"stepper\"\n[[axis]]\nmotor = \"1.3\"\n";
+  const auto setup = std::make_unique<rack::RackSetup>();
+  std::vector<std::string> errors;
+  ASSERT_TRUE(rack::ReadRackText(axis + "stop_low = -20\nhigh = \"0.1\"\nhigh_at = 900\n", "rack.toml",
+                                 *setup, errors));
+  EXPECT_EQ(setup->image.cards[2].stepper.channels[3].hardStopLow, -20);
+  EXPECT_EQ(setup->image.cards[2].stepper.channels[3].hardStopHigh, rack::kNoHardStop);
+  EXPECT_EQ(ErrorsOf(axis + "stop_low = 5\nstop_high = 5\n"),
+            "rack.toml:6:13: \"stop_high\" wants to be higher than \"stop_low\"\n");
+  EXPECT_EQ(ErrorsOf(axis + "stop_low = 1\n"),
+            "rack.toml:5:12: the motor stands at 0 at power-on: \"stop_low\" cannot be above that\n");
+  EXPECT_EQ(ErrorsOf(axis + "stop_high = -1\n"),
+            "rack.toml:5:13: the motor stands at 0 at power-on: \"stop_high\" cannot be below that\n");
+  EXPECT_EQ(ErrorsOf(axis + "stop_low = -5\nstop_high = 100\nhome = \"0.0\"\nhome_at = 101\nlow = \"0.1\"\n"
+                            "low_at = -5\nhigh = \"0.2\"\nhigh_at = 200\n"),
+            "rack.toml:8:11: \"home_at\" lies beyond \"stop_high\": the motor never gets there\n"
+            "rack.toml:12:11: \"high_at\" lies beyond \"stop_high\": the motor never gets there\n");
+  EXPECT_EQ(
+      ErrorsOf(axis + "stop_low = -5\nlow = \"0.1\"\nlow_at = -6\n[[axis]]\nmotor = \"1.3\"\nstop_high = 9\n"
+                      "[[counter]]\nname = \"a\"\nwhen_motor = \"1.3\"\nfrom = -9\nto = -6\n"),
+      "rack.toml:7:10: \"low_at\" lies beyond \"stop_low\": the motor never gets there\n"
+      "rack.toml:9:9: another [[axis]] gives this motor hard stops already\n"
+      "rack.toml:15:6: \"to\" lies beyond \"stop_low\": the motor never gets there\n");
+}
+
 TEST(RackFileTest, RulesAreNotesForTheTools) {
   const auto setup = std::make_unique<rack::RackSetup>();
   std::vector<std::string> errors;

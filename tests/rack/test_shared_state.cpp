@@ -79,6 +79,54 @@ TEST(RequestTest, FullRingRefusesAndResultsComeByNumber) {
   EXPECT_EQ(ResultOf(*ring, 0), rack::RequestResult::Done);  // its place has been used again
 }
 
+// Whether each part of a command says the same number.
+bool IsWhole(const rack::TimeCommand& command) {
+  const auto number = static_cast<std::uint32_t>(command.holdAt);
+  return command.holdLine == number && command.triggers.count == number &&
+         command.triggers.rows[rack::kMaxTriggers - 1].lastLine == number;
+}
+
+rack::TimeCommand CommandOf(std::uint32_t number) {
+  rack::TimeCommand command{};
+  command.holdAt = number;
+  command.holdLine = command.triggers.count = number;
+  command.triggers.rows[rack::kMaxTriggers - 1].lastLine = number;
+  return command;
+}
+
+TEST(TimeCommandTest, IsReadWholeWhileTheNextOnesAreGiven) {
+  const auto time = std::make_unique<rack::TimeControl>();
+  constexpr std::uint32_t kCount = 50'000;
+  rack::OrderAtStart(*time, CommandOf(0));
+  std::thread tool([&] {
+    for (std::uint32_t i = 1; i <= kCount; ++i) rack::Order(*time, CommandOf(i));
+  });
+  std::uint32_t last = 0;
+  int torn = 0;
+  while (last != kCount) {
+    rack::TimeCommand command{};
+    std::uint32_t number = 0;
+    if (!rack::ReadOrder(*time, command, number)) continue;
+    if (!IsWhole(command) || static_cast<std::uint32_t>(command.holdAt) != number) ++torn;
+    last = number;
+  }
+  tool.join();
+  EXPECT_EQ(torn, 0);
+}
+
+TEST(TimeCommandTest, AToolThatEndedHalfWayLeavesNone) {
+  const auto time = std::make_unique<rack::TimeControl>();
+  rack::Order(*time, CommandOf(1));
+  time->command.begun = 2;  // and then its end
+  rack::TimeCommand command{};
+  std::uint32_t number = 0;
+  EXPECT_FALSE(rack::ReadOrder(*time, command, number));
+  EXPECT_EQ(rack::Order(*time, CommandOf(9)), 2U);
+  EXPECT_TRUE(rack::ReadOrder(*time, command, number));
+  EXPECT_EQ(number, 2U);
+  EXPECT_TRUE(IsWhole(command));
+}
+
 TEST(StateFileTest, OutlivesItsProcessAndRefusesOtherFiles) {
   const std::string path = testing::TempDir() + "rack-state-" + std::to_string(getpid());
   const auto setup = std::make_unique<rack::RackSetup>();
@@ -102,12 +150,12 @@ TEST(StateFileTest, OutlivesItsProcessAndRefusesOtherFiles) {
 }
 
 TEST(StateFileTest, LayoutIsTheSameForEveryProcess) {
-  EXPECT_EQ(sizeof(rack::RackImage), 34472U);
-  EXPECT_EQ(offsetof(rack::RackState, live), 34496U);
+  EXPECT_EQ(sizeof(rack::RackImage), 37800U);
+  EXPECT_EQ(offsetof(rack::RackState, live), 37824U);
   EXPECT_EQ(offsetof(rack::RackLive, cards), 1088U);
-  EXPECT_EQ(offsetof(rack::RackLive, plant), 10864U);
-  EXPECT_EQ(offsetof(rack::RackLive, tasks), 15536U);
-  EXPECT_EQ(offsetof(rack::RackLive, programFiles), 28896U);
+  EXPECT_EQ(offsetof(rack::RackLive, plant), 14192U);
+  EXPECT_EQ(offsetof(rack::RackLive, tasks), 18864U);
+  EXPECT_EQ(offsetof(rack::RackLive, programFiles), 32224U);
   EXPECT_EQ(sizeof(rack::JournalRing), 8388616U);
 }
 

@@ -62,7 +62,7 @@ TEST_F(CasesTest, PassingScenariosPassAndLeaveNothing) {
   const std::string before = Run(files);
   const std::string output = Run("velmo-rack test pass");
   EXPECT_EQ(shell.Status(), 0) << output;
-  EXPECT_THAT(output, testing::StartsWith("TAP version 13\n1..59\n# pass/alarm.toml, 2.831 s of the machine\n"
+  EXPECT_THAT(output, testing::StartsWith("TAP version 13\n1..64\n# pass/alarm.toml, 2.831 s of the machine\n"
                                           "ok 1 - alarm: cylinder 3.0 alarm within 10 ms after jam\n"));
   // An hour was allowed.
   EXPECT_THAT(output, testing::HasSubstr("# pass/ends-early.toml, 1.170 s of the machine\n"));
@@ -136,6 +136,46 @@ TEST_F(CasesTest, AControllerThatEndsFailsWhatIsNotDecided) {
   EXPECT_EQ(Run("velmo-rack test --controller ./none pass/order.toml"),
             "velmo-rack: controller ./none: No such file or directory\n");
   EXPECT_EQ(shell.Status(), 1);
+}
+
+// The machine runs on for a moment before it is known that all is decided.
+TEST_F(CasesTest, ADeadlockBehindTheEndChangesNothingThatWasDecided) {
+  const auto test = [&](const std::string& end) {
+    std::ofstream(shell.Folder() / "cases/bad.toml")
+        << "machine = \"machine\"\n[[expect]]\nthat = \"output 0.0 on\"\nby = \"5 s\"\n"
+        << end;
+    return Run("velmo-rack test --controller " LOCKS_UP_PROGRAM " bad.toml 2> /dev/null");
+  };
+  EXPECT_EQ(test(""),
+            "TAP version 13\n1..1\n# bad.toml, 0.100 s of the machine\nok 1 - bad: output 0.0 on by 5 s\n");
+  EXPECT_EQ(shell.Status(), 0);
+  EXPECT_THAT(
+      test("[end]\nwait = \"1 s\"\nhold = [\"output 0.0 on\"]\n"),
+      testing::HasSubstr("not ok 1 - bad: output 0.0 on by 5 s\n  ---\n  message: \"deadlock at 0.150"));
+  EXPECT_EQ(shell.Status(), 1);
+}
+
+// A program without a pause fills the journal several times while nobody reads it.
+TEST_F(CasesTest, TimeStandsForAScenarioThatIsBehind) {
+  std::ofstream(shell.Folder() / "cases/machine/rack.toml")
+      << "[rack]\nbus_access_ns = 100\n[slots]\n2 = \"io\"\n";
+  std::ofstream(shell.Folder() / "cases/machine/plc1/RESET.PLC")
+      << "G_ST: 0\n#LE: 1\nOUT: 1, 1, 1\nOUT: 1, 1, 0\nGO: 1\n";
+  std::ofstream(shell.Folder() / "cases/bad.toml")
+      << "machine = \"machine\"\nlimit = \"50 ms\"\n[[expect]]\nnever = \"output 1.2 on\"\n";
+  // The process that runs the scenario is held as soon as time goes, until time stands for it.
+  const std::string said =
+      Run("mkdir tmp; TMPDIR=$PWD/tmp velmo-rack test bad.toml > out.txt & run=$!\n"
+          "show() { velmo-rack show --machine tmp/velmo-scenario-*/machine 2> /dev/null; }\n"
+          "until show | grep -q '^task 1 .*OUT'; do sleep 0.01; ! gone $run || exit 1; done\n"
+          "job=$(cat /proc/$run/task/$run/children); kill -STOP $job; looks=0\n"
+          "until show | grep -q '^time stands: waits for test (process [0-9]*)'; do\n"
+          "  sleep 0.01; looks=$((looks + 1)); [ $((looks % 50)) -ne 0 ] || { kill -CONT $job; sleep 0.01; "
+          "kill -STOP $job; }\n"
+          "  ! gone $run || exit 1; done\n"
+          "kill -CONT $job; wait $run; cat out.txt");
+  EXPECT_EQ(said,
+            "TAP version 13\n1..1\n# bad.toml, 0.050 s of the machine\nok 1 - bad: never output 1.2 on\n");
 }
 
 TEST_F(CasesTest, WhatTheRackRefusesIsSaidInItsWords) {

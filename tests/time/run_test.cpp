@@ -378,7 +378,7 @@ TEST_F(TimeRunTest, WhatIsNotAnsweredEndsTheRunAtOnceByItsName) {
 
 TEST_F(TimeRunTest, ADeadlockFailsAScenario) {
   std::filesystem::create_directory("scenarios");
-  Write("scenarios/wait.toml", "limit = \"9 s\"\n[[expect]]\nthat = \"start off\"\nby = \"1 s\"\n");
+  Write("scenarios/wait.toml", "limit = \"9 s\"\n[[expect]]\nthat = \"start off\"\nat = \"1 s\"\n");
   const std::string said = Say({"test", ".", "--controller", STUCK_PROGRAM}, 1);
   EXPECT_THAT(said, HasSubstr("deadlock at 0.00"));
   EXPECT_THAT(said, HasSubstr("the main thread waits for lock Window, held by thread 1"));

@@ -234,7 +234,9 @@ TEST_P(VirtualTimeTest, NumbersThatDifferFromRunToRunAreShownAsFixedOnes) {
 TEST_P(VirtualTimeTest, TimeStandsWhereItIsToldUntilTheNextCommand) {
   const auto control = std::make_unique<rack::TimeControl>();
   control->setup.accessNanos = 1000;
-  control->command.holdAt = 5 * kSecond;
+  rack::TimeCommand command{};
+  command.holdAt = 5 * kSecond;
+  rack::OrderAtStart(*control, command);
   std::vector<long long> stands;
   std::thread tool([&] {
     for (std::uint32_t number = 0; number < 2; ++number) {

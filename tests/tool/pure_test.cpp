@@ -7,6 +7,7 @@
 
 #include "machine/faults.h"
 #include "machine/key_names.h"
+#include "machine/losses.h"
 #include "machine/machine.h"
 #include "machine/signals.h"
 #include "machine/trace_text.h"
@@ -130,7 +131,7 @@ TEST(Faults, WordsBecomeRequestsForTheSlot) {
   EXPECT_EQ(ChooseFault(machine, {"puled", "2"}, RequestKind::BeginFault).error,
             "there is no fault \"puled\"; did you mean pulled? (faults: pulled, stuck, alarm, blocked, "
             "loses, silent, "
-            "bus)");
+            "bus, jams)");
   const FaultRecord record = {FaultKind::InputStuck, 3, 5, 0, 1, 0, 7 * kSecond};
   EXPECT_EQ(FaultText(machine, record, 5 * kSecond), "stuck clamp_closed (1.5) on, 2.0 s left");
 }
@@ -182,6 +183,10 @@ TEST(Trace, FaultsAndHandsAreToldByTheNamesThatTheirCommandsUse) {
             "fault: stuck clamp_closed (1.5) on");
   EXPECT_EQ(fault(JournalKind::FaultEnds, FaultKind::MotorLosesSteps, 5, 7, 4), "fault over: loses 2.7 4");
   EXPECT_EQ(fault(JournalKind::FaultBegins, FaultKind::CardPulled, 5, 0, 0), "fault: pulled 2 (stepper)");
+  EXPECT_EQ(text(JournalKind::HardStop, 5, 2, 1, static_cast<std::uint32_t>(-40)),
+            "slot 5 stepper: motor 2 hits its stop at -40");
+  EXPECT_EQ(text(JournalKind::HardStop, 5, 2, 0, 250),
+            "slot 5 stepper: motor 2 has lost 250 steps at its stop");
   EXPECT_EQ(text(JournalKind::InputTaken, 3, 5, 1), "input clamp_closed (1.5) on by hand");
   EXPECT_EQ(text(JournalKind::InputGivenBack, 3, 5, 0), "input clamp_closed (1.5) left to the machine again");
 }
@@ -258,6 +263,21 @@ TEST(Vcd, NamesKeepTheirPlaceAndWordsAreValues) {
             "$upscope $end\n$enddefinitions $end\n"
             "#0\n$dumpvars\n1!\n0\"\ns- #\n$end\n#100\nsplc1/MY\\x20BLOCK.PLC #\n#200\n");
   EXPECT_THAT(writer.View("a.vcd"), testing::EndsWith("@200\n-programs\n@820\nmachine.programs.plc1_file\n"));
+}
+
+TEST(Losses, AreToldOnceASecondHoweverManyGapsThereAre) {
+  Losses losses;
+  EXPECT_EQ(losses.Take(false, 0), 0U);
+  losses.Missed() += 3;
+  EXPECT_EQ(losses.Take(false, 10), 3U);
+  losses.Missed() += 4;
+  EXPECT_EQ(losses.Take(false, kSecond + 9), 0U);
+  losses.Missed() += 5;
+  EXPECT_EQ(losses.Take(false, kSecond + 10), 9U);
+  losses.Missed() += 1;
+  EXPECT_EQ(losses.Take(true, kSecond + 11), 1U);
+  EXPECT_EQ(losses.Take(true, kSecond + 12), 0U);
+  EXPECT_EQ(losses.Told(), 13U);
 }
 
 TEST(StepMode, PlusLatchesUntilDec) {

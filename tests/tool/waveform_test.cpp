@@ -27,6 +27,9 @@ guard = "0.1"
 [[counter]]
 name = "parts"
 when_input = "guard"
+[[axis]]
+motor = "2.3"
+stop_high = 5
 )";
 
 class WaveformTest : public testing::Test {
@@ -121,6 +124,17 @@ TEST_F(WaveformTest, ARecordingFromPowerOnStartsAsPowerFindsTheCards) {
   EXPECT_EQ(Values(vcd, "in1_guard"), "0:0 0:1");
   EXPECT_EQ(Values(vcd, "parts"), "0:00000000000000000000000000000000 0:00000000000000000000000000000001");
   EXPECT_EQ(Values(vcd, "active"), "0:00000000");
+}
+
+TEST_F(WaveformTest, AMotorWithAHardStopHasAWireForIt) {
+  Write(5, 7, 3, 0);
+  Write(5, 9, 1, 0);    // 100 steps per second
+  Write(5, 12, 20, 0);  // 10 steps
+  Write(5, 24, 1, 0);
+  bus->AdvanceTo(200 * kMs);
+  EXPECT_EQ(Values(Whole(), "motor3_at_stop"), "0:0 60000000:1 100000000:0");
+  EXPECT_EQ(Values(Whole(), "motor2_at_stop"), "");
+  EXPECT_EQ(Values(Rest(80 * kMs), "motor3_at_stop"), "100000000:1 100000000:0");
 }
 
 TEST_F(WaveformTest, ARecordingWithItsBeginningLostClaimsOnlyWhatIsKnown) {

@@ -140,7 +140,7 @@ TEST_F(WhyTest, NoDriverAndLongWaits) {
 }
 
 TEST_F(WhyTest, Motors) {
-  machine.cards[2].motors[1] = {true, false, 120, 2'000'000'000, 100};
+  machine.cards[2].motors[1] = {true, false, 120, 2'000'000'000, 100, {}, {}};
   machine.cards[2].counts[1] = 118;
   machine.cards[2].selectedChannel = 1;
   EXPECT_EQ(Why("LMOT: 2, 1,"), "LMOT 2, 1: motor 1 still moves at 120, its move ends in 2.0 s, for 3.2 s");
@@ -153,6 +153,10 @@ TEST_F(WhyTest, Motors) {
   EXPECT_EQ(Why("LMOT: 2, 1,"),
             "LMOT 2, 1: motor 1 still moves at 120 (blocked), its move never ends, for 3.2 s");
   EXPECT_EQ(Why("ROW: 2, 1, 4000"), "ROW 2, 1: count is 118 (motor blocked), should reach 4000, for 3.2 s");
+  machine.cards[2].motors[1].blocked = false;
+  machine.cards[2].motors[1].lostNow = 30;
+  EXPECT_EQ(Why("ROW: 2, 1, 4000"),
+            "ROW 2, 1: count is 118 (motor against its stop, 30 steps lost), should reach 4000, for 3.2 s");
   EXPECT_EQ(Why("ROW: 1, 1, 4000"), "ROW 1, 1: entry 1 (io) counts nothing: never met, for 3.2 s");
   machine.cards[4].motors[2].busy = true;
   EXPECT_EQ(
@@ -166,6 +170,11 @@ TEST_F(WhyTest, Cylinders) {
   EXPECT_EQ(Why("LDG: 3, 0,"), "LDG 3, 0: cylinder 0 moves, at 1.5, should reach 4, for 3.2 s");
   machine.cards[3].cylinders[0] = {1000, 4, 0x80};
   EXPECT_EQ(Why("LDG: 3, 0,"), "LDG 3, 0: cylinder 0 is in alarm, DG with -2 resets it, for 3.2 s");
+  machine.cards[3].cylinders[0] = {2000, 4, 0x21, true};
+  EXPECT_EQ(Why("LDG: 3, 0,"), "LDG 3, 0: cylinder 0 is jammed, at 2, should reach 4, for 3.2 s");
+  EXPECT_EQ(Why("DG: 3, 0, -1"),
+            "DG 3, 0: waits for the end of the setup of cylinder 0, which is jammed, for 3.2 s");
+  machine.cards[3].cylinders[0] = {};
   EXPECT_EQ(Why("LDG: 3, 1,"), "LDG 3, 1: lacks nothing, for 3.2 s");
   EXPECT_EQ(Why("DG: 3, 0, -1"), "DG 3, 0: waits for the end of the setup of cylinder 0, for 3.2 s");
 }
