@@ -341,7 +341,13 @@ class Injection : public testing::Test {
  private:
   void Try(const MachineFiles& machine, const RunResult& whole, const std::string& call,
            const std::string& number) {
-    const RunResult run = RunMachine(machine, call + " " + number);
+    RunResult run = RunMachine(machine, call + " " + number);
+    // What a failure does to the controller it does in each run: what does not come again was not done by it.
+    if (!run.runsAtEnd && Contains(run.errors, "velmo-rack: ")) {
+      std::printf("%s: %s %s runs again: %s", machine.name.c_str(), call.c_str(), number.c_str(),
+                  run.errors.c_str());
+      run = RunMachine(machine, call + " " + number);
+    }
     const Judge judge(machine, whole, call, run);
     const std::string wrong = judge.Verdict();
     ++sums_[call].injected;

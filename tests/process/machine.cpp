@@ -180,6 +180,16 @@ void TestMachine::Start(std::vector<std::string> options) {
 int TestMachine::StartOnPipe() {
   int ends[2];
   EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  return StartOn(ends);
+}
+
+int TestMachine::StartOnSocket() {
+  int ends[2];
+  EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+  return StartOn(ends);
+}
+
+int TestMachine::StartOn(const int (&ends)[2]) {
   tool_ = Launch({}, ends[1]);
   close(ends[1]);
   Attach();

@@ -46,6 +46,8 @@ class TestMachine {
   void Start(std::vector<std::string> options = {});
   // Starts it with standard output on a pipe, and yields the reading end.
   int StartOnPipe();
+  // The same with a socket, which the controller must not wait for either.
+  int StartOnSocket();
   // As Start, and then waits until a task's log has come so far that it contains the text.
   void StartUntil(const std::string& text, std::vector<std::string> options = {});
   // Stops the controller and waits for its end.
@@ -97,6 +99,7 @@ class TestMachine {
   double ProcessorSeconds();
 
  private:
+  int StartOn(const int (&ends)[2]);
   pid_t Launch(std::vector<std::string> options, int output);
   void Attach();
   // Virtual time: waits until the machine stands after a command, lets it run for a stride. False: it has ended.

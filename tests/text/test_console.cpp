@@ -145,6 +145,29 @@ TEST(StandingConsoleTest, TheRestOfALineGoesOutBeforeAnyOther) {
   EXPECT_EQ(text, "PLC1: try 1\n-- 1 lines not shown --\nPLC1: try 3\nPLC2: behind\n");
 }
 
+// Sixty-four lines of 1,000 bytes are kept, two are not. Then the first one goes out, and one more has room.
+TEST(StandingConsoleTest, WhereALineHasGoneANewOneIsKept) {
+  constexpr std::size_t kLine = 1000;
+  const auto line = [](int number) {
+    std::string text = std::to_string(number);
+    return text + std::string(kLine - 1 - text.size(), '.') + "\n";
+  };
+  std::string text;
+  {
+    const StandingConsole console;
+    takes = 0;
+    for (int i = 0; i < 66; ++i) Console("%s", line(i).c_str());
+    takes = kLine;
+    Console("%s", line(66).c_str());
+    Console("%s", line(67).c_str());
+    takes = SIZE_MAX;
+    text = console.ReadAll();
+  }
+  std::string expected;
+  for (int i = 0; i < 64; ++i) expected += line(i);
+  EXPECT_EQ(text, expected + "-- 2 lines not shown --\n" + line(66) + "-- 1 lines not shown --\n");
+}
+
 TEST(StandingConsoleTest, ARepeatedTryTakesThePlaceOfTheOneBefore) {
   std::string text;
   {
