@@ -207,7 +207,7 @@ static_assert(offsetof(RackLive, faults) == 320);
 static_assert(offsetof(RackLive, cards) == 320 + 24 * kMaxFaults);
 
 constexpr char kStateMagic[8] = {'V', 'e', 'l', 'm', 'o', 'R', 'c', 'k'};
-constexpr std::uint32_t kStateVersion = 5;
+constexpr std::uint32_t kStateVersion = 6;
 
 struct RackState {
   char magic[8];
