@@ -240,7 +240,7 @@ std::string Lack(const Standing& at) {
 std::string NextKey(const Snapshot& machine, const TaskView& task) {
   if (machine.noDriver) return ", and no key is read: the board has no driver";
   if (task.stepMode) return ", step mode: Enter does nothing, Dec starts RESET.PLC";
-  return ", Enter starts FLOW.PLC, Dec RESET.PLC";
+  return ": Enter starts FLOW.PLC, Dec RESET.PLC";
 }
 
 // Why the function keys let nothing go; empty when they do.
@@ -276,7 +276,7 @@ std::string WithoutFile(const Snapshot& machine, const TaskView& task, const EXP
     return task.missingFile + " could not be opened: idle until a key opens a program";
   if (task.file.empty()) return "has read nothing yet";
   const char* ended = line.CmdIdx == SYN_EXIT ? "EXIT: has closed the program" : "no program is open";
-  return ended + NextKey(machine, task);
+  return ended + (", for " + Seconds(task.standsNanos)) + NextKey(machine, task);
 }
 
 // A call from inside a block that failed: the old block is closed already, and the main program is not read.

@@ -232,7 +232,8 @@ TEST_F(WhyTest, StepMode) {
             "Velmo.conf FunctionPort=10" +
                 end);
   task.mainFile.clear();
-  EXPECT_EQ(Why("EXIT"), "EXIT: has closed the program, step mode: Enter does nothing, Dec starts RESET.PLC");
+  EXPECT_EQ(Why("EXIT"),
+            "EXIT: has closed the program, for 3.2 s, step mode: Enter does nothing, Dec starts RESET.PLC");
 }
 
 TEST_F(WhyTest, EndsOfFilesAndLostFiles) {
@@ -249,8 +250,8 @@ TEST_F(WhyTest, EndsOfFilesAndLostFiles) {
   task.mainFile.clear();
   EXPECT_EQ(Why("EXIT"), "plc1/OTHER.PLC could not be opened: idle until a key opens a program");
   task.missingFile.clear();
-  EXPECT_EQ(Why("EXIT"), "EXIT: has closed the program, Enter starts FLOW.PLC, Dec RESET.PLC");
-  EXPECT_EQ(Why("END"), "no program is open, Enter starts FLOW.PLC, Dec RESET.PLC");
+  EXPECT_EQ(Why("EXIT"), "EXIT: has closed the program, for 3.2 s: Enter starts FLOW.PLC, Dec RESET.PLC");
+  EXPECT_EQ(Why("END"), "no program is open, for 3.2 s: Enter starts FLOW.PLC, Dec RESET.PLC");
   task.file.clear();
   task.missingFile = "plc1/RESET.PLC";
   EXPECT_EQ(Why(""), "plc1/RESET.PLC could not be opened at the start: the task has ended");
