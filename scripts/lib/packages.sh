@@ -5,6 +5,7 @@ BUILD_PACKAGES=(g++ cmake ninja-build libcli11-dev libtoml11-dev nlohmann-json3-
   libgtest-dev libgmock-dev libxml2-utils patch)
 CLANG_PACKAGES=(clang libclang-rt-dev)  # with its sanitizers
 LINT_PACKAGES=(clang-format clang-tidy)
+PICTURE_PACKAGES=(gtkwave xvfb xterm imagemagick fonts-dejavu-core)
 
 # install_missing PACKAGE...: as root, or else through sudo.
 install_missing() {

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <fstream>
 #include <iterator>
@@ -200,6 +201,37 @@ void ViewPlant(const PlantState& plant, Snapshot& snapshot) {
     snapshot.cards[entry].switchedOn = plant.manual[entry];
 }
 
+// ", held by task 2 (plc2/ALARM.PLC:3)".
+std::string HolderText(const RackLive& live, std::uint32_t holder) {
+  if (holder == kHolderEnded) return ", held by a thread that has ended";
+  if (holder == kHolderThreads) return ", held by the main thread";
+  if (holder > kHolderThreads) return ", held by thread " + std::to_string(holder - kHolderThreads);
+  if (holder < 1 || holder >= kWaitingTasks) return "";
+  const TaskRecord& task = live.tasks[holder];
+  return ", held by task " + std::to_string(holder) + " (" + FileName(live, task.file) + ":" +
+         std::to_string(task.line) + ")";
+}
+
+std::string LockText(const TimeControl& time, std::uint32_t row) {
+  if (row > kLockNames) return "a lock";
+  const char* const name = time.lockNames[row - 1];
+  const std::string text(name, strnlen(name, kLockNameSize));
+  return text.empty() ? "a lock without a name" : "lock " + text;
+}
+
+void ViewLongWait(const RackLive& live, const TimeControl& time, TaskView& task) {
+  if (time.setup.mode != TimeMode::Virtual) {
+    task.longWait = LongWait(live.controller.process, live.tasks[task.task].thread);
+    return;
+  }
+  const LockWait& wait = time.lockWaits[task.task];
+  const std::uint32_t row = wait.row.load(std::memory_order_acquire);
+  if (row == 0) return;
+  task.longWait =
+      "waits for " + LockText(time, row) + HolderText(live, wait.holder.load(std::memory_order_relaxed));
+  task.longWaitNanos = std::max(Nanos{0}, live.now - wait.since.load(std::memory_order_relaxed));
+}
+
 StandingView ViewStanding(const RackLive& live, const TimeControl& time) {
   StandingView view;
   view.stands = time.standing != 0;
@@ -346,8 +378,7 @@ Snapshot Machine::View(bool running) {
     if (known.file == 0 && known.mainFile == 0 && known.failedOpens == 0) continue;
     snapshot.tasks.push_back(ViewTask(*live_, task, now));
     snapshot.tasks.back().stepMode = live_->step.on != 0;
-    if (running && snapshot.timeMode != TimeMode::Virtual)
-      snapshot.tasks.back().longWait = LongWait(live_->controller.process, known.thread);
+    if (running) ViewLongWait(*live_, State().time, snapshot.tasks.back());
   }
   return snapshot;
 }

@@ -70,7 +70,8 @@ struct TaskView {
   std::string missingFile;               // a program file that could not be opened since that line
   std::int64_t accessNanos = -1;         // since its last bus access; negative before any
   std::int64_t pauseNanos = 10'000'000;  // between two commands, as G_ST has set it
-  std::string longWait;                  // real time: a wait of its thread that should be short, in words
+  std::string longWait;                  // a wait of its thread that should be short, in words
+  std::int64_t longWaitNanos = -1;       // how long it has lasted; negative: nobody knows
 };
 
 // What hangs on the cards: a row of the rack file, and how it stands.

@@ -17,10 +17,13 @@ std::string Code(std::size_t number) {
   return code;
 }
 
-// Names may hold no blank, where the format ends a name, and no dot, where viewers part it.
+// Names may hold no blank, where the format ends a name, no dot, where viewers part it, and no bracket, which is where they
+// look for the number of a bit.
 std::string Word(std::string text) {
-  std::replace_if(
-      text.begin(), text.end(), [](char c) { return c == '.' || static_cast<unsigned char>(c) <= ' '; }, '_');
+  const auto isNone = [](char c) {
+    return c == '.' || c == '[' || c == ']' || static_cast<unsigned char>(c) <= ' ';
+  };
+  std::replace_if(text.begin(), text.end(), isNone, '_');
   return text;
 }
 

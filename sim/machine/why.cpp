@@ -249,7 +249,7 @@ std::string Lack(const Standing& at) {
 std::string NextKey(const Snapshot& machine, const TaskView& task) {
   if (machine.noDriver) return ", and no key is read: the board has no driver";
   if (task.stepMode) return ", step mode: Enter does nothing, Dec starts RESET.PLC";
-  return ", Enter starts FLOW.PLC, Dec RESET.PLC";
+  return ": Enter starts FLOW.PLC, Dec RESET.PLC";
 }
 
 // Why the function keys let nothing go; empty when they do.
@@ -285,7 +285,7 @@ std::string WithoutFile(const Snapshot& machine, const TaskView& task, const EXP
     return task.missingFile + " could not be opened: idle until a key opens a program";
   if (task.file.empty()) return "has read nothing yet";
   const char* ended = line.CmdIdx == SYN_EXIT ? "EXIT: has closed the program" : "no program is open";
-  return ended + NextKey(machine, task);
+  return ended + (", for " + Seconds(task.standsNanos)) + NextKey(machine, task);
 }
 
 // A call from inside a block that failed: the old block is closed already, and the main program is not read.
@@ -299,13 +299,24 @@ std::string Repeating(const TaskView& task, const std::string& head) {
          Seconds(task.standsNanos);
 }
 
+// Locks are held for some bus accesses: a short wait is not what a task stands for.
+bool LastsLong(const TaskView& task) {
+  constexpr std::int64_t kLong = 100 * kNanosPerMilli;
+  return task.longWaitNanos < 0 || task.longWaitNanos >= kLong;
+}
+
+std::string LongWaitText(const TaskView& task) {
+  const std::int64_t lasts = task.longWaitNanos < 0 ? task.standsNanos : task.longWaitNanos;
+  return task.longWait + (LastsLong(task) ? ", for " + Seconds(lasts) : "");
+}
+
 // A line that holds a command.
 Explanation AtCommand(const Snapshot& snapshot, const TaskView& task, const EXPLAINEDLINE& line) {
   const std::string head = Head(line) + ": ";
   const CardView* const card = AddressedCard(snapshot, line.SlotIdx.Value);
   const CardCommand* const taken = card == nullptr ? nullptr : CommandsOf(card->kind).Find(line.CmdIdx);
   const Standing at = {snapshot, task, line, card, taken};
-  if (!task.longWait.empty()) return {Stand::Waits, head + task.longWait + at.For()};
+  if (!task.longWait.empty() && LastsLong(task)) return {Stand::Waits, head + LongWaitText(task)};
   const std::string lack = Lack(at);
   const COMMANDTRAITS& traits = SYNXTRAITS[line.CmdIdx];
   const bool gated = task.stepMode && traits.Gate == STEPGATE::Holds;
@@ -314,6 +325,7 @@ Explanation AtCommand(const Snapshot& snapshot, const TaskView& task, const EXPL
     const std::string again = traits.Repeat == REPEAT::UntilMet && !pause.empty() ? "; " + pause : "";
     return {Stand::Waits, head + lack + (gated ? "; step mode, " + TriedText(snapshot) : again)};
   }
+  if (!task.longWait.empty()) return {Stand::Waits, head + LongWaitText(task)};
   if (gated) return {Stand::Held, head + "held by the step gate, " + HeldText(snapshot) + at.For()};
   if (task.endReads > 0) return {Stand::Waits, Repeating(task, Head(line))};
   if (!pause.empty()) return {Stand::Waits, head + pause};

@@ -9,9 +9,11 @@
 #include <cstring>
 #include <iterator>
 #include <mutex>
+#include <string_view>
 
 #include "preload/caller.h"
 #include "preload/time_source.h"
+#include "rack/console_prefixes.h"
 
 namespace rack {
 namespace {
@@ -50,11 +52,10 @@ bool IsMainProgram(const char* path) {
 
 // The task whose thread writes this line, by the name in front of it; kUnknownTask when there is none.
 std::uint8_t TaskOfLine(const char* text, std::size_t count) {
-  constexpr const char* kNames[kTaskRecords] = {
-      "PLCKey: ", "PLC1: ", "PLC2: ", "PLC3: ", "PLC4: ", "PLC5: ", "PLC6: ", "PLC7: ", "PLC8: ", "PLCNet: "};
+  const std::string_view line(text, count);
   for (std::uint8_t task = 0; task < kTaskRecords; ++task) {
-    const std::size_t length = std::strlen(kNames[task]);
-    if (count >= length && std::memcmp(text, kNames[task], length) == 0) return task;
+    const std::string_view prefix = kConsolePrefixes[task];
+    if (line.substr(0, prefix.size()) == prefix) return task;
   }
   return kUnknownTask;
 }

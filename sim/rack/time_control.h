@@ -90,6 +90,21 @@ static_assert(sizeof(MailItem) == 8 + kMailSize);
 
 constexpr int kReasonSize = 1024;
 
+constexpr int kWaitingTasks = 9;  // by task from 1; row 0 is not used
+constexpr int kLockNames = 32;
+constexpr int kLockNameSize = 48;
+constexpr std::uint32_t kHolderEnded = 15;    // a holder that has ended
+constexpr std::uint32_t kHolderThreads = 16;  // from here on, a holder is a thread's number and this
+
+// The lock for which a PLC task waits in virtual time. `row` is published last.
+struct LockWait {
+  std::atomic<Nanos> since;
+  std::atomic<std::uint32_t>
+      row;  // 0: it waits for none; row of lockNames, counted from 1, or a higher number
+  std::atomic<std::uint32_t> holder;  // 0: it passes from hand to hand; 1 to 8: that task; others: see above
+};
+static_assert(sizeof(LockWait) == 16);
+
 struct TimeControl {
   TimeSetup setup;
   CommandCell command;
@@ -110,11 +125,15 @@ struct TimeControl {
   std::atomic<std::uint32_t> taken;    // of them received
   std::atomic<std::uint32_t> replies;  // datagrams that the controller has sent
   std::uint32_t reserved2;
+  LockWait lockWaits[kWaitingTasks];
+  char lockNames[kLockNames]
+                [kLockNameSize];  // as the program calls them, each written once; empty: it has no name
   MailItem mail[kMailCapacity];
   char reason[kReasonSize];  // a sentence, before `broken` is set
 };
-static_assert(sizeof(TimeControl) ==
-              40 + sizeof(CommandCell) + 64 + kMailCapacity * sizeof(MailItem) + kReasonSize);
+static_assert(sizeof(TimeControl) == 40 + sizeof(CommandCell) + 64 + kWaitingTasks * sizeof(LockWait) +
+                                         kLockNames * kLockNameSize + kMailCapacity * sizeof(MailItem) +
+                                         kReasonSize);
 static_assert(offsetof(TimeControl, ordered) == 40 + sizeof(CommandCell));
 
 // Status of a controller whose threads wait for each other, and of one that has made a call which virtual time

@@ -112,6 +112,15 @@ void HappeningText::Refuse(std::string error) {
   choice_.error = std::move(error);
 }
 
+// What stands between its first word, empty for none, and its last one: names may hold blanks.
+std::string HappeningText::Between(const std::string& first, const std::string& last) const {
+  constexpr const char* kBlanks = " \t\r\n";
+  const std::string& text = choice_.happening.text;
+  const std::size_t begin = text.find_first_not_of(kBlanks, text.find_first_not_of(kBlanks) + first.size());
+  const std::size_t end = text.find_last_not_of(kBlanks, text.rfind(last) - 1);
+  return text.substr(begin, end - begin + 1);
+}
+
 // "800" or "795..805".
 bool HappeningText::ReadRange(const std::string& text) {
   Happening& happening = choice_.happening;
@@ -195,17 +204,18 @@ void HappeningText::CheckWay() {
 }
 
 void HappeningText::ReadCounter(const HappeningRow& row) {
-  if (words_.size() != 3 || !ReadRange(words_[2])) {
+  if (words_.size() < 3 || !ReadRange(words_.back())) {
     return Refuse("write \"counter NAME N\", N a number or a range such as 4..6");
   }
+  const std::string name = Between(words_[0], words_.back());
   std::vector<std::string> names;
   for (const CounterView& counter : machine_.counters) {
     names.push_back(counter.name);
-    if (counter.name != words_[1]) continue;
+    if (counter.name != name) continue;
     choice_.happening.channel = counter.link;
     return CheckNumber(row);
   }
-  Refuse("no counter is called " + InQuotes(words_[1]) + Suggestion(words_[1], names));
+  Refuse("no counter is called " + InQuotes(name) + Suggestion(name, names));
 }
 
 void HappeningText::ReadKey(const HappeningRow& /*row*/) {
@@ -264,26 +274,27 @@ void HappeningText::ReadNothing(const HappeningRow& /*row*/) {}
 void HappeningText::ReadLevel(const HappeningRow& /*row*/) {
   Happening& happening = choice_.happening;
   happening.low = happening.high = words_.back() == "on" ? 1 : 0;
-  if (words_.size() == 3 && (words_[0] == "input" || words_[0] == "output")) {
-    happening.signal = words_[0] == "input" ? SignalKind::Input : SignalKind::Output;
-    return TakePlace(ChooseSignal(machine_, happening.signal, words_[1]));
-  }
-  if (words_.size() != 2) {
+  if (words_.size() < 2) {
     return Refuse(
         "write \"SIGNAL on\" or \"SIGNAL off\"; with an address \"input 1.1 on\" or \"output 1.1 on\"");
   }
+  const std::string name = Between("", words_.back());
   std::vector<std::string> names;
   for (const NamedSignal& signal : machine_.signals) {
     names.push_back(signal.name);
-    if (signal.name != words_[0]) continue;
+    if (signal.name != name) continue;
     happening.signal = signal.kind;
-    return TakePlace(ChooseSignal(machine_, signal.kind, words_[0]));
+    return TakePlace(ChooseSignal(machine_, signal.kind, name));
   }
-  if (words_[0].find('.') != std::string::npos) {
-    return Refuse(InQuotes(words_[0]) + " may be an input or an output: write " +
+  if (words_.size() > 2 && (words_[0] == "input" || words_[0] == "output")) {
+    happening.signal = words_[0] == "input" ? SignalKind::Input : SignalKind::Output;
+    return TakePlace(ChooseSignal(machine_, happening.signal, Between(words_[0], words_.back())));
+  }
+  if (words_.size() == 2 && name.find('.') != std::string::npos) {
+    return Refuse(InQuotes(name) + " may be an input or an output: write " +
                   InQuotes("input " + happening.text) + " or " + InQuotes("output " + happening.text));
   }
-  Refuse("no signal is called " + InQuotes(words_[0]) + Suggestion(words_[0], names));
+  Refuse("no signal is called " + InQuotes(name) + Suggestion(name, names));
 }
 
 }  // namespace rack::scenario

@@ -38,6 +38,7 @@ class HappeningText {
  private:
   void Refuse(std::string error);
   void CheckNumber(const HappeningRow& row);
+  std::string Between(const std::string& first, const std::string& last) const;
   bool ReadRange(const std::string& text);
   void ReadMover(const HappeningRow& row, ChannelSort sort);
   bool HasVerb(const HappeningRow& row);

@@ -1,5 +1,6 @@
 #include "scenario/machine_rules.h"
 
+#include <algorithm>
 #include <memory>
 #include <optional>
 
@@ -29,7 +30,9 @@ std::string PlaceOf(const std::string& path, const PlacedText& text) {
 // What goes on: also a counter without a number, each time it counts.
 HappeningChoice JudgeGoesOn(const std::string& text, const Snapshot& machine) {
   const std::vector<std::string> words = Split(text);
-  const bool isAnyCount = words.size() == 2 && words[0] == "counter";
+  const auto isIt = [&](const CounterView& counter) { return text == "counter " + counter.name; };
+  const bool isAnyCount = std::any_of(machine.counters.begin(), machine.counters.end(), isIt) ||
+                          (words.size() == 2 && words[0] == "counter");
   HappeningChoice choice = ParseHappening(isAnyCount ? text + " 1..4294967295" : text, machine, {});
   choice.happening.text = text;
   return choice;

@@ -35,6 +35,18 @@ bool IsInside(const std::string& path) {
   return !path.empty() && path[0] != '/' && path.find("..") == std::string::npos;
 }
 
+// The words of a fault. The name of an input, which may hold blanks, is one of them.
+std::vector<std::string> FaultWords(const std::string& text, bool clear) {
+  std::vector<std::string> words = Split(text);
+  if (words.empty()) return {""};
+  const std::size_t behind = words.size() - (clear ? 0 : 1);
+  if (words[0] != "stuck" || behind < 3) return words;
+  const auto end = words.begin() + static_cast<std::ptrdiff_t>(behind);
+  words[1] = Join({words.begin() + 1, end}, " ");
+  words.erase(words.begin() + 2, end);
+  return words;
+}
+
 }  // namespace
 
 void ScenarioReader::ReadEventNames(const Value& root) {
@@ -156,8 +168,7 @@ void ScenarioReader::ReadFault(const Value& table, const std::string& word, Even
     event.request.kind = RequestKind::EndAllFaults;
     return;
   }
-  std::vector<std::string> words = Split(text);
-  if (words.empty()) words.emplace_back();
+  const std::vector<std::string> words = FaultWords(text, clear);
   const FaultChoice choice =
       ChooseFault(machine_, words, clear ? RequestKind::EndFault : RequestKind::BeginFault);
   if (!choice.error.empty()) Fail(*Get(table, word), choice.error);

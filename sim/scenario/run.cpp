@@ -14,6 +14,7 @@
 #include <fstream>
 #include <memory>
 #include <optional>
+#include <string_view>
 #include <thread>
 
 #include "machine/card_table.h"
@@ -22,6 +23,7 @@
 #include "machine/standstill.h"
 #include "machine/waveform.h"
 #include "machine/why.h"
+#include "rack/console_prefixes.h"
 
 namespace rack::scenario {
 
@@ -114,8 +116,8 @@ std::string CopyMachine(const fs::path& from, const fs::path& to) {
 
 // Takes the prefix away that a thread puts in front of its lines. One that names another thread is part of the text.
 void TakePrefix(std::string& line, int who) {
-  const std::string name = who == 0 ? "Key" : who == 9 ? "Net" : std::to_string(who);
-  const std::string prefix = "PLC" + name + ": ";
+  if (who < 0 || who >= kTaskRecords) return;
+  const std::string_view prefix = kConsolePrefixes[who];
   if (line.rfind(prefix, 0) == 0) line.erase(0, prefix.size());
 }
 

@@ -20,6 +20,7 @@ struct Held {
 };
 
 Held Rows[kMaxHeld];
+const void* NamedLocks[kLockNames];
 int Used = 0;  // rows in use are among the first so many
 
 Held* Find(const void* lock, const Thread* owner) {
@@ -177,8 +178,26 @@ void ForgetOwner(const Thread* thread) {
 }
 
 void ForgetOwners() {
+  std::fill(NamedLocks, NamedLocks + kLockNames, nullptr);
   std::fill(Rows, Rows + kMaxHeld, Held{});
   Used = 0;
+}
+
+Holder HolderOf(const void* lock) {
+  const Held* const row = FindAny(lock);
+  return row == nullptr ? Holder{false, nullptr} : Holder{true, row->owner};
+}
+
+std::uint32_t NameRow(const void* lock, TimeControl& control) {
+  const void** const end = NamedLocks + kLockNames;
+  const void** row = std::find(NamedLocks, end, lock);
+  if (row == end) row = std::find(NamedLocks, end, nullptr);
+  const auto number = static_cast<std::uint32_t>(row - NamedLocks);
+  if (row == end || *row == lock) return number + 1;
+  *row = lock;
+  char* const name = control.lockNames[number];
+  if (!WriteSymbol(lock, name, kLockNameSize)) name[0] = '\0';
+  return number + 1;
 }
 
 void EndAtCircle(const Thread* thread) {

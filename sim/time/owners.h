@@ -20,6 +20,15 @@ bool IsHolder(const void* lock, Hold hold);
 void ForgetOwner(const Thread* thread);
 void ForgetOwners();
 
+// The thread that holds the lock, of several one; null: it has ended.
+struct Holder {
+  bool held;
+  const Thread* thread;
+};
+Holder HolderOf(const void* lock);
+// The row of the lock's name in the state, counted from 1; a number behind the last row when there is no room.
+std::uint32_t NameRow(const void* lock, TimeControl& control);
+
 // The thread is about to wait for ever. Ends the run if whoever it waits for waits, over others or not, for it: no
 // matter what the remaining threads do, none of these goes on.
 void EndAtCircle(const Thread* thread);

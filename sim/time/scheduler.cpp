@@ -129,12 +129,37 @@ bool IsOrdered() {
          S.control->answered.load(std::memory_order_relaxed);
 }
 
+std::uint32_t NumberOf(const Holder& holder) {
+  if (!holder.held) return 0;
+  if (holder.thread == nullptr) return kHolderEnded;
+  return holder.thread->task != 0 ? holder.thread->task : kHolderThreads + holder.thread->number;
+}
+
+// What a task waits for, as the tools show it.
+void TellLockWait(const Thread& thread) {
+  LockWait& told = S.control->lockWaits[thread.task];
+  told.holder.store(NumberOf(HolderOf(thread.object)), std::memory_order_relaxed);
+  told.row.store(NameRow(thread.object, *S.control), std::memory_order_release);
+}
+
+bool WaitsForLock(const Thread& thread) {
+  return thread.state == ThreadState::Waiting && thread.awaits == Awaited::Lock && thread.task != 0;
+}
+
+// A lock may have passed to another thread since the wait began.
+void TellLockWaits() {
+  for (const Thread& thread : S.threads) {
+    if (WaitsForLock(thread)) TellLockWait(thread);
+  }
+}
+
 // Time stands until the next command.
 void Stand(std::uint8_t task, std::uint32_t file, std::uint32_t line) {
   TimeControl& control = *S.control;
   control.standsTask = task;
   control.standsFile = file;
   control.standsLine = line;
+  TellLockWaits();
   if (S.serve != nullptr) S.serve();
   control.standing.store(1, std::memory_order_release);
   SystemCall(SYS_futex, &control.standing, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
@@ -308,6 +333,7 @@ void Engage(const TimeLink& link) {
   S.watch = link.watch;
   S.now = link.now;
   S.busy = 0;
+  for (LockWait& wait : link.control->lockWaits) wait.row.store(0, std::memory_order_relaxed);
   const TimeSetup& setup = link.control->setup;
   S.accessCost = setup.accessNanos;
   S.seed = setup.seed;
@@ -385,7 +411,12 @@ WakeReason WaitFor(const void* object, Awaited kind, Nanos until) {
   self.order = ++S.counter;
   if (object != nullptr) ++S.waiters;
   if (until == kForEver) EndAtCircle(Self);
+  const bool told = WaitsForLock(self);
+  LockWait& wait = S.control->lockWaits[self.task];
+  if (told) wait.since.store(S.now, std::memory_order_relaxed);
+  if (told) TellLockWait(self);
   PassTurn();
+  if (told) wait.row.store(0, std::memory_order_release);
   return self.timeOver ? WakeReason::TimeOver : WakeReason::Called;
 }
 

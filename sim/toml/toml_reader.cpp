@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <sstream>
@@ -34,25 +35,54 @@ bool StartsWith(const std::string& text, std::string_view start) {
   return text.compare(0, start.size(), start) == 0;
 }
 
+// What the parser marks below a line of the file that it shows: " 2 | a = tru", then "   |     ^--- no boolean".
+struct ParserMark {
+  std::size_t line;
+  std::size_t column;
+  std::string text;
+};
+
+// The last one, which is the place that is wrong; ahead of it may stand what that place does not go with. Its own place of
+// an error is that of the whole line for most of them.
+std::optional<ParserMark> LastMark(const std::string& text) {
+  std::optional<ParserMark> last;
+  std::size_t shown = 0;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    const std::size_t bar = line.find('|');
+    if (bar == std::string::npos) continue;
+    const std::string number = line.substr(0, bar);
+    if (number.find_first_not_of(' ') != std::string::npos) {
+      shown = std::strtoul(number.c_str(), nullptr, 10);
+      continue;
+    }
+    const std::size_t mark = line.find_first_not_of(' ', bar + 1);
+    if (shown == 0 || mark == std::string::npos || mark < bar + 2) continue;
+    const std::size_t behind = std::min(line.find_first_not_of("^~-", mark), line.size());
+    last = ParserMark{shown, mark - bar - 1, LineBehind(line, behind)};
+  }
+  return last;
+}
+
 // The parser's first line, "[error] toml::parse_key: message", without what it says of itself; some have no message there,
-// but only at the mark below the line of the file.
-std::string ParserMessage(const std::string& text) {
+// but only at the mark.
+std::string ParserMessage(const std::string& text, const std::optional<ParserMark>& mark) {
   constexpr std::string_view kError = "[error] ";
-  constexpr std::string_view kMark = "^---";
   std::string message = LineBehind(text, StartsWith(text, kError) ? kError.size() : 0);
   if (StartsWith(message, "toml::") || StartsWith(message, "parse_")) {
     message.erase(0, std::min(message.find(' '), message.size() - 1) + 1);
   }
-  if (!message.empty()) return message;
-  const std::size_t mark = text.rfind(kMark);
-  if (mark != std::string::npos) message = LineBehind(text, mark + kMark.size());
+  if (message.empty() && mark) message = mark->text;
   return message.empty() ? "this is no TOML" : message;
 }
 
 // What the parser has against a file, as one line.
 std::string SyntaxError(const std::string& name, const toml::exception& error) {
-  return PlaceText(name, error.location().line(), error.location().column()) +
-         Printable(ParserMessage(error.what()));
+  const std::string text = error.what();
+  const std::optional<ParserMark> mark = LastMark(text);
+  const std::size_t line = mark ? mark->line : error.location().line();
+  const std::size_t column = mark ? mark->column : error.location().column();
+  return PlaceText(name, line, column) + Printable(ParserMessage(text, mark));
 }
 
 // The first byte that is no character, which the parser would throw something else for; the size of the text if all are.

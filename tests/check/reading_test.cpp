@@ -1,6 +1,7 @@
 // Lines that look otherwise than the controller reads them, and good style that is nothing to complain about.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <string>
 #include <vector>
@@ -70,6 +71,19 @@ TEST_F(Reading, NamesOfBlocksAndCommentsMayHaveAnyCharacter) {
   EXPECT_THAT(FindingsOf("FL: \xD0\x90\xEF\xBC\x91.PLC ; \xD0\x90\xE2\x80\x8B\xEF\xBC\x9A\n"
                          "IF: 1, 0, 1&NUL&\xD0\x90\xEF\xBC\x91.PLC\nEND\n"),
               IsEmpty());
+}
+
+// What cannot be read as a program is not what was meant, whatever its name.
+TEST_F(Reading, APipeOrADirectoryIsNoProgram) {
+  Write("plc1/CLAMP1.PLC", "END\n");
+  std::filesystem::create_directory("plc1/REJECTOLDPARTS.PLC");
+  ASSERT_EQ(mkfifo("plc1/CLAMP.PLC", 0600), 0);
+  EXPECT_THAT(
+      FindingsOf("FL: CLAMP.PLC\nFL: REJECTOLDPARTS.PLC\nFL: CLAMP1.PLC\nEND\n"),
+      ElementsAre(
+          "1:5 missing-block: there is no file \"CLAMP.PLC\": the controller passes over the call; "
+          "did you mean \"CLAMP1.PLC\"?",
+          "2:5 missing-block: there is no file \"REJECTOLDPARTS.PLC\": the controller passes over the call"));
 }
 
 TEST_F(Reading, ALineThatBeginsWithAZeroByteIsLost) {

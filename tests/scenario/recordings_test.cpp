@@ -90,6 +90,45 @@ TEST_F(RecordingsTest, ATraceShowsWhatIsAskedFor) {
   }
 }
 
+// A name stands for its signal wherever one is wanted, whatever characters it has.
+TEST_F(RecordingsTest, NamesWithDotsBlanksAndBracketsAreNamesEverywhere) {
+  shell.Run(
+      "cat >> cell/rack.toml <<'END'\n[inputs]\n\"door 1.left\" = \"0.2\"\n\"nest[3]\" = \"0.3\"\n"
+      "[outputs]\n\"lamp [red] 2.0\" = \"0.8\"\n[[counter]]\nname = \"parts [a] 1.0\"\n"
+      "when_input = \"door 1.left\"\n[[rule]]\nname = \"a\"\nnever_together = [\"nest[3] on\", \"lamp [red] "
+      "2.0 on\"]\n"
+      "[explore]\ngoes_on = \"counter parts [a] 1.0\"\nEND\n"
+      "mkdir cell/scenarios; cat > 'cell/scenarios/door 1.[left].toml' <<'END'\nlimit = \"5 s\"\n"
+      "[[event]]\nname = \"open\"\nat = \"1 s\"\ninput = \"door 1.left on\"\n"
+      "[[event]]\nname = \"hangs\"\nat = \"2 s\"\nfault = \"stuck nest[3] on\"\n"
+      "[[event]]\nname = \"sticks\"\nat = \"3 s\"\nfault = \"stuck door 1.left off\"\n"
+      "[[event]]\nname = \"free\"\nat = \"4 s\"\nclear = \"stuck door 1.left\"\n"
+      "[[expect]]\nthat = \"lamp [red] 2.0 on\"\nafter = \"door 1.left on\"\nwithin = \"500 ms\"\n"
+      "[[expect]]\nthat = \"counter parts [a] 1.0 1..9\"\nby = \"2 s\"\n"
+      "[[expect]]\nthat = \"door 1.left off\"\nafter = \"sticks\"\nwithin = \"1 s\"\n"
+      "[end]\nhold = [\"door 1.left on\", \"nest[3] on\"]\nEND\n"
+      "cp cell/scenarios/door* cell/scenarios/other.toml");
+  Program("LD: 0, 2, 1\\nOUT: 0, 8, 1\\nEXIT\\n");
+  const std::string tap = shell.Run("velmo-rack test --vcd --filter '1.[left]' cell");
+  EXPECT_EQ(shell.Status(), 0) << tap;
+  EXPECT_THAT(tap, HasSubstr("1..6\n"));
+  EXPECT_THAT(tap, HasSubstr("ok 1 - door 1.[left]: lamp [red] 2.0 on within 500 ms after door 1.left on\n"));
+  shell.Run("cp \"$(find . -name '*.vcd')\" run.vcd; cp \"$(find . -name '*.gtkw')\" run.gtkw");
+  for (const char* wire :
+       {"in2_door_1_left", "in3_nest_3_", "out8_lamp__red__2_0", "parts__a__1_0", "in3_nest_3__by_hand"}) {
+    EXPECT_EQ(shell.Run(std::string("grep -c ' ") + wire + "\\( .*\\)\\? $end' run.vcd"), "1\n") << wire;
+  }
+  EXPECT_EQ(shell.Run("grep -c '^machine\\.slot0_cpu\\.out8_lamp__red__2_0$' run.gtkw"), "1\n")
+      << shell.Run("cat run.gtkw");
+  Run();
+  EXPECT_THAT(shell.Run("velmo-rack show --machine cell 'nest[3]' 'door 1.left'"),
+              testing::AllOf(HasSubstr("nest[3] (0.3) is off"), HasSubstr("door 1.left (0.2) is off")));
+  for (const char* name : {"door 1.left", "lamp [red] 2.0", "nest[3]"}) {
+    Trace(std::string("--signal '") + name + "'");
+    EXPECT_EQ(shell.Status(), 0) << name;
+  }
+}
+
 // A program without a pause fills the journal several times in a second of the machine.
 TEST_F(RecordingsTest, TimeStandsForAReaderThatIsBehindAndGoesOnWithoutOneThatIsGone) {
   Program("G_ST: 0\n#LE: 1\nOUT: 0, 0, 1\nOUT: 0, 0, 0\nGO: 1\n");

@@ -385,6 +385,22 @@ TEST_F(TimeRunTest, ADeadlockFailsAScenario) {
   EXPECT_THAT(said, testing::Not(HasSubstr("\nok 1")));
 }
 
+TEST_F(TimeRunTest, ATaskThatWaitsForALockNamesItAndItsHolder) {
+  for (int task = 1; task <= 4; ++task) Program(task, "LD: 0, 0, 1\nEXIT\n");
+  Run({"--time", "virtual", "--controller", STUCK_PROGRAM, "--tasks", "holders", "--until", "2:RESET.PLC:2"});
+  AwaitStanding(0);
+  const char* const sentences[] = {
+      "LD 0, 0: waits for lock Door, held by task 2 (plc2/RESET.PLC:2), for 5.0 s",
+      "LD 0, 0: waits for lock Window, held by a thread that has ended, for 5.0 s",
+      "LD 0, 0: waits for a lock without a name, held by the main thread, for 5.0 s"};
+  const std::string shown = Say({"show"});
+  const std::string json = Say({"show", "--json"});
+  for (const char* sentence : sentences) {
+    EXPECT_THAT(shown, HasSubstr("\n  " + std::string(sentence) + "\n"));
+    EXPECT_THAT(json, HasSubstr("\"why\": \"" + std::string(sentence) + "\""));
+  }
+}
+
 TEST_F(TimeRunTest, AStateInTheEnvironmentIsNotTakenOverByTheTool) {
   Program(1, "EXIT\n");
   Run({"--time", "virtual", "--tasks", "1", "--for", "1s"});

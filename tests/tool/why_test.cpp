@@ -137,6 +137,17 @@ TEST_F(WhyTest, NoDriverAndLongWaits) {
       "3.2 s");
   task.longWait = "waits for a lock that another thread of the controller holds";
   EXPECT_EQ(Why("DLY: 1"), "DLY 1: waits for a lock that another thread of the controller holds, for 3.2 s");
+  // Where it is known how long, a short one is not what the task stands for, unless it lacks nothing else.
+  machine.noDriver = false;
+  task.longWait = "waits for lock CardLock, held by task 2 (plc2/FLOW.PLC:3)";
+  task.longWaitNanos = 99'000'000;
+  EXPECT_EQ(Why("LMOT: 2, 1,"), "LMOT 2, 1: waits for lock CardLock, held by task 2 (plc2/FLOW.PLC:3)");
+  machine.cards[2].motors[1] = {true, false, 120, 2'000'000'000, 100};
+  machine.cards[2].selectedChannel = 1;
+  EXPECT_EQ(Why("LMOT: 2, 1,"), "LMOT 2, 1: motor 1 still moves at 120, its move ends in 2.0 s, for 3.2 s");
+  task.longWaitNanos = 100'000'000;
+  EXPECT_EQ(Why("LMOT: 2, 1,"),
+            "LMOT 2, 1: waits for lock CardLock, held by task 2 (plc2/FLOW.PLC:3), for 0.1 s");
 }
 
 TEST_F(WhyTest, Motors) {
@@ -230,7 +241,8 @@ TEST_F(WhyTest, StepMode) {
             "Velmo.conf FunctionPort=10" +
                 end);
   task.mainFile.clear();
-  EXPECT_EQ(Why("EXIT"), "EXIT: has closed the program, step mode: Enter does nothing, Dec starts RESET.PLC");
+  EXPECT_EQ(Why("EXIT"),
+            "EXIT: has closed the program, for 3.2 s, step mode: Enter does nothing, Dec starts RESET.PLC");
 }
 
 TEST_F(WhyTest, EndsOfFilesAndLostFiles) {
@@ -247,8 +259,8 @@ TEST_F(WhyTest, EndsOfFilesAndLostFiles) {
   task.mainFile.clear();
   EXPECT_EQ(Why("EXIT"), "plc1/OTHER.PLC could not be opened: idle until a key opens a program");
   task.missingFile.clear();
-  EXPECT_EQ(Why("EXIT"), "EXIT: has closed the program, Enter starts FLOW.PLC, Dec RESET.PLC");
-  EXPECT_EQ(Why("END"), "no program is open, Enter starts FLOW.PLC, Dec RESET.PLC");
+  EXPECT_EQ(Why("EXIT"), "EXIT: has closed the program, for 3.2 s: Enter starts FLOW.PLC, Dec RESET.PLC");
+  EXPECT_EQ(Why("END"), "no program is open, for 3.2 s: Enter starts FLOW.PLC, Dec RESET.PLC");
   task.file.clear();
   task.missingFile = "plc1/RESET.PLC";
   EXPECT_EQ(Why(""), "plc1/RESET.PLC could not be opened at the start: the task has ended");

@@ -254,11 +254,11 @@ class FlowRules {
 
   std::vector<std::string> ProgramNames() const {
     std::vector<std::string> names = FileNames(ofTask_.directory);
-    const auto isDirectory = [&](const std::string& name) {
+    const auto isNoProgram = [&](const std::string& name) {
       std::error_code ignored;
-      return std::filesystem::is_directory(ofTask_.directory / name, ignored);
+      return !std::filesystem::is_regular_file(ofTask_.directory / name, ignored);
     };
-    names.erase(std::remove_if(names.begin(), names.end(), isDirectory), names.end());
+    names.erase(std::remove_if(names.begin(), names.end(), isNoProgram), names.end());
     return names;
   }
 

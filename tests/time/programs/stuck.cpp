@@ -9,6 +9,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <shared_mutex>
@@ -119,14 +120,50 @@ void Kill() {
   pthread_kill(pthread_self(), 0);
 }
 
+// Reads the next line of a task's program, as its runner does.
+void ReadLine(FILE* program) {
+  char line[100];
+  if (program == nullptr || fgets(line, sizeof line, program) == nullptr) std::abort();
+}
+
+// A task stands at its first line and waits for the lock.
+std::thread Waiting(const char* path, std::mutex& lock) {
+  return std::thread([path, &lock] {
+    ReadLine(std::fopen(path, "rt"));
+    const std::lock_guard wait(lock);
+  });
+}
+
+// Task 2 holds a lock over its second line, a thread that has ended and the main thread hold one each, and so three tasks
+// wait.
+void Holders() {
+  std::mutex nameless;
+  const std::lock_guard hold(nameless);
+  std::thread([] { Window.lock(); }).join();
+  std::thread holder([] {
+    FILE* const program = std::fopen("plc2/RESET.PLC", "rt");
+    ReadLine(program);
+    const std::lock_guard door(Door);
+    sleep(5);
+    ReadLine(program);
+    for (;;) sleep(3600);
+  });
+  usleep(1000);
+  std::thread waiting[] = {Waiting("plc1/RESET.PLC", Door), Waiting("plc3/RESET.PLC", Window),
+                           Waiting("plc4/RESET.PLC", nameless)};
+  holder.join();
+  for (std::thread& each : waiting) each.join();
+}
+
 struct Way {
   const char* name;
   void (*run)();
 };
-constexpr Way kWays[] = {
-    {"epoll", Epoll}, {"nanos", EpollInNanos}, {"timer", Timer},   {"flock", Flock},   {"record", RecordLock},
-    {"pipe", Pipe},   {"number", Number},      {"inside", Inside}, {"circle", Circle}, {"readers", Readers},
-    {"self", Self},   {"overflow", Overflow},  {"kill", Kill}};
+constexpr Way kWays[] = {{"epoll", Epoll},     {"nanos", EpollInNanos}, {"timer", Timer},
+                         {"flock", Flock},     {"record", RecordLock},  {"pipe", Pipe},
+                         {"number", Number},   {"inside", Inside},      {"circle", Circle},
+                         {"readers", Readers}, {"self", Self},          {"overflow", Overflow},
+                         {"kill", Kill},       {"holders", Holders}};
 
 }  // namespace
 
