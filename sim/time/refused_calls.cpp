@@ -3,11 +3,11 @@
 #include "preload/next.h"
 #include "time/scheduler.h"
 
-#define RACK_REFUSED(name, result, parameters, arguments)    \
-  result name parameters {                                   \
-    static auto* const next = rack::Next(rack::calls::name); \
-    if (rack::InTurn()) rack::Refuse(#name);                 \
-    return next arguments;                                   \
+#define RACK_REFUSED(name, result, parameters, arguments) \
+  result name parameters {                                \
+    static rack::Next next(rack::calls::name);            \
+    if (rack::InTurn()) rack::Refuse(#name);              \
+    return next arguments;                                \
   }
 
 extern "C" {

@@ -79,7 +79,7 @@ Scheduler S;  // all zero before any constructor runs
 
 template <class... Arguments>
 long SystemCall(long number, Arguments... arguments) {
-  static auto* const next = Next(calls::syscall);
+  static Next next(calls::syscall);
   return next(number, arguments...);
 }
 
