@@ -62,16 +62,23 @@ void AddMachine(CLI::App& command, std::string& machine) {
                      "The machine's directory; else that in VELMO_MACHINE, else the current one");
 }
 
+void AddController(CLI::App& command, std::string& controller, std::string& library) {
+  command.add_option("--controller", controller, "The controller, Velmo beside this program unless given")
+      ->envname("VELMO_CONTROLLER");
+  command
+      .add_option("--library", library,
+                  "The rack's library for a controller of another processor or width, beside this program "
+                  "unless given")
+      ->envname("VELMO_LIBRARY");
+}
+
 void AddRun(CLI::App& app, CommandLine& line) {
   CLI::App* run = AddCommand(app, "run", "Switch a machine on and run the controller in its directory",
                              "velmo-rack run --tasks 2 demo");
   run->add_option("DIR", line.run.directory, "The machine's directory")->required();
   run->add_option("--rack", line.run.rackFile, "The rack file, rack.toml in DIR unless given");
   run->add_option("--tasks", line.run.tasks, "Number of PLC tasks, the controller's argument");
-  run->add_option("--controller", line.run.controller,
-                  "The controller, Velmo beside this program unless given");
-  run->add_option("--library", line.run.library,
-                  "The rack's library for a controller of another width, such as 32 bits");
+  AddController(*run, line.run.controller, line.run.library);
   run->add_flag("--restart-fails", line.run.restartFails, "The restart call of the controller fails");
   run->add_flag("!--no-check", line.run.check, "Do not tell what velmo-check finds");
   run->add_flag("--once", line.run.once, "End when the controller restarts the machine");
@@ -187,10 +194,7 @@ void AddTest(CLI::App& app, CommandLine& line) {
       ->check(CLI::Range(1, 1024));
   test->add_option("--filter", line.test.filter, "Only scenarios with this text in their file's name");
   test->add_flag("--vcd", line.test.keepWaveforms, "Leave the waveform of scenarios that pass too");
-  test->add_option("--controller", line.test.controller,
-                   "The controller, Velmo beside this program unless given");
-  test->add_option("--library", line.test.library,
-                   "The rack's library for a controller of another width, such as 32 bits");
+  AddController(*test, line.test.controller, line.test.library);
   test->callback([&line] { line.chosen = [&line] { return Test(line.test); }; });
 }
 

@@ -28,6 +28,16 @@ std::optional<Head> ReadHead(const std::string& path) {
   return head;
 }
 
+struct Emulator {
+  std::uint16_t processor;
+  std::uint16_t wider;  // a computer with this processor runs the programs itself
+  const char* name;
+};
+constexpr Emulator kEmulators[] = {
+    {EM_ARM, EM_AARCH64, "qemu-arm"},
+    {EM_AARCH64, EM_AARCH64, "qemu-aarch64"},
+};
+
 const char* Width(const Head& head) {
   return head.ident[EI_CLASS] == ELFCLASS32 ? "32 bits" : "64 bits";
 }
@@ -46,6 +56,16 @@ std::string WhyNotPreloaded(const std::string& controller, const std::string& li
            "; --library takes another one";
   }
   if (own->processor != started->processor) return "it is for another processor than the controller";
+  return "";
+}
+
+std::string EmulatorOf(const std::string& controller) {
+  const std::optional<Head> started = ReadHead(controller);
+  const std::optional<Head> own = ReadHead("/proc/self/exe");
+  if (!started || !own || started->processor == own->processor) return "";
+  for (const Emulator& emulator : kEmulators) {
+    if (emulator.processor == started->processor && emulator.wider != own->processor) return emulator.name;
+  }
   return "";
 }
 

@@ -1,4 +1,4 @@
-// Whether a library fits in front of a program, by what stands at the head of both files.
+// Whether a library fits in front of a program, and what runs the program, by what stands at the head of the files.
 #pragma once
 
 #include <string>
@@ -9,5 +9,9 @@ namespace rack {
 // process: its constructor would take over the machine that this process's environment names, and a library of another
 // width would not load at all. A controller that is no ELF file, as a script, is not looked at.
 std::string WhyNotPreloaded(const std::string& controller, const std::string& library);
+
+// The name of the emulator for a controller of another processor, such as qemu-arm; empty when this computer runs it
+// itself, or when none is known.
+std::string EmulatorOf(const std::string& controller);
 
 }  // namespace rack

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "machine/elf_header.h"
 #include "machine/machine.h"
 
 namespace rack {
@@ -15,7 +16,7 @@ namespace rack {
 namespace {
 
 constexpr const char* kLibrary = "libvelmo-rack.so";
-constexpr Nanos kAttachLimit = 10 * kSecond;
+constexpr Nanos kAttachLimit = 60 * kSecond;
 
 bool MakeDirectory(const std::string& path) {
   return mkdir(path.c_str(), 0755) == 0 || errno == EEXIST;
@@ -51,12 +52,19 @@ std::string PrepareRun(const std::string& machine, const std::string& library) {
 }
 
 Launch MakeLaunch(const std::string& machine, const std::string& controller, const std::string& tasks) {
+  const std::string preload = "LD_PRELOAD=./.velmo-rack/" + std::string(kLibrary);
+  const std::string emulator = EmulatorOf(controller);
   Launch launch;
   launch.controller = controller;
-  if (!tasks.empty()) launch.arguments.push_back(tasks);
   launch.directory = machine;
-  launch.environment = {"LD_PRELOAD=./.velmo-rack/" + std::string(kLibrary),
-                        std::string(kStateVariable) + "=" + StatePath(machine), SanitizerOptions()};
+  launch.environment = {preload, std::string(kStateVariable) + "=" + StatePath(machine), SanitizerOptions()};
+  if (!emulator.empty()) {
+    // The library is for the emulated processor: in the emulator's own environment it would be put in front of that.
+    launch.controller = FindProgram(emulator);
+    launch.arguments = {kGuestVariable, preload, controller};
+    launch.environment.front() = "LD_PRELOAD=";
+  }
+  if (!tasks.empty()) launch.arguments.push_back(tasks);
   return launch;
 }
 

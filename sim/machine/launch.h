@@ -2,6 +2,7 @@
 // directory.
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 #include "machine/supervise.h"
@@ -20,8 +21,13 @@ std::string LibraryPath();
 // what failed.
 std::string PrepareRun(const std::string& machine, const std::string& library);
 
-// The start of the controller in a machine's directory that was prepared; `tasks` is its argument, empty: none.
-// Both paths absolute.
+// An emulator's words in front of a controller's: its name, the option for a variable of the emulated program, and that
+// variable.
+constexpr const char* kGuestVariable = "-E";
+constexpr std::size_t kEmulatorWords = 3;
+
+// The start of the controller in a machine's directory that was prepared, by an emulator where it is for another
+// processor; `tasks` is its argument, empty: none. Both paths absolute.
 Launch MakeLaunch(const std::string& machine, const std::string& controller, const std::string& tasks);
 
 // Watches whether the library has reported itself in the state: a controller without it must not go on.

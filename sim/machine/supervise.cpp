@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <sstream>
 
 #include "machine/elf_header.h"
 
@@ -229,6 +230,16 @@ std::string RestartWatch::operator()(Nanos now) {
          " times within a second: it is not started again";
 }
 
+std::string FindProgram(const std::string& name) {
+  const char* const path = std::getenv("PATH");
+  std::istringstream folders(path == nullptr ? "" : path);
+  for (std::string program; std::getline(folders, program, ':');) {
+    program.append("/").append(name);
+    if (access(program.c_str(), X_OK) == 0) return program;
+  }
+  return "";
+}
+
 std::string WhyNotStart(const std::string& controller, const std::string& library) {
   for (const char* device : kRealDevices) {
     if (access(device, F_OK) == 0) {
@@ -236,6 +247,11 @@ std::string WhyNotStart(const std::string& controller, const std::string& librar
     }
   }
   if (access(controller.c_str(), X_OK) != 0) return "controller " + controller + ": " + std::strerror(errno);
+  const std::string emulator = EmulatorOf(controller);
+  if (!emulator.empty() && FindProgram(emulator).empty()) {
+    return "controller " + controller + " is for another processor, and " + emulator +
+           " (Debian: qemu-user) is not in the path";
+  }
   const std::string wrong = WhyNotPreloaded(controller, library);
   return wrong.empty() ? "" : "the rack's library cannot be loaded: " + wrong;
 }

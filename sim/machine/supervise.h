@@ -51,8 +51,11 @@ class RestartWatch {
   std::deque<Nanos> last_;
 };
 
-// Why nothing may be preloaded and started here: a real device of either name, a controller or library that
-// is missing or cannot be loaded. Empty when all is well.
+// Where the program of that name is in the path; empty when it is nowhere there.
+std::string FindProgram(const std::string& name);
+
+// Why nothing may be preloaded and started here: a real device of either name, a controller, its emulator or a library
+// that is missing or cannot be loaded. Empty when all is well.
 std::string WhyNotStart(const std::string& controller, const std::string& library);
 
 // A lock on a machine's directory, held until the object goes away or the process ends.

@@ -8,6 +8,7 @@
 #include <optional>
 #include <vector>
 
+#include "machine/launch.h"
 #include "numbers.h"
 #include "synx.h"
 #include "toml/words.h"
@@ -68,12 +69,13 @@ int TaskCount(const std::string& argument, const CpuCardState& cpu) {
 
 int TaskCount(const RackState& state) {
   std::ifstream file("/proc/" + std::to_string(state.live.controller.process) + "/cmdline", std::ios::binary);
-  std::string program;
-  std::string argument;
-  std::getline(file, program, '\0');
-  if (!file) return 0;
-  std::getline(file, argument, '\0');
-  return TaskCount(argument, state.live.cards[0].cpu);
+  std::vector<std::string> words;
+  for (std::string word; std::getline(file, word, '\0');) words.push_back(word);
+  if (words.empty()) return 0;
+  // An emulator has its own words before those of the controller.
+  const std::size_t program =
+      words.size() > kEmulatorWords && words[1] == kGuestVariable ? kEmulatorWords : 0;
+  return TaskCount(words.size() > program + 1 ? words[program + 1] : "", state.live.cards[0].cpu);
 }
 
 std::string PlaceText(const TimeCommand& command) {

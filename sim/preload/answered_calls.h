@@ -34,9 +34,29 @@
 
 #include <csignal>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+
+// A C library whose time has 32 bits has a second call for each that takes or gives a time; a controller that is built
+// for 64 bits (_TIME_BITS) calls those.
+#define RACK_HAS_LONG_TIMES (__TIMESIZE == 32)
+
+namespace rack {
+
+struct LongTimespec {
+  std::int64_t seconds;
+  std::int32_t nanos;
+  std::int32_t unused;
+};
+
+struct LongTimeval {
+  std::int64_t seconds;
+  std::int64_t micros;
+};
+
+}  // namespace rack
 
 // The device, program files, the console and files of the board outside the machine's directory. Fortified
 // builds call the names with underscores.
@@ -170,6 +190,54 @@
   X(getcwd, char*, (char*, std::size_t) noexcept)                                                \
   X(__getcwd_chk, char*, (char*, std::size_t, std::size_t) noexcept)
 
+// Clocks, sleeps and waits with a time of 64 bits: the same answers.
+#if RACK_HAS_LONG_TIMES
+#define RACK_LONG_TIME_CALLS(X)                                                                              \
+  X(__nanosleep64, int, (const rack::LongTimespec*, rack::LongTimespec*))                                    \
+  X(__clock_nanosleep_time64, int, (clockid_t, int, const rack::LongTimespec*, rack::LongTimespec*))         \
+  X(__clock_gettime64, int, (clockid_t, rack::LongTimespec*) noexcept)                                       \
+  X(__gettimeofday64, int, (rack::LongTimeval*, void*) noexcept)                                             \
+  X(__time64, std::int64_t, (std::int64_t*) noexcept)                                                        \
+  X(__select64, int, (int, fd_set*, fd_set*, fd_set*, rack::LongTimeval*))                                   \
+  X(__pthread_mutex_timedlock64, int, (pthread_mutex_t*, const rack::LongTimespec*) noexcept)                \
+  X(__pthread_mutex_clocklock64, int, (pthread_mutex_t*, clockid_t, const rack::LongTimespec*) noexcept)     \
+  X(__pthread_cond_timedwait64, int, (pthread_cond_t*, pthread_mutex_t*, const rack::LongTimespec*))         \
+  X(__pthread_cond_clockwait64, int,                                                                         \
+    (pthread_cond_t*, pthread_mutex_t*, clockid_t, const rack::LongTimespec*))                               \
+  X(__pthread_rwlock_timedrdlock64, int, (pthread_rwlock_t*, const rack::LongTimespec*) noexcept)            \
+  X(__pthread_rwlock_timedwrlock64, int, (pthread_rwlock_t*, const rack::LongTimespec*) noexcept)            \
+  X(__pthread_rwlock_clockrdlock64, int, (pthread_rwlock_t*, clockid_t, const rack::LongTimespec*) noexcept) \
+  X(__pthread_rwlock_clockwrlock64, int, (pthread_rwlock_t*, clockid_t, const rack::LongTimespec*) noexcept) \
+  X(__sem_timedwait64, int, (sem_t*, const rack::LongTimespec*))                                             \
+  X(__sem_clockwait64, int, (sem_t*, clockid_t, const rack::LongTimespec*))                                  \
+  X(__fcntl_time64, int, (int, int, ...))
+#define RACK_REFUSED_LONG_TIME_CALLS(X)                                                                     \
+  X(__epoll_pwait2_time64, int, (int a, void* b, int c, const void* d, const void* e), (a, b, c, d, e))     \
+  X(__ppoll64, int, (void* a, nfds_t b, const void* c, const void* d), (a, b, c, d))                        \
+  X(__pselect64, int, (int a, void* b, void* c, void* d, const void* e, const void* f), (a, b, c, d, e, f)) \
+  X(__aio_suspend_time64, int, (const void* a, int b, const void* c), (a, b, c))                            \
+  X(__setitimer64, int, (int a, const void* b, void* c) noexcept, (a, b, c))                                \
+  X(__getrusage64, int, (int a, void* b) noexcept, (a, b))                                                  \
+  X(__timespec_get64, int, (void* a, int b) noexcept, (a, b))                                               \
+  X(__sigtimedwait64, int, (const void* a, void* b, const void* c), (a, b, c))                              \
+  X(__recvmsg64, ssize_t, (int a, void* b, int c), (a, b, c))                                               \
+  X(__recvmmsg64, int, (int a, void* b, unsigned c, int d, void* e), (a, b, c, d, e))                       \
+  X(__sendmsg64, ssize_t, (int a, const void* b, int c), (a, b, c))                                         \
+  X(__semtimedop64, int, (int a, void* b, std::size_t c, const void* d) noexcept, (a, b, c, d))             \
+  X(__mq_timedreceive_time64, ssize_t, (mqd_t a, char* b, std::size_t c, unsigned* d, const void* e),       \
+    (a, b, c, d, e))                                                                                        \
+  X(__mq_timedsend_time64, int, (mqd_t a, const char* b, std::size_t c, unsigned d, const void* e),         \
+    (a, b, c, d, e))                                                                                        \
+  X(__pthread_timedjoin_np64, int, (pthread_t a, void** b, const void* c), (a, b, c))                       \
+  X(__pthread_clockjoin_np64, int, (pthread_t a, void** b, clockid_t c, const void* d), (a, b, c, d))       \
+  X(__thrd_sleep64, int, (const void* a, void* b), (a, b))                                                  \
+  X(__mtx_timedlock64, int, (mtx_t * a, const void* b), (a, b))                                             \
+  X(__cnd_timedwait64, int, (cnd_t * a, mtx_t * b, const void* c), (a, b, c))
+#else
+#define RACK_LONG_TIME_CALLS(X)
+#define RACK_REFUSED_LONG_TIME_CALLS(X)
+#endif
+
 // What waits for something outside, sets a timer, tells the time or starts a process, and is not answered: in virtual
 // time the run ends there, with the call's name. X(name, result, parameters, arguments).
 #define RACK_REFUSED_CALLS(X)                                                                         \
@@ -248,15 +316,17 @@
   X(mtx_timedlock, int, (mtx_t * a, const timespec* b), (a, b))                                       \
   X(cnd_wait, int, (cnd_t * a, mtx_t * b), (a, b))                                                    \
   X(cnd_timedwait, int, (cnd_t * a, mtx_t * b, const timespec* c), (a, b, c))                         \
-  X(call_once, void, (once_flag * a, void (*b)()), (a, b))
+  X(call_once, void, (once_flag * a, void (*b)()), (a, b))                                            \
+  RACK_REFUSED_LONG_TIME_CALLS(X)
 
 // By the file that defines them: preload/interception.cpp, time/threads.cpp (the first and third), time/keys.cpp,
-// time/calls.cpp, and time/refused_calls.cpp.
+// time/calls.cpp, time/long_time_calls.cpp and time/refused_calls.cpp.
 #define RACK_MACHINE_CALLS(X) RACK_FILE_CALLS(X) RACK_RESTART_CALLS(X)
 #define RACK_TIME_CALLS(X) \
   RACK_CLOCK_CALLS(X) RACK_WAIT_CALLS(X) RACK_CONDITION_CALLS(X) RACK_OUTSIDE_CALLS(X)
-#define RACK_CALLS(X) \
-  RACK_MACHINE_CALLS(X) RACK_THREAD_CALLS(X) RACK_KEY_CALLS(X) RACK_FIBRE_CALLS(X) RACK_TIME_CALLS(X)
+#define RACK_CALLS(X)   \
+  RACK_MACHINE_CALLS(X) \
+  RACK_THREAD_CALLS(X) RACK_KEY_CALLS(X) RACK_FIBRE_CALLS(X) RACK_TIME_CALLS(X) RACK_LONG_TIME_CALLS(X)
 
 // Another signature than that of the C library's header, or of the definition, does not compile.
 #define RACK_DECLARATION(name, result, parameters) result name parameters;
@@ -301,6 +371,7 @@ RACK_CLOCK_CALLS(RACK_CALL)
 RACK_WAIT_CALLS(RACK_CALL)
 RACK_CONDITION_CALLS(RACK_VERSIONED_CALL)
 RACK_OUTSIDE_CALLS(RACK_CALL)
+RACK_LONG_TIME_CALLS(RACK_CALL)
 RACK_REFUSED_CALLS(RACK_REFUSED_CALL)
 RACK_FIBRE_REFUSED_CALLS(RACK_REFUSED_CALL)
 }  // namespace calls

@@ -73,7 +73,7 @@ bool ReplaceHandle(int from, int to) {
 }
 
 int PassOpen(const char* path, int flags, unsigned mode) {
-  static auto* const next = Next(calls::open);
+  static Next next(calls::open);
   return next(path, flags, mode);
 }
 
@@ -142,7 +142,7 @@ ssize_t WriteDevice(const void* buffer, std::size_t count) {
 }
 
 FILE* OpenStream(Call<FILE*(const char*, const char*)> call, const char* path, const char* mode) {
-  auto* const next = Next(call);
+  Next next(call);
   Session* session = OwnSession();
   if (session == nullptr || path == nullptr) return next(path, mode);
   char kept[kLongPath];
@@ -198,8 +198,8 @@ void Sync() {
 
 // The system's console may take nothing or a part, where the controller has told it not to wait.
 ssize_t WriteWhole(int descriptor, const char* text, std::size_t size) {
-  static auto* const next = Next(calls::write);
-  static auto* const wait = Next(calls::poll);
+  static Next next(calls::write);
+  static Next wait(calls::poll);
   for (std::size_t done = 0;;) {
     const ssize_t count = next(descriptor, text + done, size - done);
     if (count > 0) done += static_cast<std::size_t>(count);
@@ -220,7 +220,7 @@ void NoteConsole(const void* text, ssize_t written) {
 }
 
 ssize_t WriteConsole(int descriptor, const void* text, std::size_t size) {
-  static auto* const next = Next(calls::write);
+  static Next next(calls::write);
   const std::size_t taken = descriptor == STDOUT_FILENO ? CurrentTime().ConsoleTakes(size) : size;
   if (taken == 0 && size > 0) {
     errno = EAGAIN;
@@ -298,28 +298,28 @@ int __openat64_2(int directory, const char* path, int flags) {
 }
 
 ssize_t read(int descriptor, void* buffer, size_t count) {
-  static auto* const next = rack::Next(rack::calls::read);
+  static rack::Next next(rack::calls::read);
   if (rack::IsHandle(descriptor)) return rack::ReadDevice(buffer, count);
   rack::CurrentTime().ReadFrom(descriptor);
   return next(descriptor, buffer, count);
 }
 
 ssize_t __read_chk(int descriptor, void* buffer, size_t count, size_t size) {
-  static auto* const next = rack::Next(rack::calls::__read_chk);
+  static rack::Next next(rack::calls::__read_chk);
   if (rack::IsHandle(descriptor) && count <= size) return rack::ReadDevice(buffer, count);
   rack::CurrentTime().ReadFrom(descriptor);
   return next(descriptor, buffer, count, size);
 }
 
 ssize_t write(int descriptor, const void* buffer, size_t count) {
-  static auto* const next = rack::Next(rack::calls::write);
+  static rack::Next next(rack::calls::write);
   if (rack::IsHandle(descriptor)) return rack::WriteDevice(buffer, count);
   if (descriptor != STDOUT_FILENO && descriptor != STDERR_FILENO) return next(descriptor, buffer, count);
   return rack::WriteConsole(descriptor, buffer, count);
 }
 
 int close(int descriptor) {
-  static auto* const next = rack::Next(rack::calls::close);
+  static rack::Next next(rack::calls::close);
   if (descriptor >= 0 && rack::ReplaceHandle(descriptor + 1, 0)) {
     if (rack::Session* session = rack::OwnSession()) session->DeviceClosed();
   }
@@ -334,32 +334,32 @@ FILE* fopen64(const char* path, const char* mode) {
 }
 
 int fclose(FILE* stream) {
-  static auto* const next = rack::Next(rack::calls::fclose);
+  static rack::Next next(rack::calls::fclose);
   if (rack::Session* session = rack::OwnSession()) session->FileClosed(stream);
   return next(stream);
 }
 
 void rewind(FILE* stream) {
-  static auto* const next = rack::Next(rack::calls::rewind);
+  static rack::Next next(rack::calls::rewind);
   next(stream);
   if (rack::Session* session = rack::OwnSession()) session->FileRewound(stream);
 }
 
 char* fgets(char* buffer, int size, FILE* stream) {
-  static auto* const next = rack::Next(rack::calls::fgets);
+  static rack::Next next(rack::calls::fgets);
   return rack::ReadLine(buffer, static_cast<std::size_t>(size > 0 ? size : 0), stream,
                         __builtin_return_address(0), [&](char* line) { return next(line, size, stream); });
 }
 
 char* __fgets_chk(char* buffer, size_t room, int size, FILE* stream) {
-  static auto* const next = rack::Next(rack::calls::__fgets_chk);
+  static rack::Next next(rack::calls::__fgets_chk);
   return rack::ReadLine(buffer, static_cast<std::size_t>(size > 0 ? size : 0), stream,
                         __builtin_return_address(0),
                         [&](char* line) { return next(line, room, size, stream); });
 }
 
 int chmod(const char* path, mode_t mode) noexcept {
-  static auto* const next = rack::Next(rack::calls::chmod);
+  static rack::Next next(rack::calls::chmod);
   char kept[rack::kLongPath];
   rack::Session* session = rack::OwnSession();
   if (session == nullptr) return next(path, mode);
@@ -379,7 +379,7 @@ void sync() noexcept {
 // Six arguments are taken, however many the caller has given: some of them are whatever lies there, as for the call
 // itself.
 [[gnu::no_sanitize_address]] long syscall(long number, ...) noexcept {
-  static auto* const next = rack::Next(rack::calls::syscall);
+  static rack::Next next(rack::calls::syscall);
   va_list rest;
   va_start(rest, number);
   long arguments[6];

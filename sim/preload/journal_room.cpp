@@ -50,7 +50,7 @@ ReaderSlot* JournalRoom::Slowest(RackState& state) {
 
 // Waits until the reader has moved on, or frees its slot.
 void JournalRoom::WaitFor(RackState& state, ReaderSlot& slot) {
-  static auto* const call = Next(calls::syscall);
+  static Next call(calls::syscall);
   const std::uint32_t position = slot.position.load(std::memory_order_acquire);
   const std::uint32_t process = slot.process.load(std::memory_order_acquire);
   std::uint32_t beat = slot.beat.load(std::memory_order_relaxed);

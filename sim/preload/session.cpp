@@ -24,7 +24,7 @@ constexpr std::uint8_t kKeypadPort = 2;  // of the CPU card: only the keypad's t
 
 // The real numbers, whatever the controller is shown: the tool goes by the process's.
 long RealNumber(long call) {
-  static auto* const next = Next(calls::syscall);
+  static Next next(calls::syscall);
   return next(call);
 }
 

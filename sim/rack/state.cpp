@@ -99,7 +99,7 @@ bool IsSound(const RackState& state) {
 }
 
 void Pause(Nanos time) {
-  timespec rest{time / kSecond, static_cast<long>(time % kSecond)};
+  timespec rest{static_cast<time_t>(time / kSecond), static_cast<long>(time % kSecond)};
   while (nanosleep(&rest, &rest) != 0 && errno == EINTR) {
   }
 }

@@ -41,7 +41,7 @@ Nanos UntilPoint(clockid_t clock, const timespec* time) {
 }
 
 int SleepNanos(Nanos length, timespec* rest) {
-  static auto* const next = Next(calls::nanosleep);
+  static Next next(calls::nanosleep);
   if (InTurn()) {
     SpendCall();
     SleepUntil(VirtualNow() + length);
@@ -76,7 +76,7 @@ bool Until(Nanos until, Attempt attempt) {
 }
 
 int Poll(pollfd* files, nfds_t count, int millis) {
-  static auto* const next = Next(calls::poll);
+  static Next next(calls::poll);
   if (!InTurn()) return next(files, count, millis);
   int found = 0;
   Until(millis < 0 ? kForEver : VirtualNow() + millis * kMillisecond, [&] {
@@ -87,7 +87,7 @@ int Poll(pollfd* files, nfds_t count, int millis) {
 }
 
 int Select(int count, fd_set* read, fd_set* write, fd_set* except, timeval* limit) {
-  static auto* const next = Next(calls::select);
+  static Next next(calls::select);
   if (!InTurn()) return next(count, read, write, except, limit);
   const Nanos until =
       limit == nullptr ? kForEver : VirtualNow() + limit->tv_sec * kSecond + limit->tv_usec * kMicrosecond;
@@ -127,7 +127,7 @@ OwnSocket* SocketOf(int descriptor) {
 }
 
 int Bind(int descriptor, const sockaddr* address, socklen_t length) {
-  static auto* const next = Next(calls::bind);
+  static Next next(calls::bind);
   if (!InTurn() || address->sa_family != AF_INET) return next(descriptor, address, length);
   SpendCall();
   OwnSocket* const known = SocketOf(descriptor);
@@ -144,7 +144,7 @@ void CopyAddress(const sockaddr_in& from, sockaddr* address, socklen_t* length) 
 }
 
 int NameOfSocket(int descriptor, sockaddr* address, socklen_t* length) {
-  static auto* const next = Next(calls::getsockname);
+  static Next next(calls::getsockname);
   const OwnSocket* const own = InTurn() ? SocketOf(descriptor) : nullptr;
   if (own == nullptr) return next(descriptor, address, length);
   sockaddr_in bound = {};
@@ -170,7 +170,7 @@ ssize_t TakeMail(void* buffer, std::size_t size, sockaddr* sender, socklen_t* le
 
 ssize_t Receive(int descriptor, void* buffer, std::size_t size, int flags, sockaddr* sender,
                 socklen_t* length) {
-  static auto* const next = Next(calls::recvfrom);
+  static Next next(calls::recvfrom);
   if (!InTurn() || (flags & MSG_DONTWAIT) != 0) return next(descriptor, buffer, size, flags, sender, length);
   SpendCall();
   if (SocketOf(descriptor) != nullptr) return TakeMail(buffer, size, sender, length);
@@ -184,7 +184,7 @@ ssize_t Receive(int descriptor, void* buffer, std::size_t size, int flags, socka
 
 ssize_t SendTo(int descriptor, const void* data, std::size_t size, int flags, const sockaddr* address,
                socklen_t length) {
-  static auto* const next = Next(calls::sendto);
+  static Next next(calls::sendto);
   if (!InTurn() || SocketOf(descriptor) == nullptr)
     return next(descriptor, data, size, flags, address, length);
   SpendCall();
@@ -202,7 +202,7 @@ int ControlFile(int (*next)(int, int, ...), int descriptor, int command, long ar
 // --- Fixed answers
 
 char* WorkingDirectory(char* buffer, std::size_t size) {
-  static auto* const next = Next(calls::getcwd);
+  static Next next(calls::getcwd);
   if (!InTurn() || buffer == nullptr || size < 2) return next(buffer, size);
   std::strcpy(buffer, ".");
   return buffer;
@@ -224,61 +224,61 @@ using rack::Next;
 extern "C" {
 
 int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
-  static auto* const next = Next(rack::calls::pthread_mutex_lock);
+  static Next next(rack::calls::pthread_mutex_lock);
   return InTurn() ? rack::LockMutex(mutex, rack::kForEver) : next(mutex);
 }
 
 int pthread_mutex_trylock(pthread_mutex_t* mutex) noexcept {
-  static auto* const next = Next(rack::calls::pthread_mutex_trylock);
+  static Next next(rack::calls::pthread_mutex_trylock);
   return InTurn() ? rack::TryLockMutex(mutex) : next(mutex);
 }
 
 int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
-  static auto* const next = Next(rack::calls::pthread_mutex_unlock);
+  static Next next(rack::calls::pthread_mutex_unlock);
   return InTurn() ? rack::UnlockMutex(mutex) : next(mutex);
 }
 
 int pthread_mutex_timedlock(pthread_mutex_t* mutex, const timespec* until) noexcept {
-  static auto* const next = Next(rack::calls::pthread_mutex_timedlock);
+  static Next next(rack::calls::pthread_mutex_timedlock);
   if (InTurn()) return rack::LockMutex(mutex, rack::UntilPoint(CLOCK_REALTIME, until));
   const timespec real = IsScaled() ? rack::RealPoint(CLOCK_REALTIME, *until) : *until;
   return next(mutex, &real);
 }
 
 int pthread_mutex_clocklock(pthread_mutex_t* mutex, clockid_t clock, const timespec* until) noexcept {
-  static auto* const next = Next(rack::calls::pthread_mutex_clocklock);
+  static Next next(rack::calls::pthread_mutex_clocklock);
   if (InTurn()) return rack::LockMutex(mutex, rack::UntilPoint(clock, until));
   const timespec real = IsScaled() ? rack::RealPoint(clock, *until) : *until;
   return next(mutex, clock, &real);
 }
 
 int pthread_spin_lock(pthread_spinlock_t* lock) noexcept {
-  static auto* const next = Next(rack::calls::pthread_spin_lock);
+  static Next next(rack::calls::pthread_spin_lock);
   return InTurn() ? rack::LockSpin(lock) : next(lock);
 }
 
 int pthread_spin_trylock(pthread_spinlock_t* lock) noexcept {
-  static auto* const next = Next(rack::calls::pthread_spin_trylock);
+  static Next next(rack::calls::pthread_spin_trylock);
   return InTurn() ? rack::TryLockSpin(lock) : next(lock);
 }
 
 int pthread_spin_unlock(pthread_spinlock_t* lock) noexcept {
-  static auto* const next = Next(rack::calls::pthread_spin_unlock);
+  static Next next(rack::calls::pthread_spin_unlock);
   return InTurn() ? rack::UnlockSpin(lock) : next(lock);
 }
 
 int pthread_once(pthread_once_t* control, void (*start)()) {
-  static auto* const next = Next(rack::calls::pthread_once);
+  static Next next(rack::calls::pthread_once);
   return InTurn() ? rack::Once(control, start) : next(control, start);
 }
 
 int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {
-  static auto* const next = Next(rack::calls::pthread_cond_wait);
+  static Next next(rack::calls::pthread_cond_wait);
   return InTurn() ? rack::WaitCondition(condition, mutex, rack::kForEver) : next(condition, mutex);
 }
 
 int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* until) {
-  static auto* const next = Next(rack::calls::pthread_cond_timedwait);
+  static Next next(rack::calls::pthread_cond_timedwait);
   if (InTurn()) return rack::WaitCondition(condition, mutex, rack::UntilPoint(CLOCK_REALTIME, until));
   const timespec real = IsScaled() ? rack::RealPoint(CLOCK_REALTIME, *until) : *until;
   return next(condition, mutex, &real);
@@ -286,110 +286,110 @@ int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex, co
 
 int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
                            const timespec* until) {
-  static auto* const next = Next(rack::calls::pthread_cond_clockwait);
+  static Next next(rack::calls::pthread_cond_clockwait);
   if (InTurn()) return rack::WaitCondition(condition, mutex, rack::UntilPoint(clock, until));
   const timespec real = IsScaled() ? rack::RealPoint(clock, *until) : *until;
   return next(condition, mutex, clock, &real);
 }
 
 int pthread_cond_signal(pthread_cond_t* condition) noexcept {
-  static auto* const next = Next(rack::calls::pthread_cond_signal);
+  static Next next(rack::calls::pthread_cond_signal);
   if (!InTurn()) return next(condition);
   rack::WakeFirst(condition, false);
   return 0;
 }
 
 int pthread_cond_broadcast(pthread_cond_t* condition) noexcept {
-  static auto* const next = Next(rack::calls::pthread_cond_broadcast);
+  static Next next(rack::calls::pthread_cond_broadcast);
   if (!InTurn()) return next(condition);
   rack::WakeAll(condition);
   return 0;
 }
 
 int pthread_rwlock_rdlock(pthread_rwlock_t* lock) noexcept {
-  static auto* const next = Next(rack::calls::pthread_rwlock_rdlock);
+  static Next next(rack::calls::pthread_rwlock_rdlock);
   return InTurn() ? rack::LockShared(lock, rack::kForEver) : next(lock);
 }
 
 int pthread_rwlock_wrlock(pthread_rwlock_t* lock) noexcept {
-  static auto* const next = Next(rack::calls::pthread_rwlock_wrlock);
+  static Next next(rack::calls::pthread_rwlock_wrlock);
   return InTurn() ? rack::LockAlone(lock, rack::kForEver) : next(lock);
 }
 
 int pthread_rwlock_tryrdlock(pthread_rwlock_t* lock) noexcept {
-  static auto* const next = Next(rack::calls::pthread_rwlock_tryrdlock);
+  static Next next(rack::calls::pthread_rwlock_tryrdlock);
   return InTurn() ? rack::TryLockShared(lock) : next(lock);
 }
 
 int pthread_rwlock_trywrlock(pthread_rwlock_t* lock) noexcept {
-  static auto* const next = Next(rack::calls::pthread_rwlock_trywrlock);
+  static Next next(rack::calls::pthread_rwlock_trywrlock);
   return InTurn() ? rack::TryLockAlone(lock) : next(lock);
 }
 
 int pthread_rwlock_timedrdlock(pthread_rwlock_t* lock, const timespec* until) noexcept {
-  static auto* const next = Next(rack::calls::pthread_rwlock_timedrdlock);
+  static Next next(rack::calls::pthread_rwlock_timedrdlock);
   if (InTurn()) return rack::LockShared(lock, rack::UntilPoint(CLOCK_REALTIME, until));
   const timespec real = IsScaled() ? rack::RealPoint(CLOCK_REALTIME, *until) : *until;
   return next(lock, &real);
 }
 
 int pthread_rwlock_timedwrlock(pthread_rwlock_t* lock, const timespec* until) noexcept {
-  static auto* const next = Next(rack::calls::pthread_rwlock_timedwrlock);
+  static Next next(rack::calls::pthread_rwlock_timedwrlock);
   if (InTurn()) return rack::LockAlone(lock, rack::UntilPoint(CLOCK_REALTIME, until));
   const timespec real = IsScaled() ? rack::RealPoint(CLOCK_REALTIME, *until) : *until;
   return next(lock, &real);
 }
 
 int pthread_rwlock_clockrdlock(pthread_rwlock_t* lock, clockid_t clock, const timespec* until) noexcept {
-  static auto* const next = Next(rack::calls::pthread_rwlock_clockrdlock);
+  static Next next(rack::calls::pthread_rwlock_clockrdlock);
   if (InTurn()) return rack::LockShared(lock, rack::UntilPoint(clock, until));
   const timespec real = IsScaled() ? rack::RealPoint(clock, *until) : *until;
   return next(lock, clock, &real);
 }
 
 int pthread_rwlock_clockwrlock(pthread_rwlock_t* lock, clockid_t clock, const timespec* until) noexcept {
-  static auto* const next = Next(rack::calls::pthread_rwlock_clockwrlock);
+  static Next next(rack::calls::pthread_rwlock_clockwrlock);
   if (InTurn()) return rack::LockAlone(lock, rack::UntilPoint(clock, until));
   const timespec real = IsScaled() ? rack::RealPoint(clock, *until) : *until;
   return next(lock, clock, &real);
 }
 
 int pthread_rwlock_unlock(pthread_rwlock_t* lock) noexcept {
-  static auto* const next = Next(rack::calls::pthread_rwlock_unlock);
+  static Next next(rack::calls::pthread_rwlock_unlock);
   return InTurn() ? rack::UnlockShared(lock) : next(lock);
 }
 
 int sem_wait(sem_t* semaphore) {
-  static auto* const next = Next(rack::calls::sem_wait);
+  static Next next(rack::calls::sem_wait);
   return InTurn() ? rack::WaitSemaphore(semaphore, rack::kForEver) : next(semaphore);
 }
 
 int sem_timedwait(sem_t* semaphore, const timespec* until) {
-  static auto* const next = Next(rack::calls::sem_timedwait);
+  static Next next(rack::calls::sem_timedwait);
   if (InTurn()) return rack::WaitSemaphore(semaphore, rack::UntilPoint(CLOCK_REALTIME, until));
   const timespec real = IsScaled() ? rack::RealPoint(CLOCK_REALTIME, *until) : *until;
   return next(semaphore, &real);
 }
 
 int sem_clockwait(sem_t* semaphore, clockid_t clock, const timespec* until) {
-  static auto* const next = Next(rack::calls::sem_clockwait);
+  static Next next(rack::calls::sem_clockwait);
   if (InTurn()) return rack::WaitSemaphore(semaphore, rack::UntilPoint(clock, until));
   const timespec real = IsScaled() ? rack::RealPoint(clock, *until) : *until;
   return next(semaphore, clock, &real);
 }
 
 int sem_trywait(sem_t* semaphore) noexcept {
-  static auto* const next = Next(rack::calls::sem_trywait);
+  static Next next(rack::calls::sem_trywait);
   return InTurn() ? rack::TrySemaphore(semaphore) : next(semaphore);
 }
 
 int sem_post(sem_t* semaphore) noexcept {
-  static auto* const next = Next(rack::calls::sem_post);
+  static Next next(rack::calls::sem_post);
   return InTurn() ? rack::PostSemaphore(semaphore) : next(semaphore);
 }
 
 int sched_yield() noexcept {
-  static auto* const next = Next(rack::calls::sched_yield);
+  static Next next(rack::calls::sched_yield);
   if (!InTurn()) return next();
   rack::SpendCall();
   rack::YieldTurn();
@@ -403,7 +403,7 @@ int nanosleep(const timespec* length, timespec* rest) {
 }
 
 int clock_nanosleep(clockid_t clock, int flags, const timespec* time, timespec* rest) {
-  static auto* const next = Next(rack::calls::clock_nanosleep);
+  static Next next(rack::calls::clock_nanosleep);
   if (!rack::IsControlled() || !rack::IsLength(time)) return next(clock, flags, time, rest);
   if ((flags & TIMER_ABSTIME) == 0) return rack::SleepNanos(rack::ToNanos(*time), rest) == 0 ? 0 : errno;
   if (!InTurn()) {
@@ -420,26 +420,26 @@ int usleep(useconds_t micros) {
 }
 
 unsigned sleep(unsigned seconds) {
-  static auto* const next = Next(rack::calls::sleep);
+  static Next next(rack::calls::sleep);
   if (!rack::IsControlled()) return next(seconds);
   return rack::SleepNanos(seconds * rack::kSecond, nullptr) == 0 ? 0 : seconds;
 }
 
 int clock_gettime(clockid_t clock, timespec* time) noexcept {
-  static auto* const next = Next(rack::calls::clock_gettime);
+  static Next next(rack::calls::clock_gettime);
   if (!rack::IsControlled()) return next(clock, time);
   *time = rack::ClockTime(clock);
   return 0;
 }
 
 clock_t clock() noexcept {
-  static auto* const next = Next(rack::calls::clock);
+  static Next next(rack::calls::clock);
   if (!rack::IsControlled()) return next();
   return static_cast<clock_t>(rack::ToNanos(rack::ClockTime(CLOCK_PROCESS_CPUTIME_ID)) / rack::kMicrosecond);
 }
 
 int gettimeofday(timeval* time, void* zone) noexcept {
-  static auto* const next = Next(rack::calls::gettimeofday);
+  static Next next(rack::calls::gettimeofday);
   if (!rack::IsControlled()) return next(time, zone);
   const timespec now = rack::ClockTime(CLOCK_REALTIME);
   *time = {now.tv_sec, now.tv_nsec / 1000};
@@ -447,7 +447,7 @@ int gettimeofday(timeval* time, void* zone) noexcept {
 }
 
 time_t time(time_t* place) noexcept {
-  static auto* const next = Next(rack::calls::time);
+  static Next next(rack::calls::time);
   if (!rack::IsControlled()) return next(place);
   const time_t now = rack::ClockTime(CLOCK_REALTIME).tv_sec;
   if (place != nullptr) *place = now;
@@ -460,7 +460,7 @@ int poll(pollfd* files, nfds_t count, int millis) {
 
 // Name that fortified builds call.
 int __poll_chk(pollfd* files, nfds_t count, int millis, size_t room) {
-  static auto* const next = Next(rack::calls::__poll_chk);
+  static Next next(rack::calls::__poll_chk);
   if (room / sizeof(pollfd) < count) return next(files, count, millis, room);
   return rack::Poll(files, count, millis);
 }
@@ -498,24 +498,24 @@ ssize_t sendto(int descriptor, const void* data, size_t size, int flags, const s
 
 // The argument is taken also where the caller has given none.
 [[gnu::no_sanitize_address]] int fcntl(int descriptor, int command, ...) {
-  static auto* const next = Next(rack::calls::fcntl);
+  static Next next(rack::calls::fcntl);
   RACK_CONTROL_ARGUMENT(command)
   return rack::ControlFile(next, descriptor, command, argument);
 }
 
 [[gnu::no_sanitize_address]] int fcntl64(int descriptor, int command, ...) {
-  static auto* const next = Next(rack::calls::fcntl64);
+  static Next next(rack::calls::fcntl64);
   RACK_CONTROL_ARGUMENT(command)
   return rack::ControlFile(next, descriptor, command, argument);
 }
 
 pid_t getpid() noexcept {
-  static auto* const next = Next(rack::calls::getpid);
+  static Next next(rack::calls::getpid);
   return InTurn() ? rack::kShownProcess : next();
 }
 
 pid_t gettid() noexcept {
-  static auto* const next = Next(rack::calls::gettid);
+  static Next next(rack::calls::gettid);
   return InTurn() ? rack::kShownProcess + static_cast<pid_t>(rack::ThreadNumber()) : next();
 }
 

@@ -64,9 +64,9 @@ int LookAtObject(dl_phdr_info* info, std::size_t, void* found) {
 
 // Another process looks at this one's every step: a debugger, which would find one thread where there are many.
 bool IsTraced() {
-  static auto* const openFile = Next(calls::open);
-  static auto* const readFile = Next(calls::read);
-  static auto* const closeFile = Next(calls::close);
+  static Next openFile(calls::open);
+  static Next readFile(calls::read);
+  static Next closeFile(calls::close);
   constexpr char kWord[] = "\nTracerPid:\t";
   char text[4096];
   const int file = openFile("/proc/self/status", O_RDONLY | O_CLOEXEC);

@@ -71,7 +71,7 @@ void KeyValues::Destroy() {
 extern "C" {
 
 int pthread_key_create(pthread_key_t* place, void (*destructor)(void*)) noexcept {
-  static auto* const next = rack::Next(rack::calls::pthread_key_create);
+  static rack::Next next(rack::calls::pthread_key_create);
   const int result = next(place, destructor);
   if (result != 0) return result;
   rack::Key& key = rack::Keys[*place];
@@ -81,20 +81,20 @@ int pthread_key_create(pthread_key_t* place, void (*destructor)(void*)) noexcept
 }
 
 int pthread_key_delete(pthread_key_t number) noexcept {
-  static auto* const next = rack::Next(rack::calls::pthread_key_delete);
+  static rack::Next next(rack::calls::pthread_key_delete);
   const int result = next(number);
   if (result == 0) rack::Keys[number].use.fetch_add(1, std::memory_order_relaxed);
   return result;
 }
 
 void* pthread_getspecific(pthread_key_t key) noexcept {
-  static auto* const next = rack::Next(rack::calls::pthread_getspecific);
+  static rack::Next next(rack::calls::pthread_getspecific);
   const rack::KeyValues* const own = rack::OwnKeyValues();
   return own == nullptr ? next(key) : own->Get(key);
 }
 
 int pthread_setspecific(pthread_key_t key, const void* value) noexcept {
-  static auto* const next = rack::Next(rack::calls::pthread_setspecific);
+  static rack::Next next(rack::calls::pthread_setspecific);
   rack::KeyValues* const own = rack::OwnKeyValues();
   if (own == nullptr) return next(key, value);
   if (!rack::IsUsed(key)) return EINVAL;

@@ -87,28 +87,28 @@ int FreeMutexByFibre(pthread_mutex_t* mutex) {
 }
 
 int TakeMutex(pthread_mutex_t* mutex) {
-  static auto* const attempt = Next(calls::pthread_mutex_trylock);
+  static Next attempt(calls::pthread_mutex_trylock);
   if (KeptForOther(mutex)) return EBUSY;
   return AsFibres() ? TakeMutexByFibre(mutex) : attempt(mutex);
 }
 
 int TakeSpin(pthread_spinlock_t* lock) {
-  static auto* const attempt = Next(calls::pthread_spin_trylock);
+  static Next attempt(calls::pthread_spin_trylock);
   return KeptForOther(const_cast<const int*>(lock)) ? EBUSY : attempt(lock);
 }
 
 int TakeShared(pthread_rwlock_t* lock) {
-  static auto* const attempt = Next(calls::pthread_rwlock_tryrdlock);
+  static Next attempt(calls::pthread_rwlock_tryrdlock);
   return attempt(lock);
 }
 
 int TakeAlone(pthread_rwlock_t* lock) {
-  static auto* const attempt = Next(calls::pthread_rwlock_trywrlock);
+  static Next attempt(calls::pthread_rwlock_trywrlock);
   return attempt(lock);
 }
 
 int TakeSemaphore(sem_t* semaphore) {
-  static auto* const attempt = Next(calls::sem_trywait);
+  static Next attempt(calls::sem_trywait);
   if (attempt(semaphore) == 0) return 0;
   return errno == EAGAIN ? EBUSY : errno;
 }
@@ -160,7 +160,7 @@ int TryLockMutex(pthread_mutex_t* mutex) {
 }
 
 int UnlockMutex(pthread_mutex_t* mutex) {
-  static auto* const unlock = Next(calls::pthread_mutex_unlock);
+  static Next unlock(calls::pthread_mutex_unlock);
   if (mutex == Ignored) return 0;
   const int result = AsFibres() ? FreeMutexByFibre(mutex) : unlock(mutex);
   if (result == 0 && NoteFreed(mutex)) WakeFirst(mutex, true);
@@ -176,7 +176,7 @@ int TryLockSpin(pthread_spinlock_t* lock) {
 }
 
 int UnlockSpin(pthread_spinlock_t* lock) {
-  static auto* const unlock = Next(calls::pthread_spin_unlock);
+  static Next unlock(calls::pthread_spin_unlock);
   const int result = unlock(lock);
   if (NoteFreed(const_cast<const int*>(lock))) WakeFirst(const_cast<const int*>(lock), true);
   return result;
@@ -184,7 +184,7 @@ int UnlockSpin(pthread_spinlock_t* lock) {
 
 // The C library would wait in the kernel for a start that another thread is making.
 int Once(pthread_once_t* control, void (*start)()) {
-  static auto* const once = Next(calls::pthread_once);
+  static Next once(calls::pthread_once);
   while (OnceStart::IsMade(control)) WaitFor(control, Awaited::OnceStart, kForEver);
   if (OnceStart::IsMade(nullptr)) {
     const OnceStart made(control);
@@ -221,7 +221,7 @@ int TryLockAlone(pthread_rwlock_t* lock) {
 }
 
 int UnlockShared(pthread_rwlock_t* lock) {
-  static auto* const unlock = Next(calls::pthread_rwlock_unlock);
+  static Next unlock(calls::pthread_rwlock_unlock);
   const int result = unlock(lock);
   NoteFreed(lock);
   WakeAll(lock);
@@ -236,13 +236,13 @@ int WaitSemaphore(sem_t* semaphore, Nanos until) {
 }
 
 int TrySemaphore(sem_t* semaphore) {
-  static auto* const attempt = Next(calls::sem_trywait);
+  static Next attempt(calls::sem_trywait);
   SpendCall();
   return attempt(semaphore);
 }
 
 int PostSemaphore(sem_t* semaphore) {
-  static auto* const post = Next(calls::sem_post);
+  static Next post(calls::sem_post);
   const int result = post(semaphore);
   WakeFirst(semaphore, false);
   return result;

@@ -5,7 +5,7 @@
 
 #define RACK_REFUSED(name, result, parameters, arguments, when) \
   result name parameters {                                      \
-    static auto* const next = rack::Next(rack::calls::name);    \
+    static rack::Next next(rack::calls::name);                  \
     if (when) rack::Refuse(#name);                              \
     return next arguments;                                      \
   }

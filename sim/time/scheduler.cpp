@@ -82,7 +82,7 @@ Fibre FirstFibre;
 
 template <class... Arguments>
 long SystemCall(long number, Arguments... arguments) {
-  static auto* const next = Next(calls::syscall);
+  static Next next(calls::syscall);
   return next(number, arguments...);
 }
 

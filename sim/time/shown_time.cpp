@@ -18,7 +18,7 @@ Nanos MonotonicStart = 0;
 Nanos RealtimeStart = 0;
 
 Nanos SystemTime(clockid_t clock) {
-  static auto* const next = Next(calls::clock_gettime);
+  static Next next(calls::clock_gettime);
   timespec now{};
   next(clock, &now);
   return ToNanos(now);

@@ -72,7 +72,7 @@ MachineDue WatchSession(const TriggerTable& triggers) {
 }
 
 void Tell(const std::string& text) {
-  static auto* const next = Next(calls::write);
+  static Next next(calls::write);
   const std::string line = "velmo-rack: " + text + "\n";
   if (next(STDERR_FILENO, line.data(), line.size()) < 0) return;
 }

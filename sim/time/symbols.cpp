@@ -21,7 +21,7 @@ namespace {
 class MappedFile {
  public:
   explicit MappedFile(const char* path) {
-    static auto* const openFile = Next(calls::open);
+    static Next openFile(calls::open);
     const int descriptor = openFile(path, O_RDONLY | O_CLOEXEC);
     struct stat info {};
     if (descriptor < 0) return;
@@ -30,7 +30,7 @@ class MappedFile {
       void* const memory = mmap(nullptr, size_, PROT_READ, MAP_PRIVATE, descriptor, 0);
       if (memory != MAP_FAILED) bytes_ = static_cast<const char*>(memory);
     }
-    static auto* const closeFile = Next(calls::close);
+    static Next closeFile(calls::close);
     closeFile(descriptor);
   }
   ~MappedFile() {

@@ -108,7 +108,7 @@ void RefuseIfItWaits(int descriptor) {
 }
 
 bool ScaleSystemCall(long number, const long (&arguments)[6], long& result) {
-  static auto* const next = Next(calls::syscall);
+  static Next next(calls::syscall);
   if (AnswerClockCall(number, arguments, result)) return true;
   const long operation = arguments[1] & FUTEX_CMD_MASK;
   if (number != SYS_futex || !WaitsOnFutex(operation) || arguments[3] == 0) return false;

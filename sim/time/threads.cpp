@@ -75,7 +75,7 @@ void AwaitEnd(pthread_t handle) {
 }
 
 int CreateReal(pthread_t* handle, const pthread_attr_t* attributes, ThreadBody* body, void* argument) {
-  static auto* const next = Next(calls::pthread_create);
+  static Next next(calls::pthread_create);
   Thread* turns = AddThread(nullptr);
   if (turns == nullptr) return EAGAIN;
   auto* const begin = new Begin{body, argument, turns};
@@ -242,7 +242,7 @@ int CreateThread(pthread_t* handle, const pthread_attr_t* attributes, ThreadBody
 }
 
 int JoinThread(pthread_t handle, void** result) {
-  static auto* const next = Next(calls::pthread_join);
+  static Next next(calls::pthread_join);
   SpendCall();
   if (AsFibres()) return JoinFibre(handle, result);
   AwaitEnd(handle);
@@ -269,19 +269,19 @@ extern "C" {
 
 int pthread_create(pthread_t* handle, const pthread_attr_t* attributes, void* (*body)(void*),
                    void* argument) noexcept {
-  static auto* const next = Next(rack::calls::pthread_create);
+  static Next next(rack::calls::pthread_create);
   return InTurn() ? rack::CreateThread(handle, attributes, body, argument)
                   : next(handle, attributes, body, argument);
 }
 
 int pthread_join(pthread_t handle, void** result) {
-  static auto* const next = Next(rack::calls::pthread_join);
+  static Next next(rack::calls::pthread_join);
   return InTurn() ? rack::JoinThread(handle, result) : next(handle, result);
 }
 
 // A main thread that ends alone would keep its turn.
 void pthread_exit(void* result) {
-  static auto* const next = Next(rack::calls::pthread_exit);
+  static Next next(rack::calls::pthread_exit);
   if (InTurn() && rack::ThreadNumber() == 0) rack::Refuse("pthread_exit");
   if (InTurn() && rack::AsFibres()) rack::ExitFibre(result);
   next(result);
@@ -298,13 +298,13 @@ RACK_ARE_DEFINED(RACK_THREAD_CALLS)
 extern "C" {
 
 pthread_t pthread_self() noexcept {
-  static auto* const next = Next(rack::calls::pthread_self);
+  static Next next(rack::calls::pthread_self);
   rack::FibreThread* const own = rack::OwnFibre();
   return own == nullptr ? next() : reinterpret_cast<pthread_t>(own);
 }
 
 int pthread_detach(pthread_t handle) noexcept {
-  static auto* const next = Next(rack::calls::pthread_detach);
+  static Next next(rack::calls::pthread_detach);
   rack::FibreThread* const thread = rack::FindFibre(handle);
   if (thread == nullptr) return next(handle);
   if (thread->claim != rack::Claim::None) return EINVAL;
@@ -313,7 +313,7 @@ int pthread_detach(pthread_t handle) noexcept {
 }
 
 int pthread_getattr_np(pthread_t handle, pthread_attr_t* attributes) noexcept {
-  static auto* const next = Next(rack::calls::pthread_getattr_np);
+  static Next next(rack::calls::pthread_getattr_np);
   const rack::FibreThread* const thread = rack::FindFibre(handle);
   if (thread == nullptr) return next(handle, attributes);
   const int result = pthread_attr_init(attributes);
@@ -326,7 +326,7 @@ int pthread_getattr_np(pthread_t handle, pthread_attr_t* attributes) noexcept {
 }
 
 int pthread_setname_np(pthread_t handle, const char* name) noexcept {
-  static auto* const next = Next(rack::calls::pthread_setname_np);
+  static Next next(rack::calls::pthread_setname_np);
   rack::FibreThread* const thread = rack::FindFibre(handle);
   if (thread == nullptr) return next(handle, name);
   const std::size_t length = strnlen(name, sizeof thread->name);
@@ -336,7 +336,7 @@ int pthread_setname_np(pthread_t handle, const char* name) noexcept {
 }
 
 int pthread_getname_np(pthread_t handle, char* name, size_t size) noexcept {
-  static auto* const next = Next(rack::calls::pthread_getname_np);
+  static Next next(rack::calls::pthread_getname_np);
   const rack::FibreThread* const thread = rack::FindFibre(handle);
   if (thread == nullptr) return next(handle, name, size);
   if (size < sizeof thread->name) return ERANGE;
@@ -345,18 +345,18 @@ int pthread_getname_np(pthread_t handle, char* name, size_t size) noexcept {
 }
 
 int pthread_setaffinity_np(pthread_t handle, size_t size, const cpu_set_t* processors) noexcept {
-  static auto* const next = Next(rack::calls::pthread_setaffinity_np);
+  static Next next(rack::calls::pthread_setaffinity_np);
   return rack::FindFibre(handle) == nullptr ? next(handle, size, processors) : 0;
 }
 
 int pthread_getaffinity_np(pthread_t handle, size_t size, cpu_set_t* processors) noexcept {
-  static auto* const next = Next(rack::calls::pthread_getaffinity_np);
-  static auto* const self = Next(rack::calls::pthread_self);
+  static Next next(rack::calls::pthread_getaffinity_np);
+  static Next self(rack::calls::pthread_self);
   return next(rack::FindFibre(handle) == nullptr ? handle : self(), size, processors);
 }
 
 int pthread_setschedparam(pthread_t handle, int policy, const sched_param* priority) noexcept {
-  static auto* const next = Next(rack::calls::pthread_setschedparam);
+  static Next next(rack::calls::pthread_setschedparam);
   rack::FibreThread* const thread = rack::FindFibre(handle);
   if (thread == nullptr) return next(handle, policy, priority);
   thread->policy = policy;
@@ -365,7 +365,7 @@ int pthread_setschedparam(pthread_t handle, int policy, const sched_param* prior
 }
 
 int pthread_getschedparam(pthread_t handle, int* policy, sched_param* priority) noexcept {
-  static auto* const next = Next(rack::calls::pthread_getschedparam);
+  static Next next(rack::calls::pthread_getschedparam);
   const rack::FibreThread* const thread = rack::FindFibre(handle);
   if (thread == nullptr) return next(handle, policy, priority);
   *policy = thread->policy;
@@ -374,7 +374,7 @@ int pthread_getschedparam(pthread_t handle, int* policy, sched_param* priority) 
 }
 
 int pthread_setschedprio(pthread_t handle, int priority) noexcept {
-  static auto* const next = Next(rack::calls::pthread_setschedprio);
+  static Next next(rack::calls::pthread_setschedprio);
   rack::FibreThread* const thread = rack::FindFibre(handle);
   if (thread == nullptr) return next(handle, priority);
   thread->priority.sched_priority = priority;

@@ -3,12 +3,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <memory>
 
 #include "machine/card_table.h"
 #include "machine/elf_header.h"
+#include "machine/launch.h"
+#include "machine/supervise.h"
 #include "support/scratch.h"
 
 namespace {
@@ -47,6 +50,35 @@ TEST_F(StartTest, ALibraryFitsAControllerOfItsWidthAndProcessor) {
   EXPECT_EQ(WhyNotPreloaded("controller32", "controller32"), "controller32: no shared library");
   EXPECT_EQ(WhyNotPreloaded("controller32", "script"), "script: no shared library");
   EXPECT_EQ(WhyNotPreloaded("controller32", "missing"), "missing: No such file or directory");
+}
+
+// In the path there is an emulator that only notes that it was started.
+TEST_F(StartTest, AControllerForAnotherProcessorGetsAnEmulatorAndTheLibraryInsideIt) {
+#if !defined(__x86_64__)
+  GTEST_SKIP() << "other processors run some of these files themselves";
+#endif
+  MakeElf("arm", ELFCLASS32, ET_EXEC, EM_ARM);
+  MakeElf("intel32", ELFCLASS32, ET_EXEC, EM_386);
+  MakeElf("library", ELFCLASS32, ET_DYN, EM_ARM);
+  std::filesystem::permissions("arm", std::filesystem::perms::owner_all);
+  Write("script", "#!/bin/sh\n");
+  EXPECT_EQ(rack::EmulatorOf("arm"), "qemu-arm");
+  for (const char* own : {"intel32", "script", "/proc/self/exe", "missing"}) {
+    EXPECT_EQ(rack::EmulatorOf(own), "") << own;
+  }
+
+  const std::string path = std::getenv("PATH");
+  setenv("PATH", "/nowhere:.", 1);
+  EXPECT_EQ(rack::WhyNotStart("arm", "library"),
+            "controller arm is for another processor, and qemu-arm (Debian: qemu-user) is not in the path");
+  Write("qemu-arm", "#!/bin/sh\n");
+  std::filesystem::permissions("qemu-arm", std::filesystem::perms::owner_all);
+  EXPECT_EQ(rack::WhyNotStart("arm", "library"), "");
+  const rack::Launch launch = rack::MakeLaunch(".", "arm", "3");
+  EXPECT_EQ(launch.controller, "./qemu-arm");
+  EXPECT_THAT(launch.arguments, ElementsAre("-E", "LD_PRELOAD=./.velmo-rack/libvelmo-rack.so", "arm", "3"));
+  EXPECT_EQ(launch.environment.front(), "LD_PRELOAD=");
+  setenv("PATH", path.c_str(), 1);
 }
 
 TEST_F(StartTest, ACardTableIsJudgedOnlyFromASteadyState) {

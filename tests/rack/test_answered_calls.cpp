@@ -62,6 +62,7 @@ const char* const kRuntime[] = {
     "_ZTVN10__cxxabiv1",
     "_ZSt7nothrow",
     "_ZSt9terminate",
+    "__aeabi_",
     "__cxa_",
     "__dynamic_cast",
     "__errno_location",
@@ -69,6 +70,7 @@ const char* const kRuntime[] = {
     "__gxx_personality_v0",
     "__libc_start_main",
     "__stack_chk_fail",
+    "abort",
 };
 const char* const kSanitizers[] = {"__asan_", "__sanitizer_", "__tsan_", "__ubsan_"};
 
@@ -87,15 +89,16 @@ bool IsThrow(const std::string& name) {
   return Begins(name, "_ZSt") && name.find("__throw_") != std::string::npos;
 }
 
-// The call as the source has it, of "__strcpy_chk" or "__isoc23_strtoll".
+// The call as the source has it, of "__strcpy_chk", "__isoc23_strtoll" or "__stat64_time64".
 std::string PlainName(const std::string& name) {
   const std::string standard = "__isoc23_";
-  const std::string checked = "_chk";
   if (Begins(name, standard)) return name.substr(standard.size());
-  const std::size_t end = name.rfind(checked);
-  const bool isChecked =
-      Begins(name, "__") && end != std::string::npos && end + checked.size() == name.size();
-  return isChecked ? name.substr(2, end - 2) : name;
+  for (const std::string end : {"_chk", "_time64"}) {
+    const std::size_t at = name.rfind(end);
+    const bool hasEnd = at != std::string::npos && at + end.size() == name.size();
+    if (Begins(name, "__") && hasEnd) return name.substr(2, at - 2);
+  }
+  return name;
 }
 
 bool IsPassedOn(const std::string& name) {

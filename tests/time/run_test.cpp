@@ -350,6 +350,50 @@ TEST_F(TimeRunTest, WhatIsAnsweredGivesTheSameAsWithoutTheRack) {
   }
 }
 
+#ifdef LONG_TIME_WAITS
+TEST_F(TimeRunTest, WaitsWithATimeOf64BitsEndLikeTheUsualOnes) {
+  for (const char* way : {"timed", "shared", "nested", "semaphores", "once"}) {
+    std::string usual;
+    for (const char* program : {WAITS_PROGRAM, LONG_TIME_WAITS}) {
+      Run({"--time", "virtual", "--controller", program, "--tasks", way});
+      EXPECT_EQ(End(0), 0) << way;
+      if (usual.empty()) usual = Read("console");
+      EXPECT_NE(usual, "");
+      EXPECT_EQ(Read("console"), usual) << way;
+    }
+  }
+}
+#endif
+
+// Both for this computer and for the processor of this build.
+TEST_F(TimeRunTest, TheDemoCellSaysTheSameOnEachProcessor) {
+  const auto all =
+      std::filesystem::copy_options::recursive | std::filesystem::copy_options::overwrite_existing;
+  std::filesystem::copy(VELMO_SOURCE "/demo/cell", ".", all);
+  std::vector<std::vector<std::string>> builds = {
+      {"--controller", VELMO_OWN_BUILD "/Velmo", "--library", VELMO_OWN_BUILD "/libvelmo-rack.so"}, {}};
+#ifdef LONG_TIME_CONTROLLER
+  // It lies there for reading only.
+  std::filesystem::copy_file(LONG_TIME_CONTROLLER, "long");
+  std::filesystem::permissions("long", std::filesystem::perms::owner_all);
+  builds.push_back({"--controller", "long"});
+#endif
+  std::string first;
+  for (const std::vector<std::string>& build : builds) {
+    std::vector<std::string> options = {"--time", "virtual", "--for", "40s", "--until", "1:RESET.PLC:13"};
+    options.insert(options.end(), build.begin(), build.end());
+    Run(options);
+    AwaitStanding(0);
+    Say({"key", "enter", "--hold", "500"});
+    Say({"go"});
+    EXPECT_EQ(End(0), 0) << Read("console");
+    const std::string console = Read("console");
+    EXPECT_THAT(console, HasSubstr("[DONE.PLC]"));
+    if (first.empty()) first = console;
+    EXPECT_TRUE(console == first) << build.size();
+  }
+}
+
 TEST_F(TimeRunTest, AWaitByItsNumberIsScaledLikeTheClock) {
   Run({"--time", "100", "--controller", WAITS_PROGRAM, "--tasks", "limits"});
   EXPECT_EQ(End(0), 1);  // it opens no device

@@ -12,7 +12,6 @@
 #include <random>
 
 #include "machine/machine.h"
-#include "machine/supervise.h"
 
 namespace rack {
 namespace {
@@ -55,7 +54,7 @@ class RandomStateTest : public testing::Test {
 
   // 0 to 2, or 128 and more for a death by a signal.
   int Run(std::vector<std::string> words) const {
-    words.insert(words.begin(), ProgramDirectory() + "/../velmo-rack");
+    words.insert(words.begin(), VELMO_RACK_PROGRAM);
     words.insert(words.end(), {"--machine", machine});
     std::vector<char*> argv;
     argv.reserve(words.size() + 1);

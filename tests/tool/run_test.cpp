@@ -16,7 +16,6 @@
 #include <functional>
 
 #include "machine/machine.h"
-#include "machine/supervise.h"
 
 namespace rack {
 namespace {
@@ -110,7 +109,7 @@ class RunTest : public testing::Test {
       std::vector<char*> argv;
       argv.reserve(words.size() + 2);
       std::vector<std::string> all = words;
-      all.insert(all.begin(), ProgramDirectory() + "/../velmo-rack");
+      all.insert(all.begin(), VELMO_RACK_PROGRAM);
       for (std::string& word : all) argv.push_back(word.data());
       argv.push_back(nullptr);
       const int output =
@@ -238,7 +237,7 @@ TEST_F(RunTest, WatchPressesKeysOnATerminalAndGivesItBack) {
   Run();
   Machine view;
   ASSERT_EQ(view.Open(machine), "");
-  Terminal terminal({ProgramDirectory() + "/../velmo-rack", "watch", "--machine", machine});
+  Terminal terminal({VELMO_RACK_PROGRAM, "watch", "--machine", machine});
   ASSERT_TRUE(Eventually([&] { return terminal.Shows("task 1 plc1/RESET.PLC:"); })) << terminal.Shown();
   EXPECT_TRUE(terminal.Shows("\x1b[?1049h"));
   EXPECT_TRUE(terminal.Shows("start_button"));
