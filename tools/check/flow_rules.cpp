@@ -6,10 +6,12 @@
 #include <map>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "check/characters.h"
 #include "check/flow.h"
+#include "check/rounds.h"
 #include "check/topics.h"
 #include "commands/command_rows.h"
 #include "public.h"
@@ -173,7 +175,8 @@ bool ClosesProgram(const Program& program, size_t index) {
 
 class FlowRules {
  public:
-  FlowRules(const Task& task, Report* report) : ofTask_(task), out_(*report), mainsAbove_(MainsAbove(task)) {
+  FlowRules(const Task& task, Report* report)
+      : ofTask_(task), out_(*report), mainsAbove_(MainsAbove(task)), endless_(EndlessBlocks(task)) {
     for (const auto& [name, program] : task.programs) flows_.emplace(name, FlowOf(task, program));
     pauses_ = PauseFlow(task, flows_).Solve();
   }
@@ -272,18 +275,47 @@ class FlowRules {
     }
   }
 
-  // One finding for each run of lines.
+  // One finding for each run of lines, and one for all lines behind a call that never comes back.
   void CheckReach(const Program& program) {
     const Flow& flow = flows_.at(program.name);
-    bool isReported = false;
+    const auto [reached, last] = ReachedOf(program);
+    bool isRunReported = false;
+    bool isCallReported = false;
     for (size_t i = 0; i < program.lines.size(); ++i) {
       const Line& line = program.lines[i];
-      if (flow.reached[i]) isReported = false;
-      if (flow.reached[i] || !line.IsCommand() || isReported || ClosesProgram(program, i)) continue;
+      const bool isBehindCall = flow.reached[i];
+      if (isBehindCall) isRunReported = false;
+      if (reached[i] || !line.IsCommand() || ClosesProgram(program, i)) continue;
+      bool& isReported = isBehindCall ? isCallReported : isRunReported;
+      if (isReported) continue;
       isReported = true;
       out_.Add(program, line, line.parsed.KeywordColumn, RuleId::Unreachable,
-               "the controller never comes to this line: the program ends or goes elsewhere before it");
+               "the controller never comes to this line: " +
+                   (isBehindCall ? BlocksOf(ofTask_, *last).front()->name + ", called in line " +
+                                       std::to_string(last->number) + ", never comes back"
+                                 : "the program ends or goes elsewhere before it"));
     }
+  }
+
+  // The lines that a program comes to, and the last one, null when it does not end with a call that never comes back.
+  std::pair<std::vector<bool>, const Line*> ReachedOf(const Program& program) const {
+    const Flow& flow = flows_.at(program.name);
+    if (!program.isMain) return {flow.reached, nullptr};
+    std::vector<bool> reached(flow.reached.size(), false);
+    for (NextLine at(0); !at.empty() && !reached[*at]; at = flow.next[*at]) {
+      reached[*at] = true;
+      if (*at == program.lines.size()) break;
+      const Line& line = program.lines[*at];
+      if (NeverComesBack(line)) return {reached, &line};
+    }
+    return {reached, nullptr};
+  }
+
+  bool NeverComesBack(const Line& line) const {
+    const std::vector<const Program*> blocks = BlocksOf(ofTask_, line);
+    return !blocks.empty() && !MayCallNothing(ofTask_, line) &&
+           std::all_of(blocks.begin(), blocks.end(),
+                       [&](const Program* block) { return endless_.count(block) > 0; });
   }
 
   void CheckFirstLine(const Program& program) {
@@ -430,6 +462,7 @@ class FlowRules {
   Flows flows_;
   PauseState pauses_;
   const std::map<const Program*, std::set<std::string>> mainsAbove_;
+  std::set<const Program*> endless_;          // blocks that never come back
   std::vector<std::string> files_;            // of the task's directory, once they are asked for
   std::map<std::string, std::string> meant_;  // by a name that is no file's
 };

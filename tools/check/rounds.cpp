@@ -35,10 +35,7 @@ class RoundFinder {
   std::vector<Round> Find() {
     const Program* flow = ofTask_.Find(kFlowProgram);
     if (flow == nullptr) return {};
-    for (const auto& [name, program] : ofTask_.programs) {
-      if (!program.isMain && program.isCalled) paths_.emplace(&program, PathOf(program));
-    }
-    FindReturns();
+    FindPaths();
     const Path production = PathOf(*flow);
     std::vector<Round> rounds;
     if (production.loop) rounds.push_back(RoundOf(production));
@@ -49,7 +46,30 @@ class RoundFinder {
     return rounds;
   }
 
+  // A block that comes to no end of its own has a finding, and is taken to return.
+  std::set<const Program*> FindEndless() {
+    FindPaths();
+    std::set<const Program*> endless;
+    for (const auto& [block, itsPath] : paths_) {
+      const Path& path = itsPath;  // a binding is not seen by a lambda
+      const bool exits =
+          !path.lines.empty() && GoesOnOf(path.LineAt(path.lines.size() - 1)) == rack::GoesOn::Nowhere;
+      const bool calls = std::any_of(path.lines.begin(), path.lines.end(), [&](size_t line) {
+        return GoesOnOf(path.program->lines[line]) == rack::GoesOn::Block;
+      });
+      if (returns_.count(block) == 0 && !calls && (path.loop || exits)) endless.insert(block);
+    }
+    return endless;
+  }
+
  private:
+  void FindPaths() {
+    for (const auto& [name, program] : ofTask_.programs) {
+      if (!program.isMain && program.isCalled) paths_.emplace(&program, PathOf(program));
+    }
+    FindReturns();
+  }
+
   using Seen = std::set<std::pair<const Program*, bool>>;  // blocks, and whether IF may leave them out
 
   Path PathOf(const Program& program) const {
@@ -183,6 +203,10 @@ class RoundFinder {
 };
 
 }  // namespace
+
+std::set<const Program*> EndlessBlocks(const Task& task) {
+  return RoundFinder(task).FindEndless();
+}
 
 std::vector<Round> RoundsOf(const Task& task) {
   return RoundFinder(task).Find();

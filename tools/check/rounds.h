@@ -1,6 +1,7 @@
 // The rounds of production: what a task executes again and again.
 #pragma once
 
+#include <set>
 #include <vector>
 
 #include "check/program.h"
@@ -23,5 +24,8 @@ struct Round {
 
 // The round of FLOW.PLC, and those that its blocks come to and never leave.
 std::vector<Round> RoundsOf(const Task& task);
+
+// The blocks whose caller is never gone on with, whatever the machine does: they end in a loop of their own, or with EXIT.
+std::set<const Program*> EndlessBlocks(const Task& task);
 
 }  // namespace check

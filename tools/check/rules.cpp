@@ -150,7 +150,8 @@ constexpr Rule kRules[] = {
      "END or EXIT, a block with END.",
      "OUT: 1, 3, 0\nLD: 1, 0, 1", "OUT: 1, 3, 0\nLD: 1, 0, 1\nEND"},
     {RuleId::Unreachable, "unreachable", kWarning, "no path reaches this line",
-     "The lines before it always end the program or go elsewhere.",
+     "The lines before it always end the program or go elsewhere, or call a block that never comes back: one that loops for\n"
+     "ever, or comes to EXIT.",
      "#LE: 1\nDLY: 100\nGO: 1\nOUT: 1, 3, 1\nEND", "#LE: 1\nDLY: 100\nOUT: 1, 3, 1\nGO: 1"},
     {RuleId::BlockInBlock, "block-in-block", kWarning, "a block calls a block",
      "Blocks do not nest: the called block replaces this one, whose further lines are not executed, and its END\n"
