@@ -81,7 +81,7 @@ void Tell(const std::string& text) {
 // it was asked for or is not what is usual with this library.
 std::string ChooseThreads(TimeControl& control) {
   const TimeSetup& setup = control.setup;
-  const std::string wrong = setup.threads == ThreadKind::Real ? "" : WhyNoFibres();
+  std::string wrong = setup.threads == ThreadKind::Real ? "" : WhyNoFibres();
   const bool asFibres = setup.threads != ThreadKind::Real && wrong.empty();
   control.threads = asFibres ? ThreadKind::Fibres : ThreadKind::Real;
   const bool isUsual = asFibres == (RACK_HAS_FIBRES != 0);
