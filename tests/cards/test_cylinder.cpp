@@ -204,6 +204,30 @@ TEST_F(CylinderTest, TheAlarmListAndWhatIsDoneWithIt) {
   bus.Log();
   EXPECT_EQ(card.ClearCurDGAlarm(), 0);
   EXPECT_THAT(bus.Log(4), testing::HasSubstr("~200 7<fe 5<0 6<20"));
+  for (const int channel : {-1, 3}) {
+    card.DGPos.SetDGPos(channel, 0x30);
+    EXPECT_EQ(card.DGPos.GetDGPos(channel, nullptr), -100);
+  }
+  EXPECT_EQ(card.DGPos.GetDGPos(0, nullptr), 0x20);
+}
+
+// List and position are open to all: whatever stands there, nothing beyond the list is touched.
+TEST_F(CylinderTest, AnAlarmListThatIsWrongIsPutRight) {
+  bus.Answer(4, 6, {0x10});
+  card.ValidChIdxPos = -7;
+  EXPECT_EQ(card.ClearAllDGAlarm(), 1);
+  EXPECT_EQ(bus.Log(4), "");
+  EXPECT_EQ(card.AddValidDGCh(1), 1);
+  EXPECT_THAT(card.ValidChIdx, testing::ElementsAre(1, -100, -100));
+  EXPECT_EQ(card.ValidChIdxPos, 1);
+
+  card.ValidChIdxPos = 99;
+  EXPECT_EQ(card.AddValidDGCh(2), 1);
+  EXPECT_THAT(card.ValidChIdx, testing::ElementsAre(1, -100, 2));
+  EXPECT_EQ(card.ValidChIdxPos, 3);
+  card.ValidChIdxPos = 4;
+  EXPECT_EQ(card.RePosDGPos(), 1);  // both stand, and what is no channel is passed over
+  EXPECT_EQ(bus.Log(4), "5<1 6>10 5<2 6>10");
 }
 
 TEST_F(CylinderTest, TwoThreadsReachTheirOwnChannel) {

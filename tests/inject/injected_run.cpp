@@ -22,7 +22,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr auto kLimit = 120s;  // of real time, for a step that takes less than one
+constexpr auto kLimit = 60s;  // of real time, for a step that takes less than one
 constexpr int kEnterKey = 0x5A;
 // A cylinder that is set up is polled without a pause: fewer polls make the same run.
 constexpr const char* kSlowBus = "bus_access_ns = 50000\n";
@@ -86,7 +86,7 @@ class Run {
     command.holdAt = time;
     const std::uint32_t number = view_.Give(command);
     const bool inTime = Eventually([&] { return rack::Stands(view_.State().time, number) || HasEnded(); });
-    EXPECT_TRUE(inTime) << "the controller hangs: " << ReadFile(folder_ / "console");
+    hangs_ = hangs_ || !inTime;
     return inTime && !HasEnded();
   }
 
@@ -100,7 +100,14 @@ class Run {
   }
   void SendDatagram() { EXPECT_TRUE(rack::Post(view_.State().time, "how are you")); }
 
+  CallRecord Record() const {
+    CallRecord record = {};
+    std::ifstream(folder_ / "record", std::ios::binary).read(reinterpret_cast<char*>(&record), sizeof record);
+    return record;
+  }
+
   void Finish(RunResult* result) {
+    result->hangs = hangs_;
     result->runsAtEnd = !HasEnded();
     // While its time stands: it prints nothing more.
     if (result->runsAtEnd) kill(isOpen_ ? view_.State().live.controller.process : tool_, SIGKILL);
@@ -112,8 +119,7 @@ class Run {
     result->errors = ReadFile(folder_ / "errors");
     result->files = FilesBelow(Directory());
     if (isOpen_) result->restarts = view_.State().live.controller.restarts;
-    std::ifstream(folder_ / "record", std::ios::binary)
-        .read(reinterpret_cast<char*>(&result->record), sizeof result->record);
+    result->record = Record();
     std::ifstream calls(folder_ / "calls");
     for (std::string line; std::getline(calls, line);) result->calls.push_back(line);
   }
@@ -167,6 +173,7 @@ class Run {
   pid_t reader_ = -1;
   int status_ = 0;
   bool isOpen_ = false;
+  bool hangs_ = false;
   rack::Machine view_;
 };
 
@@ -219,9 +226,13 @@ RunResult RunMachine(const MachineFiles& machine, const std::string& failing) {
   Run run(machine, failing);
   const rack::Nanos end = machine.seconds * rack::kSecond;
   if (run.GoOnTo(end / 3)) {
+    result.early = run.Record();
     run.PressEnter();
     run.SendDatagram();
-    run.GoOnTo(end);
+    if (run.GoOnTo(end - 2 * rack::kSecond)) {
+      result.late = run.Record();
+      run.GoOnTo(end);
+    }
   }
   run.Finish(&result);
   return result;

@@ -22,11 +22,14 @@ MachineFiles EightTasks();
 
 struct RunResult {
   bool runsAtEnd = false;  // the controller was still there
+  bool hangs = false;      // it was, but did not go on
   int status = -1;         // of the tool, that has ended it
   std::string console;
   std::string errors;
   std::map<std::string, std::string> files;  // what stands on the disk then
   CallRecord record = {};
+  CallRecord early = {};  // the same when the key is pressed
+  CallRecord late = {};   // and two seconds before the end
   std::uint32_t restarts = 0;
   std::vector<std::string> calls;  // "NAME THREAD ABOUT" of each, if asked for
 };

@@ -88,6 +88,8 @@ TEST(StepGate, HoldsOnlyInStepModeAfterGatedCommandsWithoutReleaseKey) {
       EXPECT_EQ(FilterStep(static_cast<HKEY>(key), 1, &index), expected) << command << " key " << key;
     }
   }
+  SYNXIDX beyond = static_cast<SYNXIDX>(34);
+  EXPECT_EQ(FilterStep(HKEY_NUL, 1, &beyond), 0);
 }
 
 // The line that would be read next after a GO to the number; "-" at the end of the file.

@@ -128,6 +128,19 @@ TEST(Console, TheRestOfAShortWriteFollows) {
   EXPECT_THAT(writes, testing::ElementsAre("PLC3:", " no b", "yte t", "wice\n"));
 }
 
+TEST(Console, AnErrorIsOneWriteAndCutWhereItIsTooLong) {
+  std::vector<std::string> writes;
+  {
+    Capture console(STDERR_FILENO);
+    errno = ENOENT;
+    PrintError("Open dir error...");
+    PrintError(std::string(5000, 'x').c_str());
+    writes = console.Writes();
+  }
+  EXPECT_THAT(writes,
+              testing::ElementsAre("Open dir error...: No such file or directory\n", std::string(4095, 'x')));
+}
+
 TEST(StandingConsoleTest, TheRestOfALineGoesOutBeforeAnyOther) {
   std::string text;
   {

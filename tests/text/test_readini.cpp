@@ -127,6 +127,8 @@ TEST(GetField2, CountsEmptyPieces) {
   char bounded[4] = "old";
   EXPECT_EQ(BoundedField("abcd&efg", bounded, sizeof bounded, 0, '&'), -1);
   EXPECT_EQ(BoundedField("abcd&efg", bounded, sizeof bounded, 2, '&'), 0);
+  EXPECT_EQ(BoundedField("abcd&efg", bounded, sizeof bounded, -1, '&'), 0);
+  EXPECT_EQ(BoundedField(nullptr, bounded, sizeof bounded, 0, '&'), 0);
   EXPECT_STREQ(bounded, "old");
   EXPECT_EQ(BoundedField("abcd&efg", bounded, sizeof bounded, 1, '&'), 1);
   EXPECT_STREQ(bounded, "efg");

@@ -9,7 +9,6 @@ constexpr int kMainRole = 10;
 struct CallRecord {
   std::int64_t failed;                 // calls that were made to fail
   std::int64_t made[kCallRoles];       // calls of each thread since its start
-  std::int64_t lastCall[kCallRoles];   // when it made the last one, in nanoseconds
   std::int32_t isWaiting[kCallRoles];  // 1: in a call for a datagram
   std::int32_t failedRole;             // of the first call that failed
   char failedAt[256];                  // and what it was about: a path, "bus", "console"
