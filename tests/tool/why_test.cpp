@@ -142,7 +142,7 @@ TEST_F(WhyTest, NoDriverAndLongWaits) {
   task.longWait = "waits for lock CardLock, held by task 2 (plc2/FLOW.PLC:3)";
   task.longWaitNanos = 99'000'000;
   EXPECT_EQ(Why("LMOT: 2, 1,"), "LMOT 2, 1: waits for lock CardLock, held by task 2 (plc2/FLOW.PLC:3)");
-  machine.cards[2].motors[1] = {true, false, 120, 2'000'000'000, 100};
+  machine.cards[2].motors[1] = {true, false, 120, 2'000'000'000, 100, {}, {}};
   machine.cards[2].selectedChannel = 1;
   EXPECT_EQ(Why("LMOT: 2, 1,"), "LMOT 2, 1: motor 1 still moves at 120, its move ends in 2.0 s, for 3.2 s");
   task.longWaitNanos = 100'000'000;
