@@ -4,6 +4,7 @@
 BUILD_PACKAGES=(g++ cmake ninja-build libcli11-dev libtoml11-dev nlohmann-json3-dev libpugixml-dev libncurses-dev
   libgtest-dev libgmock-dev libxml2-utils patch)
 CLANG_PACKAGES=(clang libclang-rt-dev)  # with its sanitizers
+COVERAGE_PACKAGES=(llvm)
 LINT_PACKAGES=(clang-format clang-tidy)
 
 # install_missing PACKAGE...: as root, or else through sudo.
