@@ -5,6 +5,7 @@ BUILD_PACKAGES=(g++ cmake ninja-build libcli11-dev libtoml11-dev nlohmann-json3-
   libgtest-dev libgmock-dev libxml2-utils patch)
 CLANG_PACKAGES=(clang libclang-rt-dev)  # with its sanitizers
 ARM_PACKAGES=(g++-arm-linux-gnueabihf qemu-user googletest)
+COVERAGE_PACKAGES=(llvm)
 LINT_PACKAGES=(clang-format clang-tidy)
 PICTURE_PACKAGES=(gtkwave xvfb xterm imagemagick fonts-dejavu-core)
 

@@ -16,6 +16,7 @@
 #include <functional>
 
 #include "machine/machine.h"
+#include "machine/supervise.h"
 
 namespace rack {
 namespace {
