@@ -57,6 +57,7 @@ struct Scheduler {
   void (*serve)();
   MachineDue (*work)();
   MachineDue (*watch)(const TriggerTable& triggers);
+  void (*turn)(bool last);
   Nanos now;
   Nanos busy;
   Nanos slice;      // left of the running thread's
@@ -224,6 +225,7 @@ void AwaitOutside() {
 
 // The thread that runs next, with time moved on to when it can.
 Thread* Choose() {
+  if (S.turn != nullptr) S.turn(Self == nullptr && !S.asFibres);
   for (;;) {
     if (IsOrdered()) TakeCommand();
     if (NextMail() != nullptr) WakeFirst(&kMailObject, false);
@@ -305,6 +307,7 @@ void Engage(const TimeLink& link) {
   S.serve = link.serve;
   S.work = link.work;
   S.watch = link.watch;
+  S.turn = link.turn;
   S.now = link.now;
   S.busy = 0;
   const TimeSetup& setup = link.control->setup;
@@ -550,6 +553,10 @@ void LineDue(std::uint8_t task, std::uint32_t fileNumber, const char* file, std:
 void MachineMoved(const MachineDue& due) {
   S.nextStop = std::min(S.endOrHold, due.next);
   if (due.fits) Stand(0, 0, 0);
+}
+
+bool HoldsConsole() {
+  return S.control->setup.holdsConsole != 0;
 }
 
 void ConsoleBegins() {
