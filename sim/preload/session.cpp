@@ -405,9 +405,20 @@ bool Session::NoteEnd(OpenProgram& program) {
 
 bool Session::HoldConsole(int descriptor, const char* text, std::size_t size) {
   if (!CurrentTime().HoldsConsole()) return false;
+  const std::lock_guard<OwnMutex> lock(guard_);
   if (descriptor == STDOUT_FILENO) return writer_->Hold(text, size);
   writer_->Write();
   return false;
+}
+
+void Session::WriteConsole() {
+  const std::lock_guard<OwnMutex> lock(guard_);
+  writer_->Write();
+}
+
+void Session::WriteConsoleInTime() {
+  const std::lock_guard<OwnMutex> lock(guard_);
+  writer_->WriteInTime();
 }
 
 void Session::ConsoleWritten(const char* text, std::size_t count) {

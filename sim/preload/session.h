@@ -53,8 +53,8 @@ class Session final : public BusTarget {
 
   // Whether these bytes are held, to be written with those behind them. False: write them at once.
   bool HoldConsole(int descriptor, const char* text, std::size_t size);
-  void WriteConsole() { writer_->Write(); }
-  void WriteConsoleInTime() { writer_->WriteInTime(); }
+  void WriteConsole();
+  void WriteConsoleInTime();
   // These bytes went to standard output.
   void ConsoleWritten(const char* text, std::size_t count);
 
