@@ -1,5 +1,6 @@
 // velmo-rack run
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -41,6 +42,7 @@ std::string ChooseTime(const RunOptions& options, RackSetup& rack, TimeCommand& 
   setup.seed = options.seed;
   setup.startStopped = options.stopped ? 1 : 0;
   setup.tellsThreads = 1;
+  setup.holdsConsole = 1;
   if (!options.duration.empty()) {
     const std::optional<Nanos> time = CommandTime(options.duration);
     if (!time || *time == 0)
@@ -103,6 +105,7 @@ int RunUntilEnd(const Launch& launch, const StateFile& file, bool once) {
       return wrong.empty() ? standstill() : wrong;
     });
     FinishPolls(state);
+    FinishConsole(state.console, STDOUT_FILENO);
     Tell(cards());
     if (end.over) return kDone;
     if (!end.error.empty()) return Complain(kFailed, end.error);

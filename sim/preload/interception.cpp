@@ -8,7 +8,6 @@
 #endif
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/reboot.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -21,6 +20,7 @@
 #include <cstring>
 
 #include "preload/bus_target.h"
+#include "preload/console_writer.h"
 #include "preload/next.h"
 #include "preload/session.h"
 #include "preload/time_source.h"
@@ -157,6 +157,16 @@ FILE* OpenStream(Call<FILE*(const char*, const char*)> call, const char* path, c
   return stream;
 }
 
+// The place of the last byte that is another one; there is one.
+std::size_t LastOther(const char* bytes, std::size_t size, char fill) {
+  char piece[64];
+  std::memset(piece, fill, sizeof piece);
+  while (size > sizeof piece && std::memcmp(bytes + size - sizeof piece, piece, sizeof piece) == 0)
+    size -= sizeof piece;
+  while (bytes[size - 1] == fill) --size;
+  return size - 1;
+}
+
 // Reads a line; of a program, also tells the session. A line may hold zero bytes: what it ends with is seen by reading it
 // into a buffer that is full of another byte. The controller's own buffer keeps what a read at the end of a file leaves.
 template <class Read>
@@ -175,8 +185,7 @@ char* ReadLine(char* buffer, std::size_t size, FILE* stream, const void* caller,
     session->LineRead(stream, caller, nullptr, 0);
     return nullptr;
   }
-  std::size_t end = size - 1;
-  while (own[end] == kFill) --end;
+  const std::size_t end = LastOther(own, size, kFill);
   std::memcpy(buffer, own, end + 1);
   session->LineRead(stream, caller, buffer, end);
   return buffer;
@@ -196,20 +205,6 @@ void Sync() {
   if (Session* session = OwnSession()) session->Synced();
 }
 
-// The system's console may take nothing or a part, where the controller has told it not to wait.
-ssize_t WriteWhole(int descriptor, const char* text, std::size_t size) {
-  static Next next(calls::write);
-  static Next wait(calls::poll);
-  for (std::size_t done = 0;;) {
-    const ssize_t count = next(descriptor, text + done, size - done);
-    if (count > 0) done += static_cast<std::size_t>(count);
-    if (done == size) return static_cast<ssize_t>(size);
-    if (count < 0 && errno != EAGAIN && errno != EINTR) return done > 0 ? static_cast<ssize_t>(done) : -1;
-    pollfd file = {descriptor, POLLOUT, 0};
-    wait(&file, 1, -1);
-  }
-}
-
 void NoteConsole(const void* text, ssize_t written) {
   const int reason = errno;
   const auto count = static_cast<std::size_t>(written > 0 ? written : 0);
@@ -226,9 +221,14 @@ ssize_t WriteConsole(int descriptor, const void* text, std::size_t size) {
     errno = EAGAIN;
     return -1;
   }
+  Session* const session = OwnSession();
+  const auto* const bytes = static_cast<const char*>(text);
+  if (session != nullptr && session->HoldConsole(descriptor, bytes, taken)) {
+    NoteConsole(text, static_cast<ssize_t>(taken));
+    return static_cast<ssize_t>(taken);
+  }
   const bool whole = CurrentTime().ConsoleBegins();
-  const ssize_t written =
-      whole ? WriteWhole(descriptor, static_cast<const char*>(text), taken) : next(descriptor, text, taken);
+  const ssize_t written = whole ? WriteWhole(descriptor, bytes, taken) : next(descriptor, text, taken);
   NoteConsole(text, descriptor == STDOUT_FILENO ? written : 0);
   return written;
 }

@@ -22,14 +22,17 @@ bool Reaches(std::uint32_t number, std::uint32_t limit) {
 
 }  // namespace
 
-void JournalRoom::Await(RackState& state) {
+void JournalRoom::Await(RackState& state, ConsoleWriter& console) {
   if (state.time.setup.mode != TimeMode::Virtual) return;
   const std::uint32_t next = state.journal.next.load(std::memory_order_relaxed);
   const std::uint32_t changes = state.readers.changes.load(std::memory_order_acquire);
   if (known_ && changes == changes_ && !Reaches(next, until_)) return;
   known_ = true;
   changes_ = changes;
-  for (ReaderSlot* slot = Slowest(state); Reaches(next, until_); slot = Slowest(state)) WaitFor(state, *slot);
+  for (ReaderSlot* slot = Slowest(state); Reaches(next, until_); slot = Slowest(state)) {
+    console.Write();
+    WaitFor(state, *slot);
+  }
 }
 
 // The reader that is furthest behind, null without one; sets up to where there is room.

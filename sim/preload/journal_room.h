@@ -1,14 +1,16 @@
 // Room in the journal: waits until readers that must lose nothing have read what would be overwritten.
 #pragma once
 
+#include "preload/console_writer.h"
 #include "rack/state.h"
 
 namespace rack {
 
 class JournalRoom {
  public:
-  // Returns when there is room for what one call of the controller writes. Only in virtual time does anybody wait.
-  void Await(RackState& state);
+  // Returns when there is room for what one call of the controller writes. Only in virtual time does anybody wait, and
+  // what is held of the console is written before.
+  void Await(RackState& state, ConsoleWriter& console);
 
  private:
   ReaderSlot* Slowest(RackState& state);

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "preload/bus_target.h"
+#include "preload/console_writer.h"
 #include "preload/journal_room.h"
 #include "preload/next.h"
 #include "preload/time_source.h"
@@ -50,6 +51,10 @@ class Session final : public BusTarget {
   // null).
   void LineRead(FILE* stream, const void* caller, const char* line, std::size_t length);
 
+  // Whether these bytes are held, to be written with those behind them. False: write them at once.
+  bool HoldConsole(int descriptor, const char* text, std::size_t size);
+  void WriteConsole();
+  void WriteConsoleInTime();
   // These bytes went to standard output.
   void ConsoleWritten(const char* text, std::size_t count);
 
@@ -93,6 +98,7 @@ class Session final : public BusTarget {
   OwnMutex guard_;
   std::atomic<bool> watched_{false};
   JournalRoom room_;
+  std::unique_ptr<ConsoleWriter> writer_;
   StateFile state_;
   std::unique_ptr<Rack> rack_;
   std::string home_;  // folder of the run, without a slash at its end

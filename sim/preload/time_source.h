@@ -31,6 +31,8 @@ class TimeSource {
   virtual void LineDue(const DueLine& /*line*/) {}
   // How many of so many bytes the console takes at present.
   virtual std::size_t ConsoleTakes(std::size_t bytes) { return bytes; }
+  // Whether a line that the console takes may be written later, together with those behind it.
+  virtual bool HoldsConsole() { return false; }
   // Around each write to it. True: the write is to be made whole, however long that takes in real time.
   virtual bool ConsoleBegins() { return false; }
   virtual void ConsoleEnds() {}

@@ -18,6 +18,7 @@
 
 #include "cards/card_kinds.h"
 #include "plant/plant.h"
+#include "rack/console_hold.h"
 #include "rack/poll_folder.h"
 #include "rack/readers.h"
 #include "rack/requests.h"
@@ -221,6 +222,7 @@ struct RackState {
   PollTracks polls;
   TimeControl time;
   ReaderTable readers;
+  ConsoleHold console;
 };
 static_assert(offsetof(RackState, powerOn) == 16);
 static_assert(offsetof(RackState, image) == 24);

@@ -25,7 +25,7 @@ enum class TimeMode : std::uint32_t {
 };
 
 // What the controller's threads are in virtual time.
-enum class ThreadKind : std::uint16_t {
+enum class ThreadKind : std::uint8_t {
   Possible = 0,  // fibres, or real ones where something is in the way
   Real,
   Fibres  // refused where something is in the way
@@ -40,6 +40,7 @@ struct TimeSetup {
   std::uint8_t startStopped;   // Virtual: 1: time stands before the controller's first step
   std::uint8_t tellsThreads;  // Virtual: 1: the controller's side says on standard error what its threads are
   ThreadKind threads;         // Virtual: what they are to be
+  std::uint8_t holdsConsole;  // Virtual: 1: whoever runs the controller writes what it still holds
   Nanos realStart;            // Scaled: CLOCK_MONOTONIC at power-on
   Nanos endAt;                // Virtual: the run ends at this time since power-on, 0: never
 };
@@ -119,7 +120,7 @@ struct TimeControl {
   std::atomic<std::uint32_t> inConsole;  // 1: it writes to the console, which may take long
   std::atomic<std::uint32_t> broken;     // 1: time cannot go on, and `reason` says why; the controller ends
   std::atomic<std::uint32_t> ended;      // 1: endAt was reached
-  std::uint16_t reserved;
+  std::uint8_t reserved[3];
   ThreadKind threads;                  // Virtual: what the controller's threads are
   std::atomic<std::uint32_t> posted;   // datagrams to the controller
   std::atomic<std::uint32_t> taken;    // of them received

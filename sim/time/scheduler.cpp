@@ -57,6 +57,7 @@ struct Scheduler {
   void (*serve)();
   MachineDue (*work)();
   MachineDue (*watch)(const TriggerTable& triggers);
+  void (*turn)(bool last);
   Nanos now;
   Nanos busy;
   Nanos slice;      // left of the running thread's
@@ -250,6 +251,7 @@ void AwaitOutside() {
 
 // The thread that runs next, with time moved on to when it can.
 Thread* Choose() {
+  if (S.turn != nullptr) S.turn(Self == nullptr && !S.asFibres);
   for (;;) {
     if (IsOrdered()) TakeCommand();
     if (NextMail() != nullptr) WakeFirst(&kMailObject, false);
@@ -331,6 +333,7 @@ void Engage(const TimeLink& link) {
   S.serve = link.serve;
   S.work = link.work;
   S.watch = link.watch;
+  S.turn = link.turn;
   S.now = link.now;
   S.busy = 0;
   for (LockWait& wait : link.control->lockWaits) wait.row.store(0, std::memory_order_relaxed);
@@ -582,6 +585,10 @@ void LineDue(std::uint8_t task, std::uint32_t fileNumber, const char* file, std:
 void MachineMoved(const MachineDue& due) {
   S.nextStop = std::min(S.endOrHold, due.next);
   if (due.fits) Stand(0, 0, 0);
+}
+
+bool HoldsConsole() {
+  return S.control->setup.holdsConsole != 0;
 }
 
 void ConsoleBegins() {

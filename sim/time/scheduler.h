@@ -26,6 +26,9 @@ struct TimeLink {
   // Works the machine out up to now, and sets what it is watched for; null: there is no machine to be watched.
   MachineDue (*work)();
   MachineDue (*watch)(const TriggerTable& triggers);
+  void (*turn)(
+      bool
+          last);  // called when the turn is passed on, by a real thread for the last time or not; null: nothing
   bool asFibres;  // threads are fibres; else real ones, kept on one processor so that passing a turn is cheap
 };
 
@@ -119,6 +122,8 @@ void MachineMoved(const MachineDue& due);
 // How many of so many bytes the console takes at this time: it sends what it holds at its own speed. Whoever asks writes
 // them.
 std::size_t ConsoleTakes(std::size_t bytes);
+// Whether its lines may be written later.
+bool HoldsConsole();
 // Around the write, which may take real time.
 void ConsoleBegins();
 void ConsoleEnds();

@@ -30,6 +30,7 @@ class VirtualTime final : public TimeSource {
   std::size_t ConsoleTakes(std::size_t bytes) override {
     return InTurn() ? rack::ConsoleTakes(bytes) : bytes;
   }
+  bool HoldsConsole() override { return InTurn() && rack::HoldsConsole(); }
   bool ConsoleBegins() override {
     rack::ConsoleBegins();
     return true;
@@ -60,7 +61,14 @@ class ScaledTime final : public TimeSource {
 };
 
 void ServeSession() {
+  Session::Get()->WriteConsole();
   Session::Get()->Serve();
+}
+
+// What a real thread prints after its last turn, from a destructor, comes behind what it has printed before.
+void TurnSession(bool last) {
+  if (last) return Session::Get()->WriteConsole();
+  Session::Get()->WriteConsoleInTime();
 }
 
 MachineDue WorkSession() {
@@ -105,9 +113,14 @@ std::string ChooseThreads(TimeControl& control) {
   UseTimeSource(new VirtualTime);
   const std::string wrong = ChooseThreads(state.time);
   const bool asFibres = state.time.threads == ThreadKind::Fibres;
-  Engage({&state.time, state.live.now, &ServeSession, &WorkSession, &WatchSession, asFibres});
+  Engage({&state.time, state.live.now, &ServeSession, &WorkSession, &WatchSession, &TurnSession, asFibres});
   if (setup.threads == ThreadKind::Fibres && !asFibres)
     EndRun(kRefusedStatus, ("threads cannot be fibres: " + wrong).c_str());
+}
+
+// Ahead of what stdio has kept of its own.
+[[gnu::destructor]] void EndTime() {
+  if (Session* session = Session::Get()) session->WriteConsole();
 }
 
 }  // namespace

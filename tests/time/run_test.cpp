@@ -298,6 +298,19 @@ TEST_F(TimeRunTest, FibresAndRealThreadsGiveTheSameBytes) {
   }
 }
 
+// Lines are written many at a time, and all of them in their order.
+TEST_F(TimeRunTest, AControllerThatIsKilledLosesNoLine) {
+  std::string all;
+  for (int i = 0; i < 3000; ++i) all += "line " + std::to_string(i) + (i == 1000 ? "\nan error\n" : "\n");
+  Run({"--time", "virtual", "--controller", STUCK_PROGRAM, "--tasks", "lines"});
+  EXPECT_EQ(End(0), 137);
+  EXPECT_EQ(Controller(), all + "velmo-rack: the controller has died by SIGKILL\n");
+  Program(1, "OUT: 1, 1, 1\nEXIT\n");
+  Run({"--time", "virtual", "--until", "1:RESET.PLC:2", "--tasks", "1"});
+  AwaitStanding(0);
+  EXPECT_THAT(Controller(), testing::ContainsRegex("PLC1: .*OUT.*RESET.PLC"));
+}
+
 TEST_F(TimeRunTest, FibresAreTakenWhereTheyArePossible) {
   const auto run = [&](const char* program, std::vector<std::string> options) {
     options.insert(options.end(), {"--time", "virtual", "--controller", program});

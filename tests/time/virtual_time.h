@@ -39,10 +39,10 @@ class VirtualTime {
   explicit VirtualTime(unsigned seed = 0) : own_(std::make_unique<rack::TimeControl>()), control(own_.get()) {
     control->setup.seed = seed;
     control->setup.accessNanos = 1000;
-    rack::Engage({control, 0, nullptr, nullptr, nullptr, AsFibres});
+    rack::Engage({control, 0, nullptr, nullptr, nullptr, nullptr, AsFibres});
   }
   explicit VirtualTime(rack::TimeControl& shared) : control(&shared) {
-    rack::Engage({control, 0, nullptr, nullptr, nullptr, AsFibres});
+    rack::Engage({control, 0, nullptr, nullptr, nullptr, nullptr, AsFibres});
   }
   ~VirtualTime() { rack::Disengage(); }
   VirtualTime(const VirtualTime&) = delete;

@@ -116,6 +116,18 @@ void Overflow() {
   std::thread([] { Deep(1); }).join();
 }
 
+// Prints, and is killed with the last lines on their way.
+void Lines() {
+  for (int i = 0; i < 3000; ++i) {
+    char line[40];
+    const int length = std::snprintf(line, sizeof line, "line %d\n", i);
+    if (write(STDOUT_FILENO, line, static_cast<std::size_t>(length)) != length) return;
+    if (i == 1000 && write(STDERR_FILENO, "an error\n", 9) != 9) return;
+    if (i == 2000) usleep(1000);
+  }
+  std::raise(SIGKILL);
+}
+
 void Kill() {
   pthread_kill(pthread_self(), 0);
 }
@@ -163,7 +175,7 @@ constexpr Way kWays[] = {{"epoll", Epoll},     {"nanos", EpollInNanos}, {"timer"
                          {"flock", Flock},     {"record", RecordLock},  {"pipe", Pipe},
                          {"number", Number},   {"inside", Inside},      {"circle", Circle},
                          {"readers", Readers}, {"self", Self},          {"overflow", Overflow},
-                         {"kill", Kill},       {"holders", Holders}};
+                         {"kill", Kill},       {"holders", Holders},    {"lines", Lines}};
 
 }  // namespace
 

@@ -5,6 +5,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
@@ -212,6 +213,12 @@ void Spins() {
   waits.join();
 }
 
+std::atomic<bool> Done{false};
+
+void AwaitDone() {
+  while (!Done.exchange(false)) std::this_thread::sleep_for(1ms);
+}
+
 // Each thread is in its own catch block, with its own errno, while the others throw and fail.
 void Exceptions() {
   std::string told[3];
@@ -244,6 +251,7 @@ void MadeAgain() {
   const auto come = [&](int number, bool fails) {
     try {
       std::call_once(flag, [&] {
+        Done = fails;
         std::this_thread::sleep_for(kPause);
         if (fails) throw number;
         Say("made by " + std::to_string(number));
@@ -253,7 +261,7 @@ void MadeAgain() {
     }
   };
   std::thread one(come, 1, true);
-  std::this_thread::sleep_for(kPause / 4);
+  AwaitDone();
   std::thread two(come, 2, false);
   one.join();
   two.join();
@@ -267,13 +275,14 @@ void Keys() {
   const auto use = [](int number) {
     const bool empty = pthread_getspecific(Key) == nullptr;
     pthread_setspecific(Key, names[number]);
-    std::this_thread::sleep_for(kPause * number);
+    if (number == 2) AwaitDone();
     return std::string(empty ? "empty, then " : "set, then ") + static_cast<char*>(pthread_getspecific(Key));
   };
   Say(use(0));
   std::thread one([&] { Say(use(1)); });
   std::thread two([&] { Say(use(2)); });
   one.join();
+  Done = true;
   two.join();
   Say(use(0));
   pthread_key_delete(Key);
@@ -281,7 +290,10 @@ void Keys() {
 }
 
 struct Tidy {
-  ~Tidy() { Say("tidied up"); }
+  ~Tidy() {
+    Say("tidied up");
+    Done = true;
+  }
 };
 
 void* Leaves(void* place) {
@@ -307,6 +319,7 @@ void* LooksAtItself(void* creator) {
   pthread_getname_np(pthread_self(), name, sizeof name);
   Say(name + std::string(", ") + std::strerror(pthread_setname_np(pthread_self(), "much too long a name")));
   pthread_attr_destroy(&own);
+  Done = true;
   return nullptr;
 }
 
@@ -322,13 +335,15 @@ void Threads() {
   pthread_t self = pthread_self();
   pthread_create(&thread, &attributes, &LooksAtItself, &self);
   pthread_join(thread, nullptr);
+  Done = false;
   pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
   pthread_create(&thread, &attributes, &LooksAtItself, &self);
-  std::this_thread::sleep_for(kPause);
+  AwaitDone();
   pthread_attr_destroy(&attributes);
   pthread_create(&thread, nullptr, &Leaves, nullptr);
-  Say(std::string("detached: ") + std::strerror(pthread_detach(thread)));
-  std::this_thread::sleep_for(kPause);
+  const int detached = pthread_detach(thread);
+  AwaitDone();
+  Say(std::string("detached: ") + std::strerror(detached));
   // More one behind the other than there is room for at once.
   int sum = 0;
   for (int i = 0; i < 200; ++i) std::thread([&] { sum += i; }).join();
