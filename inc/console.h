@@ -4,14 +4,14 @@
 
 #include <cstddef>
 
-constexpr int NOTASK = -1;
+constexpr int kNoTask = -1;
 
 // Fills standard descriptors that are closed, and opens standard output and error again where they may stand still. Before
 // anything else is opened: the device would get the number of the console, and what is printed would go out on the bus.
 void PrepareConsole();
 
 // A whole line, its line feed included, on standard output: at once and in one system call if the console keeps up.
-// TaskNo: whose line it is, NOTASK if nobody's.
+// TaskNo: whose line it is, kNoTask if nobody's.
 void PrintLine(const char* line, size_t length, int TaskNo);
 // On standard error the text and what errno says, as perror does it.
 void PrintError(const char* text);

@@ -37,7 +37,7 @@ constexpr unsigned char CFMODE_CNT = 1;
 
 constexpr int MAXCARDNO = 12;  // entries of the card table, the CPU card in entry 0 included
 constexpr int MAXCARDTYPE = 4;
-constexpr unsigned char CPUCARDID = 0xA3;  // entry 0; the CPU card is never probed
+constexpr unsigned char kCpuCardId = 0xA3;  // entry 0; the CPU card is never probed
 
 // What the scan found; entry i describes kOVA_CardMan[i]. Written by the scan before the threads start.
 struct CARDINFO {
@@ -161,8 +161,8 @@ extern pthread_mutex_t HardLockOut;  // made, taken by nobody
 extern pthread_mutex_t HardLockIn;   // made, taken by nobody
 extern pthread_mutex_t HardLock;     // one slot selection with one transfer on the bus
 extern pthread_mutex_t DispLock;     // one Wprintf line
-inline LOCKROLE HardRole;
-inline LOCKROLE DispRole;
+inline LockRole HardRole;
+inline LockRole DispRole;
 
 // Holds HardLock to the end of its scope, and counts as waiting until it has it.
 class SCOPED_CAPABILITY ScopedBus {

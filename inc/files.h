@@ -9,7 +9,7 @@
 
 // One open, close or line read of a program file; the motor tables with their files.
 extern pthread_mutex_t FileLock;
-inline LOCKROLE FileRole;
+inline LockRole FileRole;
 
 // As fopen; null also for what is neither a regular file nor a link to one: a FIFO would keep its opener waiting for
 // the other end, and a directory holds no lines.

@@ -86,11 +86,11 @@ class CkOVA_CYMSTR : public CardBody<CkOVA_CYMSTR> {
  private:
   void SelectedWrite(unsigned char ChIdx, unsigned int addr, unsigned char byte) REQUIRES(CardLock);
   unsigned char SelectedRead(unsigned char ChIdx, unsigned int addr) REQUIRES(CardLock);
-  struct LONGCOMMAND;
-  static const LONGCOMMAND kSetupCommand;
-  static const LONGCOMMAND kResetCommand;
+  struct LongCommand;
+  static const LongCommand kSetupCommand;
+  static const LongCommand kResetCommand;
   // False: no end in time.
-  bool WaitEnd(unsigned char ChIdx, const LONGCOMMAND& command);
-  int RunToEnd(unsigned char ChIdx, const LONGCOMMAND& command);
+  bool WaitEnd(unsigned char ChIdx, const LongCommand& command);
+  int RunToEnd(unsigned char ChIdx, const LongCommand& command);
   int ListedChannels(int (&channels)[MAXDGNUM]);
 };

@@ -12,13 +12,13 @@ inline unsigned char ChannelBit(int ChIdx) {
 // The parameter of IF, "level&name if equal&name otherwise".
 struct IfFields {
   int Level;
-  char szFun0[MAXNAME];  // if the input has the level
-  char szFun1[MAXNAME];  // otherwise
+  char szFun0[kMaxName];  // if the input has the level
+  char szFun1[kMaxName];  // otherwise
 };
 
 // false: text null, a field missing, or a name that does not fit.
 bool ReadIfFields(const char* text, IfFields* fields);
-// Copies the block name into out (MAXNAME bytes). 0: the name is "NUL" in any letter case, no block. Else 1.
+// Copies the block name into out (kMaxName bytes). 0: the name is "NUL" in any letter case, no block. Else 1.
 int PassBlockName(const char* name, char* out);
 
 // OUT, LD and IF of a card, whose OutPort(ChIdx) and InPort(ChIdx) say which register a channel stands in.
@@ -50,7 +50,7 @@ class DigitalCard : public CardBody<Card> {
     return DigIn(ChIdx) == ToNumber<int>(static_cast<const char*>(pArgc)) ? 1 : 0;
   }
 
-  // Tested in this order: 0 for a channel outside 0 to 15, for missing fields and for a name of MAXNAME
+  // Tested in this order: 0 for a channel outside 0 to 15, for missing fields and for a name of kMaxName
   // characters or more; -1 without an output buffer; 0 for the name NUL.
   int Cmd_IF(int ChIdx, void* pArgc, char* pOutParameter) override {
     IfFields fields;

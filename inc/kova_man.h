@@ -46,7 +46,7 @@ class CkOVA_MANAGER {
   virtual int Cmd_LDG(int ChIdx, void* pArgc);
   virtual int Cmd_ROW(int ChIdx, void* pArgc);
   virtual int Cmd_ROCLR(int ChIdx, void* pArgc);
-  // 1: pOutParameter (MAXNAME bytes) holds the name of the block to call. Below 1: no block.
+  // 1: pOutParameter (kMaxName bytes) holds the name of the block to call. Below 1: no block.
   virtual int Cmd_IF(int ChIdx, void* pArgc, char* pOutParameter);
 
   unsigned int CPUAddr = 0;
@@ -91,7 +91,7 @@ class CardBody : public CkOVA_MANAGER {
 
   // Held over accesses of this card that belong together, always taken before HardLock; never held over a
   // pause or over a wait for hardware to finish.
-  OWNLOCK CardLock;
+  OwnLock CardLock;
 
  private:
   void SelectSlot() REQUIRES(HardRole) {

@@ -39,7 +39,7 @@ class MotionCard : public CardBody<Card> {
   // Clears generator and counter of eight channels on both cards.
   void InitHardware() override {
     const ScopedLock hold(this->CardLock);
-    for (int ChIdx = 0; ChIdx < kClearedChannels; ChIdx++) {
+    for (int ChIdx = 0; ChIdx < kClearedChannels; ++ChIdx) {
       SelectChannel(ChIdx);
       Strobe(*this, this->Self().ClearPort(), 0xFF, 0x00);
       Strobe(*this, this->Self().EnCodeClrAddr, 0xFF, 0x00);
@@ -65,10 +65,10 @@ class MotionCard : public CardBody<Card> {
   // pArgc: the count whose magnitude must have been reached. 0 without it and for a channel outside 0 to 7.
   int Cmd_ROW(int ChIdx, void* pArgc) override {
     if (pArgc == nullptr || !IsRowChannel(ChIdx)) return 0;
-    const int Count = ToNumber<int>(static_cast<const char*>(pArgc));
-    const long long Signed = GetCount(ChIdx);
-    const long long XCount = Signed < 0 ? -Signed : Signed;
-    return XCount >= Count ? 1 : 0;
+    const int wanted = ToNumber<int>(static_cast<const char*>(pArgc));
+    const long long count = GetCount(ChIdx);
+    const long long magnitude = count < 0 ? -count : count;
+    return magnitude >= wanted ? 1 : 0;
   }
 
   int Cmd_ROCLR(int ChIdx, void*) override {

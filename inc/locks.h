@@ -19,10 +19,10 @@
 #define NO_THREAD_SAFETY_ANALYSIS THREAD_ANNOTATION(no_thread_safety_analysis)
 
 // What holding a plain mutex stands for: the analysis knows no pthread_mutex_t. Stands beside its lock.
-class CAPABILITY("role") LOCKROLE {};
+class CAPABILITY("role") LockRole {};
 
 // A mutex that is made where it is declared.
-class CAPABILITY("mutex") OWNLOCK {
+class CAPABILITY("mutex") OwnLock {
  public:
   // In a function of its own, a lambda, that is called under the lock.
   void AssertHeld() const ASSERT_CAPABILITY(this) {}
@@ -33,8 +33,8 @@ class CAPABILITY("mutex") OWNLOCK {
 // Holds a lock from its construction to the end of its scope.
 class SCOPED_CAPABILITY ScopedLock {
  public:
-  explicit ScopedLock(OWNLOCK& lock) ACQUIRE(lock) : Mutex(lock.Mutex) { pthread_mutex_lock(&Mutex); }
-  ScopedLock(pthread_mutex_t& mutex, [[maybe_unused]] const LOCKROLE& role) ACQUIRE(role) : Mutex(mutex) {
+  explicit ScopedLock(OwnLock& lock) ACQUIRE(lock) : Mutex(lock.Mutex) { pthread_mutex_lock(&Mutex); }
+  ScopedLock(pthread_mutex_t& mutex, [[maybe_unused]] const LockRole& role) ACQUIRE(role) : Mutex(mutex) {
     pthread_mutex_lock(&Mutex);
   }
   ~ScopedLock() RELEASE() { pthread_mutex_unlock(&Mutex); }

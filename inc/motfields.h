@@ -2,7 +2,7 @@
 #pragma once
 
 // Positions of the fields. Further fields are ignored.
-enum MOTIDX {
+enum MotIdx {
   MOT_Step,
   MOT_StepFreq,
   MOT_Dir,
@@ -14,7 +14,7 @@ enum MOTIDX {
   MOT_CompensateStep,
   MOT_EnCntStop,
   MOT_StepStop,
-  MOTFIELDNUM
+  kMotFieldNum
 };
 
 struct MotField {
@@ -22,17 +22,17 @@ struct MotField {
   int Bits;       // a number is cut to this width
   bool Required;  // an optional field is 0 when missing; an empty field counts as present
 };
-extern const MotField MotFieldTable[MOTFIELDNUM];  // in MOTIDX order
+extern const MotField MotFieldTable[kMotFieldNum];  // in MotIdx order
 
-constexpr int MAXMOTFIELD = 500;  // largest fieldLimit
+constexpr int kMaxMotField = 500;  // largest fieldLimit
 
 struct MotFields {
-  unsigned int Value[MOTFIELDNUM];
+  unsigned int Value[kMotFieldNum];
 
-  unsigned int operator[](MOTIDX idx) const { return Value[idx]; }
-  unsigned char Byte(MOTIDX idx) const { return static_cast<unsigned char>(Value[idx]); }
-  unsigned short Word(MOTIDX idx) const { return static_cast<unsigned short>(Value[idx]); }
-  int Int(MOTIDX idx) const { return static_cast<int>(Value[idx]); }  // as the console shows it
+  unsigned int operator[](MotIdx idx) const { return Value[idx]; }
+  unsigned char Byte(MotIdx idx) const { return static_cast<unsigned char>(Value[idx]); }
+  unsigned short Word(MotIdx idx) const { return static_cast<unsigned short>(Value[idx]); }
+  int Int(MotIdx idx) const { return static_cast<int>(Value[idx]); }  // as the console shows it
 };
 
 // 1: read. 0: text null, a required field missing, or a field of fieldLimit or more characters: a field that

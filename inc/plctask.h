@@ -8,14 +8,14 @@
 #include "locks.h"
 #include "public.h"
 
-constexpr int MAXKEYTASK = MAXPLCTASK + 1;  // entries of the key mailbox: the keypad task and the PLC tasks
+constexpr int kMaxKeyTask = kMaxPlcTask + 1;  // entries of the key mailbox: the keypad task and the PLC tasks
 
 // One entry of the key mailbox. Assigning a key wakes whoever waits for one.
-class KEYENTRY {
+class KeyEntry {
  public:
-  KEYENTRY() = default;
-  KEYENTRY(const KEYENTRY&) = delete;
-  KEYENTRY& operator=(const KEYENTRY&) = delete;
+  KeyEntry() = default;
+  KeyEntry(const KeyEntry&) = delete;
+  KeyEntry& operator=(const KeyEntry&) = delete;
 
   HKEY operator=(HKEY key) {
     store(key);
@@ -33,13 +33,13 @@ class KEYENTRY {
   void Wake() REQUIRES(Lock) { pthread_cond_broadcast(&Posted); }
 
   std::atomic<HKEY> Key{HKEY_NUL};
-  OWNLOCK Lock;  // from a look at the key to the wait for it; a leaf
+  OwnLock Lock;  // from a look at the key to the wait for it; a leaf
   pthread_cond_t Posted = PTHREAD_COND_INITIALIZER;
 };
 
 // The key of the last poll for each task number, HKEY_NUL when there was none. No queue: each poll overwrites
 // all entries. One writer: the keypad task.
-extern KEYENTRY GlobeHKey[MAXKEYTASK];
+extern KeyEntry GlobeHKey[kMaxKeyTask];
 
 // Body of PLC task TaskNo (1 to 8). Returns only when the reset program cannot be opened at start.
 void TaskPLC(int TaskNo);

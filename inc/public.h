@@ -4,14 +4,14 @@
 constexpr const char* SOFTVERSION = "0.0.0.4";
 
 // Task numbers, as the console tags its lines: 0 the keypad, 1 to 8 the PLC tasks, 9 the network.
-constexpr int TASK_KEY = 0;
-constexpr int MAXPLCTASK = 8;
-constexpr int TASK_NET = 9;
+constexpr int kTaskKey = 0;
+constexpr int kMaxPlcTask = 8;
+constexpr int kTaskNet = 9;
 
 // Sizes of the text buffers that modules hand to each other, terminating zero included.
-constexpr int MAXLINE = 1024;   // a program line as read from its file
-constexpr int MAXPARAM = 1000;  // a parameter or a comment of a program line
-constexpr int MAXNAME = 200;    // a file name or path of a program
+constexpr int kMaxLine = 1024;   // a program line as read from its file
+constexpr int kMaxParam = 1000;  // a parameter or a comment of a program line
+constexpr int kMaxName = 200;    // a file name or path of a program
 
 // Level of an input or output.
 enum HILOW { LOW = 0, HI = 1 };

@@ -11,7 +11,7 @@
 #include "public.h"
 
 // How the rest of a line is read behind its keyword.
-enum class PARSEFORM {
+enum class ParseForm {
   KeywordOnly,  // END
   OneWord,      // FL: word            the word is the parameter, the number it begins with the slot index
   OneNumber,    // GO: number          the number is the slot index
@@ -20,12 +20,12 @@ enum class PARSEFORM {
 };
 
 // Whether a task in step mode holds after the command until a release key.
-enum class STEPGATE { Open, Holds };
+enum class StepGate { Open, Holds };
 
 // Whether the task executes the line again until the card says that the condition is met.
-enum class REPEAT { Once, UntilMet };
+enum class LineRepeat { Once, UntilMet };
 
-// The command table: row(index, enumerator, keyword, PARSEFORM, STEPGATE, REPEAT, action). Everything that is
+// The command table: row(index, enumerator, keyword, ParseForm, StepGate, LineRepeat, action). Everything that is
 // made for each command is made from these rows; the action's name is the name of the runner's function
 // behind "Run".
 // clang-format off
@@ -73,26 +73,26 @@ enum SYNXIDX {
 #undef SYNX_ENUMERATOR
 };
 
-constexpr int SYNMAX = 34;          // commands
-constexpr int SYNXCMDSIZE = 20;     // a keyword, terminating zero included
-constexpr int MAXLINELENGTH = 999;  // characters of a line that is still parsed
+constexpr int SYNMAX = 34;           // commands
+constexpr int kSynxCmdSize = 20;     // a keyword, terminating zero included
+constexpr int kMaxLineLength = 999;  // characters of a line that is still parsed
 
 // What the parser, the step gate and the runner know of a command besides its keyword.
-struct COMMANDTRAITS {
-  PARSEFORM Form;
-  STEPGATE Gate;
-  REPEAT Repeat;
+struct CommandTraits {
+  ParseForm Form;
+  StepGate Gate;
+  LineRepeat Repeat;
 };
 
 // Both indexed by SYNXIDX; constant.
-extern const char SYNXCMD[SYNMAX][SYNXCMDSIZE];
-extern const COMMANDTRAITS SYNXTRAITS[SYNMAX];
+extern const char SYNXCMD[SYNMAX][kSynxCmdSize];
+extern const CommandTraits kSynxTraits[SYNMAX];
 
 // Why a line yields nothing to execute.
-enum class LINEFAULT {
+enum class LineFault {
   None,
   Empty,           // blank, or a comment only
-  TooLong,         // more than MAXLINELENGTH characters
+  TooLong,         // more than kMaxLineLength characters
   UnknownKeyword,  // in front of the first ":"
   MissingColon,    // the command needs fields
   TooFewFields,
@@ -101,7 +101,7 @@ enum class LINEFAULT {
 
 // A part of a line that was read as a number. Column: byte of the line where its text begins, counted from 0,
 // -1 when the number is not written in the line.
-struct LINENUMBER {
+struct LineNumber {
   bool Given = false;
   int Value = 0;
   int Column = -1;
@@ -109,14 +109,14 @@ struct LINENUMBER {
 };
 
 // A line taken apart. The texts are trimmed and point into the line.
-struct EXPLAINEDLINE {
+struct ExplainedLine {
   SYNXIDX CmdIdx = SYN_NUL;   // what is to be executed: SYN_NUL with every fault
   SYNXIDX Keyword = SYN_NUL;  // the command that the keyword names, also when its fields are wrong
   int KeywordColumn = 0;
-  LINEFAULT Fault = LINEFAULT::None;
+  LineFault Fault = LineFault::None;
   int FaultColumn = 0;  // byte of the line that the fault is about, counted from 0
-  LINENUMBER SlotIdx;
-  LINENUMBER ChIdx;
+  LineNumber SlotIdx;
+  LineNumber ChIdx;
   bool HasParam = false;
   std::string_view Param;
   int ParamColumn = -1;
@@ -125,7 +125,7 @@ struct EXPLAINEDLINE {
 
 // The parser's core, for the controller and for tools alike: takes a line apart and says why it yields
 // nothing. NeedsParam false: a line of the form ThreeFields may end behind its channel.
-void ExplainLine(const char* line, EXPLAINEDLINE* result, bool needsParam = true);
+void ExplainLine(const char* line, ExplainedLine* result, bool needsParam = true);
 
 // Whether a line, as read from its file, is a label, and its number: what GO searches for. Length and comment
 // of the line do not count.
@@ -138,13 +138,13 @@ class SYNX {
 
   // Takes the line CmdName apart and returns its command, SYN_NUL when there is nothing to execute. SlotIdx
   // and Param are written only by the forms that carry them, ChIdx is -1 unless the form carries a channel,
-  // CommentStr is always written. Param (may be null) and CommentStr have room for MAXPARAM bytes.
+  // CommentStr is always written. Param (may be null) and CommentStr have room for kMaxParam bytes.
   SYNXIDX Explain(const char* CmdName, int* SlotIdx, int* ChIdx, char* Param, char* CommentStr);
 };
 
 extern SYNX SynxClass;
 extern pthread_mutex_t SynxLock;  // one decision of the step gate
-inline LOCKROLE SynxRole;
+inline LockRole SynxRole;
 
 // Hand-over of a command to the card in entry SlotIdx of the card table. Result of the card's operation: 1 or
 // more done or met, 0 not done or not met, -1 failed; -1 without any access when there is no such entry.
@@ -156,7 +156,7 @@ int Task_DG(int SlotIdx, int ChIdx, void* pArgc);
 int Task_LDG(int SlotIdx, int ChIdx, void* pArgc);
 int Task_ROW(int SlotIdx, int ChIdx, void* pArgc);
 int Task_ROCLR(int SlotIdx, int ChIdx, void* pArgc);
-// pArgc: the condition. The card writes the name of the block to call into pOutParameter (room for MAXNAME
+// pArgc: the condition. The card writes the name of the block to call into pOutParameter (room for kMaxName
 // bytes) when it returns 1; a card without conditions returns 1 and writes nothing.
 int Task_IF(int SlotIdx, int ChIdx, void* pArgc, char* pOutParameter);
 

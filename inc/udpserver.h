@@ -9,7 +9,7 @@
 constexpr int MAX_MSG_SIZE = 1256;  // bytes of a datagram that are received; the rest is cut off
 
 extern pthread_mutex_t UdpLock;  // one send or receive call; held while the receive call waits
-inline LOCKROLE UdpRole;
+inline LockRole UdpRole;
 
 // Used by the network thread only. A failed call leaves it usable: the next one is made as usual.
 class UDP {

@@ -43,7 +43,7 @@ class Attempts {
   int Left;
 };
 
-constexpr long long NO_PAUSE = 0;
+constexpr long long kNoPause = 0;
 
 // Polls until the condition is met (true) or the limit is over (false), with the given pause between two polls.
 // The condition is asked at least once, whatever the limit.

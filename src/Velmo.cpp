@@ -22,22 +22,22 @@ std::atomic<int> g_Flag{0};
 
 namespace {
 
-constexpr int MAXLOCALPATH = 256;
-constexpr int TASKSFORTOOMANY = 1;
-constexpr int SUPERVISORPERIOD_MS = 5000;
-constexpr int RESTARTCOMMAND = 0x01234567;
-constexpr int CONSOLERESTSECONDS = 1;  // for what the console has not taken yet
-constexpr int CONSOLEPAUSE_US = 10000;
-constexpr int NETWORKPAUSE_US = 100;
-constexpr int LASTTASKWITHLONGIDLINE = 5;
+constexpr int kMaxLocalPath = 256;
+constexpr int kTasksForTooMany = 1;
+constexpr int kSupervisorPeriodMillis = 5000;
+constexpr int kRestartCommand = 0x01234567;
+constexpr int kConsoleRestSeconds = 1;  // for what the console has not taken yet
+constexpr int kConsolePauseMicros = 10000;
+constexpr int kNetworkPauseMicros = 100;
+constexpr int kLastTaskWithLongIdLine = 5;
 char RebootFile[] = "reboot.txt";
 
-struct LOCKROW {
+struct LockRow {
   pthread_mutex_t* Lock;
   const char* FailText;
 };
 
-constexpr LOCKROW LOCKS[] = {
+constexpr LockRow kLocks[] = {
     {&FileLock, "FileLock mutex_lock fail"},   {&HardLockOut, "HardLock mutex_lock fail"},
     {&HardLockIn, "HardLock mutex_lock fail"}, {&HardLock, "HardLock mutex_lock fail"},
     {&DispLock, "DispLock mutex_lock fail"},   {&SynxLock, "DispLock mutex_lock fail"},
@@ -45,8 +45,8 @@ constexpr LOCKROW LOCKS[] = {
 };
 
 using ThreadEntry = void* (*)(void*);
-constexpr ThreadEntry PLCTHREADS[MAXPLCTASK] = {thread_Task1, thread_Task2, thread_Task3, thread_Task4,
-                                                thread_Task5, thread_Task6, thread_Task7, thread_Task8};
+constexpr ThreadEntry kPlcThreads[kMaxPlcTask] = {thread_Task1, thread_Task2, thread_Task3, thread_Task4,
+                                                  thread_Task5, thread_Task6, thread_Task7, thread_Task8};
 
 unsigned ProcessNo() {
   return static_cast<unsigned>(getpid());
@@ -57,7 +57,7 @@ unsigned ThreadNo() {
 
 void* RunPlcThread(int taskNo) {
   Wprintf(taskNo, "Load TaskPLC%d.\n", taskNo);
-  if (taskNo <= LASTTASKWITHLONGIDLINE) {
+  if (taskNo <= kLastTaskWithLongIdLine) {
     Wprintf(taskNo, "ID:%u, TID is %u, g_Flag: %d.\n", ProcessNo(), ThreadNo(), g_Flag.load());
   } else {
     Wprintf(taskNo, "ID: %u, TID: %u, g_Flag: %d.\n", ProcessNo(), ThreadNo(), g_Flag.load());
@@ -84,7 +84,7 @@ void PrintBanner(const char* localPath) {
 }
 
 void MakeLocks() {
-  for (const LOCKROW& row : LOCKS) {
+  for (const LockRow& row : kLocks) {
     errno = pthread_mutex_init(row.Lock, nullptr);
     if (errno == 0) continue;
     PrintError(row.FailText);
@@ -94,7 +94,7 @@ void MakeLocks() {
 
 int ChooseTaskNum(int argc, char** argv, int scanResult) {
   int taskNum = argc > 1 ? ToNumber<int>(argv[1]) : scanResult;
-  if (taskNum > MAXPLCTASK) taskNum = TASKSFORTOOMANY;
+  if (taskNum > kMaxPlcTask) taskNum = kTasksForTooMany;
   Console("Allow PLC[%d]: %d\n", argc, taskNum);
   return taskNum;
 }
@@ -110,7 +110,7 @@ void StartThread(ThreadEntry entry) {
 }
 
 void StartThreads(int taskNum) {
-  for (int i = 0; i < taskNum; ++i) StartThread(PLCTHREADS[i]);
+  for (int i = 0; i < taskNum; ++i) StartThread(kPlcThreads[i]);
   StartThread(thread_Task0);
   StartThread(thread_TaskNet);
 }
@@ -123,9 +123,9 @@ bool RestartMachine() {
     return false;
   }
   sync();
-  PollUntil(RealSeconds(CONSOLERESTSECONDS), CONSOLEPAUSE_US, [] { return OfferConsole(); });
+  PollUntil(RealSeconds(kConsoleRestSeconds), kConsolePauseMicros, [] { return OfferConsole(); });
   // Without the privilege the call fails, and supervision goes on.
-  reboot(RESTARTCOMMAND);
+  reboot(kRestartCommand);
   return true;
 }
 
@@ -135,7 +135,7 @@ bool RestartMachine() {
     const bool isRequested = FindFile(localPath, RebootFile) != 0;
     if (!isRequested) isRefused = false;
     if (isRequested && !isRefused) isRefused = !RestartMachine();
-    PauseMillis(SUPERVISORPERIOD_MS);
+    PauseMillis(kSupervisorPeriodMillis);
   }
 }
 
@@ -166,10 +166,10 @@ void* thread_Task8(void*) {
   return RunPlcThread(8);
 }
 void* thread_Task0(void*) {
-  return RunServiceThread("Load TaskKey.", TaskKey, TASK_KEY);
+  return RunServiceThread("Load TaskKey.", TaskKey, kTaskKey);
 }
 void* thread_TaskNet(void*) {
-  return RunServiceThread("Load TaskNet.", TaskUdp, TASK_NET);
+  return RunServiceThread("Load TaskNet.", TaskUdp, kTaskNet);
 }
 
 void TaskUdp(int TaskNo) {
@@ -178,7 +178,7 @@ void TaskUdp(int TaskNo) {
   for (;;) {
     const int count = UDPServer.Recv(message);
     if (count <= 0) {
-      PauseMicros(NETWORKPAUSE_US);
+      PauseMicros(kNetworkPauseMicros);
       continue;
     }
     Wprintf(TaskNo, "Server received[%d]:%.*s\n", count, count, message);
@@ -189,7 +189,7 @@ void TaskUdp(int TaskNo) {
 int main(int argc, char** argv) {
   // A console at the other end of a pipe may go away; the machine runs on.
   std::signal(SIGPIPE, SIG_IGN);
-  char localPath[MAXLOCALPATH];
+  char localPath[kMaxLocalPath];
   if (getcwd(localPath, sizeof localPath) == nullptr) std::strcpy(localPath, ".");
   PrintBanner(localPath);
   ChangFileMod();

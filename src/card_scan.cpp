@@ -52,7 +52,7 @@ const CARDTYPE* FindCardType(unsigned char cardId) {
 
 // What the scan found, an empty line after it.
 void PrintCards(const CARDINFO& info) {
-  for (int i = 0; i < info.CardNum; i++) {
+  for (int i = 0; i < info.CardNum; ++i) {
     Console("CardID: 0x%x SlotID: %d Type: %s\n", info.CardID[i], info.SlotID[i],
             kOVA_CardMan[i]->GetHardTypeName(nullptr));
   }
@@ -73,9 +73,9 @@ int HARDWARE::ScanCard(CARDINFO* Info) {
   }
   cpu->FunctionPort = ConfiguredFunctionPort();
   kOVA_CardMan[0] = cpu;
-  for (int i = 0; i < kSettlingReads; i++) cpu->GetHardType();
+  for (int i = 0; i < kSettlingReads; ++i) cpu->GetHardType();
   const int TaskNum = cpu->GetTaskNum();
-  Info->CardID[0] = CPUCARDID;
+  Info->CardID[0] = kCpuCardId;
   Info->SlotID[0] = 0;
 
   if (HardInstalled < 1) {
@@ -85,7 +85,7 @@ int HARDWARE::ScanCard(CARDINFO* Info) {
   }
 
   int entries = 1;
-  for (unsigned char slot = 1; slot <= kSlots; slot++) {
+  for (unsigned char slot = 1; slot <= kSlots; ++slot) {
     Hardware.OutB(static_cast<short>(SysAddr), slot);
     const unsigned char id = Hardware.InB(static_cast<short>(SubTypeAddr));
     const CARDTYPE* type = FindCardType(id);

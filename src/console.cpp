@@ -18,32 +18,32 @@
 
 namespace {
 
-constexpr size_t KEPTSIZE = 65536;  // bytes that are kept, with their heads
-constexpr size_t RESTSIZE = 4096;   // of one line
-constexpr int TASKNOS = TASK_NET + 1;
+constexpr size_t kKeptSize = 65536;  // bytes that are kept, with their heads
+constexpr size_t kRestSize = 4096;   // of one line
+constexpr int kTaskNos = kTaskNet + 1;
 
 // What a task's next line is: of a first try, the first one of a repeated try, or a later one of it.
-enum class TRY : unsigned char { First, RepeatBegins, Repeat };
-TRY Tries[TASKNOS];  // each written by its task's own thread
+enum class Try : unsigned char { First, RepeatBegins, Repeat };
+Try Tries[kTaskNos];  // each written by its task's own thread
 
 // In front of each line that is kept, or alone: then for lines that are not shown.
-struct KEPTHEAD {
+struct KeptHead {
   int32_t Length;   // of the line behind it
   int32_t Hidden;   // lines that are not shown here; 0: a line
-  int32_t Repeats;  // number of the task whose repeated try it is of, NOTASK if none
+  int32_t Repeats;  // number of the task whose repeated try it is of, kNoTask if none
 };
 
 // One of the two outputs, with what it has not taken yet, in order.
 class Output {
  public:
-  constexpr Output(int descriptor, char (&kept)[KEPTSIZE]) : Descriptor(descriptor), Kept(kept) {}
+  constexpr Output(int descriptor, char (&kept)[kKeptSize]) : Descriptor(descriptor), Kept(kept) {}
 
   void SetSocket() { IsSocket = true; }
 
   void Print(const char* line, size_t length, int taskNo) {
-    const TRY kind = taskNo == NOTASK ? TRY::First : Tries[taskNo];
-    if (kind == TRY::RepeatBegins) {
-      Tries[taskNo] = TRY::Repeat;
+    const Try kind = taskNo == kNoTask ? Try::First : Tries[taskNo];
+    if (kind == Try::RepeatBegins) {
+      Tries[taskNo] = Try::Repeat;
       HideRepeats(taskNo);
     }
     if (Offer()) {
@@ -51,7 +51,7 @@ class Output {
       if (taken == length) return;
       if (taken > 0) return KeepRest(line + taken, length - taken);
     }
-    Keep(line, length, kind == TRY::First ? NOTASK : taskNo);
+    Keep(line, length, kind == Try::First ? kNoTask : taskNo);
   }
 
   // True when nothing is left.
@@ -87,7 +87,7 @@ class Output {
 
   // False when it was not taken whole.
   bool OfferFirst() {
-    const KEPTHEAD head = HeadAt(Begin);
+    const KeptHead head = HeadAt(Begin);
     const char* text = Kept + Begin + sizeof head;
     size_t length = static_cast<size_t>(head.Length);
     char gap[40];
@@ -109,10 +109,10 @@ class Output {
   }
 
   void Keep(const char* line, size_t length, int repeats) {
-    const KEPTHEAD head = {static_cast<int32_t>(length), 0, repeats};
+    const KeptHead head = {static_cast<int32_t>(length), 0, repeats};
     Compact();
     // There is always room for one more head: that of a gap.
-    if (End + SizeOf(head) + sizeof head > KEPTSIZE) return HideNext();
+    if (End + SizeOf(head) + sizeof head > kKeptSize) return HideNext();
     std::memcpy(Kept + End, &head, sizeof head);
     std::memcpy(Kept + End + sizeof head, line, length);
     Last = End;
@@ -120,7 +120,7 @@ class Output {
   }
 
   void HideNext() {
-    KEPTHEAD head = {0, 1, NOTASK};
+    KeptHead head = {0, 1, kNoTask};
     const bool isGap = Begin < End && HeadAt(Last).Hidden != 0;
     if (isGap) {
       head.Hidden += HeadAt(Last).Hidden;
@@ -135,19 +135,19 @@ class Output {
   // The lines of the task's repeated try become gaps, and gaps side by side become one.
   void HideRepeats(int taskNo) {
     size_t to = Begin;
-    size_t gap = KEPTSIZE;  // where the last one kept lies if that is a gap
+    size_t gap = kKeptSize;  // where the last one kept lies if that is a gap
     for (size_t from = Begin; from < End;) {
-      KEPTHEAD head = HeadAt(from);
+      KeptHead head = HeadAt(from);
       const size_t size = SizeOf(head);
       const size_t text = from + sizeof head;
       from += size;
-      if (head.Hidden == 0 && head.Repeats == taskNo) head = {0, 1, NOTASK};
-      if (head.Hidden != 0 && gap != KEPTSIZE) {
+      if (head.Hidden == 0 && head.Repeats == taskNo) head = {0, 1, kNoTask};
+      if (head.Hidden != 0 && gap != kKeptSize) {
         head.Hidden += HeadAt(gap).Hidden;
         std::memcpy(Kept + gap, &head, sizeof head);
         continue;
       }
-      gap = head.Hidden != 0 ? to : KEPTSIZE;
+      gap = head.Hidden != 0 ? to : kKeptSize;
       Last = to;
       std::memmove(Kept + to + sizeof head, Kept + text, static_cast<size_t>(head.Length));
       std::memcpy(Kept + to, &head, sizeof head);
@@ -164,28 +164,28 @@ class Output {
     Begin = 0;
   }
 
-  KEPTHEAD HeadAt(size_t place) const {
-    KEPTHEAD head;
+  KeptHead HeadAt(size_t place) const {
+    KeptHead head;
     std::memcpy(&head, Kept + place, sizeof head);
     return head;
   }
-  static size_t SizeOf(const KEPTHEAD& head) { return sizeof head + static_cast<size_t>(head.Length); }
+  static size_t SizeOf(const KeptHead& head) { return sizeof head + static_cast<size_t>(head.Length); }
 
   int Descriptor;
   bool IsSocket = false;
-  char Rest[RESTSIZE] = {};  // of a line that was taken in part
+  char Rest[kRestSize] = {};  // of a line that was taken in part
   size_t RestLength = 0;
-  char (&Kept)[KEPTSIZE];  // heads with their lines, from Begin to End
+  char (&Kept)[kKeptSize];  // heads with their lines, from Begin to End
   size_t Begin = 0;
   size_t End = 0;
   size_t Last = 0;  // the head that was put there last
 };
 
 // Guards both outputs, and with them the order of the lines. A leaf: nothing is taken and nobody waits under it.
-OWNLOCK ConsoleLock;
+OwnLock ConsoleLock;
 // Not within the outputs, whose descriptors are not 0: the program's file would carry 128 KB of zeros.
-char KeptLines[KEPTSIZE];
-char KeptErrors[KEPTSIZE];
+char KeptLines[kKeptSize];
+char KeptErrors[kKeptSize];
 Output Lines GUARDED_BY(ConsoleLock)(STDOUT_FILENO, KeptLines);
 Output Errors GUARDED_BY(ConsoleLock)(STDERR_FILENO, KeptErrors);
 
@@ -220,17 +220,17 @@ void PrepareConsole() NO_THREAD_SAFETY_ANALYSIS {
 
 void PrintLine(const char* line, size_t length, int TaskNo) {
   const ScopedLock lock(ConsoleLock);
-  Lines.Print(line, length, TaskNo >= 0 && TaskNo < TASKNOS ? TaskNo : NOTASK);
+  Lines.Print(line, length, TaskNo >= 0 && TaskNo < kTaskNos ? TaskNo : kNoTask);
 }
 
 void PrintError(const char* text) {
-  char line[RESTSIZE];
+  char line[kRestSize];
   const int length = std::snprintf(line, sizeof line, "%s: %s\n", text, std::strerror(errno));
   if (length < 0) return;
   const ScopedLock lock(ConsoleLock);
   Errors.Print(line,
                static_cast<size_t>(length) < sizeof line ? static_cast<size_t>(length) : sizeof line - 1,
-               NOTASK);
+               kNoTask);
 }
 
 bool OfferConsole() {
@@ -241,9 +241,9 @@ bool OfferConsole() {
 }
 
 RepeatedTry::RepeatedTry(int taskNo, bool isRepeated) : TaskNo(taskNo) {
-  Tries[TaskNo] = isRepeated ? TRY::RepeatBegins : TRY::First;
+  Tries[TaskNo] = isRepeated ? Try::RepeatBegins : Try::First;
 }
 
 RepeatedTry::~RepeatedTry() {
-  Tries[TaskNo] = TRY::First;
+  Tries[TaskNo] = Try::First;
 }

@@ -66,7 +66,7 @@ HARDWARE::~HARDWARE() {
 int HARDWARE::OpenHard() {
   Hard_fd = -2;
   HardInstalled = 0;
-  for (int i = 0; i < SUPPORTDEVNUM && HardInstalled == 0; i++) {
+  for (int i = 0; i < SUPPORTDEVNUM && HardInstalled == 0; ++i) {
     Hard_fd = open(DeviceNames[i], O_RDWR);
     if (Hard_fd >= 0) HardInstalled = i + 1;
   }
@@ -147,7 +147,7 @@ void HARDWARE::OutLineMotorPlusNoSW(long Distence, unsigned char Dir, unsigned c
 
 void HARDWARE::OutLineMotorPlus(long Distence, unsigned char Dir, unsigned char SpeedLevel) {
   OutLineMotorPlusNoSW(Distence, Dir, SpeedLevel);
-  const bool stopped = PollUntil(RealSeconds(kLineMotorSeconds), NO_PAUSE,
+  const bool stopped = PollUntil(RealSeconds(kLineMotorSeconds), kNoPause,
                                  [&] { return (inportb(Port(LineAddr)) & kLineMotorRuns) == 0; });
   if (!stopped) Console("Line motor timeout\n");
   PauseMillis(kLineMotorRestMillis);

@@ -13,22 +13,22 @@
 
 namespace {
 
-constexpr const char* WORKFILE = "tmp.txt";
-constexpr const char* STARTSCRIPT = "run.sh";
-constexpr const char* STARTSCRIPTCOPY = "/home/root/run.sh";
-constexpr const char* TEXTFILES[] = {STARTSCRIPT, "user.sh", "userinfo.txt"};
+constexpr const char* kWorkFile = "tmp.txt";
+constexpr const char* kStartScript = "run.sh";
+constexpr const char* kStartScriptCopy = "/home/root/run.sh";
+constexpr const char* kTextFiles[] = {kStartScript, "user.sh", "userinfo.txt"};
 
-constexpr mode_t EXECUTABLE = 0777;
-constexpr int MAXEXECNAME = 128;
-constexpr char EXECFILES[][MAXEXECNAME] = {"run.sh", "user.sh", "scan", "test_isa", "Velmo"};
+constexpr mode_t kExecutable = 0777;
+constexpr int kMaxExecName = 128;
+constexpr char kExecFiles[][kMaxExecName] = {"run.sh", "user.sh", "scan", "test_isa", "Velmo"};
 
-constexpr size_t TEXTPIECE = 1000;
-constexpr size_t COPYPIECE = 1024;
-constexpr int MAXPATH = 1000;  // a path of the search, terminating zero included
+constexpr size_t kTextPiece = 1000;
+constexpr size_t kCopyPiece = 1024;
+constexpr int kMaxPath = 1000;  // a path of the search, terminating zero included
 
 // True when a line end was changed and the whole text reached the work file.
 bool WriteUnixLines(FILE* source, ScopedFile& work) {
-  char piece[TEXTPIECE];
+  char piece[kTextPiece];
   bool changed = false;
   size_t count;
   while ((count = std::fread(piece, 1, sizeof piece, source)) > 0) {
@@ -46,8 +46,8 @@ bool HasSameText(const char* path, const char* otherPath) {
   const ScopedFile file(path, "r");
   const ScopedFile other(otherPath, "r");
   if (!file.IsOpen() || !other.IsOpen()) return false;
-  char piece[COPYPIECE];
-  char otherPiece[COPYPIECE];
+  char piece[kCopyPiece];
+  char otherPiece[kCopyPiece];
   size_t count;
   do {
     count = std::fread(piece, 1, sizeof piece, file.Get());
@@ -57,35 +57,35 @@ bool HasSameText(const char* path, const char* otherPath) {
   return std::ferror(file.Get()) == 0 && std::ferror(other.Get()) == 0;
 }
 
-enum class CONVERSION { NotOpened, Done, WorkFileKept };
+enum class Conversion { NotOpened, Done, WorkFileKept };
 
 // Puts the converted text in the script's place. On a full disk that may end in the middle, and the work file is then the
 // only whole text.
-CONVERSION TakeWorkFile(const char* fileName) {
-  const bool copied = copyFile(WORKFILE, fileName) == 0 && HasSameText(WORKFILE, fileName);
+Conversion TakeWorkFile(const char* fileName) {
+  const bool copied = copyFile(kWorkFile, fileName) == 0 && HasSameText(kWorkFile, fileName);
   if (copied) {
-    std::remove(WORKFILE);
-    return CONVERSION::Done;
+    std::remove(kWorkFile);
+    return Conversion::Done;
   }
-  if (std::rename(WORKFILE, fileName) == 0) return CONVERSION::Done;
-  Console("%s could not be written, its text is in %s\n", fileName, WORKFILE);
-  return CONVERSION::WorkFileKept;
+  if (std::rename(kWorkFile, fileName) == 0) return Conversion::Done;
+  Console("%s could not be written, its text is in %s\n", fileName, kWorkFile);
+  return Conversion::WorkFileKept;
 }
 
-CONVERSION Convert(const char* fileName) {
+Conversion Convert(const char* fileName) {
   ScopedFile source(fileName, "rt");
-  if (!source.IsOpen()) return CONVERSION::NotOpened;
-  ScopedFile work(WORKFILE, "wt+");
-  if (!work.IsOpen()) return CONVERSION::NotOpened;
+  if (!source.IsOpen()) return Conversion::NotOpened;
+  ScopedFile work(kWorkFile, "wt+");
+  if (!work.IsOpen()) return Conversion::NotOpened;
   Console("Prcessing System file %s....\n", fileName);
   const bool isChanged = WriteUnixLines(source.Get(), work);
   source.Close();
   work.Close();
-  CONVERSION result = CONVERSION::Done;
+  Conversion result = Conversion::Done;
   if (isChanged) {
     result = TakeWorkFile(fileName);
   } else {
-    std::remove(WORKFILE);
+    std::remove(kWorkFile);
   }
   Console("Prcessing finished\n\n");
   return result;
@@ -125,25 +125,25 @@ void ReportReadError() {
 
 // A directory below the searched one is walked, but what lies there does not count.
 void WalkSubdirectory(const char* basePath, const char* name, char* fileName) {
-  char path[MAXPATH];
+  char path[kMaxPath];
   const int length = std::snprintf(path, sizeof path, "%s/%s", basePath, name);
-  if (length > 0 && length < MAXPATH) FindFile(path, fileName);
+  if (length > 0 && length < kMaxPath) FindFile(path, fileName);
 }
 
 }  // namespace
 
 int ChangFileMod() {
-  for (const char* name : TEXTFILES) {
-    if (Convert(name) == CONVERSION::WorkFileKept) break;
+  for (const char* name : kTextFiles) {
+    if (Convert(name) == Conversion::WorkFileKept) break;
   }
-  for (const auto& name : EXECFILES) chmod(name, EXECUTABLE);
-  copyFile(STARTSCRIPT, STARTSCRIPTCOPY);
-  chmod(STARTSCRIPTCOPY, EXECUTABLE);
+  for (const auto& name : kExecFiles) chmod(name, kExecutable);
+  copyFile(kStartScript, kStartScriptCopy);
+  chmod(kStartScriptCopy, kExecutable);
   return 1;
 }
 
 int CnvDos2UnixFile(const char* FileName) {
-  return Convert(FileName) == CONVERSION::NotOpened ? 0 : 1;
+  return Convert(FileName) == Conversion::NotOpened ? 0 : 1;
 }
 
 int copyFile(const char* src, const char* des) {
@@ -152,7 +152,7 @@ int copyFile(const char* src, const char* des) {
   if (!source.IsOpen()) return -1;
   const ScopedFile destination(des, "w+");
   if (!destination.IsOpen()) return -1;
-  char piece[COPYPIECE];
+  char piece[kCopyPiece];
   size_t count;
   while ((count = std::fread(piece, 1, sizeof piece, source.Get())) > 0) {
     std::fwrite(piece, 1, count, destination.Get());

@@ -14,7 +14,7 @@ pthread_mutex_t DispLock;
 namespace {
 
 // Longer than any line: a program line or a datagram with what is said about it.
-constexpr size_t CONSOLESIZE = 4096;
+constexpr size_t kConsoleSize = 4096;
 
 class ConsoleLine {
  public:
@@ -64,7 +64,7 @@ class ConsoleLine {
     if (Length >= sizeof Text) Length = sizeof Text - 1;
   }
 
-  char Text[CONSOLESIZE];
+  char Text[kConsoleSize];
   size_t Length = 0;
 };
 
@@ -82,9 +82,9 @@ unsigned long Median(unsigned long first, unsigned long second, unsigned long th
 
 void PrintTagged(int taskNo, const char* format, va_list arguments) REQUIRES(DispRole) {
   ConsoleLine line;
-  if (taskNo == TASK_KEY) {
+  if (taskNo == kTaskKey) {
     line.Add("PLCKey: ");
-  } else if (taskNo == TASK_NET) {
+  } else if (taskNo == kTaskNet) {
     line.Add("PLCNet: ");
   } else {
     line.Add("PLC%d: ", taskNo);
@@ -112,7 +112,7 @@ void Console(const char* format, ...) {
   va_start(arguments, format);
   line.AddList(format, arguments);
   va_end(arguments);
-  line.Print(NOTASK);
+  line.Print(kNoTask);
 }
 
 int stricmp(const char* str1, const char* str2) {

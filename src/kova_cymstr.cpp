@@ -49,13 +49,13 @@ bool ResetHasEnded(unsigned char status) {
 }  // namespace
 
 // A command that is waited for until its channel's status says that it has ended.
-struct CkOVA_CYMSTR::LONGCOMMAND {
+struct CkOVA_CYMSTR::LongCommand {
   unsigned char Byte;
   bool (*HasEnded)(unsigned char status);
   const char* Name;
 };
-const CkOVA_CYMSTR::LONGCOMMAND CkOVA_CYMSTR::kSetupCommand = {kSetup, SetupHasEnded, "setup"};
-const CkOVA_CYMSTR::LONGCOMMAND CkOVA_CYMSTR::kResetCommand = {kReset, ResetHasEnded, "reset"};
+const CkOVA_CYMSTR::LongCommand CkOVA_CYMSTR::kSetupCommand = {kSetup, SetupHasEnded, "setup"};
+const CkOVA_CYMSTR::LongCommand CkOVA_CYMSTR::kResetCommand = {kReset, ResetHasEnded, "reset"};
 
 void DGPOS::SetDGPos(int ChIdx, int Pos) {
   if (HasChannel(ChIdx)) DGPos[ChIdx] = Pos;
@@ -73,14 +73,14 @@ CkOVA_CYMSTR::~CkOVA_CYMSTR() {
 
 int CkOVA_CYMSTR::Cmd_DG(int ChIdx, void* pArgc) {
   if (pArgc == nullptr) return 0;
-  const int Pos = ToNumber<int>(static_cast<const char*>(pArgc));
+  const int position = ToNumber<int>(static_cast<const char*>(pArgc));
   const unsigned char channel = static_cast<unsigned char>(ChIdx);
-  if (Pos == -1) {
+  if (position == -1) {
     GoBackDG(channel);
-  } else if (Pos == -2) {
+  } else if (position == -2) {
     ResetDG(channel);
   } else {
-    OutDG(channel, static_cast<unsigned char>(Pos));
+    OutDG(channel, static_cast<unsigned char>(position));
   }
   return 1;
 }
@@ -106,11 +106,11 @@ void CkOVA_CYMSTR::OutportDG(unsigned char ChIdx, unsigned char Byte) {
   const ScopedLock hold(CardLock);
   SelectedWrite(ChIdx, DGAddr, Byte);
   // Acknowledge in the status, release in the handshake byte. Both phases go on when the time is over.
-  PollUntil(ProcessorTicks(kHandshakeTicks), NO_PAUSE, [&] {
+  PollUntil(ProcessorTicks(kHandshakeTicks), kNoPause, [&] {
     CardLock.AssertHeld();
     return (SelectedRead(ChIdx, DGAddr) & kTaken) != 0;
   });
-  PollUntil(ProcessorTicks(kHandshakeTicks), NO_PAUSE, [&] {
+  PollUntil(ProcessorTicks(kHandshakeTicks), kNoPause, [&] {
     CardLock.AssertHeld();
     return (SelectedRead(ChIdx, DGChAddr) & kHandshake) == 0;
   });
@@ -138,7 +138,7 @@ int CkOVA_CYMSTR::ResetDG(unsigned char ChIdx) {
   return RunToEnd(ChIdx, kResetCommand);
 }
 
-int CkOVA_CYMSTR::RunToEnd(unsigned char ChIdx, const LONGCOMMAND& command) {
+int CkOVA_CYMSTR::RunToEnd(unsigned char ChIdx, const LongCommand& command) {
   SetDGDelay(kDelayWhileRunning);
   OutportDG(ChIdx, command.Byte);
   const bool ended = WaitEnd(ChIdx, command);
@@ -147,18 +147,18 @@ int CkOVA_CYMSTR::RunToEnd(unsigned char ChIdx, const LONGCOMMAND& command) {
   return ended ? 1 : -1;
 }
 
-bool CkOVA_CYMSTR::WaitEnd(unsigned char ChIdx, const LONGCOMMAND& command) {
-  return PollUntil(RealSeconds(kEndSeconds), NO_PAUSE, [&] {
+bool CkOVA_CYMSTR::WaitEnd(unsigned char ChIdx, const LongCommand& command) {
+  return PollUntil(RealSeconds(kEndSeconds), kNoPause, [&] {
     GiveWayOnBus();
     return command.HasEnded(InportDG(ChIdx));
   });
 }
 
 int CkOVA_CYMSTR::GoBackDG(unsigned char ChIdx) {
-  for (int Cnt = 0;; Cnt++) {
+  for (int setups = 0;; ++setups) {
     if (SetupDG(ChIdx) < 0) return -1;
     if (IsAlarmDG(ChIdx) == 0) return 1;
-    if (Cnt >= kMaxResets) return -1;
+    if (setups >= kMaxResets) return -1;
     if (ResetDG(ChIdx) < 0) return -1;
   }
 }
@@ -180,13 +180,13 @@ int CkOVA_CYMSTR::IsAlarmDG(unsigned char ChIdx) {
 }
 
 int CkOVA_CYMSTR::IsPosDG(unsigned char ChIdx) {
-  unsigned char Reg = 0;
+  unsigned char status = 0;
   const bool stands = PollUntil(Attempts(kPosReads), 1, [&] {
-    Reg = InportDG(ChIdx);
-    return (Reg & kAlarm) != 0 || PosReached(Reg) || (Reg & kMoving) == 0;
+    status = InportDG(ChIdx);
+    return (status & kAlarm) != 0 || PosReached(status) || (status & kMoving) == 0;
   });
   if (!stands) return 0;
-  return (Reg & kAlarm) != 0 ? -1 : 1;
+  return (status & kAlarm) != 0 ? -1 : 1;
 }
 
 int CkOVA_CYMSTR::IsBusyDG(unsigned char) {
@@ -215,7 +215,7 @@ int CkOVA_CYMSTR::AddValidDGCh(int ChIdx) {
 int CkOVA_CYMSTR::ListedChannels(int (&channels)[MAXDGNUM]) {
   const ScopedLock hold(CardLock);
   int count = 0;
-  for (int i = 0; i < MAXDGNUM && i < ValidChIdxPos; i++) {
+  for (int i = 0; i < MAXDGNUM && i < ValidChIdxPos; ++i) {
     if (HasChannel(ValidChIdx[i])) channels[count++] = ValidChIdx[i];
   }
   return count;
@@ -224,7 +224,7 @@ int CkOVA_CYMSTR::ListedChannels(int (&channels)[MAXDGNUM]) {
 int CkOVA_CYMSTR::FindDGAlarm() {
   int channels[MAXDGNUM];
   const int count = ListedChannels(channels);
-  for (int i = 0; i < count; i++) {
+  for (int i = 0; i < count; ++i) {
     if (IsAlarmDG(static_cast<unsigned char>(channels[i])) == 0) continue;
     const ScopedLock hold(CardLock);
     ErrDGChIdx = channels[i];
@@ -245,12 +245,12 @@ int CkOVA_CYMSTR::ClearCurDGAlarm() {
   const unsigned char channel = static_cast<unsigned char>(found);
   ResetDG(channel);
   PauseMicros(200);
-  const int P = DGPos.GetDGPos(found, nullptr);
-  if (P == kReset) return 1;
-  if (P == kSetup) {
+  const int command = DGPos.GetDGPos(found, nullptr);
+  if (command == kReset) return 1;
+  if (command == kSetup) {
     SetupDG(channel);
   } else {
-    OutDG(channel, static_cast<unsigned char>(P - kMoveTo));
+    OutDG(channel, static_cast<unsigned char>(command - kMoveTo));
   }
   return found;
 }
@@ -258,14 +258,14 @@ int CkOVA_CYMSTR::ClearCurDGAlarm() {
 int CkOVA_CYMSTR::ClearAllDGAlarm() {
   int channels[MAXDGNUM];
   const int count = ListedChannels(channels);
-  for (int i = 0; i < count; i++) ResetDG(static_cast<unsigned char>(channels[i]));
+  for (int i = 0; i < count; ++i) ResetDG(static_cast<unsigned char>(channels[i]));
   return 1;
 }
 
 int CkOVA_CYMSTR::RePosDGPos() {
   int channels[MAXDGNUM];
   const int count = ListedChannels(channels);
-  for (int i = 0; i < count; i++) {
+  for (int i = 0; i < count; ++i) {
     const unsigned char channel = static_cast<unsigned char>(channels[i]);
     if (IsPosDG(channel) != 0) continue;
     OutDG(channel, static_cast<unsigned char>(DGPos.GetDGPos(channels[i], nullptr)));

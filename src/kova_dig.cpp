@@ -5,8 +5,8 @@
 bool ReadIfFields(const char* text, IfFields* fields) {
   if (text == nullptr) return false;
   fields->Level = ToNumber<int>(text);  // the number ends at the separator by itself
-  return BoundedField(text, fields->szFun0, MAXNAME, 1, '&') == 1 &&
-         BoundedField(text, fields->szFun1, MAXNAME, 2, '&') == 1;
+  return BoundedField(text, fields->szFun0, kMaxName, 1, '&') == 1 &&
+         BoundedField(text, fields->szFun1, kMaxName, 2, '&') == 1;
 }
 
 int PassBlockName(const char* name, char* out) {

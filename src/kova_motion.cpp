@@ -1,11 +1,11 @@
 #include "kova_motion.h"
 
 long ReadEncoder(CkOVA_MANAGER& card, const CountPorts& ports) {
-  const unsigned int C0L = card.InB(ports.Bits0);
-  const unsigned int C0M = card.InB(ports.Bits8);
-  const unsigned int C0H = card.InB(ports.Bits16);
-  const unsigned int C0HH = card.InB(ports.Bits24);
-  return static_cast<int>(((C0HH << 24) | (C0H << 16) | (C0M << 8) | C0L) ^ 0x80000000U);
+  const unsigned int bits0 = card.InB(ports.Bits0);
+  const unsigned int bits8 = card.InB(ports.Bits8);
+  const unsigned int bits16 = card.InB(ports.Bits16);
+  const unsigned int bits24 = card.InB(ports.Bits24);
+  return static_cast<int>(((bits24 << 24) | (bits16 << 16) | (bits8 << 8) | bits0) ^ 0x80000000U);
 }
 
 void WriteCount(CkOVA_MANAGER& card, const CountPorts& ports, unsigned int count) {

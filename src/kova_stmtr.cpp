@@ -114,7 +114,7 @@ void CkOVA_STMTR::Run(unsigned char ChIdx, const MotFields& mot) {
   ProgramRun(ChIdx, mot.Byte(MOT_StepFreq), mot.Word(MOT_StartStep), mot[MOT_Step],
              mot.Word(MOT_CompensateStep), mot[MOT_StepStop]);
   OutB(StepStartAddr, 1);
-  PollUntil(ProcessorTicks(kStartTicks), NO_PAUSE, [&] { return (InB(StepBusyAddr) & kMoveRuns) != 0; });
+  PollUntil(ProcessorTicks(kStartTicks), kNoPause, [&] { return (InB(StepBusyAddr) & kMoveRuns) != 0; });
 }
 
 void CkOVA_STMTR::AllowMileageCount(int, int) {}

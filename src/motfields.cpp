@@ -3,7 +3,7 @@
 #include "numbers.h"
 #include "readini.h"
 
-const MotField MotFieldTable[MOTFIELDNUM] = {
+const MotField MotFieldTable[kMotFieldNum] = {
     {"Step", 32, true},             // steps or pulses of the move
     {"StepFreq", 8, true},          // frequency code
     {"Dir", 8, true},               // direction
@@ -18,10 +18,10 @@ const MotField MotFieldTable[MOTFIELDNUM] = {
 };
 
 int ReadMotFields(const char* text, int fieldLimit, MotFields* fields) {
-  if (text == nullptr || fieldLimit > MAXMOTFIELD) return 0;
-  for (int i = 0; i < MOTFIELDNUM; i++) {
+  if (text == nullptr || fieldLimit > kMaxMotField) return 0;
+  for (int i = 0; i < kMotFieldNum; ++i) {
     const MotField& row = MotFieldTable[i];
-    char field[MAXMOTFIELD] = "";
+    char field[kMaxMotField] = "";
     const int found = BoundedField(text, field, fieldLimit, i, '&');
     if (found < 0 || (found == 0 && row.Required)) return 0;
     const unsigned int mask = row.Bits < 32 ? (1U << row.Bits) - 1 : 0xFFFFFFFFU;

@@ -38,7 +38,7 @@ void STEPPOS::LoadStepMotorStatus() {
   if (!file.IsOpen()) return;
   int32_t table[MAXSTEPMOTORNUM];
   if (ReadImage(file, table) != sizeof table) return;
-  for (int i = 0; i < MAXSTEPMOTORNUM; i++) StepMotorStatus[i] = table[i];
+  for (int i = 0; i < MAXSTEPMOTORNUM; ++i) StepMotorStatus[i] = table[i];
 }
 
 void MOZPOS::LoadPos() {

@@ -11,24 +11,24 @@ READINI ReadIni;
 
 namespace {
 
-constexpr int READSIZE = 256;   // a line of a configuration file, terminating zero included
-constexpr int VALUESIZE = 300;  // a value on its way to a number
-constexpr int TOKENSIZE = 257;  // a parameter on its way to a number
-constexpr const char* BLANKS = " \n\r\t";
-constexpr const char* GROUPSTARTS = "[<(";
+constexpr int kReadSize = 256;   // a line of a configuration file, terminating zero included
+constexpr int kValueSize = 300;  // a value on its way to a number
+constexpr int kTokenSize = 257;  // a parameter on its way to a number
+constexpr const char* kBlanks = " \n\r\t";
+constexpr const char* kGroupStarts = "[<(";
 
-constexpr int FOUND = 0;
-constexpr int NOFILE = -1;
-constexpr int NOTFOUND = -2;
+constexpr int kFound = 0;
+constexpr int kNoFile = -1;
+constexpr int kNotFound = -2;
 
-bool ReadLine(FILE* file, char (&line)[READSIZE]) {
-  if (std::fgets(line, READSIZE, file) == nullptr) return false;
+bool ReadLine(FILE* file, char (&line)[kReadSize]) {
+  if (std::fgets(line, kReadSize, file) == nullptr) return false;
   ReadIni.GetZero(line);
   return true;
 }
 
 bool SkipToGroup(FILE* file, const char* group) {
-  char line[READSIZE];
+  char line[kReadSize];
   while (ReadLine(file, line)) {
     if (stricmp(line, group) == 0) return true;
   }
@@ -49,33 +49,33 @@ bool TakeValue(char* rest, int position, char* value) {
 }
 
 int FindItem(FILE* file, const char* item, int position, char* value) {
-  char line[READSIZE];
+  char line[kReadSize];
   while (ReadLine(file, line)) {
-    if (line[0] != '\0' && std::strchr(GROUPSTARTS, line[0]) != nullptr) return NOTFOUND;
+    if (line[0] != '\0' && std::strchr(kGroupStarts, line[0]) != nullptr) return kNotFound;
     char* rest = nullptr;
     char* key = strtok_r(line, "=", &rest);
     if (key == nullptr) continue;
     ReadIni.GetZero(key);
     if (stricmp(key, item) != 0) continue;
-    return TakeValue(rest, position, value) ? FOUND : NOTFOUND;
+    return TakeValue(rest, position, value) ? kFound : kNotFound;
   }
-  return NOTFOUND;
+  return kNotFound;
 }
 
 template <class T, class Convert>
 int ConvertedField(const char* fileName, const char* group, const char* item, int position, T& value,
                    Convert convert) {
-  char text[VALUESIZE] = "";
+  char text[kValueSize] = "";
   const int result = ReadIni.GetField(fileName, group, item, position, text);
-  if (result == FOUND) value = convert(text);
+  if (result == kFound) value = convert(text);
   return result;
 }
 
 template <class T, class Convert>
 int ConvertedPar(int num, T* par, const char* parStr, Convert convert) {
-  char text[TOKENSIZE] = "";
+  char text[kTokenSize] = "";
   const int result = ReadIni.Get1Par(num, text, parStr);
-  if (result == FOUND) *par = convert(text);
+  if (result == kFound) *par = convert(text);
   return result;
 }
 
@@ -108,8 +108,8 @@ const char* FindPiece(const char* text, int idx, char splitChar, size_t* length)
 
 int READINI::GetField(const char* FileName, const char* Group, const char* Item, int Postion, char* OutStr) {
   const ScopedFile file(FileName, "rt");
-  if (!file.IsOpen()) return NOFILE;
-  const int result = SkipToGroup(file.Get(), Group) ? FindItem(file.Get(), Item, Postion, OutStr) : NOTFOUND;
+  if (!file.IsOpen()) return kNoFile;
+  const int result = SkipToGroup(file.Get(), Group) ? FindItem(file.Get(), Item, Postion, OutStr) : kNotFound;
   GetZero(OutStr);
   return result;
 }
@@ -135,7 +135,7 @@ int READINI::Get1Par(int Num, char* Par, const char* ParStr) {
   if (token == nullptr) return -1;
   GetZero(token);
   std::strcpy(Par, token);
-  return FOUND;
+  return kFound;
 }
 
 int READINI::Get1Par(int Num, int* Par, const char* ParStr) {
@@ -174,7 +174,7 @@ int BoundedField(const char* str, char* field, int size, int idx, char splitChar
 }
 
 int READINI::Trim(char* Buf) {
-  return TrimEnds(Buf, BLANKS);
+  return TrimEnds(Buf, kBlanks);
 }
 
 int READINI::TrimBlank(char* Buf) {

@@ -9,27 +9,27 @@ SYNX SynxClass;
 pthread_mutex_t SynxLock;
 
 #define SYNX_KEYWORD(index, enumerator, keyword, form, gate, repeat, action) keyword,
-const char SYNXCMD[SYNMAX][SYNXCMDSIZE] = {SYNX_COMMANDS(SYNX_KEYWORD)};
+const char SYNXCMD[SYNMAX][kSynxCmdSize] = {SYNX_COMMANDS(SYNX_KEYWORD)};
 #undef SYNX_KEYWORD
 
 #define SYNX_TRAITS(index, enumerator, keyword, form, gate, repeat, action) \
-  {PARSEFORM::form, STEPGATE::gate, REPEAT::repeat},
-const COMMANDTRAITS SYNXTRAITS[SYNMAX] = {SYNX_COMMANDS(SYNX_TRAITS)};
+  {ParseForm::form, StepGate::gate, LineRepeat::repeat},
+const CommandTraits kSynxTraits[SYNMAX] = {SYNX_COMMANDS(SYNX_TRAITS)};
 #undef SYNX_TRAITS
 
 namespace {
 
 #define SYNX_INDEX(index, enumerator, keyword, form, gate, repeat, action) index,
-constexpr int INDICES[] = {SYNX_COMMANDS(SYNX_INDEX)};
+constexpr int kIndices[] = {SYNX_COMMANDS(SYNX_INDEX)};
 #undef SYNX_INDEX
 
 constexpr bool RowsInIndexOrder() {
   for (int i = 0; i < SYNMAX; ++i) {
-    if (INDICES[i] != i) return false;
+    if (kIndices[i] != i) return false;
   }
   return true;
 }
-static_assert(sizeof INDICES == SYNMAX * sizeof(int) && RowsInIndexOrder(),
+static_assert(sizeof kIndices == SYNMAX * sizeof(int) && RowsInIndexOrder(),
               "one row per command, in index order");
 
 bool IsBlank(char character) {
@@ -63,8 +63,8 @@ bool Piece(std::string_view text, int idx, char separator, std::string_view* pie
 }
 
 bool FindKeyword(std::string_view keyword, SYNXIDX* index) {
-  if (keyword.size() >= static_cast<size_t>(SYNXCMDSIZE)) return false;
-  char text[SYNXCMDSIZE] = "";
+  if (keyword.size() >= static_cast<size_t>(kSynxCmdSize)) return false;
+  char text[kSynxCmdSize] = "";
   keyword.copy(text, keyword.size());
   for (int i = 0; i < SYNMAX; ++i) {
     if (stricmp(text, SYNXCMD[i]) != 0) continue;
@@ -77,71 +77,71 @@ bool FindKeyword(std::string_view keyword, SYNXIDX* index) {
 // One line on its way through the grammar.
 class LineReader {
  public:
-  LineReader(const char* line, EXPLAINEDLINE* result) : Line(line), Result(*result) {}
+  LineReader(const char* line, ExplainedLine* result) : Line(line), Result(*result) {}
 
   void Read(bool needsParam) {
     Result.Fault = ReadLine(needsParam);
-    Result.CmdIdx = Result.Fault == LINEFAULT::None ? Result.Keyword : SYN_NUL;
+    Result.CmdIdx = Result.Fault == LineFault::None ? Result.Keyword : SYN_NUL;
   }
 
  private:
-  LINEFAULT ReadLine(bool needsParam) {
+  LineFault ReadLine(bool needsParam) {
     const std::string_view line = Line;
-    if (line.size() > static_cast<size_t>(MAXLINELENGTH)) {
-      return Fault(LINEFAULT::TooLong, Line + MAXLINELENGTH);
+    if (line.size() > static_cast<size_t>(kMaxLineLength)) {
+      return Fault(LineFault::TooLong, Line + kMaxLineLength);
     }
     std::string_view code;
     Piece(line, 0, ';', &code);
     std::string_view comment;
     if (Piece(line.substr(code.size()), 1, ';', &comment)) Result.Comment = Trimmed(comment);
-    if (Trimmed(code).empty()) return Fault(LINEFAULT::Empty, Line);
+    if (Trimmed(code).empty()) return Fault(LineFault::Empty, Line);
 
     std::string_view keyword;
     Piece(code, 0, ':', &keyword);
     keyword = Trimmed(keyword);
     Result.KeywordColumn = Column(keyword.data());
-    if (!FindKeyword(keyword, &Result.Keyword)) return Fault(LINEFAULT::UnknownKeyword, keyword.data());
-    const LINEFAULT fault = ReadArguments(code, keyword, needsParam);
-    if (fault != LINEFAULT::None || Result.Keyword != SYN_NUL) return fault;
-    return Fault(LINEFAULT::KeywordNul, keyword.data());
+    if (!FindKeyword(keyword, &Result.Keyword)) return Fault(LineFault::UnknownKeyword, keyword.data());
+    const LineFault fault = ReadArguments(code, keyword, needsParam);
+    if (fault != LineFault::None || Result.Keyword != SYN_NUL) return fault;
+    return Fault(LineFault::KeywordNul, keyword.data());
   }
 
-  LINEFAULT ReadArguments(std::string_view code, std::string_view keyword, bool needsParam) {
-    const PARSEFORM form = SYNXTRAITS[Result.Keyword].Form;
-    if (form == PARSEFORM::KeywordOnly) return LINEFAULT::None;
+  LineFault ReadArguments(std::string_view code, std::string_view keyword, bool needsParam) {
+    const ParseForm form = kSynxTraits[Result.Keyword].Form;
+    if (form == ParseForm::KeywordOnly) return LineFault::None;
     if (!Piece(code, 1, ':', &Arguments)) {
-      return Fault(LINEFAULT::MissingColon, keyword.data() + keyword.size());
+      return Fault(LineFault::MissingColon, keyword.data() + keyword.size());
     }
     switch (form) {
-      case PARSEFORM::OneWord:
+      case ParseForm::OneWord:
         ReadParam(0);
         return ReadNumber(0, &Result.SlotIdx);
-      case PARSEFORM::OneNumber:
+      case ParseForm::OneNumber:
         return ReadNumber(0, &Result.SlotIdx);
-      case PARSEFORM::Channel:
+      case ParseForm::Channel:
         return ReadChannelForm();
       default:
         return ReadThreeFields(needsParam);
     }
   }
 
-  LINEFAULT ReadChannelForm() {
+  LineFault ReadChannelForm() {
     std::string_view third;
     if (Piece(Arguments, 2, ',', &third)) return ReadThreeFields(true);
     ReadNumber(0, &Result.ChIdx);
-    const LINEFAULT fault = ReadParam(1);
-    if (fault == LINEFAULT::None) Result.SlotIdx.Given = true;
+    const LineFault fault = ReadParam(1);
+    if (fault == LineFault::None) Result.SlotIdx.Given = true;
     return fault;
   }
 
-  LINEFAULT ReadThreeFields(bool needsParam) {
+  LineFault ReadThreeFields(bool needsParam) {
     ReadNumber(0, &Result.SlotIdx);
-    const LINEFAULT fault = ReadNumber(1, &Result.ChIdx);
-    if (fault != LINEFAULT::None || !needsParam) return fault;
+    const LineFault fault = ReadNumber(1, &Result.ChIdx);
+    if (fault != LineFault::None || !needsParam) return fault;
     return ReadParam(2);
   }
 
-  LINEFAULT ReadNumber(int idx, LINENUMBER* number) {
+  LineFault ReadNumber(int idx, LineNumber* number) {
     std::string_view piece;
     if (!Piece(Arguments, idx, ',', &piece)) return TooFewFields();
     number->Given = true;
@@ -149,25 +149,25 @@ class LineReader {
     number->Value = ToNumber<int>(piece.data());
     number->Text = Trimmed(piece);
     number->Column = Column(number->Text.data());
-    return LINEFAULT::None;
+    return LineFault::None;
   }
 
-  LINEFAULT ReadParam(int idx) {
+  LineFault ReadParam(int idx) {
     std::string_view piece;
     if (!Piece(Arguments, idx, ',', &piece)) return TooFewFields();
     Result.HasParam = true;
     Result.Param = Trimmed(piece);
     Result.ParamColumn = Column(Result.Param.data());
-    return LINEFAULT::None;
+    return LineFault::None;
   }
 
-  LINEFAULT TooFewFields() {
+  LineFault TooFewFields() {
     std::string_view written = Arguments;
     while (!written.empty() && IsBlank(written.back())) written.remove_suffix(1);
-    return Fault(LINEFAULT::TooFewFields, written.data() + written.size());
+    return Fault(LineFault::TooFewFields, written.data() + written.size());
   }
 
-  LINEFAULT Fault(LINEFAULT fault, const char* place) {
+  LineFault Fault(LineFault fault, const char* place) {
     Result.FaultColumn = Column(place);
     return fault;
   }
@@ -175,19 +175,19 @@ class LineReader {
   int Column(const char* place) const { return static_cast<int>(place - Line); }
 
   const char* Line;
-  EXPLAINEDLINE& Result;
+  ExplainedLine& Result;
   std::string_view Arguments;
 };
 
 void CopyText(char* buffer, std::string_view text) {
-  text.copy(buffer, MAXPARAM - 1);
+  text.copy(buffer, kMaxParam - 1);
   buffer[text.size()] = '\0';
 }
 
 }  // namespace
 
-void ExplainLine(const char* line, EXPLAINEDLINE* result, bool needsParam) {
-  *result = EXPLAINEDLINE();
+void ExplainLine(const char* line, ExplainedLine* result, bool needsParam) {
+  *result = ExplainedLine();
   LineReader(line, result).Read(needsParam);
 }
 
@@ -207,7 +207,7 @@ bool IsLabel(const char* line, int* number) {
 }
 
 SYNXIDX SYNX::Explain(const char* CmdName, int* SlotIdx, int* ChIdx, char* Param, char* CommentStr) {
-  EXPLAINEDLINE line;
+  ExplainedLine line;
   ExplainLine(CmdName, &line, Param != nullptr);
   *ChIdx = line.ChIdx.Given ? line.ChIdx.Value : -1;
   if (line.SlotIdx.Given) *SlotIdx = line.SlotIdx.Value;

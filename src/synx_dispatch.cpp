@@ -7,9 +7,9 @@
 
 namespace {
 
-constexpr int NOCARD = -1;
-constexpr int HOLD = 1;
-constexpr int GOON = 0;
+constexpr int kNoCard = -1;
+constexpr int kHold = 1;
+constexpr int kGoOn = 0;
 
 CkOVA_MANAGER* CardOfEntry(int slotIdx) {
   return slotIdx >= 0 && slotIdx < CardInfo.CardNum ? kOVA_CardMan[slotIdx] : nullptr;
@@ -19,19 +19,19 @@ using CardCommand = int (CkOVA_MANAGER::*)(int, void*);
 
 int GiveToCard(CardCommand command, int slotIdx, int chIdx, void* parameter) {
   CkOVA_MANAGER* card = CardOfEntry(slotIdx);
-  return card == nullptr ? NOCARD : (card->*command)(chIdx, parameter);
+  return card == nullptr ? kNoCard : (card->*command)(chIdx, parameter);
 }
 
 // No command beyond the table is gated.
 bool IsGated(SYNXIDX cmdIdx) {
-  return cmdIdx >= 0 && cmdIdx < SYNMAX && SYNXTRAITS[cmdIdx].Gate != STEPGATE::Open;
+  return cmdIdx >= 0 && cmdIdx < SYNMAX && kSynxTraits[cmdIdx].Gate != StepGate::Open;
 }
 
 int Decide(HKEY key, int isStep, SYNXIDX cmdIdx) REQUIRES(SynxRole) {
-  if (isStep == 0 || !IsGated(cmdIdx)) return GOON;
-  if (key == HKEY_RUN || key == HKEY_STEP || key == HKEY_ZERO) return GOON;
+  if (isStep == 0 || !IsGated(cmdIdx)) return kGoOn;
+  if (key == HKEY_RUN || key == HKEY_STEP || key == HKEY_ZERO) return kGoOn;
   if (key < HKEY_1 || key > HKEY_0) PauseMicros(1);
-  return HOLD;
+  return kHold;
 }
 
 }  // namespace
@@ -70,13 +70,13 @@ int Task_ROCLR(int SlotIdx, int ChIdx, void* pArgc) {
 
 int Task_IF(int SlotIdx, int ChIdx, void* pArgc, char* pOutParameter) {
   CkOVA_MANAGER* card = CardOfEntry(SlotIdx);
-  return card == nullptr ? NOCARD : card->Cmd_IF(ChIdx, pArgc, pOutParameter);
+  return card == nullptr ? kNoCard : card->Cmd_IF(ChIdx, pArgc, pOutParameter);
 }
 
 int GoFileLine(FILE* Fptr, int LineIdx) {
   if (Fptr == nullptr) return 0;
   std::rewind(Fptr);
-  char line[MAXLINE];
+  char line[kMaxLine];
   while (std::fgets(line, sizeof line, Fptr) != nullptr) {
     int number = 0;
     if (IsLabel(line, &number) && number == LineIdx) return 1;

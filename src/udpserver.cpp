@@ -19,9 +19,9 @@ pthread_mutex_t UdpLock;
 
 namespace {
 
-constexpr int DEFAULTPORT = 2017;
-constexpr int FAILUREPAUSE_US = 100;
-constexpr int VALUESIZE = 300;  // longer than any value of the configuration
+constexpr int kDefaultPort = 2017;
+constexpr int kFailurePauseMicros = 100;
+constexpr int kValueSize = 300;  // longer than any value of the configuration
 
 bool IsPort(long long number) {
   return number > 0 && number <= std::numeric_limits<uint16_t>::max();
@@ -44,12 +44,12 @@ UDP::UDP()
       client_len(sizeof(sockaddr_in)),
       nTaskNo(0),
       RemotePort(0),
-      LocalPort(DEFAULTPORT) {}
+      LocalPort(kDefaultPort) {}
 
 int UDP::Init(int TaskNo) {
-  char text[VALUESIZE] = "";
+  char text[kValueSize] = "";
   const bool isGiven = ReadIni.GetField("Velmo.conf", "[UDP]", "Port", 0, text) == 0;
-  LocalPort = isGiven ? ToNumber<int>(text) : DEFAULTPORT;
+  LocalPort = isGiven ? ToNumber<int>(text) : kDefaultPort;
   const int result = Network_Init(LocalPort);
   if (result == 1 && isGiven && !IsPort(ToWideNumber(text))) {
     ReadIni.Trim(text);
@@ -87,7 +87,7 @@ int UDP::Send(const char* Data) {
   }
   if (count >= 0) return static_cast<int>(count);
   Wprintf(nTaskNo, "Sendto error %s Port %d\n", RemoteIPAddr, RemotePort);
-  PauseMicros(FAILUREPAUSE_US);
+  PauseMicros(kFailurePauseMicros);
   return 0;
 }
 
@@ -109,7 +109,7 @@ int UDP::Recv(char* Data) {
   }
   if (count < 0) {
     Wprintf(nTaskNo, "Recvfrom error\n");
-    PauseMicros(FAILUREPAUSE_US);
+    PauseMicros(kFailurePauseMicros);
     return 0;
   }
   inet_ntop(AF_INET, &client.sin_addr, RemoteIPAddr, sizeof RemoteIPAddr);

@@ -126,7 +126,7 @@ struct CommandTraits {
 };
 inline constexpr CommandTraits kCommandTraits[] = {
 #define SYNX_TRAITS(index, enumerator, keyword, form, gate, repeat, action) \
-  {REPEAT::repeat == REPEAT::UntilMet, std::string_view(#action) != "Nothing"},
+  {LineRepeat::repeat == LineRepeat::UntilMet, std::string_view(#action) != "Nothing"},
     SYNX_COMMANDS(SYNX_TRAITS)
 #undef SYNX_TRAITS
 };

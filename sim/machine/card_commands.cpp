@@ -38,8 +38,8 @@ constexpr CardCommand kCylinder[] = {
     {SYN_DG, ChannelSort::Cylinder, Beyond::LowByte, kNothingSent},
     {SYN_LDG, ChannelSort::Cylinder, Beyond::LowByte, kMetAtOnce},
 };
-constexpr MOTIDX kUnusedOnStepper[] = {MOT_ExtStopCH};
-constexpr MOTIDX kUnusedOnServo[] = {MOT_StartStep, MOT_CompensateStep};
+constexpr MotIdx kUnusedOnStepper[] = {MOT_ExtStopCH};
+constexpr MotIdx kUnusedOnServo[] = {MOT_StartStep, MOT_CompensateStep};
 constexpr SYNXIDX kSelecting[] = {SYN_MOT, SYN_ROW};
 constexpr SYNXIDX kAskingLastOnStepper[] = {SYN_LMOT, SYN_ROCLR};
 constexpr SYNXIDX kAskingLastOnServo[] = {SYN_ROCLR};
@@ -93,7 +93,7 @@ const CardCommand* CardCommands::Find(SYNXIDX command) const {
   return found == commands.end() ? nullptr : found;
 }
 
-bool CardCommands::LeavesUnused(MOTIDX field) const {
+bool CardCommands::LeavesUnused(MotIdx field) const {
   return Has(motUnused, field);
 }
 

@@ -28,13 +28,13 @@ struct CardCommands {
   const char* name;              // with its article
   RowsOf<CardCommand> commands;  // all others do nothing
   int motFieldLimit = 0;         // a field of so many characters is refused
-  RowsOf<MOTIDX> motUnused = {};
+  RowsOf<MotIdx> motUnused = {};
   // The card has one channel select: these write it, those are answered for the channel written last.
   RowsOf<SYNXIDX> selecting = {};
   RowsOf<SYNXIDX> askingLast = {};
 
   const CardCommand* Find(SYNXIDX command) const;
-  bool LeavesUnused(MOTIDX field) const;
+  bool LeavesUnused(MotIdx field) const;
   bool Selects(SYNXIDX command) const;
   bool AsksLastSelected(SYNXIDX command) const;
   constexpr int Channels(const CardCommand& command) const { return RowOf(kind).Channels(command.about); }

@@ -122,7 +122,7 @@ CardView ViewCard(RackLive& live, int slot, Nanos now) {
 
 // The pause of the G_ST line read last. A negative one leaves the pause as it was.
 std::int64_t PauseOf(const TaskRecord& record, std::int64_t usual) {
-  EXPLAINEDLINE line;
+  ExplainedLine line;
   ExplainLine(record.pauseText, &line);
   if (line.CmdIdx != SYN_G_ST || line.SlotIdx.Value < 0) return usual;
   return std::int64_t{line.SlotIdx.Value} * kMillisecond;

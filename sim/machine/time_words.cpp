@@ -30,9 +30,9 @@ std::optional<std::vector<std::string>> LinesOf(const std::string& path) {
 }
 
 bool IsEmpty(const std::string& text) {
-  EXPLAINEDLINE line;
+  ExplainedLine line;
   ExplainLine(text.c_str(), &line);
-  return line.Fault == LINEFAULT::Empty;
+  return line.Fault == LineFault::Empty;
 }
 
 std::string Trimmed(const std::string& text) {

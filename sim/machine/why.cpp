@@ -20,7 +20,7 @@ constexpr std::int64_t kNanosPerMilli = 1'000'000;
 // Pauses between commands from here on are told.
 constexpr std::int64_t kLongPause = 100'000'000;
 
-std::int64_t DelayOf(const EXPLAINEDLINE& line) {
+std::int64_t DelayOf(const ExplainedLine& line) {
   return line.SlotIdx.Value * kNanosPerMilli;
 }
 
@@ -28,7 +28,7 @@ std::int64_t DelayOf(const EXPLAINEDLINE& line) {
 struct Standing {
   const Snapshot& machine;
   const TaskView& task;
-  const EXPLAINEDLINE& line;
+  const ExplainedLine& line;
   const CardView* card = nullptr;      // the addressed card, null when the table has none
   const CardCommand* taken = nullptr;  // what that card makes of the command, null when it has no use for it
 
@@ -139,7 +139,7 @@ std::string LackOfCylinderEnd(const Standing& at) {
 }
 
 // What is left of the time for which the command itself sleeps.
-std::int64_t SleepLeft(const TaskView& task, const EXPLAINEDLINE& line) {
+std::int64_t SleepLeft(const TaskView& task, const ExplainedLine& line) {
   const WaitsFor waits = RowOf(line.CmdIdx).waitsFor;
   if (waits == WaitsFor::Pause) return DelayOf(line) - task.standsNanos;
   return waits == WaitsFor::EndPause ? kEndPause - task.standsNanos : 0;
@@ -156,13 +156,13 @@ std::string LackOfEndPause(const Standing& at) {
 }
 
 // Whether the pause between commands follows this one: after a call that has opened its block there is none.
-bool IsFollowedByPause(const EXPLAINEDLINE& line) {
+bool IsFollowedByPause(const ExplainedLine& line) {
   return line.CmdIdx != SYN_NUL && line.CmdIdx != SYN_END && line.CmdIdx != SYN_FL;
 }
 
 // What is left of the pause between commands. It begins with the end of the command, for one that goes to a card with
 // its last access.
-std::int64_t PauseLeft(const TaskView& task, const EXPLAINEDLINE& line) {
+std::int64_t PauseLeft(const TaskView& task, const ExplainedLine& line) {
   if (!IsFollowedByPause(line)) return 0;
   const CommandRow& command = RowOf(line.CmdIdx);
   std::int64_t since = task.standsNanos;
@@ -171,7 +171,7 @@ std::int64_t PauseLeft(const TaskView& task, const EXPLAINEDLINE& line) {
   return task.pauseNanos - since;
 }
 
-std::string PauseText(const TaskView& task, const EXPLAINEDLINE& line) {
+std::string PauseText(const TaskView& task, const ExplainedLine& line) {
   const std::int64_t rest = PauseLeft(task, line);
   if (task.pauseNanos < kLongPause || rest <= 0) return "";
   return Seconds(rest) + " left of the pause of G_ST " + std::to_string(task.pauseNanos / kNanosPerMilli);
@@ -183,7 +183,7 @@ std::string LackOfLabel(const Standing& at) {
 }
 
 // "LD 2, 5", "DLY 500", "END".
-std::string Head(const EXPLAINEDLINE& line) {
+std::string Head(const ExplainedLine& line) {
   std::string head = SYNXCMD[line.CmdIdx];
   if (line.CmdIdx == SYN_FL) return head + " " + std::string(line.Param);
   if (line.SlotIdx.Given) head += " " + std::to_string(line.SlotIdx.Value);
@@ -204,7 +204,7 @@ std::string MissingCard(const Standing& at) {
   }
   return "entry " + std::to_string(at.Slot()) + " is not in the card table (entries 0 to " +
          std::to_string(static_cast<int>(at.machine.cards.size()) - 1) + ")" +
-         (SYNXTRAITS[at.line.CmdIdx].Repeat == REPEAT::UntilMet ? ": never met" + at.For() : "");
+         (kSynxTraits[at.line.CmdIdx].Repeat == LineRepeat::UntilMet ? ": never met" + at.For() : "");
 }
 
 // A command that reaches a card without any use for it.
@@ -277,7 +277,7 @@ std::string TriedText(const Snapshot& machine) {
                       : "not tried, " + none + "; only Dec ends it";
 }
 
-std::string WithoutFile(const Snapshot& machine, const TaskView& task, const EXPLAINEDLINE& line) {
+std::string WithoutFile(const Snapshot& machine, const TaskView& task, const ExplainedLine& line) {
   if (task.file.empty() && !task.missingFile.empty()) {
     return task.missingFile + " could not be opened at the start: the task has ended";
   }
@@ -289,7 +289,7 @@ std::string WithoutFile(const Snapshot& machine, const TaskView& task, const EXP
 }
 
 // A call from inside a block that failed: the old block is closed already, and the main program is not read.
-bool BlockLost(const TaskView& task, const EXPLAINEDLINE& line) {
+bool BlockLost(const TaskView& task, const ExplainedLine& line) {
   const bool call = line.CmdIdx == SYN_FL || line.CmdIdx == SYN_IF;
   return call && !task.missingFile.empty() && task.blockFile.empty() && task.file != task.mainFile;
 }
@@ -311,18 +311,18 @@ std::string LongWaitText(const TaskView& task) {
 }
 
 // A line that holds a command.
-Explanation AtCommand(const Snapshot& snapshot, const TaskView& task, const EXPLAINEDLINE& line) {
+Explanation AtCommand(const Snapshot& snapshot, const TaskView& task, const ExplainedLine& line) {
   const std::string head = Head(line) + ": ";
   const CardView* const card = AddressedCard(snapshot, line.SlotIdx.Value);
   const CardCommand* const taken = card == nullptr ? nullptr : CommandsOf(card->kind).Find(line.CmdIdx);
   const Standing at = {snapshot, task, line, card, taken};
   if (!task.longWait.empty() && LastsLong(task)) return {Stand::Waits, head + LongWaitText(task)};
   const std::string lack = Lack(at);
-  const COMMANDTRAITS& traits = SYNXTRAITS[line.CmdIdx];
-  const bool gated = task.stepMode && traits.Gate == STEPGATE::Holds;
+  const CommandTraits& traits = kSynxTraits[line.CmdIdx];
+  const bool gated = task.stepMode && traits.Gate == StepGate::Holds;
   const std::string pause = PauseText(task, line);
   if (!lack.empty()) {
-    const std::string again = traits.Repeat == REPEAT::UntilMet && !pause.empty() ? "; " + pause : "";
+    const std::string again = traits.Repeat == LineRepeat::UntilMet && !pause.empty() ? "; " + pause : "";
     return {Stand::Waits, head + lack + (gated ? "; step mode, " + TriedText(snapshot) : again)};
   }
   if (!task.longWait.empty()) return {Stand::Waits, head + LongWaitText(task)};
@@ -339,7 +339,7 @@ std::string WhyStanding(const Snapshot& snapshot, const TaskView& task) {
 }
 
 Explanation Explain(const Snapshot& snapshot, const TaskView& task) {
-  EXPLAINEDLINE line;
+  ExplainedLine line;
   ExplainLine(task.text.c_str(), &line);
   if (task.mainFile.empty() && task.blockFile.empty())
     return {Stand::Idle, WithoutFile(snapshot, task, line)};
@@ -354,7 +354,7 @@ Explanation Explain(const Snapshot& snapshot, const TaskView& task) {
 }
 
 std::optional<Sleep> SleepOf(const TaskView& task) {
-  EXPLAINEDLINE line;
+  ExplainedLine line;
   ExplainLine(task.text.c_str(), &line);
   if (line.CmdIdx == SYN_NUL || task.file.empty()) return std::nullopt;
   const std::int64_t rest = SleepLeft(task, line);

@@ -52,7 +52,7 @@ class ScannedCards {
         return Delete<CkOVA_IOS>(card);
       case 0x84:
         return Delete<CkOVA_ASDA>(card);
-      case CPUCARDID:
+      case kCpuCardId:
         return Delete<CkOVA_CPU>(card);
       default:
         Require(card == nullptr, "an entry that is not listed has no card");
@@ -85,7 +85,7 @@ void RunCommand(SYNXIDX command, int slot, int channel, char* parameter) {
     case SYN_ROCLR:
       return CheckResult(Task_ROCLR(slot, channel, nullptr));
     case SYN_IF: {
-      fuzz::ExactText block(parameter, MAXPARAM);
+      fuzz::ExactText block(parameter, kMaxParam);
       return CheckResult(Task_IF(slot, channel, parameter, block.Get()));
     }
     default:
@@ -147,8 +147,8 @@ void CallDirectly(const char* line, fuzz::HostileBoard& board) {
 
 void RunLine(const std::string& line, fuzz::HostileBoard& board) {
   if (line[0] == '@') return CallDirectly(line.c_str(), board);
-  fuzz::ExactText parameter("", MAXPARAM);
-  fuzz::ExactText comment("", MAXPARAM);
+  fuzz::ExactText parameter("", kMaxParam);
+  fuzz::ExactText comment("", kMaxParam);
   int slot = 0;
   int channel = 0;
   const SYNXIDX command = SynxClass.Explain(line.c_str(), &slot, &channel, parameter.Get(), comment.Get());

@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr std::size_t kPiece = MAXLINE - 1;  // that a line is read in
+constexpr std::size_t kPiece = kMaxLine - 1;  // that a line is read in
 
 // Byte behind the first label of that number; npos: there is none.
 std::size_t BehindLabel(std::string_view program, int wanted) {

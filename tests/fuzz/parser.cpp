@@ -12,14 +12,14 @@ bool IsWithin(std::string_view part, std::string_view line) {
          (part.data() >= line.data() && part.data() + part.size() <= line.data() + line.size());
 }
 
-void CheckNumber(const LINENUMBER& number, std::string_view line) {
+void CheckNumber(const LineNumber& number, std::string_view line) {
   Require(IsWithin(number.Text, line), "the text of a number is part of the line");
   Require(number.Column >= -1 && number.Column <= static_cast<int>(line.size()),
           "a number's column is in the line");
 }
 
 void CheckParts(std::string_view line, bool needsParam) {
-  EXPLAINEDLINE parts;
+  ExplainedLine parts;
   ExplainLine(line.data(), &parts, needsParam);
   const int length = static_cast<int>(line.size());
   Require(IsWithin(parts.Param, line) && IsWithin(parts.Comment, line), "the texts are part of the line");
@@ -29,8 +29,9 @@ void CheckParts(std::string_view line, bool needsParam) {
   CheckNumber(parts.SlotIdx, line);
   CheckNumber(parts.ChIdx, line);
   Require(parts.CmdIdx >= 0 && parts.CmdIdx < SYNMAX, "the command is in the table");
-  Require((parts.Fault == LINEFAULT::None) == (parts.CmdIdx != SYN_NUL), "a line is executed or has a fault");
-  Require(length <= MAXLINELENGTH || parts.Fault == LINEFAULT::TooLong, "a line that is too long is refused");
+  Require((parts.Fault == LineFault::None) == (parts.CmdIdx != SYN_NUL), "a line is executed or has a fault");
+  Require(length <= kMaxLineLength || parts.Fault == LineFault::TooLong,
+          "a line that is too long is refused");
 }
 
 }  // namespace
@@ -41,20 +42,20 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   CheckParts(line, true);
   CheckParts(line, false);
 
-  fuzz::ExactText parameter("", MAXPARAM);
-  fuzz::ExactText comment("", MAXPARAM);
+  fuzz::ExactText parameter("", kMaxParam);
+  fuzz::ExactText comment("", kMaxParam);
   int slot = 0;
   int channel = 0;
   const SYNXIDX command = SynxClass.Explain(text.Get(), &slot, &channel, parameter.Get(), comment.Get());
-  EXPLAINEDLINE parts;
+  ExplainedLine parts;
   ExplainLine(text.Get(), &parts);
   Require(command == parts.CmdIdx, "tasks and tools read the same command");
   Require(comment.Get() == parts.Comment, "the comment is handed over whole");
   Require(!parts.HasParam || parameter.Get() == parts.Param, "the parameter is handed over whole");
 
   int number = 0;
-  if (IsLabel(text.Get(), &number) && line.size() <= static_cast<std::size_t>(MAXLINELENGTH)) {
-    Require(parts.Keyword == SYN_LINE || parts.Fault == LINEFAULT::Empty || line.find(';') != line.npos,
+  if (IsLabel(text.Get(), &number) && line.size() <= static_cast<std::size_t>(kMaxLineLength)) {
+    Require(parts.Keyword == SYN_LINE || parts.Fault == LineFault::Empty || line.find(';') != line.npos,
             "what GO finds is a label");
   }
   return 0;

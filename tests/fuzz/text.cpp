@@ -71,10 +71,10 @@ void TryFields(std::string_view text, int index, char separator) {
 void TryParameters(std::string_view text) {
   ExactText source(text);
   MotFields fields;
-  for (const int limit : {200, MAXMOTFIELD}) ReadMotFields(source.Get(), limit, &fields);
+  for (const int limit : {200, kMaxMotField}) ReadMotFields(source.Get(), limit, &fields);
   IfFields condition;
   if (!ReadIfFields(source.Get(), &condition)) return;
-  ExactText name("", MAXNAME);
+  ExactText name("", kMaxName);
   Require(PassBlockName(condition.szFun0, name.Get()) == (stricmp(name.Get(), "NUL") == 0 ? 0 : 1),
           "NUL is no block");
   Require(std::strcmp(name.Get(), condition.szFun0) == 0, "the name of the block is handed over whole");

@@ -116,7 +116,7 @@ TEST(GoFileLine, StandsBehindTheFirstLabelOfThatNumber) {
 }
 
 TEST(KeyMailbox, AKeyWakesWhoeverWaitsForOneInThatEntry) {
-  KEYENTRY entries[2];
+  KeyEntry entries[2];
   HKEY seen[2] = {};
   const auto wait = [&](int i) {
     entries[i].WaitForKey();
@@ -124,7 +124,7 @@ TEST(KeyMailbox, AKeyWakesWhoeverWaitsForOneInThatEntry) {
   };
   std::thread first(wait, 0);
   std::thread second(wait, 1);
-  for (KEYENTRY& entry : entries) entry = HKEY_NUL;
+  for (KeyEntry& entry : entries) entry = HKEY_NUL;
   EXPECT_EQ(entries[1] = HKEY_Enter, HKEY_Enter);
   second.join();
   entries[0] = HKEY_Dec;

@@ -26,7 +26,7 @@ TEST(Waits, APauseLastsItsTimeAndANegativeOneNone) {
 // Number of polls until the wait is given up, or until the poll that is met.
 int Polls(int limit, int metAt, bool expected) {
   int polls = 0;
-  EXPECT_EQ(PollUntil(Attempts(limit), NO_PAUSE, [&] { return ++polls == metAt; }), expected);
+  EXPECT_EQ(PollUntil(Attempts(limit), kNoPause, [&] { return ++polls == metAt; }), expected);
   return polls;
 }
 
@@ -43,7 +43,7 @@ TEST(Waits, LimitsOfTimeAreOverAfterTheirTime) {
   const ProcessorTicks ticks(20000);
   PauseMicros(40000);
   EXPECT_FALSE(ticks.Over());
-  EXPECT_FALSE(PollUntil(ProcessorTicks(20000), NO_PAUSE, [] { return false; }));
+  EXPECT_FALSE(PollUntil(ProcessorTicks(20000), kNoPause, [] { return false; }));
   EXPECT_TRUE(ticks.Over());
 
   EXPECT_TRUE(RealSeconds(0).Over());

@@ -68,7 +68,7 @@ class StandingConsole {
   StandingConsole& operator=(const StandingConsole&) = delete;
 
   // Fills the pipe to its last byte.
-  void Stand() const { PrintLine(std::string(kPipe, '.').c_str(), kPipe, NOTASK); }
+  void Stand() const { PrintLine(std::string(kPipe, '.').c_str(), kPipe, kNoTask); }
   std::string ReadWhatIsThere() const {
     std::string text;
     char part[kPipe];
@@ -233,9 +233,9 @@ TEST(StandingConsoleTest, WhatDoesNotFitIsCounted) {
     {
       const StandingConsole console;
       console.Stand();
-      for (int i = 0; i < 16; ++i) PrintLine((std::string(3999, 'x') + "\n").c_str(), 4000, NOTASK);
-      PrintLine((std::string(length - 1, 'y') + "\n").c_str(), length, NOTASK);
-      for (int i = 0; i < 2; ++i) PrintLine("z\n", 2, NOTASK);
+      for (int i = 0; i < 16; ++i) PrintLine((std::string(3999, 'x') + "\n").c_str(), 4000, kNoTask);
+      PrintLine((std::string(length - 1, 'y') + "\n").c_str(), length, kNoTask);
+      for (int i = 0; i < 2; ++i) PrintLine("z\n", 2, kNoTask);
       text = console.ReadAll();
     }
     const std::string end = length == fits ? std::string(length - 1, 'y') + "\n-- 2 lines not shown --\n"

@@ -128,29 +128,29 @@ TEST(Synx, LinesUpTo999CharactersAreParsed) {
 TEST(Synx, CoreSaysWhyAndWhereALineYieldsNothing) {
   struct Case {
     std::string line;
-    LINEFAULT fault;
+    LineFault fault;
     int column;
     int keyword;
   } const cases[] = {
-      {"OUT: 1,2,3", LINEFAULT::None, 0, 2},
-      {"", LINEFAULT::Empty, 0, 0},
-      {"  ; OUT: 1,2,3", LINEFAULT::Empty, 0, 0},
-      {std::string(1000, ' '), LINEFAULT::TooLong, 999, 0},
-      {"  LDX: 1,2,3", LINEFAULT::UnknownKeyword, 2, 0},
-      {" :1,2,3", LINEFAULT::UnknownKeyword, 1, 0},
-      {"averyveryverylongkeyword: 1", LINEFAULT::UnknownKeyword, 0, 0},
-      {"nineteen-characters: 1", LINEFAULT::UnknownKeyword, 0, 0},
-      {"it-has-20-characters: 1", LINEFAULT::UnknownKeyword, 0, 0},
-      {" GO 3 ;x", LINEFAULT::UnknownKeyword, 1, 0},
-      {" GO  ;x", LINEFAULT::MissingColon, 3, 11},
-      {"OUT: 1, 2  ;x", LINEFAULT::TooFewFields, 9, 2},
-      {"OUT:", LINEFAULT::TooFewFields, 4, 2},
-      {"LDG: 3", LINEFAULT::TooFewFields, 6, 9},
-      {" NUL: 1,2,3", LINEFAULT::KeywordNul, 1, 0},
-      {"NUL: 1", LINEFAULT::TooFewFields, 6, 0},
+      {"OUT: 1,2,3", LineFault::None, 0, 2},
+      {"", LineFault::Empty, 0, 0},
+      {"  ; OUT: 1,2,3", LineFault::Empty, 0, 0},
+      {std::string(1000, ' '), LineFault::TooLong, 999, 0},
+      {"  LDX: 1,2,3", LineFault::UnknownKeyword, 2, 0},
+      {" :1,2,3", LineFault::UnknownKeyword, 1, 0},
+      {"averyveryverylongkeyword: 1", LineFault::UnknownKeyword, 0, 0},
+      {"nineteen-characters: 1", LineFault::UnknownKeyword, 0, 0},
+      {"it-has-20-characters: 1", LineFault::UnknownKeyword, 0, 0},
+      {" GO 3 ;x", LineFault::UnknownKeyword, 1, 0},
+      {" GO  ;x", LineFault::MissingColon, 3, 11},
+      {"OUT: 1, 2  ;x", LineFault::TooFewFields, 9, 2},
+      {"OUT:", LineFault::TooFewFields, 4, 2},
+      {"LDG: 3", LineFault::TooFewFields, 6, 9},
+      {" NUL: 1,2,3", LineFault::KeywordNul, 1, 0},
+      {"NUL: 1", LineFault::TooFewFields, 6, 0},
   };
   for (const Case& test : cases) {
-    EXPLAINEDLINE line;
+    ExplainedLine line;
     ExplainLine(test.line.c_str(), &line);
     EXPECT_EQ(static_cast<int>(line.Fault), static_cast<int>(test.fault)) << test.line;
     EXPECT_EQ(line.FaultColumn, test.column) << test.line;
@@ -159,7 +159,7 @@ TEST(Synx, CoreSaysWhyAndWhereALineYieldsNothing) {
 }
 
 TEST(Synx, CoreShowsTheColumnsOfTheFields) {
-  EXPLAINEDLINE line;
+  ExplainedLine line;
   ExplainLine(" LMOT: 2, 11, p ; c", &line);
   EXPECT_EQ(line.KeywordColumn, 1);
   EXPECT_EQ(line.SlotIdx.Column, 7);

@@ -24,7 +24,7 @@ struct MotLimit {
 };
 constexpr MotLimit kFlag = {1, true};
 
-MotLimit MotLimitOf(MOTIDX field) {
+MotLimit MotLimitOf(MotIdx field) {
   switch (field) {
     case MOT_Step:
     case MOT_StepStop:
@@ -41,7 +41,7 @@ MotLimit MotLimitOf(MOTIDX field) {
     case MOT_EnExtSTop:
     case MOT_StopSensorDir:
     case MOT_EnCntStop:
-    case MOTFIELDNUM:
+    case kMotFieldNum:
       break;
   }
   return kFlag;
@@ -214,10 +214,10 @@ class CardRules {
 
   void CheckRow() { Number(param_, parsed_.ParamColumn); }
 
-  int MotFieldLimit() const { return card_ != nullptr ? card_->motFieldLimit : MAXMOTFIELD; }
+  int MotFieldLimit() const { return card_ != nullptr ? card_->motFieldLimit : kMaxMotField; }
 
   void CheckMot() {
-    for (int i = 0; i < MOTFIELDNUM; ++i) {
+    for (int i = 0; i < kMotFieldNum; ++i) {
       const std::optional<std::string> field = PieceOf(param_, i, '&');
       if (!field) {
         if (!MotFieldTable[i].Required) return;
@@ -227,15 +227,15 @@ class CardRules {
                 ": the controller reports a failure and nothing moves; the parameter is \"steps&frequency&"
                 "direction\"");
       }
-      CheckMotField(static_cast<MOTIDX>(i), *field);
+      CheckMotField(static_cast<MotIdx>(i), *field);
     }
-    const int behind = MOTFIELDNUM;
+    const int behind = kMotFieldNum;
     if (!PieceOf(param_, behind, '&')) return;
     Add(parsed_.ParamColumn + PieceColumn(param_, behind, '&'), RuleId::LostText,
         "the controller does not look at what stands behind the eleventh field of MOT");
   }
 
-  void CheckMotField(MOTIDX idx, const std::string& text) {
+  void CheckMotField(MotIdx idx, const std::string& text) {
     const MotField& row = MotFieldTable[idx];
     const int column = parsed_.ParamColumn + PieceColumn(param_, idx, '&');
     if (static_cast<int>(text.size()) >= MotFieldLimit()) {
@@ -251,7 +251,7 @@ class CardRules {
     CheckMotValue(idx, column, ToWideNumber(text.c_str()));
   }
 
-  void CheckMotValue(MOTIDX idx, int column, long long value) {
+  void CheckMotValue(MotIdx idx, int column, long long value) {
     const MotField& row = MotFieldTable[idx];
     const MotLimit limit = MotLimitOf(idx);
     if (value >= 0 && value <= static_cast<long long>(limit.largest)) return;
@@ -281,7 +281,7 @@ class CardRules {
       }
       if (field == 0)
         CheckLevel(*text, column, "always takes the second block");
-      else if (text->size() >= MAXNAME) {
+      else if (text->size() >= kMaxName) {
         return Add(column, RuleId::BlockName,
                    "a block's name of 200 characters or more: the controller calls nothing; shorten it");
       }
@@ -304,7 +304,7 @@ class CardRules {
   const Program& inProgram_;
   const Line& ofLine_;
   const Line* lastMove_;
-  const EXPLAINEDLINE& parsed_;
+  const ExplainedLine& parsed_;
   const rack::CommandRow& command_;
   const std::string keyword_;
   const std::string param_;

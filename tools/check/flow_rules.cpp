@@ -236,7 +236,7 @@ class FlowRules {
     const std::string effect = program.isMain ? "the controller passes over the call"
                                               : "the controller closes this block and the task idles";
     const std::string path = "plc" + std::to_string(ofTask_.number) + "/" + block.name;
-    if (path.size() >= MAXNAME) {
+    if (path.size() >= kMaxName) {
       return out_.Add(program, line, block.column, RuleId::BlockName,
                       "a block's name whose path has 200 characters or more: " + effect + "; shorten it");
     }

@@ -283,7 +283,7 @@ class Graph {
   }
 
   void KeepUse(Use use, const Line& line) {
-    const EXPLAINEDLINE& parsed = line.parsed;
+    const ExplainedLine& parsed = line.parsed;
     const rack::CardCommands* card = tree_.CardOf(parsed.SlotIdx.Value);
     const rack::CardCommand* command = card == nullptr ? nullptr : card->Find(parsed.CmdIdx);
     const int channel = command == nullptr ? -1 : card->Reached(*command, parsed.ChIdx.Value);

@@ -108,7 +108,7 @@ class LineRules {
     if (ofLine_.IsPiece()) return CheckPiece();
     CheckZeroByte();
     if (CheckLookAlikes()) return;
-    if (parsed_.Fault != LINEFAULT::None) return CheckFault();
+    if (parsed_.Fault != LineFault::None) return CheckFault();
     if (kDoesNothing[parsed_.CmdIdx]) return CheckNoAction();
     CheckNumbers();
     CheckPause();
@@ -158,7 +158,7 @@ class LineRules {
 
   std::string EffectOf(size_t byte) const {
     if (!ofLine_.IsCommand()) return ", which skips the line";
-    for (const LINENUMBER* number : {&parsed_.SlotIdx, &parsed_.ChIdx}) {
+    for (const LineNumber* number : {&parsed_.SlotIdx, &parsed_.ChIdx}) {
       const auto first = static_cast<size_t>(number->Column);
       if (number->Column >= 0 && byte >= first && byte < first + number->Text.size())
         return ", which reads " + std::to_string(number->Value) + " there";
@@ -169,28 +169,28 @@ class LineRules {
   void CheckFault() {
     const std::string keyword = SYNXCMD[parsed_.Keyword];
     switch (parsed_.Fault) {
-      case LINEFAULT::TooLong:
+      case LineFault::TooLong:
         if (ofLine_.text[0] == ';') return;  // a comment is skipped anyway
         return Add(
             parsed_.FaultColumn, RuleId::LineTooLong,
             "the line has more than 999 characters: the controller skips it" +
                 (ofLine_.label ? ", though GO finds its label " + std::to_string(*ofLine_.label) : "") +
                 "; break it up");
-      case LINEFAULT::UnknownKeyword:
+      case LineFault::UnknownKeyword:
         return CheckUnknownKeyword();
-      case LINEFAULT::MissingColon:
+      case LineFault::MissingColon:
         return Add(parsed_.FaultColumn, RuleId::MissingColon,
                    keyword + " without \":\": the controller skips the line; did you mean \"" + keyword +
                        ": ...\"?");
-      case LINEFAULT::TooFewFields:
+      case LineFault::TooFewFields:
         return Add(parsed_.FaultColumn, RuleId::TooFewFields,
                    keyword + " has too few fields: the controller skips the line; it needs \"" + keyword +
                        ": slot, channel, parameter\", the parameter may be empty");
-      case LINEFAULT::KeywordNul:
+      case LineFault::KeywordNul:
         return Add(parsed_.FaultColumn, RuleId::NoAction,
                    "NUL is no command to execute: the controller skips the line");
-      case LINEFAULT::None:
-      case LINEFAULT::Empty:
+      case LineFault::None:
+      case LineFault::Empty:
         return;
     }
   }
@@ -212,7 +212,7 @@ class LineRules {
 
   // "OUT 1, 2, 1": the ":" is missing. "END now": there is nothing to write.
   void CheckKeywordWithText(SYNXIDX known, const std::string& keyword, size_t wordEnd, bool hasColon) {
-    const bool isAlone = SYNXTRAITS[known].Form == PARSEFORM::KeywordOnly;
+    const bool isAlone = kSynxTraits[known].Form == ParseForm::KeywordOnly;
     if (isAlone || hasColon) {
       return Add(parsed_.FaultColumn, RuleId::UnknownKeyword,
                  Quoted(keyword) + " is no command: the controller skips the line" +
@@ -234,7 +234,7 @@ class LineRules {
     CheckNumber(parsed_.ChIdx);
   }
 
-  void CheckNumber(const LINENUMBER& number) {
+  void CheckNumber(const LineNumber& number) {
     if (!number.Given || number.Column < 0) return;
     const std::string text(number.Text);
     CheckNumberText(inProgram_, ofLine_, number.Column, text, &out_);
@@ -273,14 +273,14 @@ class LineRules {
 
   // How many fields the command takes; the rest of them is not looked at.
   int FieldsTaken() const {
-    switch (SYNXTRAITS[parsed_.CmdIdx].Form) {
-      case PARSEFORM::KeywordOnly:
+    switch (kSynxTraits[parsed_.CmdIdx].Form) {
+      case ParseForm::KeywordOnly:
         return 0;
-      case PARSEFORM::OneWord:
-      case PARSEFORM::OneNumber:
+      case ParseForm::OneWord:
+      case ParseForm::OneNumber:
         return 1;
-      case PARSEFORM::Channel:
-      case PARSEFORM::ThreeFields:
+      case ParseForm::Channel:
+      case ParseForm::ThreeFields:
         return 3;
     }
     return 3;
@@ -318,7 +318,7 @@ class LineRules {
 
   const Program& inProgram_;
   const Line& ofLine_;
-  const EXPLAINEDLINE& parsed_;
+  const ExplainedLine& parsed_;
   Report& out_;
 };
 

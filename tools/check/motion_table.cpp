@@ -84,7 +84,7 @@ const std::vector<int>& MotionTable::ActsOf(const Program& program) const {
 bool MotionTable::InputMayEnd(int axis, const Act& inputWait) const {
   if (!tree_.rack) return true;
   const Axis& ended = axes_[static_cast<size_t>(axis)];
-  const EXPLAINEDLINE& asked = inputWait.line->parsed;
+  const ExplainedLine& asked = inputWait.line->parsed;
   bool isWired = false;
   for (const AxisInput& input : tree_.rack->axisInputs) {
     const bool isOfAxis = input.isCylinder == ended.isCylinder && input.slot == ended.slot &&
@@ -98,7 +98,7 @@ bool MotionTable::InputMayEnd(int axis, const Act& inputWait) const {
 
 bool MotionTable::HasInput(int axis, const Act& inputWait, bool isArrival) const {
   const Axis& of = axes_[static_cast<size_t>(axis)];
-  const EXPLAINEDLINE& asked = inputWait.line->parsed;
+  const ExplainedLine& asked = inputWait.line->parsed;
   const std::vector<AxisInput>& inputs = tree_.rack->axisInputs;
   return std::any_of(inputs.begin(), inputs.end(), [&](const AxisInput& input) {
     return input.isArrival == isArrival && input.isCylinder == of.isCylinder && input.slot == of.slot &&
@@ -127,7 +127,7 @@ void MotionTable::AddProgram(const Task& task, const Program& program, bool isRu
 }
 
 bool MotionTable::Explain(const Line& line, Act* act) {
-  const EXPLAINEDLINE& parsed = line.parsed;
+  const ExplainedLine& parsed = line.parsed;
   const std::optional<Deed> deed = DeedOf(parsed.CmdIdx);
   if (!deed) return false;
   act->deed = *deed;
@@ -176,7 +176,7 @@ void MotionTable::ExplainDg(const Line& line, Act* act) {
 
 void MotionTable::ExplainMot(const Line& line, Act* act) {
   const rack::CardCommands* card = tree_.CardOf(line.parsed.SlotIdx.Value);
-  const int limit = card == nullptr ? MAXMOTFIELD : card->motFieldLimit;
+  const int limit = card == nullptr ? kMaxMotField : card->motFieldLimit;
   MotFields fields{};
   if (ReadMotFields(std::string(line.parsed.Param).c_str(), limit, &fields) == 0) {
     act->deed = Deed::Nothing;

@@ -21,7 +21,7 @@ class MoveRules {
 
   void Check() {
     if (card_ != nullptr && card_->Find(SYN_MOT) == nullptr) return;
-    const int limit = card_ == nullptr ? MAXMOTFIELD : card_->motFieldLimit;
+    const int limit = card_ == nullptr ? kMaxMotField : card_->motFieldLimit;
     if (ReadMotFields(param_.c_str(), limit, &fields_) == 0) return;
     CheckFrequency();
     CheckCountStop();
@@ -29,14 +29,14 @@ class MoveRules {
   }
 
  private:
-  void Add(MOTIDX field, RuleId rule, const std::string& message) {
+  void Add(MotIdx field, RuleId rule, const std::string& message) {
     const int column = PieceOf(param_, field, '&') ? PieceColumn(param_, field, '&') : 0;
     out_.Add(inProgram_, ofLine_, ofLine_.parsed.ParamColumn + column, rule, message);
   }
 
   // As written: what is cut to 0 on its way is found there.
-  bool IsZero(MOTIDX field) const { return ToWideNumber(TextOf(field).c_str()) == 0; }
-  std::string TextOf(MOTIDX field) const { return PieceOf(param_, field, '&').value_or(""); }
+  bool IsZero(MotIdx field) const { return ToWideNumber(TextOf(field).c_str()) == 0; }
+  std::string TextOf(MotIdx field) const { return PieceOf(param_, field, '&').value_or(""); }
 
   void CheckFrequency() {
     if (!IsZero(MOT_StepFreq) || IsZero(MOT_Step)) return;
@@ -54,8 +54,8 @@ class MoveRules {
 
   // A 0 may fill a place.
   void CheckUnused() {
-    for (int i = 0; i < MOTFIELDNUM; ++i) {
-      const MOTIDX field = static_cast<MOTIDX>(i);
+    for (int i = 0; i < kMotFieldNum; ++i) {
+      const MotIdx field = static_cast<MotIdx>(i);
       if (card_ == nullptr || !card_->LeavesUnused(field) || IsZero(field)) continue;
       Add(field, RuleId::LostText,
           std::string(card_->name) + " does not look at " + MotFieldTable[i].Name + ": \"" + TextOf(field) +

@@ -150,12 +150,12 @@ Program LoadProgram(const fs::path& directory, const std::string& name) {
   int pieceStart = 0;
   for (size_t at = 0; at < text.size();) {
     const size_t lineEnd = std::min(text.find('\n', at), text.size() - 1) + 1;
-    const size_t end = std::min(lineEnd, at + MAXLINE - 1);
+    const size_t end = std::min(lineEnd, at + kMaxLine - 1);
     const Line& line = program.lines.emplace_back(number, pieceStart, text.substr(at, end - at));
     if (line.label) program.labels.emplace(*line.label, program.lines.size() - 1);
     const bool isLineEnd = text[end - 1] == '\n';
     number += isLineEnd ? 1 : 0;
-    pieceStart = isLineEnd ? 0 : pieceStart + MAXLINE - 1;
+    pieceStart = isLineEnd ? 0 : pieceStart + kMaxLine - 1;
     at = end;
   }
   return program;
@@ -275,7 +275,7 @@ int TaskNumber(const std::string& name) {
 }
 
 std::vector<BlockName> CalledBlocks(const Line& line) {
-  const EXPLAINEDLINE& parsed = line.parsed;
+  const ExplainedLine& parsed = line.parsed;
   const rack::Parameter parameter = rack::RowOf(parsed.CmdIdx).parameter;
   if (parameter == rack::Parameter::Block) return {{std::string(parsed.Param), parsed.ParamColumn}};
   if (parameter != rack::Parameter::Condition) return {};
@@ -283,7 +283,7 @@ std::vector<BlockName> CalledBlocks(const Line& line) {
   std::vector<BlockName> blocks;
   for (const int branch : {1, 2}) {
     const std::optional<std::string> name = PieceOf(condition, branch, '&');
-    if (!name || name->size() >= MAXNAME) return {};
+    if (!name || name->size() >= kMaxName) return {};
     if (stricmp(name->c_str(), "NUL") == 0) continue;
     blocks.push_back({*name, parsed.ParamColumn + PieceColumn(condition, branch, '&')});
   }

@@ -47,7 +47,7 @@ struct Line {
   std::string raw;   // as read
   std::string text;  // trimmed
   int lead;          // byte of `raw` where `text` begins
-  EXPLAINEDLINE parsed;
+  ExplainedLine parsed;
   std::optional<int> label;               // that GO finds here, also in a line too long to be executed
   std::vector<RuleId> ignored;            // silenced by the line's comment
   std::vector<std::string> wrongIgnores;  // what is wrong with the comment's words to this program

@@ -62,7 +62,7 @@ class NamedSignals {
 
 // The inputs or outputs that the line addresses; nothing for other lines, and where its channel is not one of them.
 std::optional<Side> SideOf(const ProgramTree& tree, const Line& line) {
-  const EXPLAINEDLINE& parsed = line.parsed;
+  const ExplainedLine& parsed = line.parsed;
   const rack::CardCommands* card = tree.CardOf(parsed.SlotIdx.Value);
   const rack::CardCommand* command = card == nullptr ? nullptr : card->Find(parsed.CmdIdx);
   if (command == nullptr || HasLookAlike(line)) return std::nullopt;

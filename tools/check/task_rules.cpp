@@ -17,10 +17,10 @@ namespace {
 // How many tasks the controller starts.
 int TaskCount(const ProgramTree& tree) {
   if (tree.rack && !tree.rack->hasDevice) return 0;
-  if (tree.rack) return tree.rack->tasks > MAXPLCTASK ? 1 : tree.rack->tasks;
+  if (tree.rack) return tree.rack->tasks > kMaxPlcTask ? 1 : tree.rack->tasks;
   int highest = 1;
   for (const Task& task : tree.tasks) {
-    if (task.number <= MAXPLCTASK) highest = std::max(highest, task.number);
+    if (task.number <= kMaxPlcTask) highest = std::max(highest, task.number);
   }
   return highest;
 }

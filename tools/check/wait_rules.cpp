@@ -10,19 +10,19 @@ namespace check {
 namespace {
 
 // Whether the line's card counts that channel; without a rack file any card may.
-bool IsCounted(const ProgramTree& tree, const EXPLAINEDLINE& parsed) {
+bool IsCounted(const ProgramTree& tree, const ExplainedLine& parsed) {
   const rack::CardCommands* card = tree.CardOf(parsed.SlotIdx.Value);
   if (card == nullptr) return !tree.rack;
   const rack::CardCommand* command = card->Find(parsed.CmdIdx);
   return command != nullptr && card->Reached(*command, parsed.ChIdx.Value) >= 0;
 }
 
-bool IsSameChannel(const EXPLAINEDLINE& one, const EXPLAINEDLINE& other) {
+bool IsSameChannel(const ExplainedLine& one, const ExplainedLine& other) {
   return one.SlotIdx.Value == other.SlotIdx.Value && one.ChIdx.Value == other.ChIdx.Value;
 }
 
 // The command before or behind a line of the file; null when there is none.
-const EXPLAINEDLINE* Neighbour(const Program& program, size_t index, bool behind) {
+const ExplainedLine* Neighbour(const Program& program, size_t index, bool behind) {
   const size_t step = behind ? 1 : static_cast<size_t>(-1);
   for (size_t i = index + step; i < program.lines.size(); i += step) {
     if (program.lines[i].IsCommand()) return &program.lines[i].parsed;
@@ -33,9 +33,9 @@ const EXPLAINEDLINE* Neighbour(const Program& program, size_t index, bool behind
 // ROW selects its channel: with a count of 0 it stands in front of a command that asks for the selected one,
 // unless the move before it has selected it already.
 bool SelectsFor(const ProgramTree& tree, const Program& program, size_t index) {
-  const EXPLAINEDLINE& row = program.lines[index].parsed;
-  const EXPLAINEDLINE* before = Neighbour(program, index, false);
-  const EXPLAINEDLINE* behind = Neighbour(program, index, true);
+  const ExplainedLine& row = program.lines[index].parsed;
+  const ExplainedLine* before = Neighbour(program, index, false);
+  const ExplainedLine* behind = Neighbour(program, index, true);
   if (behind == nullptr || !IsSameChannel(row, *behind)) return false;
   if (before != nullptr && before->CmdIdx == SYN_MOT && IsSameChannel(row, *before)) return false;
   const rack::CardCommands* card = tree.CardOf(row.SlotIdx.Value);
@@ -48,7 +48,7 @@ bool SelectsFor(const ProgramTree& tree, const Program& program, size_t index) {
 void CheckCounts(const ProgramTree& tree, const Program& program, Report* report) {
   for (size_t i = 0; i < program.lines.size(); ++i) {
     const Line& line = program.lines[i];
-    const EXPLAINEDLINE& parsed = line.parsed;
+    const ExplainedLine& parsed = line.parsed;
     const bool counts = rack::RowOf(parsed.CmdIdx).waitsFor == rack::WaitsFor::Count;
     if (!counts || HasLookAlike(line) || !IsCounted(tree, parsed)) continue;
     const std::string text(parsed.Param);
