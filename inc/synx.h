@@ -78,7 +78,7 @@ constexpr int kSynxCmdSize = 20;     // a keyword, terminating zero included
 constexpr int kMaxLineLength = 999;  // characters of a line that is still parsed
 
 // What the parser, the step gate and the runner know of a command besides its keyword.
-struct CommandTraits {
+struct SynxTraits {
   ParseForm Form;
   StepGate Gate;
   LineRepeat Repeat;
@@ -86,7 +86,7 @@ struct CommandTraits {
 
 // Both indexed by SYNXIDX; constant.
 extern const char SYNXCMD[SYNMAX][kSynxCmdSize];
-extern const CommandTraits kSynxTraits[SYNMAX];
+extern const SynxTraits kSynxTraits[SYNMAX];
 
 // Why a line yields nothing to execute.
 enum class LineFault {

@@ -14,7 +14,7 @@ const char SYNXCMD[SYNMAX][kSynxCmdSize] = {SYNX_COMMANDS(SYNX_KEYWORD)};
 
 #define SYNX_TRAITS(index, enumerator, keyword, form, gate, repeat, action) \
   {ParseForm::form, StepGate::gate, LineRepeat::repeat},
-const CommandTraits kSynxTraits[SYNMAX] = {SYNX_COMMANDS(SYNX_TRAITS)};
+const SynxTraits kSynxTraits[SYNMAX] = {SYNX_COMMANDS(SYNX_TRAITS)};
 #undef SYNX_TRAITS
 
 namespace {

@@ -318,7 +318,7 @@ Explanation AtCommand(const Snapshot& snapshot, const TaskView& task, const Expl
   const Standing at = {snapshot, task, line, card, taken};
   if (!task.longWait.empty() && LastsLong(task)) return {Stand::Waits, head + LongWaitText(task)};
   const std::string lack = Lack(at);
-  const CommandTraits& traits = kSynxTraits[line.CmdIdx];
+  const SynxTraits& traits = kSynxTraits[line.CmdIdx];
   const bool gated = task.stepMode && traits.Gate == StepGate::Holds;
   const std::string pause = PauseText(task, line);
   if (!lack.empty()) {
