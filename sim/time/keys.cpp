@@ -105,4 +105,8 @@ int pthread_setspecific(pthread_key_t key, const void* value) noexcept {
 
 RACK_ARE_DEFINED(RACK_KEY_CALLS)
 
+#else
+
+void rack::KeyValues::Destroy() {}
+
 #endif

@@ -224,8 +224,8 @@ TEST(StartUp, ALockThatCannotBeMadeEndsTheProcess) {
     TestMachine machine;
     StartFailing(machine, ("pthread_mutex_init " + std::to_string(lock + 1)).c_str());
     EXPECT_EQ(machine.WaitForEnd(), 1);
-    EXPECT_THAT(machine.Errors(),
-                HasSubstr("\n" + std::string(texts[lock]) + " mutex_lock fail: Cannot allocate memory\n"));
+    EXPECT_THAT(machine.Errors(), testing::ContainsRegex("(^|\n)" + std::string(texts[lock]) +
+                                                         " mutex_lock fail: Cannot allocate memory\n"));
     EXPECT_EQ(machine.ScanBus(), "");
     EXPECT_EQ(CountOf(machine.Console(), "Allow PLC"), 0);
   }
