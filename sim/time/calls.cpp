@@ -44,7 +44,8 @@ int SleepNanos(Nanos length, timespec* rest) {
   static Next next(calls::nanosleep);
   if (InTurn()) {
     SpendCall();
-    SleepUntil(VirtualNow() + length);
+    const Nanos now = VirtualNow();
+    SleepUntil(length < kForEver - now ? now + length : kForEver);
     return 0;
   }
   const timespec real = ToTimespec(IsScaled() ? RealLength(length) : length);

@@ -1,6 +1,7 @@
 #include "hostile_board.h"
 
 #include <dlfcn.h>
+#include <pthread.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -122,6 +123,18 @@ int nanosleep(const timespec* length, timespec* rest) {
   Current->ticks += length->tv_nsec / 1000;
   Current->seconds += length->tv_sec;
   if (Current->onPause) Current->onPause();
+  return 0;
+}
+
+// Wakes for no reason, as it may. What happens meanwhile takes the lock.
+int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {
+  if (Current == nullptr) {
+    return Next<int(pthread_cond_t*, pthread_mutex_t*)>("pthread_cond_wait")(condition, mutex);
+  }
+  fuzz::CountCall();
+  pthread_mutex_unlock(mutex);
+  if (Current->onPause) Current->onPause();
+  pthread_mutex_lock(mutex);
   return 0;
 }
 

@@ -72,7 +72,7 @@ const char* const kRuntime[] = {
     "__stack_chk_fail",
     "abort",
 };
-const char* const kSanitizers[] = {"__asan_", "__sanitizer_", "__tsan_", "__ubsan_"};
+const char* const kSanitizers[] = {"__asan_", "__sancov_", "__sanitizer_", "__tsan_", "__ubsan_"};
 
 bool Begins(const std::string& text, const std::string& with) {
   return text.compare(0, with.size(), with) == 0;
