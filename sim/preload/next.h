@@ -21,10 +21,7 @@ class Next {
   operator Function*() {
     Function* next = known_.load(std::memory_order_relaxed);
     if (next != nullptr) return next;
-    void* found = nullptr;
-#ifndef __SANITIZE_THREAD__  // whose own, without versions, must see a mutex given up and taken again
-    if (call_.version != nullptr) found = dlvsym(RTLD_NEXT, call_.name, call_.version);
-#endif
+    void* found = call_.version != nullptr ? dlvsym(RTLD_NEXT, call_.name, call_.version) : nullptr;
     if (found == nullptr) found = dlsym(RTLD_NEXT, call_.name);
     next = reinterpret_cast<Function*>(found);
     known_.store(next, std::memory_order_relaxed);
