@@ -18,8 +18,8 @@ constexpr unsigned char kLineMotorRuns = D0;
 constexpr long long kLineMotorRestMillis = 1;
 constexpr long long kLineMoveMicros = 500;
 
-constexpr int kMostYields =
-    20000;  // some milliseconds: a thread that is woken to take the bus may have to wait for a processor
+// Some milliseconds: a thread that is woken to take the bus may have to wait for a processor.
+constexpr int kMostYields = 20000;
 std::atomic<int> BusWaiters{0};
 
 // Speed level of the line motor in its direction byte.

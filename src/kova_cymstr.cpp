@@ -155,10 +155,10 @@ bool CkOVA_CYMSTR::WaitEnd(unsigned char ChIdx, const LongCommand& command) {
 }
 
 int CkOVA_CYMSTR::GoBackDG(unsigned char ChIdx) {
-  for (int setups = 0;; ++setups) {
+  for (int Cnt = 0;; ++Cnt) {
     if (SetupDG(ChIdx) < 0) return -1;
     if (IsAlarmDG(ChIdx) == 0) return 1;
-    if (setups >= kMaxResets) return -1;
+    if (Cnt >= kMaxResets) return -1;
     if (ResetDG(ChIdx) < 0) return -1;
   }
 }
@@ -180,13 +180,13 @@ int CkOVA_CYMSTR::IsAlarmDG(unsigned char ChIdx) {
 }
 
 int CkOVA_CYMSTR::IsPosDG(unsigned char ChIdx) {
-  unsigned char status = 0;
+  unsigned char Reg = 0;
   const bool stands = PollUntil(Attempts(kPosReads), 1, [&] {
-    status = InportDG(ChIdx);
-    return (status & kAlarm) != 0 || PosReached(status) || (status & kMoving) == 0;
+    Reg = InportDG(ChIdx);
+    return (Reg & kAlarm) != 0 || PosReached(Reg) || (Reg & kMoving) == 0;
   });
   if (!stands) return 0;
-  return (status & kAlarm) != 0 ? -1 : 1;
+  return (Reg & kAlarm) != 0 ? -1 : 1;
 }
 
 int CkOVA_CYMSTR::IsBusyDG(unsigned char) {
@@ -245,12 +245,12 @@ int CkOVA_CYMSTR::ClearCurDGAlarm() {
   const unsigned char channel = static_cast<unsigned char>(found);
   ResetDG(channel);
   PauseMicros(200);
-  const int command = DGPos.GetDGPos(found, nullptr);
-  if (command == kReset) return 1;
-  if (command == kSetup) {
+  const int P = DGPos.GetDGPos(found, nullptr);
+  if (P == kReset) return 1;
+  if (P == kSetup) {
     SetupDG(channel);
   } else {
-    OutDG(channel, static_cast<unsigned char>(command - kMoveTo));
+    OutDG(channel, static_cast<unsigned char>(P - kMoveTo));
   }
   return found;
 }
